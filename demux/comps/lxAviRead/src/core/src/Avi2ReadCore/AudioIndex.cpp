@@ -1,0 +1,143 @@
+// The audio positions from the audio streams' OpenDML indexes: for every key frame of the table, the chunk of each
+// track that plays at its time. Each stream's index is walked once, on one level or over the chunks of a super index.
+
+#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#include "../AviReadcore/internal/OpenDmlIndex.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+constexpr UInt32 kBytesPerLong = 4;
+
+constexpr PlacerTexts kOpenDmlPlacerTexts = {"Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
+                                             "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;", true};
+
+constexpr IndexWalkRules kAudioWalk = {false, Null, "ParseAudioSuperIndex : Error Reading data at line:%d",
+                                       "ParseAudioSuperIndex : Error Reading data1,line:%d"};
+
+// Takes the records of one run. Those of no track are read and dropped.
+UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
+{
+    const UInt32 result = ForEachEntry(pAviInfo, run, [&](const IndexEntry& entry) {
+        if (track < LX_AVIREAD_AUDIO_TRACKS) {
+            placer.Take(entry);
+        }
+    });
+    LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> %x", result);
+    return result;
+}
+
+// After the last run of a stream.
+void CompleteStream(UInt32 streamNr, UInt32 track, AudioPlacer& placer)
+{
+    if (track < LX_AVIREAD_AUDIO_TRACKS) {
+        placer.Complete();
+    }
+    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", streamNr, placer.State().chunkCount - 1);
+}
+
+// The table that the audio is placed in has to be there.
+void RequireTable(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    LX_ASSERT(pAviInfo->KeyFramesListAsArrayLength > 0, "pCurrentLeaf!=Null", "List structure must be allocated");
+    if (pAviInfo->KeyFramesListAsArrayLength > 0) {
+        pAviInfo->KeyFramesListAsArray[0]->pPrevLeaf = Null;
+    }
+}
+
+UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream)
+{
+    RequireTable(pAviInfo);
+    if (!AcquireMetaDataBuffer(pAviInfo)) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    const UInt32 chunkId = stream.IndxChunk.aviIndxcommonSection.dwChunkId;
+    const UInt32 streamNr = StreamNumber(LowHalf(chunkId));
+    const UInt32 track = IndexedTrackOf(pAviInfo, streamNr);
+    LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
+           stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);
+    AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
+    const auto placeChunk = [&](const IndexChunk& chunk) {
+        const auto& common = chunk.header.common;
+        LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, common.uiSubIndexType));
+        const UInt32 result = PlaceRun(pAviInfo,
+                                       OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
+                                                  chunk.header.qwBaseOffset, EntryKind::Audio),
+                                       track, placer);
+        LX_LOG(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", chunk.uiNr, result);
+        return result;
+    };
+    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, stream, kAudioWalk, placeChunk));
+    CompleteStream(streamNr, track, placer);
+    return LX_OK;
+}
+
+UInt32 PlaceAllStreams(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    // Quirk Q41: the audio streams are taken to stand directly behind the video stream 0
+    const UInt32 last = std::min<UInt32>(pAviInfo->AudioTracksCount, LX_AVIREAD_STREAMS - 1);
+    for (UInt32 i = 1; i <= last; ++i) {
+        const lxAviReadCore_StreamInfo_t* const pStream = pAviInfo->StreamInfo[i];
+        if (pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_AUDIO && HasSuperIndex(*pStream)) {
+            LX_AVIREAD_TRY(PlaceStream(pAviInfo, *pStream));
+        }
+    }
+    return LX_OK;
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo,
+                                         const lxAviReadCore_AviIndxChunkCommonSection_t* pCommon, UInt64 qwBaseOffset,
+                                         UInt32 /*dwReserved*/)
+{
+    LX_LOG(kLevelEnter, "lxAvi2ReadCore_ParseAudioStdIndex");
+    const UInt32 track = IndexedTrackOf(pAviInfo, StreamNumber(LowHalf(pCommon->dwChunkId)));
+    UInt32 result =
+        SetBatchSize(pAviInfo, UInt32{pCommon->wLongsPerEntry} * kBytesPerLong, pCommon->uiSubIndexType);
+    if (result == LX_OK && !AcquireMetaDataBuffer(pAviInfo)) {
+        result = LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    if (result == LX_OK) {
+        RequireTable(pAviInfo);
+        AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
+        const IndexRun run = OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, pCommon->dwChunkId,
+                                        qwBaseOffset, EntryKind::Audio);
+        result = LX_AVIREAD_CALL(PlaceRun(pAviInfo, run, track, placer));
+        if (result == LX_OK) {
+            CompleteStream(run.uiStreamNr, track, placer);
+        }
+    }
+    ClearMetaDataBuffer(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_ParseAudioStdIndex: %x", result);
+    return result;
+}
+
+UInt32 lxAvi2ReadCore_ParseAudioSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    LX_LOG(kLevelEnter, "lxAvi2ReadCore_ParseAudioSuperIndex");
+    LX_LOG(kLevelIndex, "No of Audio steams in the file: %d  \n", pAviInfo->AudioTracksCount);
+    const UInt32 result = PlaceAllStreams(pAviInfo);
+    ClearMetaDataBuffer(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_ParseAudioSuperIndex");
+    return result;
+}
+
+UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,
+                                             UInt8 uiSubIndexType, UInt32 dwChunkId, UInt64 qwBaseOffset,
+                                             UInt32 audioTrackNumber, lxAvi2ReadCore_AudioIndexState_t* pState,
+                                             lxAviReadCore_KeyFramePosition_t* pCursor, UInt32* pCursorTimeMsec)
+{
+    AudioPlacer placer(pAviInfo, audioTrackNumber, kOpenDmlPlacerTexts, *pState, *pCursor, *pCursorTimeMsec);
+    const UInt32 result = PlaceRun(
+        pAviInfo,
+        OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset, EntryKind::Audio),
+        audioTrackNumber, placer);
+    *pState = placer.State();
+    *pCursor = placer.Cursor();
+    *pCursorTimeMsec = placer.CursorTime();
+    return result;
+}

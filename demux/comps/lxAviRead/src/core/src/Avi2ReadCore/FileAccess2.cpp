@@ -1,0 +1,25 @@
+// The reads of the OpenDML index: the read loop of the reader, without the abort flag and with messages of its own.
+
+#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#include "../AviReadcore/internal/Chunk.hpp"
+
+namespace lxAviReadCore {
+
+const ReadFamily kOpenDmlRead = {
+    false, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread",
+    "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread"};
+
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAvi2ReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size)
+{
+    LX_ASSERT(buffer != Null, "buffer!= Null", "Parameter for lxAvi2ReadCore_FileRead shouldn't be a null pointer");
+    return buffer != Null ? ReadLoop(pAviInfo, kOpenDmlRead, buffer, kCapacityOfCaller, size) : LX_OK;
+}
+
+Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return lxAviReadCore_FileEof(pAviInfo);
+}

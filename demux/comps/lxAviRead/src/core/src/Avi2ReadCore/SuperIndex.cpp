@@ -1,0 +1,387 @@
+// The OpenDML index of a stream: an index of index chunks, or an index of chunks on one level.
+//
+//   indx size                                     in the stream list
+//     longs per entry (16), sub type (8), type (8), entries, chunk id
+//     type 0: 3 reserved words, then entries of 16 bytes: offset (64), size, duration of an `ix##` chunk
+//     type 1: base offset (64), reserved, then the records themselves
+//
+//   ix00 size                                     in the media data, or behind it
+//     longs per entry (16), sub type (8), type (8), entries, chunk id, base offset (64), reserved, one word more
+//     records: offset from the base, size (bit 31 set: no key frame), and in a field index the second field's offset
+//
+// A super index is only noted while the headers are parsed; the key-frame table is built from it afterwards, in two
+// walks over the video stream's index chunks and one over those of every audio stream.
+
+#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#include "../AviReadcore/internal/OpenDmlIndex.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+constexpr UInt8 kIndexOfIndexes = 0;
+constexpr UInt8 kIndexOfChunks = 1;
+constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
+constexpr UInt32 kTypeSpecificBytes = 12;
+constexpr UInt32 kBytesPerLong = 4;
+constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
+constexpr UInt32 kHeaderOfChunk = 8; // offsets point behind it, the table's in front of it
+
+struct StandardRecord {
+    UInt32 dwOffset;
+    UInt32 dwSize;
+};
+static_assert(sizeof(StandardRecord) == 8);
+
+// Both record formats begin alike, and the second field is not looked at.
+IndexEntry DecodeOpenDml(const UInt8* pRecord, const IndexRun& run)
+{
+    const auto record = Load<StandardRecord>(pRecord);
+    // Quirk Q35: the low word of the base alone counts
+    const UInt32 offset = static_cast<UInt32>(run.qwBaseOffset) + record.dwOffset - kHeaderOfChunk;
+    return {.eKind = run.eKind,
+            .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,
+            .uiStreamNr = run.uiStreamNr,
+            .uiSize = record.dwSize & ~kNoKeyFrameBit,
+            .uiOffset = offset};
+}
+
+constexpr char kBatchFailedText[] = "Error reading %d records with size %d into the metadatabuffer";
+constexpr IndexFormat kStandardFormat = {8, DecodeOpenDml, &kOpenDmlRead, kBatchFailedText};
+constexpr IndexFormat kFieldFormat = {12, DecodeOpenDml, &kOpenDmlRead, kBatchFailedText};
+
+const IndexFormat& FormatOfSubType(UInt8 subType)
+{
+    return subType == kFieldIndex ? kFieldFormat : kStandardFormat;
+}
+
+// ---- indx ----
+
+// What of the chunk is still to be skipped, and whether it is to be skipped at all: not when its own fields failed.
+struct Padding {
+    UInt32 uiRemaining; // wraps where a chunk claims more entries than it holds
+    bool bSkip = true;
+};
+
+// Reads a part of the chunk's own fields; a failure leaves the chunk at once.
+template <typename Record>
+UInt32 ReadOwnField(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, Padding& padding)
+{
+    const UInt32 result = LX_AVIREAD_CALL(ReadRecord(pAviInfo, record, kOpenDmlRead));
+    padding.bSkip = result == LX_OK;
+    return result;
+}
+
+UInt32 AllocateSuperIndex(lxAviReadCore_StreamInfo_t* pStrInfo, UInt64 bytes)
+{
+    if (bytes > 0xFFFFFFFFu) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    // Never of size 0: an empty index is an index.
+    void* const pEntries = std::malloc(std::max<size_t>(static_cast<size_t>(bytes), 1));
+    pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
+    return pEntries != Null ? LX_OK : LX_ERR_AVIREAD_NO_MEMORY;
+}
+
+// Notes the entries for the walks to come.
+UInt32 TakeSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, Padding& padding)
+{
+    lxAviReadCore_IndxChunk_t& indx = pStrInfo->IndxChunk;
+    const UInt64 bytes = UInt64{indx.aviIndxcommonSection.uiEntriesInUse} * sizeof *indx.pAviSuperIndexEntry;
+    LX_AVIREAD_TRY(AllocateSuperIndex(pStrInfo, bytes));
+    UInt32 result = ReadOwnField(pAviInfo, indx.aviIndxTypeSpecificSection.aviSuperIndex.uiReserved, padding);
+    if (result == LX_OK) {
+        result = LX_AVIREAD_CALL(ReadLoop(pAviInfo, kOpenDmlRead, indx.pAviSuperIndexEntry, static_cast<size_t>(bytes),
+                                          static_cast<UInt32>(bytes)));
+        padding.bSkip = result == LX_OK;
+    }
+    if (result != LX_OK) {
+        ReleaseSuperIndex(pStrInfo); // no half-read entries
+        return result;
+    }
+    padding.uiRemaining -= static_cast<UInt32>(bytes) + kTypeSpecificBytes;
+    LX_LOG(kLevelIndex, "lxAviReadCore_ParseChunkIndx: It is AVI_INDEX_OF_INDEXES");
+    return LX_OK;
+}
+
+UInt32 EntriesBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& common)
+{
+    return UInt32{common.wLongsPerEntry} * kBytesPerLong * common.uiEntriesInUse;
+}
+
+// Fills the table from the records that follow. They are read twice: counted, sought back over, and stored.
+UInt32 BuildFromVideo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
+                      UInt32 size, Padding& padding)
+{
+    const auto common = pStrInfo->IndxChunk.aviIndxcommonSection;
+    const auto& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, kStandardIndex));
+    if (!AcquireMetaDataBuffer(pAviInfo)) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    pAviInfo->bAbsoluteOffsets = 1;
+    UInt32 numberOfKeyFrames = 0; // Quirk Q36: counted as 8-byte records, whatever the sub type
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+        lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(pAviInfo, common.uiEntriesInUse, &numberOfKeyFrames)));
+    padding.uiRemaining -= EntriesBytes(common);
+    UInt32 neededLeafs = 0;
+    UInt32 neededMemory = 0;
+    UInt32 skipKey = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, &numberOfKeyFrames, &neededLeafs,
+                                                                             &neededMemory, &skipKey)));
+    if (!SeekAndRemember(pAviInfo, UInt64{0} - EntriesBytes(common), kFromHere)) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseVideoStdIndex(instance, pAviInfo, size, &common, specific.qwBaseOffset,
+                                                             specific.dwReserved, skipKey, neededLeafs));
+}
+
+// Audio is placed once the video has filled the table: its stream list has to come later.
+UInt32 BuildFromAudio(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
+                      Padding& padding)
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    if (pVideo == Null || pVideo->bIndexParsed != 1) {
+        return LX_OK;
+    }
+    const auto common = pStrInfo->IndxChunk.aviIndxcommonSection;
+    const auto& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
+    const UInt32 result = LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioStdIndex(instance, pAviInfo, &common,
+                                                                            specific.qwBaseOffset, specific.dwReserved));
+    padding.uiRemaining -= EntriesBytes(common);
+    if (result == LX_OK) {
+        pStrInfo->bIndexParsed = 1;
+    }
+    return result;
+}
+
+UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
+                         UInt32 size, UInt8 indxOption, Padding& padding)
+{
+    LX_LOG(kLevelIndex, "lxAviReadCore_ParseChunkIndx: It is AVI_INDEX_OF_CHUNKS");
+    lxAviReadCore_AviStdFieldIndex_t& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
+    LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.qwBaseOffset, padding));
+    LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.dwReserved, padding));
+    padding.uiRemaining -= kTypeSpecificBytes;
+    if (pAviInfo->AviHdr != Null && (pAviInfo->AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX) != 0) {
+        return LX_OK; // Quirk Q37: `idx1`, which the main header promises, builds the table
+    }
+    const UInt16 streamNr = StreamNumber(LowHalf(pStrInfo->IndxChunk.aviIndxcommonSection.dwChunkId));
+    if (pStrInfo->StreamType != LX_AVIREAD_STREAM_VIDEO || !IsMainVideoStream(pAviInfo, streamNr)) {
+        return BuildFromAudio(instance, pAviInfo, pStrInfo, padding);
+    }
+    if (indxOption != 1) {
+        return LX_OK;
+    }
+    const UInt32 result = BuildFromVideo(instance, pAviInfo, pStrInfo, size, padding);
+    pStrInfo->bIndexParsed = result == LX_OK ? 1 : 0;
+    return result;
+}
+
+UInt32 TakeIndx(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 size,
+                UInt8 indxOption, Padding& padding)
+{
+    switch (pStrInfo->IndxChunk.aviIndxcommonSection.uiIndexType) {
+    case kIndexOfIndexes: return TakeSuperIndex(pAviInfo, pStrInfo, padding);
+    case kIndexOfChunks: return TakeIndexOfChunks(instance, pAviInfo, pStrInfo, size, indxOption, padding);
+    default:
+        LX_ASSERT(false, "(uiIndexType == (AVI_INDEX_OF_INDEXES || AVI_INDEX_OF_CHUNKS))", "Un supported Index type");
+        return LX_OK;
+    }
+}
+
+// Skips what is left of the chunk. A failure shows only where there was none before.
+UInt32 SkipPadding(const Padding& padding, UInt32 result)
+{
+    if (!padding.bSkip || padding.uiRemaining == 0) {
+        return result;
+    }
+    LX_LOG(kLevelIndex, "lxAviReadCore_ParseChunkIndx: Dumping padded Bytes %d", padding.uiRemaining);
+    const UInt32 skipped = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(padding.uiRemaining));
+    return result == LX_OK && skipped != LX_OK ? LX_ERR_AVIREAD_READ : result;
+}
+
+// ---- ix## ----
+
+// Reads the code of an index chunk. Where it does not begin with "ix", single bytes follow in a word that can never
+// begin so: the read ends with the file.
+UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
+{
+    LX_AVIREAD_TRY(ReadRecord(pAviInfo, code, kOpenDmlRead));
+    LX_LOG(kLevelIndex, "First 4 bytes after fseek and twocc, %x, %x", code, LowHalf(code));
+    while (LowHalf(code) != TwoCC("ix")) {
+        UInt8 next = 0;
+        LX_AVIREAD_TRY(ReadRecord(pAviInfo, next, kOpenDmlRead));
+        code = code << 24 | next; // Quirk Q38
+    }
+    return LX_OK;
+}
+
+constexpr IndexWalkRules kCountRules = {true, "PreParseIndxChunk avi2: Error %d",
+                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null};
+
+// Counts the key frames of one index chunk; a sub type that is unknown has none.
+UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, UInt32& count)
+{
+    const auto& common = chunk.header.common;
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, common.uiSubIndexType));
+    UInt32 inChunk = 0;
+    if (common.uiSubIndexType == kStandardIndex) {
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+            lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(pAviInfo, common.uiEntriesInUse, &inChunk)));
+    } else if (common.uiSubIndexType == kFieldIndex) {
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+            lxAvi2ReadCore_GetTotalKFramesInFieldIndxChunk(pAviInfo, common.uiEntriesInUse, &inChunk)));
+    }
+    count += inChunk;
+    return LX_OK;
+}
+
+UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt32* pCount)
+{
+    LX_ASSERT(pCount != Null, "pCount!= Null", "Parameter for the key-frame count shouldn't be a null pointer");
+    if (pCount == Null) {
+        return LX_OK;
+    }
+    KeyFrameCounter counter;
+    const UInt32 result =
+        entries == 0 ? LX_OK
+                     : ForEachEntry(pAviInfo, OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo), counter);
+    *pCount = counter.uiKeyFrames;
+    return result;
+}
+
+UInt32 BuildFromSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    UInt32 skipKey = 0;
+    UInt32 neededLeafs = 0;
+    UInt32 neededMemory = 0;
+    UInt32 numberOfKeyFrames = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAvi2ReadCore_PreParseVideoIndex(instance, pAviInfo, &skipKey, &neededLeafs,
+                                                                     &neededMemory, &numberOfKeyFrames)));
+    LX_AVIREAD_TRY(
+        LX_AVIREAD_CALL(lxAvi2ReadCore_ParseVideoSuperIndex(instance, pAviInfo, skipKey, neededLeafs)));
+    return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioSuperIndex(pAviInfo));
+}
+
+} // namespace
+
+IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt32 chunkId,
+                    UInt64 baseOffset, EntryKind eKind)
+{
+    return {.pFormat = &FormatOfSubType(subType),
+            .uiEntries = entries,
+            .uiBatch = pAviInfo->uiMaxRecordsInBuffer,
+            .iVideoStreamNr = pAviInfo->videoStreamNr,
+            .uiStreamNr = StreamNumber(LowHalf(chunkId)),
+            .eKind = eKind,
+            .qwBaseOffset = baseOffset};
+}
+
+UInt32 SetBatchSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 entryBytes, UInt8 subType)
+{
+    if (entryBytes == 0) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    const UInt32 largest = kMetaDataBytes / FormatOfSubType(subType).uiRecordSize;
+    const UInt32 records = kMetaDataBytes / entryBytes;
+    pAviInfo->uiMaxRecordsInBuffer = records == 0 ? largest : std::min(records, largest);
+    return LX_OK;
+}
+
+UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
+                       const IndexWalkRules& rules, IndexChunk& chunk)
+{
+    LX_LOG(kLevelIndex, "Fseeking(%d) to offset: %d.%d \n", chunk.uiNr, LX_HILO(entry.qwOffset));
+    if (!SeekAndRemember(pAviInfo, entry.qwOffset, kFromStart)) {
+        if (rules.pSeekFailedText != Null) {
+            LX_LOG(kLevelError, rules.pSeekFailedText, static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
+        }
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    UInt32 code = 0;
+    if (const UInt32 result = ReadIndexCode(pAviInfo, code); result != LX_OK) {
+        LX_LOG(kLevelError, rules.pCodeFailedText, __LINE__);
+        return result;
+    }
+    chunk.uiStreamNr = StreamNumber(HighHalf(code));
+    if (rules.bVideoStreamOnly && !IsMainVideoStream(pAviInfo, chunk.uiStreamNr)) {
+        return LX_ERR_AVIREAD_INDEX_STREAM;
+    }
+    // Quirk Q39: 32 bytes, so that the records begin 36 bytes behind the chunk's start
+    const UInt32 result = ReadRecord(pAviInfo, chunk.header, kOpenDmlRead);
+    LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
+    if (result != LX_OK && rules.pHeaderFailedText != Null) {
+        LX_LOG(kLevelError, rules.pHeaderFailedText, __LINE__);
+    }
+    return result;
+}
+
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAvi2ReadCore_ParseChunkIndx(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
+                                     lxAviReadCore_StreamInfo_t* pStrInfo, UInt8 IndxOption)
+{
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_ParseChunkIndx");
+    ReleaseSuperIndex(pStrInfo);
+    lxAviReadCore_AviIndxChunkCommonSection_t& common = pStrInfo->IndxChunk.aviIndxcommonSection;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, common, kOpenDmlRead)));
+    LX_LOG(kLevelIndex, "uiIndexType =%d,uiEntriesInUse= %d,uiStreamNumber = %d", common.uiIndexType,
+           common.uiEntriesInUse, LowHalf(common.dwChunkId));
+    Padding padding = {size - kCommonBytes};
+    UInt32 result = TakeIndx(instance, pAviInfo, pStrInfo, size, IndxOption, padding);
+    if (padding.bSkip) {
+        result = SkipPadding(padding, result);
+        ReleaseMetaDataBuffer(pAviInfo);
+    }
+    LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_ParseChunkIndx,rval: %x", result);
+    return result;
+}
+
+UInt32 lxAvi2ReadCore_ParseIndxIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    if (pVideo == Null) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    pAviInfo->bAbsoluteOffsets = 1;
+    pAviInfo->CurrentOffset = pAviInfo->moviOffset;
+    // Quirk Q40: a one-level index that Open took in is not taken in again
+    const UInt32 result = pVideo->bIndexParsed == 0 ? BuildFromSuperIndex(instance, pAviInfo) : LX_OK;
+    ReleaseMetaDataBuffer(pAviInfo);
+    return result;
+}
+
+UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32* skipKey,
+                                         UInt32* neededLeafs, UInt32* neededMemory, UInt32* numberOfKeyFrames)
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    if (pVideo == Null) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    const auto& common = pVideo->IndxChunk.aviIndxcommonSection;
+    LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d uiSubIndexType: %d \n", pAviInfo->videoStreamNr,
+           common.uiEntriesInUse, common.uiSubIndexType);
+    *numberOfKeyFrames = 0;
+    if (!AcquireMetaDataBuffer(pAviInfo)) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountRules, [&](const IndexChunk& chunk) {
+        return CountKeyFrames(pAviInfo, chunk, *numberOfKeyFrames);
+    }));
+    return LX_AVIREAD_CALL(lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs,
+                                                                     neededMemory, skipKey));
+}
+
+UInt32 lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,
+                                                    UInt32* pCount)
+{
+    return CountRun(pAviInfo, kStandardIndex, uiNoOfEntries, pCount);
+}
+
+UInt32 lxAvi2ReadCore_GetTotalKFramesInFieldIndxChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,
+                                                      UInt32* pCount)
+{
+    return CountRun(pAviInfo, kFieldIndex, uiNoOfEntries, pCount);
+}

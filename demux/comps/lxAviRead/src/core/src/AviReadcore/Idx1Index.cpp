@@ -1,0 +1,417 @@
+// The legacy index, and the driver that chooses between it and the OpenDML index.
+//
+//   idx1 size record record …           16 bytes each
+//     0  "00"    stream number          two characters
+//     2  "dc"    chunk type             "db" "dc" video, "wb" audio, "dd" DRM
+//     4  flags   bit 0x10: key frame
+//     8  offset  of the chunk           from the file's start, or from the "movi" code
+//    12  size    payload bytes
+//
+// Three passes, each from the first record on: the key frames are counted, so that the table can be sized against the
+// budget; they are stored; and every stored key frame learns which audio chunks play at its time.
+
+#include "internal/IndexPasses.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+constexpr UInt32 kRecordBytes = 16;
+constexpr UInt32 kRecordsPerRead = 1125;
+static_assert(kRecordsPerRead * kRecordBytes == kMetaDataBytes);
+constexpr UInt32 kKeyFrameFlag = 0x10;
+constexpr UInt64 kStartInMovi = 4;
+constexpr double kConsecutiveSeconds = 5.0;
+
+// As it stands in the file.
+struct lxAviReadCore_IDXrecord_t {
+    UInt16 uiStreamCharacters;
+    UInt16 uiChunkType;
+    UInt32 uiFlags;
+    UInt32 uiOffset;
+    UInt32 uiSize;
+};
+static_assert(sizeof(lxAviReadCore_IDXrecord_t) == kRecordBytes);
+
+EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
+{
+    switch (chunkType) {
+    case TwoCC("db"):
+    case TwoCC("dc"): return bMainVideoStream ? EntryKind::MainVideo : EntryKind::OtherVideo;
+    case TwoCC("dd"): return bMainVideoStream ? EntryKind::MainDrm : EntryKind::OtherDrm;
+    case TwoCC("wb"): return EntryKind::Audio;
+    default: return EntryKind::Other;
+    }
+}
+
+IndexEntry DecodeIdx1(const UInt8* pRecord, const IndexRun& run)
+{
+    const auto record = Load<lxAviReadCore_IDXrecord_t>(pRecord);
+    const UInt16 streamNr = StreamNumber(record.uiStreamCharacters);
+    return {.eKind = KindOf(record.uiChunkType, Int32{streamNr} == run.iVideoStreamNr),
+            .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
+            .uiStreamNr = streamNr,
+            .uiSize = record.uiSize,
+            .uiOffset = record.uiOffset};
+}
+
+constexpr IndexFormat kIdx1Format = {kRecordBytes, DecodeIdx1, &kCoreRead, Null};
+
+constexpr TableTexts kIdx1Texts = {
+    "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
+    "AviRead:Succeeded allocating %d bytes for %d leafs",
+    "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]",
+    Null,
+    "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]",
+    "Leaf %d if full, filling %d leaf",
+    "List structure must be initialized"};
+
+constexpr TableTexts kSinglePassTexts = {
+    "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
+    "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray",
+    "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]",
+    "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]",
+    Null,
+    "Leaf %d if full, filling %d leaf",
+    "List structure must be initialized"};
+
+constexpr PlacerTexts kIdx1PlacerTexts = {
+    "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
+    "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d", false};
+
+IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
+{
+    return {&kIdx1Format, size / kRecordBytes, batch, pAviInfo->videoStreamNr, 0, EntryKind::Other, 0};
+}
+
+// ---- The first pass ----
+
+// Video frames in five seconds: a figure for the log alone.
+Int32 ConsecutiveFramesThreshold(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streams)
+{
+    for (UInt32 i = 0; i < std::min<UInt32>(streams, LX_AVIREAD_STREAMS); ++i) {
+        const lxAviReadCore_StreamInfo_t* const pStream = pAviInfo->StreamInfo[i];
+        if (pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_VIDEO) {
+            const double frames = static_cast<double>(pStream->Header.dwRate) /
+                                  static_cast<double>(pStream->Header.dwScale) * kConsecutiveSeconds;
+            const UInt32 whole = ToUInt32(frames);
+            return static_cast<Int32>(std::min<UInt32>(whole + (frames > whole ? 1 : 0), INT32_MAX));
+        }
+    }
+    return 0;
+}
+
+// Logs every record, and how many of the video stream stand in a row.
+class ConsecutiveFramesLog {
+public:
+    explicit ConsecutiveFramesLog(bool bOn) : m_bOn(bOn) {}
+
+    void operator()(const IndexEntry& entry)
+    {
+        if (!m_bOn) {
+            return;
+        }
+        m_uiInARow = entry.eKind == EntryKind::MainVideo ? m_uiInARow + 1 : 0;
+        if (m_uiInARow > 0) {
+            LX_LOG(kLevelIndex, "Video Consecutive Frames Counter : %d", m_uiInARow);
+        }
+        LX_LOG(kLevelIndex, "lxAviReadCore_PerParseIndex: Record( %d)  Offset =%u ", m_uiRecord,
+               static_cast<UInt32>(entry.uiOffset));
+        ++m_uiRecord;
+    }
+
+private:
+    bool m_bOn;
+    UInt32 m_uiInARow = 0;
+    UInt32 m_uiRecord = 0;
+};
+
+// The first record tells whether offsets count from the file's start: no chunk lies before the media data.
+void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
+{
+    const bool bAbsolute = pAviInfo->moviOffset <= firstOffset;
+    pAviInfo->bAbsoluteOffsets = bAbsolute ? 1 : 0;
+    pAviInfo->CurrentOffset = bAbsolute ? pAviInfo->moviOffset : kStartInMovi;
+}
+
+// ---- The third pass ----
+
+// Gives the records of an index their place by track: up to eight tracks are walked at once.
+class AudioByTrack {
+public:
+    explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
+        : m_pAviInfo(pAviInfo), m_placers{Placer(0), Placer(1), Placer(2), Placer(3),
+                                          Placer(4), Placer(5), Placer(6), Placer(7)}
+    {
+    }
+
+    void operator()(const IndexEntry& entry)
+    {
+        if (entry.eKind != EntryKind::Audio) {
+            return;
+        }
+        // Quirk Q33: a "wb" record of a stream that is no audio stream is booked on that stream's number, mostly 0
+        const UInt32 track = IndexedTrackOf(m_pAviInfo, entry.uiStreamNr);
+        if (track >= LX_AVIREAD_AUDIO_TRACKS) {
+            LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
+            return;
+        }
+        m_placers[track].Take(entry);
+    }
+
+    void Complete()
+    {
+        for (AudioPlacer& placer : m_placers) {
+            placer.Complete();
+        }
+    }
+
+private:
+    AudioPlacer Placer(UInt32 track) const { return AudioPlacer(m_pAviInfo, track, kIdx1PlacerTexts); }
+
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
+    AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
+};
+
+// ---- Single pass ----
+
+// Fills video and audio in index order: a key frame gets the track's latest chunk before it, if one came since the
+// key frame stored before, else the first one after it.
+class SinglePassFiller {
+public:
+    SinglePassFiller(lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameFiller& video) : m_pAviInfo(pAviInfo), m_video(video) {}
+
+    void operator()(const IndexEntry& entry)
+    {
+        if (Entry* const pStored = m_video.Take(entry); pStored != Null) {
+            GiveLatestChunks(*pStored);
+        }
+        if (entry.eKind != EntryKind::Audio) {
+            return;
+        }
+        const UInt32 track = IndexedTrackOf(m_pAviInfo, entry.uiStreamNr);
+        if (track < LX_AVIREAD_AUDIO_TRACKS) {
+            CountPayload(m_pAviInfo, entry);
+            CountAudioChunk(m_tracks[track].state, entry);
+            GiveToWaitingKeyFrames(track);
+        }
+    }
+
+private:
+    struct Track {
+        AudioState state; // bHaveChunk: a chunk came since the key frame stored last
+        UInt32 uiWaiting; // key frames stored last that still wait for a chunk
+    };
+
+    void Log(const char* pText, UInt32 itemNr, UInt32 track, const Entry& entry) const
+    {
+        LX_LOG(kLevelIndex, pText, itemNr, track, entry.audioFrameNumber[track],
+               LX_HILO(entry.audioChunkOffset[track]), LX_HILO(entry.audioBytePosition[track]));
+    }
+
+    void GiveLatestChunks(Entry& entry)
+    {
+        for (UInt32 track = 0; track < LX_AVIREAD_AUDIO_TRACKS; ++track) {
+            Track& audio = m_tracks[track];
+            if (audio.state.bHaveChunk == 0) {
+                ++audio.uiWaiting;
+                continue;
+            }
+            WriteAudio(entry, track, audio.state);
+            audio.state.bHaveChunk = 0;
+            audio.uiWaiting = 0;
+            Log("lxAviReadCore_ParseIndex: Store audio data ahead of video for %d item: tr=%d  fr#=%d offset=%d.%d "
+                "abp=%d.%d",
+                m_video.Builder().ItemNr(), track, entry);
+        }
+    }
+
+    void GiveToWaitingKeyFrames(UInt32 track)
+    {
+        const KeyFrameTable table(m_pAviInfo);
+        Track& audio = m_tracks[track];
+        Position position = table.Last();
+        bool bThere = position.valid == 1;
+        for (; audio.uiWaiting > 0; --audio.uiWaiting) {
+            LX_ASSERT(bThere, "TempLeaf != Null",
+                      "reached start of List structure but tempAudioData.storeNext[audioTrackNumber]>0");
+            if (bThere) {
+                WriteAudio(*table.At(position), track, audio.state);
+                Log("lxAviReadCore_ParseIndex: Store audio data for %d item: tr=%d  fr#=%d offset=%d.%d abp=%d.%d",
+                    position.itemNr, track, *table.At(position));
+                bThere = table.Prev(position);
+            }
+        }
+    }
+
+    lxAviReadCore_AviInfo_t* m_pAviInfo;
+    KeyFrameFiller& m_video;
+    Track m_tracks[LX_AVIREAD_AUDIO_TRACKS] = {};
+};
+
+// ---- Around the passes ----
+
+bool HasLeafs(UInt32 neededLeafs)
+{
+    LX_ASSERT(neededLeafs > 0, "neededLeafs > 0", "neededLeafs should be > 0");
+    return neededLeafs > 0;
+}
+
+// Constructs the table. The abort flag is looked at afterwards.
+UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
+{
+    if (pAviInfo->pMetaDataBuffer == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LX_AVIREAD_TRY(builder.Create(neededLeafs));
+    return IsAborted(pAviInfo) ? LX_ERR_AVIREAD_ABORTED : LX_OK;
+}
+
+void FinishTable(lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameFiller& filler)
+{
+    filler.Builder().Finish();
+    LX_LOG(kLevelIndex, "AviRead:leafsCounter=%d", filler.Builder().LeafsInUse());
+    const UInt32 leafs = pAviInfo->KeyFramesListAsArrayLength;
+    LX_LOG(kLevelIndex, "\tNumber of leafs                      =%d", leafs);
+    LX_LOG(kLevelIndex, "\tNumber of key frames                 =%d",
+           (leafs - 1) * LEAF_ARRAY_LENGTH + pAviInfo->KeyFramesListAsArray[leafs - 1]->arrayLength);
+    LX_LOG(kLevelIndex, "\tNumber of video frames               =%d", filler.FrameNumber());
+    ClearMetaDataBuffer(pAviInfo);
+}
+
+bool SeekToIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return SeekAndRemember(pAviInfo, pAviInfo->idx1Offset, kFromStart);
+}
+
+// The two passes that fill the table. A seek that fails before the audio pass does not keep it from running.
+UInt32 FillFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 skipKey, UInt32 neededLeafs)
+{
+    LX_AVIREAD_TRY(
+        LX_AVIREAD_CALL(lxAviReadCore_ParseIndex_Video(instance, pAviInfo, size, skipKey, neededLeafs)));
+    const bool bSought = SeekToIdx1(pAviInfo); // Quirk Q34
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_ParseIndex_Audio(pAviInfo, size, neededLeafs)));
+    return bSought ? LX_OK : LX_ERR_AVIREAD_SEEK;
+}
+
+UInt32 ParseChosenIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    if (pAviInfo->bIndxPresent != 0) {
+        return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
+    }
+    if (pAviInfo->idx1Size == 0 || pAviInfo->videoStreamNr < 0) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    return LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance));
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIndex");
+    ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
+    const UInt32 result = ParseChosenIndex(instance, pAviInfo);
+    ForgetDanglingPositions(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIndex %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_ParseIdx1Chunk(UInt32 instance)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIdx1Chunk");
+    const UInt32 size = pAviInfo->idx1Size;
+    pAviInfo->uiMaxRecordsInBuffer = kRecordsPerRead;
+    if (!AcquireMetaDataBuffer(pAviInfo)) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    SeekToIdx1(pAviInfo);
+    UInt32 skipKey = 0;
+    UInt32 neededLeafs = 0;
+    UInt32 neededMemory = 0;
+    UInt32 numberOfKeyFrames = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_PreParseIdx1Chunk(pAviInfo, size, &skipKey, &neededLeafs,
+                                                                   &neededMemory, &numberOfKeyFrames)));
+    LX_LOG(kLevelIndex, "lxAviReadCore_PreParseIdx1Chunk: memoryUsageLimit:%d, ReqMemory=%d",
+           pAviInfo->memoryUsageLimit, neededMemory);
+    LX_LOG(kLevelIndex, "lxAviReadCore_PreParseIdx1Chunk: SkipKey:%d ReqLeafs=%d NoOfKeyFrames:%d", skipKey,
+           neededLeafs, numberOfKeyFrames);
+    UInt32 result = LX_ERR_AVIREAD_SEEK;
+    if (SeekToIdx1(pAviInfo)) {
+        result = FillFromIdx1(instance, pAviInfo, size, skipKey, neededLeafs);
+        if (result != LX_OK && result != LX_ERR_AVIREAD_SEEK) {
+            return result; // the batch buffer stays for the clean-up
+        }
+    }
+    ReleaseMetaDataBuffer(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIdx1Chunk %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32* SkipKey,
+                                       UInt32* neededLeafs, UInt32* neededMemory, UInt32* numberOfKeyFrames)
+{
+    LX_LOG(kLevelEnter, "Entering lxAviReadCore_PreParseIdx1Chunk");
+    const UInt32 streams = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwStreams : 0;
+    LX_LOG(kLevelIndex, "Num of Streams : %d, Frame rate : %d, ConsFramesThr : %d", streams, 0,
+           ConsecutiveFramesThreshold(pAviInfo, streams));
+    bool bFirst = true;
+    KeyFrameCounter counter;
+    ConsecutiveFramesLog log(streams > 1 && IsLogged(kLevelIndex));
+    const auto visit = [&](const IndexEntry& entry) {
+        if (bFirst) {
+            DecideOffsetBase(pAviInfo, entry.uiOffset);
+            bFirst = false;
+        }
+        counter(entry);
+        log(entry);
+    };
+    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), visit));
+    *numberOfKeyFrames += counter.uiKeyFrames;
+    const UInt32 result =
+        lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, SkipKey);
+    ClearMetaDataBuffer(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_PreParseIdx1Chunk %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_ParseIndex_Video(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
+                                      UInt32 SkipKey, UInt32 neededLeafs)
+{
+    if (!HasLeafs(neededLeafs)) {
+        return LX_OK;
+    }
+    KeyFrameFiller filler(pAviInfo, kIdx1Texts, SkipKey);
+    LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
+    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), filler));
+    FinishTable(pAviInfo, filler);
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32 /*neededLeafs*/)
+{
+    AudioByTrack tracks(pAviInfo);
+    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), tracks));
+    tracks.Complete();
+    ClearMetaDataBuffer(pAviInfo);
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_ParseVideoAudioIndex(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
+                                          UInt32 SkipKey, UInt32 neededLeafs)
+{
+    if (!HasLeafs(neededLeafs)) {
+        return LX_OK;
+    }
+    KeyFrameFiller filler(pAviInfo, kSinglePassTexts, SkipKey);
+    LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
+    constexpr UInt32 kOneRecord = 1;
+    SinglePassFiller singlePass(pAviInfo, filler);
+    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, kOneRecord), singlePass));
+    FinishTable(pAviInfo, filler);
+    return LX_OK;
+}

@@ -1,0 +1,188 @@
+// The visitors of the index passes: what is done with a record once it is decoded, for idx1 and OpenDML alike.
+
+#include "internal/IndexPasses.hpp"
+
+namespace lxAviReadCore {
+
+// An index record counts for a stream that has been described; the slot of any other number is empty.
+void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
+{
+    if (StreamTypeOf(pAviInfo, entry.uiStreamNr) != LX_AVIREAD_STREAM_NONE) {
+        pAviInfo->StreamInfo[entry.uiStreamNr]->uiStreamSize += entry.uiSize;
+    }
+}
+
+// ---- Key frames ----
+
+namespace {
+
+UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
+{
+    const UInt32 microSecPerFrame = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwMicroSecPerFrame : 0;
+    return static_cast<UInt64>(static_cast<double>(frameNumber) * (static_cast<double>(microSecPerFrame) / 1000.0));
+}
+
+} // namespace
+
+void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter)
+{
+    m_builder.Resume(leafNr);
+    m_uiFrameNumber = frameNumber;
+    m_uiSkipCounter = skipCounter;
+}
+
+// A "dd" chunk belongs to the frame of the main video stream that follows it. Video and "dd" records of other streams
+// may stand between the two; anything else parts them.
+Entry* KeyFrameFiller::Take(const IndexEntry& entry)
+{
+    switch (entry.eKind) {
+    case EntryKind::MainVideo: return TakeMainVideo(entry);
+    case EntryKind::OtherVideo: CountPayload(m_pAviInfo, entry); return Null;
+    case EntryKind::MainDrm:
+        LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: DRM chunk in index: sn:%d l:%d o:%d", entry.uiStreamNr,
+               entry.uiSize, static_cast<UInt32>(entry.uiOffset));
+        m_uiDrmOffset = entry.uiOffset;
+        m_bDrmPending = true;
+        return Null;
+    case EntryKind::OtherDrm: return Null;
+    case EntryKind::Audio:
+    case EntryKind::Other: m_bDrmPending = false; return Null;
+    }
+    return Null;
+}
+
+Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
+{
+    CountPayload(m_pAviInfo, entry);
+    Entry* pStored = Null;
+    if (entry.bKeyFrame && m_uiSkipCounter == 0) {
+        pStored = Store(entry);
+        m_uiSkipCounter = m_uiSkipKey >= 2 ? 1 : 0;
+    } else {
+        PassOver(entry);
+    }
+    m_bDrmPending = false;
+    ++m_uiFrameNumber;
+    return pStored;
+}
+
+void KeyFrameFiller::PassOver(const IndexEntry& entry)
+{
+    LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Video non Key Frame found");
+    if (entry.bKeyFrame && ++m_uiSkipCounter >= m_uiSkipKey) {
+        m_uiSkipCounter = 0;
+    }
+}
+
+Entry* KeyFrameFiller::Store(const IndexEntry& entry)
+{
+    Entry* const pEntry = m_builder.Append();
+    if (pEntry == Null) {
+        return Null; // more key frames than were counted
+    }
+    pEntry->videoFrameNumber = m_uiFrameNumber;
+    pEntry->videoChunkOffset = m_bDrmPending ? m_uiDrmOffset : entry.uiOffset;
+    pEntry->timeMsec = FrameTime(m_pAviInfo, m_uiFrameNumber);
+    LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Storing key video fr#%d item#%d time=%d.%d offset=%d.%d",
+           m_uiFrameNumber, m_builder.ItemNr(), LX_HILO(pEntry->timeMsec), LX_HILO(pEntry->videoChunkOffset));
+    return pEntry;
+}
+
+// ---- Audio ----
+
+void CountAudioChunk(AudioState& state, const IndexEntry& chunk)
+{
+    state.bHaveChunk = 1;
+    state.lastChunkBytePosition = state.totalBytes;
+    state.totalBytes += chunk.uiSize;
+    state.lastChunkOffset = chunk.uiOffset;
+    state.chunkCount += 1;
+}
+
+void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
+{
+    entry.audioFrameNumber[track] = state.chunkCount - 1;
+    entry.audioChunkOffset[track] = state.lastChunkOffset;
+    entry.audioBytePosition[track] = state.lastChunkBytePosition;
+}
+
+AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts)
+    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track)
+{
+}
+
+AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts,
+                         const AudioState& state, const Position& cursor, UInt32 cursorTime)
+    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track), m_state(state), m_cursor(cursor),
+      m_uiCursorTime(cursorTime)
+{
+}
+
+void AudioPlacer::LogStored(const Position& position) const
+{
+    LX_LOG(kLevelIndex, m_pTexts->pStored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
+           LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
+}
+
+void AudioPlacer::LogMoved(const Position& before) const
+{
+    LX_LOG(kLevelIndex, m_pTexts->pMoved, before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
+           before.valid, m_cursor.leafNr, m_cursor.itemNr, static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
+}
+
+// Moves on to the next key frame and its time. Behind the last one the cursor is no more, and rests on the first.
+Position AudioPlacer::Advance()
+{
+    const KeyFrameTable table(m_pAviInfo);
+    const Position before = m_cursor;
+    if (!table.Next(m_cursor)) {
+        m_cursor = {};
+    }
+    if (const Entry* const pEntry = table.At(m_cursor); pEntry != Null) {
+        m_uiCursorTime = lxAviReadCore_GetStreamTime(static_cast<UInt32>(m_pAviInfo->videoStreamNr),
+                                                     pEntry->videoFrameNumber, 0);
+    }
+    return before;
+}
+
+// Gives the last chunk to the key frame under the cursor, and moves on.
+void AudioPlacer::Place()
+{
+    if (Entry* const pEntry = KeyFrameTable(m_pAviInfo).At(m_cursor); pEntry != Null) {
+        WriteAudio(*pEntry, m_uiTrack, m_state);
+    }
+    m_pTexts->bMovedFirst ? LogMoved(m_cursor) : LogStored(m_cursor);
+    const Position before = Advance();
+    m_pTexts->bMovedFirst ? LogStored(before) : LogMoved(before);
+}
+
+void AudioPlacer::Take(const IndexEntry& entry)
+{
+    // Quirk Q32: the size of this chunk is added to the start of the one before it
+    const UInt32 time = m_state.bHaveChunk == 0
+                            ? 0
+                            : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount,
+                                                          m_state.lastChunkBytePosition + entry.uiSize);
+    if (m_cursor.valid == 1) {
+        LX_LOG(kLevelIndex, "Atrk=%d(%d) vtrk=%d streamTime=%d seekedT=%d ", entry.uiStreamNr, m_uiTrack,
+               m_pAviInfo->videoStreamNr, time, m_uiCursorTime);
+    }
+    while (m_uiCursorTime < time && m_state.bHaveChunk == 1 && m_cursor.valid == 1) {
+        Place();
+    }
+    CountPayload(m_pAviInfo, entry);
+    CountAudioChunk(m_state, entry);
+}
+
+void AudioPlacer::Complete()
+{
+    const KeyFrameTable table(m_pAviInfo);
+    Entry* pEntry = m_cursor.valid == 1 ? table.At(m_cursor) : Null;
+    while (pEntry != Null) {
+        WriteAudio(*pEntry, m_uiTrack, m_state);
+        pEntry = table.Next(m_cursor) ? table.At(m_cursor) : Null;
+    }
+    m_cursor = {};
+}
+
+} // namespace lxAviReadCore

@@ -1,0 +1,258 @@
+// The key-frame table: its budget, its construction and release, and the way from entry to entry.
+//
+// The table holds every SkipKey-th key frame of the main video stream, in leaves of 363 entries that are all
+// allocated before the first entry is stored. `KeyFramesListAsArrayLength` counts the allocated leaves; those behind
+// the last one in use are empty.
+
+#include "internal/KeyFrames.hpp"
+
+#include <algorithm>
+
+namespace lxAviReadCore {
+namespace {
+
+// Beside the state, whose length may say 0 while leaves are still owned.
+UInt32 s_uiOwnedLeafs;
+UInt32 s_uiLeafsInUse; // leaves that hold at least one entry
+
+constexpr UInt32 DivideUp(UInt32 dividend, UInt32 divisor)
+{
+    return dividend / divisor + (dividend % divisor != 0 ? 1 : 0);
+}
+
+void FreeLeafs(Leaf** ppLeafs, UInt32 count)
+{
+    for (UInt32 i = 0; i < count; ++i) {
+        std::free(ppLeafs[i]);
+        ppLeafs[i] = Null;
+    }
+}
+
+void TraceRelease(TableReleaseTrace trace, const char* pText, const void* pBlock)
+{
+    if (trace == TableReleaseTrace::CleanUp) {
+        LX_LOG(kLevelMemory, "%s", pText);
+    } else {
+        LX_LOG(kLevelMemory, "lxalAviRead_Free( 0x%x )", static_cast<UInt32>(reinterpret_cast<std::uintptr_t>(pBlock)));
+    }
+}
+
+} // namespace
+
+// ---- The view ----
+
+KeyFrameTable::KeyFrameTable(const lxAviReadCore_AviInfo_t* pAviInfo)
+    : m_ppLeafs(pAviInfo->KeyFramesListAsArray),
+      m_uiLeafs(m_ppLeafs != Null ? std::min(s_uiLeafsInUse, pAviInfo->KeyFramesListAsArrayLength) : 0)
+{
+}
+
+Entry* KeyFrameTable::At(UInt32 leafNr, UInt32 itemNr) const
+{
+    if (leafNr >= m_uiLeafs || itemNr >= m_ppLeafs[leafNr]->arrayLength) {
+        return Null;
+    }
+    return &m_ppLeafs[leafNr]->array[itemNr];
+}
+
+Position KeyFrameTable::PositionOf(UInt32 leafNr, UInt32 itemNr) const
+{
+    const Entry* const pEntry = At(leafNr, itemNr);
+    return pEntry != Null ? Position{leafNr, itemNr, pEntry->videoChunkOffset, 1} : Position{};
+}
+
+Position KeyFrameTable::Last() const
+{
+    return IsEmpty() ? Position{} : PositionOf(m_uiLeafs - 1, LeafAt(m_uiLeafs - 1).arrayLength - 1);
+}
+
+bool KeyFrameTable::Next(Position& position) const
+{
+    Position next = PositionOf(position.leafNr, position.itemNr + 1);
+    if (next.valid == 0) {
+        next = PositionOf(position.leafNr + 1, 0);
+    }
+    if (next.valid == 0) {
+        return false;
+    }
+    position = next;
+    return true;
+}
+
+bool KeyFrameTable::Prev(Position& position) const
+{
+    if (At(position) == Null || (position.leafNr == 0 && position.itemNr == 0)) {
+        return false;
+    }
+    position = position.itemNr > 0 ? PositionOf(position.leafNr, position.itemNr - 1)
+                                   : PositionOf(position.leafNr - 1, LeafAt(position.leafNr - 1).arrayLength - 1);
+    return true;
+}
+
+// ---- The builder ----
+
+UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
+{
+    Leaf** const ppLeafs = m_pAviInfo->KeyFramesListAsArray;
+    for (UInt32 i = 0; i < neededLeafs; ++i) {
+        ppLeafs[i] = AllocateRecord<Leaf>();
+        if (ppLeafs[i] == Null) {
+            LX_LOG(kLevelError, m_texts.pLeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
+            FreeLeafs(ppLeafs, i);
+            return LX_ERR_AVIREAD_NO_MEMORY;
+        }
+        if (m_texts.pLeafSucceeded != Null) {
+            LX_LOG(kLevelIndex, m_texts.pLeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
+        }
+    }
+    return LX_OK;
+}
+
+UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
+{
+    ReleaseKeyFrameTable(m_pAviInfo, TableReleaseTrace::IndexDriver);
+    m_uiLeafNr = 0;
+    const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
+    m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
+    if (m_pAviInfo->KeyFramesListAsArray == Null) {
+        LX_LOG(kLevelError, m_texts.pArrayFailed, bytes);
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LX_LOG(kLevelIndex, m_texts.pArraySucceeded, bytes, neededLeafs);
+    LX_AVIREAD_TRY(AllocateLeafs(neededLeafs));
+    m_pAviInfo->KeyFramesListAsArrayLength = neededLeafs;
+    s_uiOwnedLeafs = neededLeafs;
+    if (m_texts.pLeafsSucceeded != Null) {
+        LX_LOG(kLevelIndex, m_texts.pLeafsSucceeded, neededLeafs);
+    }
+    return LX_OK;
+}
+
+bool KeyFrameTableBuilder::RollOver()
+{
+    if (m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength) {
+        LX_ASSERT(false, "pCurrentLeaf!=Null", "%s", m_texts.pNoLeafText);
+        return false;
+    }
+    LX_LOG(kLevelIndex, m_texts.pLeafFull, m_uiLeafNr, m_uiLeafNr + 1);
+    Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
+    Leaf* const pNew = m_pAviInfo->KeyFramesListAsArray[++m_uiLeafNr];
+    pOld->pNextLeaf = pNew;
+    std::memset(pNew, 0, sizeof *pNew);
+    pNew->pPrevLeaf = pOld;
+    return true;
+}
+
+Entry* KeyFrameTableBuilder::Append()
+{
+    if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength) {
+        return Null;
+    }
+    if (m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength >= LEAF_ARRAY_LENGTH && !RollOver()) {
+        return Null;
+    }
+    Leaf* const pLeaf = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
+    s_uiLeafsInUse = m_uiLeafNr + 1;
+    return &pLeaf->array[pLeaf->arrayLength++];
+}
+
+UInt32 KeyFrameTableBuilder::ItemNr() const
+{
+    return m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength - 1;
+}
+
+UInt32 KeyFrameTableBuilder::LeafsInUse() const
+{
+    return KeyFrameTable(m_pAviInfo).LeafCount();
+}
+
+void KeyFrameTableBuilder::Finish() const
+{
+    for (UInt32 i = 0; i < LeafsInUse(); ++i) {
+        Leaf* const pLeaf = m_pAviInfo->KeyFramesListAsArray[i];
+        const Entry& first = pLeaf->array[0];
+        const Entry& last = pLeaf->array[pLeaf->arrayLength - 1];
+        pLeaf->StartTimeMsec = first.timeMsec;
+        pLeaf->EndTimeMsec = last.timeMsec;
+        pLeaf->StartOffset = first.videoChunkOffset;
+        pLeaf->EndOffset = last.videoChunkOffset;
+    }
+}
+
+// ---- Release ----
+
+void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace trace)
+{
+    if (pAviInfo->KeyFramesListAsArray != Null) {
+        for (UInt32 i = 0; i < s_uiOwnedLeafs; ++i) {
+            TraceRelease(trace, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]", pAviInfo->KeyFramesListAsArray[i]);
+        }
+        FreeLeafs(pAviInfo->KeyFramesListAsArray, s_uiOwnedLeafs);
+        TraceRelease(trace, "Freeing pAviInfo->KeyFramesListAsArray", pAviInfo->KeyFramesListAsArray);
+        std::free(pAviInfo->KeyFramesListAsArray);
+    }
+    pAviInfo->KeyFramesListAsArray = Null;
+    pAviInfo->KeyFramesListAsArrayLength = 0;
+    s_uiOwnedLeafs = 0;
+    s_uiLeafsInUse = 0;
+}
+
+void ForgetDanglingPositions(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const KeyFrameTable table(pAviInfo);
+    if (table.At(lastPlayedKeyFrame) == Null) {
+        lastPlayedKeyFrame = {};
+    }
+    if (table.At(pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr) == Null) {
+        pAviInfo->audioSyncLeafNr = 0;
+        pAviInfo->audioSyncItemNr = 0;
+    }
+}
+
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_CalcLeafsNeededAndSkipValue(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* numberOfKeyFrames,
+                                                 UInt32* neededLeafs, UInt32* neededMemory, UInt32* SkipKey)
+{
+    LX_ASSERT(numberOfKeyFrames != Null && neededLeafs != Null && neededMemory != Null && SkipKey != Null,
+              "numberOfKeyFrames!=Null && neededLeafs!=Null && neededMemory!=Null && SkipKey!=Null",
+              "outputs of lxAviReadCore_CalcLeafsNeededAndSkipValue must be initialized");
+    if (numberOfKeyFrames == Null || neededLeafs == Null || neededMemory == Null || SkipKey == Null) {
+        return LX_OK;
+    }
+    if (*numberOfKeyFrames == 0) {
+        *neededLeafs = 0;
+        *SkipKey = 0;
+        *neededMemory = 0;
+        pAviInfo->KeyFramesListAsArrayLength = 0;
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    const UInt32 maxLeafs = pAviInfo->memoryUsageLimit / static_cast<UInt32>(sizeof(Leaf) + sizeof(Leaf*));
+    if (maxLeafs == 0) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    const UInt32 leafs = DivideUp(*numberOfKeyFrames, LEAF_ARRAY_LENGTH);
+    *SkipKey = maxLeafs < leafs ? DivideUp(leafs, maxLeafs) : 1; // Quirk Q17: from leaf counts, not from key frames
+    *numberOfKeyFrames = DivideUp(*numberOfKeyFrames, *SkipKey);
+    *neededLeafs = DivideUp(*numberOfKeyFrames, LEAF_ARRAY_LENGTH);
+    *neededMemory = *neededLeafs * static_cast<UInt32>(sizeof(Leaf)); // Quirk Q18: without the array of pointers
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_PrintIndex(void)
+{
+    const KeyFrameTable table(&lxAviReadCore_AviInfo);
+    for (Position position = table.First(); position.valid != 0;) {
+        const Entry& entry = *table.At(position);
+        LX_LOG(kLevelIndex, "lxAviReadCore_PrintIndex: %d.%d fr#%d time=%d.%d offset=%d.%d audio 0 at %d ms",
+               position.leafNr, position.itemNr, entry.videoFrameNumber, LX_HILO(entry.timeMsec),
+               LX_HILO(entry.videoChunkOffset),
+               lxAviReadCore_GetStreamTime(1, entry.audioFrameNumber[0], entry.audioBytePosition[0]));
+        if (!table.Next(position)) {
+            break;
+        }
+    }
+    return LX_OK;
+}

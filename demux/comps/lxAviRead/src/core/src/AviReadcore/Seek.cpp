@@ -1,0 +1,240 @@
+// Seeking: the key frame for a time, and the jump to it.
+//
+// A seek never touches the file. It arms a jump: `JumpOffset` is where delivery resumes, the counters are loaded from
+// the key frame's entry, and the entry becomes the sync point. The next chunk that is asked for executes the jump. It
+// goes to the earlier of the key frame and the audio chunk that plays at its time.
+
+#include "internal/KeyFrameJump.hpp"
+#include "internal/KeyFrames.hpp"
+
+namespace lxAviReadCore {
+
+bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
+             const JumpRules& rules)
+{
+    // Quirk Q29: an absent track has offset 0, and a jump to 0 is none
+    const bool bToAudio = rules.bToEarlierAudio && entry.audioChunkOffset[track] < position.Offset;
+    pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
+    if (rules.eVideoFirst != VideoFirst::Keep) {
+        pAviInfo->bJumpToVideo = rules.eVideoFirst == VideoFirst::Require || !bToAudio ? 1 : 0;
+    }
+    if (rules.bLoadVideoCounter) {
+        lxalAviRead_VideoFrame = entry.videoFrameNumber;
+    }
+    if (rules.bLoadAudioCounters) {
+        std::memcpy(lxalAviRead_AudioFrame, entry.audioFrameNumber, sizeof lxalAviRead_AudioFrame);
+        std::memcpy(AudioByteposition, entry.audioBytePosition, sizeof AudioByteposition);
+    }
+    pAviInfo->bAudioSync = 1;
+    pAviInfo->audioSyncLeafNr = position.leafNr;
+    pAviInfo->audioSyncItemNr = position.itemNr;
+    return bToAudio;
+}
+
+Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, int line)
+{
+    if (audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS) {
+        return audioTrackNumber < 0 ? -1 : audioTrackNumber;
+    }
+    lxDbg_AssertError(pCondition, lxDbg_StrAssertFormat(pText, audioTrackNumber, "LX_AVIREAD_AUDIO_TRACKS"),
+                      LX_AVIREAD_MODULE, line);
+    return -1;
+}
+
+bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText, int line)
+{
+    const UInt64 offset = pEntry != Null ? pEntry->videoChunkOffset : 0;
+    if (pEntry == Null || position.Offset != offset) {
+        lxDbg_AssertError(pCondition,
+                          lxDbg_StrAssertFormat(pText, LX_HILO(position.Offset), position.leafNr, position.itemNr,
+                                                LX_HILO(offset)),
+                          LX_AVIREAD_MODULE, line);
+    }
+    return pEntry != Null;
+}
+
+namespace {
+
+// ---- The search ----
+
+UInt32 LastItem(const Leaf& leaf) { return leaf.arrayLength - 1; }
+
+// The last leaf that does not begin after `time`.
+UInt32 FindLeaf(const KeyFrameTable& table, UInt64 time)
+{
+    const UInt32 endLeaf = table.LeafCount() - 1;
+    UInt32 currentLeaf = 0;
+    while (currentLeaf < endLeaf && table.LeafAt(currentLeaf + 1).StartTimeMsec <= time) {
+        ++currentLeaf;
+    }
+    LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1",
+              "index structures are not coherent: searchedTimeMsec=%d.%d EndTimeMsec=%d.%d currentLeaf=%d endLeaf=%d",
+              LX_HILO(time), LX_HILO(table.LeafAt(endLeaf).EndTimeMsec), currentLeaf, endLeaf);
+    LX_LOG(kLevelSeek, " Found the Leaf: StartTimeMsec=%d.%d  EndTimeMsec=%d.%d",
+           LX_HILO(table.LeafAt(currentLeaf).StartTimeMsec), LX_HILO(table.LeafAt(currentLeaf).EndTimeMsec));
+    return currentLeaf;
+}
+
+// The one of two neighbours around `time` that the rounding asks for.
+Position Round(const KeyFrameTable& table, const Position& down, const Position& up, UInt64 time, UInt32 roundPreference)
+{
+    switch (roundPreference) {
+    case lxAviRead_SetPosRoundDown: return down;
+    case lxAviRead_SetPosRoundUp: return up;
+    case lxAviRead_SetPosRoundNearest:
+        return table.At(up)->timeMsec - time < time - table.At(down)->timeMsec ? up : down;
+    default:
+        LX_ASSERT(false,
+                  "(roundPreference == lxAviRead_SetPosRoundUp) || (roundPreference == lxAviRead_SetPosRoundDown) || "
+                  "(roundPreference == lxAviRead_SetPosRoundNearest)",
+                  "GiveOffsetTotime:Rounding Option is not correct");
+        return table.First();
+    }
+}
+
+// Inside a leaf, whose bounds lie on both sides of `time`.
+Position SearchLeaf(const KeyFrameTable& table, UInt32 leafNr, UInt64 time, UInt32 roundPreference)
+{
+    const Leaf& leaf = table.LeafAt(leafNr);
+    UInt32 low = 0;
+    UInt32 high = LastItem(leaf);
+    UInt32 middle = 0;
+    do {
+        middle = (low + high) / 2;
+        (time < leaf.array[middle].timeMsec ? high : low) = middle;
+    } while (low + 1 < high && leaf.array[middle].timeMsec != time);
+    if (leaf.array[low].timeMsec == time) {
+        return table.PositionOf(leafNr, low);
+    }
+    if (leaf.array[high].timeMsec == time) {
+        return table.PositionOf(leafNr, high);
+    }
+    return Round(table, table.PositionOf(leafNr, low), table.PositionOf(leafNr, high), time, roundPreference);
+}
+
+Position SearchTime(const KeyFrameTable& table, UInt64 time, UInt32 roundPreference)
+{
+    if (time <= table.LeafAt(0).StartTimeMsec) {
+        return table.First();
+    }
+    if (time >= table.LeafAt(table.LeafCount() - 1).EndTimeMsec) {
+        return table.Last();
+    }
+    const UInt32 leafNr = FindLeaf(table, time);
+    const Leaf& leaf = table.LeafAt(leafNr);
+    if (time == leaf.EndTimeMsec) {
+        return table.PositionOf(leafNr, LastItem(leaf));
+    }
+    if (time == leaf.StartTimeMsec) {
+        return table.PositionOf(leafNr, 0);
+    }
+    if (time > leaf.EndTimeMsec) {
+        return Round(table, table.PositionOf(leafNr, LastItem(leaf)), table.PositionOf(leafNr + 1, 0), time,
+                     roundPreference);
+    }
+    return SearchLeaf(table, leafNr, time, roundPreference);
+}
+
+void LogSeek(const lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track)
+{
+    if (track >= 0 && entry.audioChunkOffset[track] < entry.videoChunkOffset) {
+        LX_LOG(kLevelSeek,
+               "lxAviReadCore_SeekToTime : Set jump to audio chunk: %d.%d trk%d aoffset=%d.%d vooffset=%d.%d (%d.%d))",
+               LX_HILO(pAviInfo->JumpOffset), track, LX_HILO(entry.audioChunkOffset[track]),
+               LX_HILO(entry.videoChunkOffset), position.leafNr, position.itemNr);
+        LX_LOG(kLevelSeek,
+               "lxAviReadCore_SeekToTime : JumpOffset %d.%d (aud= %d.%d), moviOffset %d.%d  (%d->%d) vfr#=%d afr#=%d "
+               "abp=%d.%d %s",
+               LX_HILO(pAviInfo->JumpOffset), LX_HILO(entry.audioChunkOffset[track]), LX_HILO(pAviInfo->moviOffset),
+               position.leafNr, position.itemNr, entry.videoFrameNumber, entry.audioFrameNumber[track],
+               LX_HILO(entry.audioBytePosition[track]), "audio first");
+        return;
+    }
+    LX_LOG(kLevelSeek, "lxAviReadCore_SeekToTime : Set jump to video chunk: aoffset=%d.%d vooffset=%d.%d",
+           LX_HILO(track >= 0 ? entry.audioChunkOffset[track] : 0), LX_HILO(entry.videoChunkOffset));
+    LX_LOG(kLevelSeek, "lxAviReadCore_SeekToTime : JumpOffset %d.%d , moviOffset %d.%d  (%d->%d) vfr#=%d ",
+           LX_HILO(pAviInfo->JumpOffset), LX_HILO(pAviInfo->moviOffset), position.leafNr, position.itemNr,
+           entry.videoFrameNumber);
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 roundPreference)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS",
+                                     "Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s", __LINE__);
+    const KeyFrameTable table(pAviInfo);
+    LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
+              "Set position cannot be called when KeyFramesListAsArrayLength  <  0");
+    if (table.IsEmpty()) {
+        return 0;
+    }
+    LX_LOG(kLevelSeek, "Jump Offset=%d.%d  ", LX_HILO(pAviInfo->JumpOffset));
+    const Position found = SearchTime(table, timeMsec, roundPreference);
+    LX_LOG(kLevelSeek, "leaving GiveOffsetTotime with result: leaf=%d item=%d offset=%d.%d", found.leafNr, found.itemNr,
+           LX_HILO(found.Offset));
+    lxAviReadCore_SetPointerOnKF(&found, track);
+    const Entry& entry = *table.At(found);
+    LogSeek(pAviInfo, found, entry, track);
+    return lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), entry.videoFrameNumber, 0);
+}
+
+void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFrame, Int32 audioTrackNumber)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_ASSERT(keyFrame != Null, "keyFrame!= Null",
+              "Parameter for lxAviReadCore_SetPointerOnKF shouldn't be a null pointer");
+    if (keyFrame == Null) {
+        return;
+    }
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
+                                     "Wrong audio track number in lxAviReadCore_SetPointerOnKF (%d must be < %s",
+                                     __LINE__);
+    Position position = *keyFrame;
+    const Entry* const pEntry = KeyFrameTable(pAviInfo).At(position);
+    if (pEntry != Null && position.Offset == 0) {
+        position.Offset = pEntry->videoChunkOffset;
+    }
+    if (!CheckPosition(position, pEntry,
+                       "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
+                       ".videoChunkOffset",
+                       "Data is inconsistent keyFrame->Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d",
+                       __LINE__)) {
+        return;
+    }
+    const JumpRules rules = {.bToEarlierAudio = track >= 0,
+                             .eVideoFirst = VideoFirst::UnlessToAudio,
+                             .bLoadVideoCounter = true,
+                             .bLoadAudioCounters = true};
+    if (ArmJump(pAviInfo, position, *pEntry, track, rules)) {
+        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: audio(offset=%d.%d) ahead of video(offset=%d.%d)",
+               LX_HILO(pAviInfo->JumpOffset), LX_HILO(position.Offset));
+    } else {
+        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: Video(offset=%d.%d) ahead of audio(offset=%d.%d)",
+               LX_HILO(position.Offset), LX_HILO(track >= 0 ? pEntry->audioChunkOffset[track] : 0));
+    }
+}
+
+UInt32 lxAviReadCore_GetSetPositionRangeInfo(lxAviRead_SetPositionRangeInfo_t* pRange)
+{
+    LX_LOG(kLevelEnter, "lxAviReadCore_GetSetPositionRangeInfo Enter");
+    LX_ASSERT(pRange != Null, "pRange!= Null",
+              "Parameter for lxAviReadCore_GetSetPositionRangeInfo shouldn't be a null pointer");
+    if (pRange == Null) {
+        return LX_OK;
+    }
+    const KeyFrameTable table(&lxAviReadCore_AviInfo);
+    *pRange = {0xFFFFFFFFu, 0, 0};
+    if (!table.IsEmpty()) {
+        pRange->uiLastKeyFrameNr = table.At(table.Last())->videoFrameNumber;
+        pRange->uiStartTimeMsec = static_cast<UInt32>(table.LeafAt(0).StartTimeMsec);
+        pRange->uiEndTimeMsec = static_cast<UInt32>(table.LeafAt(table.LeafCount() - 1).EndTimeMsec);
+    }
+    LX_LOG(kLevelLeave, "lxAviReadCore_GetSetPositionRangeInfo Leave");
+    return LX_OK;
+}

@@ -1,0 +1,169 @@
+// The top level of the file behind the first RIFF list: the extension lists of an OpenDML file.
+//
+//   RIFF size "AVI "  …              the chain's first record, made by Open
+//   RIFF size "AVIX"
+//     LIST size "movi" chunk chunk … one record each: where its chunks begin, and how many bytes they have
+//     …                              whatever else the list holds is stepped over with it
+//   RIFF size other  …               stepped over
+//
+// The walk ends at the end of the file, at anything that is no RIFF list, and where it would not get further on.
+
+#include "internal/Chunk.hpp"
+#include "internal/Memory.hpp"
+#include "internal/State.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+constexpr UInt32 kChunkHeaderBytes = 8;
+constexpr UInt32 kListTypeBytes = 4;
+constexpr UInt64 kFirstRiffHeaderBytes = 12; // "RIFF", size, "AVI ": what riffSize does not count
+constexpr UInt64 kRiffHeaderBytes = 12;
+constexpr UInt64 kMoviDataInAvix = 24; // RIFF header and the header of its first list
+
+struct RiffHeader {
+    UInt32 uiSize;
+    UInt32 uiForm;
+};
+
+// Appends a cleared record behind `pTail`, or starts the chain when there is none. What followed the tail is released.
+lxAviReadCore_AvixRiff_t* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_AvixRiff_t* pTail)
+{
+    lxAviReadCore_AvixRiff_t* const pSegment = AllocateRecord<lxAviReadCore_AvixRiff_t>();
+    if (pSegment == Null) {
+        return Null;
+    }
+    LX_LOG(kLevelHeader, "Allocated memory for AVIX RIFF structure");
+    if (pTail == Null) {
+        pAviInfo->pCurrentAvix = pSegment;
+        return pSegment;
+    }
+    pTail->pNextAvix = pSegment;
+    pSegment->pPrevAvix = pTail;
+    return pSegment;
+}
+
+// Releases the records behind the current one, which an earlier walk may have left.
+void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    if (pAviInfo->pCurrentAvix == Null) {
+        return;
+    }
+    lxAviReadCore_AvixRiff_t* pSegment = pAviInfo->pCurrentAvix->pNextAvix;
+    pAviInfo->pCurrentAvix->pNextAvix = Null;
+    while (pSegment != Null) {
+        lxAviReadCore_AvixRiff_t* const pNext = pSegment->pNextAvix;
+        std::free(pSegment);
+        pSegment = pNext;
+    }
+}
+
+UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo, RiffHeader& riff)
+{
+    LX_LOG(kLevelHeader, "Found a new RIFF ");
+    if (const UInt32 result = ReadRecord(pAviInfo, riff.uiSize); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while Reading size of RIFF: %x ", result);
+        return result;
+    }
+    LX_LOG(kLevelHeader, "New RIFF Size %d \n", riff.uiSize);
+    if (const UInt32 result = ReadRecord(pAviInfo, riff.uiForm); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while Reading RIFF Type: %x ", result);
+        return result;
+    }
+    riff.uiSize = MakeEven(riff.uiSize);
+    return LX_OK;
+}
+
+// Reads the header of the list that an "AVIX" list has to begin with.
+UInt32 ReadMoviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32& listSize)
+{
+    UInt32 code = 0;
+    if (const UInt32 result = ReadRecord(pAviInfo, code); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while LIST fourcc for movi LIST %x ", result);
+        return result;
+    }
+    LX_LOG(kLevelHeader, "Offset value till now %d.%d ", LX_HILO(position + kRiffHeaderBytes));
+    LX_ASSERT(code == FourCC("LIST"), "uiData == listChunk", "AVIX should have only LIST strcuture");
+    if (code != FourCC("LIST")) {
+        return LX_ERR_AVIREAD_AVIX_LIST;
+    }
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, listSize)));
+    listSize = MakeEven(listSize);
+    UInt32 type = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, type)));
+    LX_ASSERT(type == FourCC("movi"), "uiDataExt == listtypeAVIMOVIE", "AVIX should have only movi LIST");
+    return type == FourCC("movi") ? LX_OK : LX_ERR_AVIREAD_AVIX_LIST;
+}
+
+// Records one "AVIX" list. Its record stays in the chain even if the list turns out to be none.
+UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, lxAviReadCore_AvixRiff_t*& pTail)
+{
+    LX_LOG(kLevelHeader, "Found AVIX RIFF");
+    const bool bFirst = pTail == pAviInfo->pCurrentAvix;
+    lxAviReadCore_AvixRiff_t* const pSegment = AppendSegment(pAviInfo, pTail);
+    if (pSegment == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    if (bFirst) {
+        LX_LOG(kLevelHeader, "pAviInfo->pCurrentAvix Initialized");
+    }
+    pTail = pSegment;
+    UInt32 listSize = 0;
+    LX_AVIREAD_TRY(ReadMoviHeader(pAviInfo, position, listSize));
+    pSegment->moviDataOffset = position + kMoviDataInAvix;
+    pSegment->moviDataSize = listSize - kListTypeBytes;
+    pAviInfo->bAvixPresent = 1;
+    return LX_OK;
+}
+
+// A seek takes 32 bits: whatever would lead it back to bytes already walked ends the walk.
+bool SeekFurtherOn(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 from, UInt64 to)
+{
+    return static_cast<UInt32>(to) > static_cast<UInt32>(from) && SeekAndRemember(pAviInfo, to, kFromStart);
+}
+
+UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
+{
+    lxAviReadCore_AvixRiff_t* pTail = pAviInfo->pCurrentAvix;
+    for (;;) {
+        LX_LOG(kLevelHeader, "In the While Loop, searching for a RIFF ");
+        UInt32 code = 0;
+        if (const UInt32 result = ReadRecord(pAviInfo, code); result != LX_OK) {
+            return result == LX_ERR_AVIREAD_EOF ? LX_OK : result;
+        }
+        if (code != FourCC("RIFF")) {
+            return LX_OK;
+        }
+        RiffHeader riff = {};
+        LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo, riff));
+        if (riff.uiForm == FourCC("AVIX")) {
+            LX_AVIREAD_TRY(TakeExtension(pAviInfo, position, pTail));
+        }
+        const UInt64 next = position + riff.uiSize + kChunkHeaderBytes;
+        if (!SeekFurtherOn(pAviInfo, position, next)) {
+            return LX_OK;
+        }
+        position = next;
+    }
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ConstructAvixInfo(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    LX_LOG(kLevelEnter, "lxAviReadCore_ConstructAvixInfo: Enter");
+    UInt64 position = 0; // where an input that cannot seek is taken to stand
+    if (lxalAviRead_FileSeekPossible != 0) {
+        position = pAviInfo->riffSize + kFirstRiffHeaderBytes;
+        if (!SeekAndRemember(pAviInfo, position, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+    }
+    ReleaseFollowingSegments(pAviInfo);
+    const UInt32 result = WalkTopLevel(pAviInfo, position);
+    LX_LOG(kLevelLeave, "lxAviReadCore_ConstructAvixInfo: Leave with RVAL:%x", result);
+    return result;
+}

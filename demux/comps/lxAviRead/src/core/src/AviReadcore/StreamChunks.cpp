@@ -1,0 +1,267 @@
+// What becomes of a media chunk, by the kind of its stream: delivered, or rejected and why.
+//
+// Frame numbers and byte positions are counted here. After a jump the sync entry (`audioSyncLeafNr`,
+// `audioSyncItemNr`) is where audio and video resume together:
+//
+//   ┆ audio ┆ video ┆ audio ┆ KEY ┆ audio ┆ video
+//     before          sync    sync entry
+//   └─ dropped ─────┘ └─ trimmed to one block before the key frame's time
+
+#include "internal/Chunk.hpp"
+#include "internal/KeyFrames.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+constexpr UInt32 kHeaderBytes = 8;
+constexpr UInt32 kHeaderBytesWithDrm = 26; // "dd" header, descriptor, header
+
+// Where the chunk begins whose header has just been read; a protected frame begins with its "dd" chunk.
+UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
+{
+    return pAviInfo->CurrentOffset - (pChunk->bDrm == 1 ? kHeaderBytesWithDrm : kHeaderBytes);
+}
+
+// The sync entry; the first entry where the table has no such entry any more, and null only without a table.
+const Entry* SyncEntry(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const KeyFrameTable table(pAviInfo);
+    const Entry* const pEntry = table.At(pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
+    return pEntry != Null ? pEntry : table.At(0, 0);
+}
+
+// ---- Video ----
+
+UInt32 NumberFrame(lxAviRead_ChunkData_t* pChunk, UInt32 frameNumber)
+{
+    lxalAviRead_VideoFrame = frameNumber;
+    pChunk->uiFrameNumber = frameNumber;
+    return LX_OK;
+}
+
+UInt32 FindKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Position& found)
+{
+    const UInt64 start = ChunkStart(pAviInfo, pChunk);
+    LX_AVIREAD_TRY(lxAviReadCore_GetChunkInfo(&found, static_cast<UInt32>(start)));
+    if (pChunk->bDrm == 1) {
+        LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Drm-ed chunk with offset=%d.%d %s", LX_HILO(start),
+               found.valid == 1 ? "Is a key frame" : "Is not a key frame");
+    } else {
+        LX_LOG(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
+               found.valid == 1 ? "is a video K F" : "is not K F");
+    }
+    return LX_OK;
+}
+
+// Notes the key frame as the one played last; a jump to video has then arrived.
+void MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const Position& found, const Entry& entry, Bool bJumped)
+{
+    lastPlayedKeyFrame = found;
+    LX_LOG(kLevelChunk, "Key Fr: frame %d,videoChunkOffset %d.%d, lxalAviRead_VideoFrame=%d", entry.videoFrameNumber,
+           LX_HILO(entry.videoChunkOffset), lxalAviRead_VideoFrame);
+    lxalAviRead_VideoFrame = entry.videoFrameNumber;
+    if (bJumped == 1 && pAviInfo->bJumpToVideo == 1) {
+        pAviInfo->bJumpToVideo = 0;
+    }
+}
+
+UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    LX_LOG(kLevelSeek, "jmp to video chunk didnt find KF,reject the jmp");
+    pAviInfo->bAudioSync = 0;
+    pAviInfo->bJumpToVideo = 0;
+    return LX_ERR_AVIREAD_NO_KEY_FRAME;
+}
+
+// Key frames are compared with the sync entry by time, other frames by number.
+bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound, const Entry& sync)
+{
+    if (pFound == Null) {
+        return sync.videoFrameNumber > lxalAviRead_VideoFrame; // Quirk Q24
+    }
+    return lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pFound->videoFrameNumber, 0) <
+           lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, sync.videoFrameNumber, 0);
+}
+
+// The sync rule holds for every video chunk, not only after a jump.
+UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry* pFound)
+{
+    if (IsBeforeSyncPoint(pChunk, pFound, *SyncEntry(pAviInfo))) {
+        LX_LOG(kLevelSeek, "Jumped Positn is < than the sync positn, reject the jmp");
+        return LX_ERR_AVIREAD_VIDEO_SKIPPED;
+    }
+    if (pFound != Null) {
+        pChunk->bKeyFrame = 1;
+        return NumberFrame(pChunk, pFound->videoFrameNumber);
+    }
+    LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
+           LX_HILO(pAviInfo->CurrentOffset));
+    return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
+}
+
+// Decides about a chunk of the main video stream in a file with a key-frame table.
+UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, Bool bJumped)
+{
+    Position found = {};
+    LX_AVIREAD_TRY(FindKeyFrame(pAviInfo, pChunk, found));
+    const Entry* const pFound = found.valid == 1 ? KeyFrameTable(pAviInfo).At(found) : Null;
+    if (pFound != Null) {
+        MeetKeyFrame(pAviInfo, found, *pFound, bJumped);
+    } else if (bJumped == 1 && pAviInfo->bJumpToVideo == 1) {
+        return RejectJump(pAviInfo);
+    }
+    LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
+           found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
+    return ApplySyncRule(pAviInfo, pChunk, pFound);
+}
+
+// ---- Audio ----
+
+void CountAudio(UInt32 track, UInt32 size)
+{
+    AudioByteposition[track] += size;
+    lxalAviRead_AudioFrame[track] += 1;
+}
+
+// Audio of a track that is not played is counted all the same: a later switch finds the counters right.
+UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 track,
+                        UInt32 audioTrackNumber)
+{
+    LX_LOG(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
+           pChunk->uiStreamNr);
+    if (track < LX_AVIREAD_AUDIO_TRACKS) {
+        CountAudio(track, pChunk->uiSize);
+    }
+    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
+    return LX_ERR_AVIREAD_AUDIO_SKIPPED;
+}
+
+void PlaceAudio(lxAviRead_ChunkData_t* pChunk, UInt32 track)
+{
+    pChunk->uiBytePosition = AudioByteposition[track];
+    pChunk->uiFrameNumber = lxalAviRead_AudioFrame[track];
+}
+
+// The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
+UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk,
+                     const lxAviReadCore_StreamInfo_t& stream, const lxAviRead_StrfAudio_t& format, const Entry& sync)
+{
+    // milliseconds per block of dwScale bytes
+    const float block = static_cast<float>(static_cast<double>(stream.Header.dwScale) * 1000.0) /
+                        static_cast<float>(format.nAvgBytesPerSec);
+    const UInt32 videoTime =
+        lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0);
+    const UInt32 audioTime = lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
+                                                         static_cast<UInt32>(pChunk->uiBytePosition));
+    return ToUInt32((static_cast<float>(videoTime) - (block + static_cast<float>(audioTime))) / block);
+}
+
+// Drops the leading audio of the first chunk after a jump, unless nothing would be left of it.
+void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry& sync)
+{
+    const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, pChunk->uiStreamNr);
+    const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
+    if (format.wFormatTag == LX_AVIREAD_FORMAT_AC3 || !IsConstantBitRate(stream.Header, format)) {
+        return;
+    }
+    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, stream, format, sync);
+    const UInt64 bytes = UInt64{blocks} * stream.Header.dwScale;
+    if (blocks == 0 || bytes >= pChunk->uiSize) {
+        return;
+    }
+    pChunk->uiBytePosition += bytes;
+    // A skip that fails shows again when the rest of the payload is read.
+    static_cast<void>(lxAviReadCore_RemoveChunk(static_cast<UInt32>(bytes)));
+    pAviInfo->CurrentOffset += bytes;
+    pChunk->uiSize -= static_cast<UInt32>(bytes);
+}
+
+// The first chunk of the selected track after a jump.
+UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
+                                  const Entry& sync)
+{
+    const UInt64 start = pAviInfo->CurrentOffset - kHeaderBytes;
+    if (start < sync.audioChunkOffset[track]) {
+        LX_LOG(kLevelSeek, "1st Audio Chk after jmp,skip it as the Chk offset < the actual offset ");
+        LX_LOG(kLevelSeek, "Actual offset=%d.%d,  Leaf:%d,Item:%d,Chunk Offset=%d.%d",
+               LX_HILO(sync.audioChunkOffset[track]), pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr,
+               LX_HILO(start));
+        return LX_ERR_AVIREAD_AUDIO_SKIPPED;
+    }
+    PlaceAudio(pChunk, track);
+    LX_LOG(kLevelSeek, "1st audio chunk After Jump(fr#=%d Byte postn=%d.%d) ", pChunk->uiFrameNumber,
+           LX_HILO(pChunk->uiBytePosition));
+    LX_LOG(kLevelSeek, "Offset =%d.%d , Leaf = %d,Item = %d) Chunk Offset=%d.%d",
+           LX_HILO(sync.audioChunkOffset[track]), pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr,
+           LX_HILO(start));
+    const UInt32 size = pChunk->uiSize; // counted whole, whatever is trimmed
+    TrimLeadingAudio(pAviInfo, pChunk, sync);
+    CountAudio(track, size);
+    return LX_OK;
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
+                                              UInt32 subtitleTrackNumber)
+{
+    const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
+    LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
+           chunkData->uiSize, subtitleTrackNumber);
+    chunkData->eStreamType = LX_AVIREAD_STREAM_SUBTITLE;
+    chunkData->bValid = track == subtitleTrackNumber ? 1 : 0;
+    return chunkData->bValid == 1 ? LX_OK : LX_ERR_AVIREAD_SUBTITLE_SKIPPED;
+}
+
+UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
+                                           Bool jumped)
+{
+    chunkData->bKeyFrame = 0;
+    chunkData->eStreamType = LX_AVIREAD_STREAM_VIDEO;
+    UInt32 result = LX_ERR_AVIREAD_VIDEO_SKIPPED;
+    if (!IsMainVideoStream(pAviInfo, chunkData->uiStreamNr)) {
+        LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
+    } else if (KeyFrameTable(pAviInfo).IsEmpty()) {
+        LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
+        result = NumberFrame(chunkData, lxalAviRead_VideoFrame + 1); // Quirk Q25: frames count from 1 without a table
+    } else {
+        result = ProcessIndexedVideo(pAviInfo, chunkData, jumped);
+    }
+    chunkData->bValid = result == LX_OK ? 1 : 0;
+    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
+                                           UInt32 audioTrackNumber)
+{
+    const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
+    LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
+           chunkData->uiSize, audioTrackNumber);
+    chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
+    UInt32 result = LX_OK;
+    if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {
+        result = RejectOtherTrack(pAviInfo, chunkData, track, audioTrackNumber);
+    } else {
+        const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo) : Null;
+        pAviInfo->bAudioSync = 0; // Quirk Q26: this one chunk is checked and no other
+        if (pSync != Null) {
+            result = ProcessFirstAudioAfterJump(pAviInfo, chunkData, track, *pSync);
+        } else {
+            PlaceAudio(chunkData, track);
+            CountAudio(track, chunkData->uiSize);
+            LX_LOG(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
+        }
+    }
+    chunkData->bValid = result == LX_OK ? 1 : 0;
+    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_SwitchAudioTrack(void)
+{
+    return LX_OK;
+}

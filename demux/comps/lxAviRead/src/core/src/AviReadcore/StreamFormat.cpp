@@ -1,0 +1,180 @@
+// The format of a stream (strf) and the data for its decoder (strd), kept as read.
+//
+//   bytes in the file   kept        of
+//   40 or more          first 40    video and bitmap subtitle formats
+//   18 or more          first 32    audio formats; the audio frame size is derived from them
+//   8                   first 8     text subtitle formats
+//   2232 or more        first 2232  stream data; a shorter chunk is no stream data at all
+
+#include "internal/Chunk.hpp"
+#include "internal/State.hpp"
+
+#include <algorithm>
+
+namespace lxAviReadCore {
+namespace {
+
+// What the format parsers differ in.
+struct FormatRule {
+    UInt32 uiLimit;
+    UInt32 uiOversizeLevel;
+    const char* pOversizeText;
+    const char* pEnterText;
+    const char* pLeaveText;
+};
+
+constexpr FormatRule kVideoFormat = {
+    sizeof(lxAviRead_StrfVideo_t), kLevelError,
+    "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n",
+    "Entered lxAviReadCore_ParseListStrf_video", "Leaving lxAviReadCore_ParseListStrf_video"};
+constexpr FormatRule kAudioFormat = {
+    sizeof(lxAviRead_StrfAudio_t), kLevelHeader,
+    "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n",
+    "Entered lxAviReadCore_ParseListStrf_audio", "Leaving lxAviReadCore_ParseListStrf_audio"};
+constexpr FormatRule kTextFormat = {
+    sizeof(lxAviRead_StrfText_t), kLevelError,
+    "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n",
+    "Entered lxAviReadCore_ParseListStrf_textSubtitle", "Leaving lxAviReadCore_ParseListStrf_textSubtitle"};
+
+// Reads the first `limit` bytes of a chunk into `pBuffer` and skips the rest.
+UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 limit, UInt32 size)
+{
+    if (pBuffer == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY; // Alloc could not give the buffer
+    }
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, pBuffer, limit, std::min(size, limit))));
+    return size > limit ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - limit)) : LX_OK;
+}
+
+UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UInt32 size,
+                   lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    LX_LOG(kLevelEnter, "%s", rule.pEnterText);
+    if (size > rule.uiLimit) {
+        LX_LOG(rule.uiOversizeLevel, rule.pOversizeText, size, rule.uiLimit);
+    }
+    LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
+    LX_LOG(kLevelLeave, "%s", rule.pLeaveText);
+    return LX_OK;
+}
+
+// Bytes of one frame of `samples` samples. The quotient is truncated before it is multiplied, so that sampling rates
+// above the frame's length give 0.
+UInt32 CompressedFrameSize(UInt32 samples, const lxAviRead_StrfAudio_t& format)
+{
+    // Quirk Q15
+    return format.nSamplesPerSec == 0 ? 0 : samples / format.nSamplesPerSec * format.nAvgBytesPerSec;
+}
+
+UInt32 AudioFrameSize(const lxAviRead_StrfAudio_t& format)
+{
+    switch (format.wFormatTag) {
+    case LX_AVIREAD_FORMAT_PCM:
+    case LX_AVIREAD_FORMAT_IEEE_FLOAT: return format.wBitsPerSample / 8u; // one channel
+    case LX_AVIREAD_FORMAT_MPEG:
+    case LX_AVIREAD_FORMAT_MPEG_LAYER3: return CompressedFrameSize(1152, format);
+    case LX_AVIREAD_FORMAT_AAC: return CompressedFrameSize(1024, format);
+    case LX_AVIREAD_FORMAT_AC3: return CompressedFrameSize(1536, format);
+    default: return 0;
+    }
+}
+
+void lxAviReadCore_AudioFrameSizeCalculation(lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    pStrInfo->iFrameSize = static_cast<Int32>(AudioFrameSize(FormatOf<lxAviRead_StrfAudio_t>(pStrInfo)));
+    LX_LOG(kLevelHeader, "lxAviReadCore_AudioFrameSizeCalculation pStrInfo=%p iFrameSize=%d",
+           static_cast<const void*>(pStrInfo), pStrInfo->iFrameSize);
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ParseListStrf_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
+                                         lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    return ParseFormat(pAviInfo, kVideoFormat, size, pStrInfo);
+}
+
+UInt32 lxAviReadCore_ParseListStrf_audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
+                                         lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    LX_AVIREAD_TRY(ParseFormat(pAviInfo, kAudioFormat, size, pStrInfo));
+    lxAviReadCore_AudioFrameSizeCalculation(pStrInfo);
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_ParseListStrf_textSubtitle(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
+                                                lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    return ParseFormat(pAviInfo, kTextFormat, size, pStrInfo);
+}
+
+UInt32 lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
+                                         lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_ParseListStrd_video");
+    if (size < sizeof(lxAviRead_StrdVideo_t)) {
+        // Quirk Q16: the limit that is printed is the one of the format
+        LX_LOG(kLevelError, "AviReadCore : size of video stream data (%d) should be >= size of struct (%d)\n", size,
+               LX_AVIREAD_FORMAT_BYTES);
+        return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+    }
+    LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->StreamData, sizeof(lxAviRead_StrdVideo_t), size));
+    pStrInfo->bStrdPresent = 1;
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrd_video");
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_GetStrfData(UInt32 streamNr, void* pOut)
+{
+    LX_ASSERT(pOut != Null, "pOut!=Null", "pOut must be initialized");
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
+    if (pOut == Null || pStream == Null || pStream->Format == Null) {
+        return LX_OK;
+    }
+    if (pStream->StreamType == LX_AVIREAD_STREAM_VIDEO) {
+        std::memcpy(pOut, pStream->Format, sizeof(lxAviRead_StrfVideo_t));
+    } else if (pStream->StreamType == LX_AVIREAD_STREAM_AUDIO) {
+        std::memcpy(pOut, pStream->Format, sizeof(lxAviRead_StrfAudio_t));
+    }
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_GetStrdData(UInt32 streamNr, void* pOut, Bool* pPresent)
+{
+    LX_ASSERT(pOut != Null && pPresent != Null, "pOut!=Null && pPresent!=Null",
+              "pOut and pPresent must be initialized");
+    if (pOut == Null || pPresent == Null) {
+        return LX_OK;
+    }
+    std::memset(pOut, 0, sizeof(UInt32));
+    LX_LOG(kLevelHeader, "lxAviReadCore_GetStrdData : Stream %d", streamNr);
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
+    *pPresent = 0;
+    if (pStream == Null) {
+        return LX_OK;
+    }
+    if (pStream->StreamType != LX_AVIREAD_STREAM_VIDEO || pStream->StreamData == Null || pStream->bStrdPresent == 0) {
+        std::memset(pOut, 0, sizeof(lxAviRead_StrdVideo_t));
+        return LX_OK;
+    }
+    LX_LOG(kLevelHeader, "lxAviReadCore_GetStrdData : copying StreamDdata");
+    std::memcpy(pOut, pStream->StreamData, sizeof(lxAviRead_StrdVideo_t));
+    *pPresent = 1;
+    return LX_OK;
+}
+
+Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, streamNr);
+    if (pStream == Null) {
+        return 0;
+    }
+    const lxAviRead_Strh_t& header = pStream->Header;
+    if (header.dwSampleSize == FormatOf<lxAviRead_StrfAudio_t>(pStream).nBlockAlign) {
+        return header.dwSampleSize == 0 ? 1 : 0;
+    }
+    return static_cast<float>(header.dwRate) / static_cast<float>(header.dwScale) < 1000.0f ? 1 : 0;
+}

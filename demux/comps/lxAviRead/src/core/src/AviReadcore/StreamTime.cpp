@@ -1,0 +1,112 @@
+// From a position in a stream to its presentation time in milliseconds.
+//
+//   video            frames × microseconds per frame
+//   PCM, AC-3        bytes ÷ dwRate
+//   compressed, CBR  bytes ÷ nAvgBytesPerSec
+//   compressed, VBR  chunks × dwScale ÷ dwRate
+//
+// The single-precision steps and the grouping are part of the results: every target computes the same values.
+
+#include "internal/State.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+struct StreamPosition {
+    UInt32 uiStreamNr;
+    UInt32 uiFrameNumber;
+    UInt64 uiBytePosition;
+};
+
+UInt32 MicroSecPerFrame()
+{
+    return lxAviReadCore_AviInfo.AviHdr != Null ? lxAviReadCore_AviInfo.AviHdr->dwMicroSecPerFrame : 0;
+}
+
+void LogTime(const char* pText, const StreamPosition& position, UInt32 time)
+{
+    LX_LOG(kLevelChunk, pText, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
+           MicroSecPerFrame(), time);
+}
+
+UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
+{
+    const UInt32 frames = header.dwStart + position.uiFrameNumber;
+    // Quirk Q23: the count passes through single precision; above 2^24 it loses its lowest bits
+    const double rounded = static_cast<double>(static_cast<float>(frames));
+    const UInt32 time = ToUInt32(rounded * (static_cast<double>(MicroSecPerFrame()) / 1000.0));
+    LogTime("lxAviReadCore_GetStreamTime: Video. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+            position, time);
+    return time;
+}
+
+// Bytes before the stream's start, a 32-bit product.
+double StartBytes(const lxAviReadCore_StreamInfo_t& stream)
+{
+    return static_cast<double>(stream.Header.dwStart * static_cast<UInt32>(stream.iFrameSize));
+}
+
+UInt32 UncompressedTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+{
+    const double bytes = StartBytes(stream) + static_cast<double>(position.uiBytePosition);
+    const UInt32 time = ToUInt32(bytes * 1000.0 / static_cast<double>(stream.Header.dwRate));
+    LogTime("lxAviReadCore_GetStreamTime: AC3 or PCM.stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+            position, time);
+    return time;
+}
+
+UInt32 ConstantBitRateTime(const lxAviReadCore_StreamInfo_t& stream, const lxAviRead_StrfAudio_t& format,
+                           const StreamPosition& position)
+{
+    const UInt32 bytes = ToUInt32(StartBytes(stream) + static_cast<double>(position.uiBytePosition));
+    const UInt32 time = ToUInt32(static_cast<double>(bytes) * 1000.0 / static_cast<double>(format.nAvgBytesPerSec));
+    LogTime("lxAviReadCore_GetStreamTime: CBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+            position, time);
+    return time;
+}
+
+UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
+{
+    const UInt32 chunks = header.dwStart + position.uiFrameNumber;
+    const UInt32 time = ToUInt32(static_cast<double>(chunks) *
+                                 (static_cast<double>(header.dwScale) * (1000.0 / static_cast<double>(header.dwRate))));
+    LogTime("lxAviReadCore_GetStreamTime: VBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+            position, time);
+    return time;
+}
+
+UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+{
+    const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
+    switch (format.wFormatTag) {
+    case LX_AVIREAD_FORMAT_PCM:
+    case LX_AVIREAD_FORMAT_IEEE_FLOAT:
+    case LX_AVIREAD_FORMAT_AC3: return UncompressedTime(stream, position);
+    case LX_AVIREAD_FORMAT_MPEG:
+    case LX_AVIREAD_FORMAT_MPEG_LAYER3:
+    case LX_AVIREAD_FORMAT_AAC:
+        return IsConstantBitRate(stream.Header, format) ? ConstantBitRateTime(stream, format, position)
+                                                        : VariableBitRateTime(stream.Header, position);
+    default: return 0;
+    }
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
+    if (pStream == Null) {
+        return 0;
+    }
+    const StreamPosition position = {streamNr, frameNumber, bytePosition};
+    return pStream->StreamType == LX_AVIREAD_STREAM_VIDEO ? VideoTime(pStream->Header, position)
+                                                          : AudioTime(*pStream, position);
+}

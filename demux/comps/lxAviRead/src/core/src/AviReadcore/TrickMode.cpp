@@ -1,0 +1,120 @@
+// Stepping from key frame to key frame, for fast forward and rewind.
+//
+//                                         moves lastPlayedKeyFrame   counters   video first
+//   JumpInKeyFrames                       no                         loaded     unless audio comes first
+//   SetJumpToNextKeyFrame                 yes                        loaded     unless audio comes first
+//   SetJumpToNextKeyFrameForTrickMode     yes                        kept       kept
+//   SetJumpToPrevKeyFrame                 yes                        kept       required
+//
+// Every step only arms a jump; where there is no key frame in that direction, the current one is armed again.
+
+#include "internal/KeyFrameJump.hpp"
+#include "internal/KeyFrames.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+// `count` key frames on from `position`. Off the end lies the first key frame, in both directions.
+Position Step(const KeyFrameTable& table, Position position, Int32 count)
+{
+    const bool bForward = count > 0;
+    UInt32 left = bForward ? static_cast<UInt32>(count) : 0u - static_cast<UInt32>(count);
+    for (; left > 0; --left) {
+        if (!(bForward ? table.Next(position) : table.Prev(position))) {
+            return {}; // Quirk Q30
+        }
+    }
+    return position;
+}
+
+// Arms the jump that shows a key frame and nothing else: counters stay as they are.
+void ArmStep(lxAviReadCore_AviInfo_t* pAviInfo, VideoFirst eVideoFirst)
+{
+    if (const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame); pEntry != Null) {
+        ArmJump(pAviInfo, lastPlayedKeyFrame, *pEntry, -1, {.eVideoFirst = eVideoFirst});
+    }
+}
+
+// A place for the outcome of a step, as `pFound` has to be.
+bool IsGiven(const Bool* pFound)
+{
+    LX_ASSERT(pFound != Null, "pFound!= Null", "Parameter pFound shouldn't be a null pointer");
+    return pFound != Null;
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_JumpInKeyFrames(Int32 count, Int32 audioTrackNumber)
+{
+    if (count == 0) {
+        return LX_OK;
+    }
+    const KeyFrameTable table(&lxAviReadCore_AviInfo);
+    Position target = lastPlayedKeyFrame;
+    if (target.valid == 1) {
+        target = Step(table, target, count);
+    }
+    if (const Entry* const pEntry = table.At(target); pEntry != Null) {
+        LX_LOG(kLevelSeek, "lxAviReadCore_JumpInKeyFrames: KFs=%d time=%d leaf %d->%d item %d->%d", count,
+               static_cast<UInt32>(pEntry->timeMsec), lastPlayedKeyFrame.leafNr, target.leafNr,
+               lastPlayedKeyFrame.itemNr, target.itemNr);
+    }
+    lxAviReadCore_SetPointerOnKF(&target, audioTrackNumber);
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_SetJumpToNextKeyFrame. lastPlayedKeyFrame=%d->%d ",
+           lastPlayedKeyFrame.leafNr, lastPlayedKeyFrame.itemNr);
+    if (!IsGiven(pFound)) {
+        return LX_OK;
+    }
+    const KeyFrameTable table(pAviInfo);
+    *pFound = table.Next(lastPlayedKeyFrame) ? 1 : 0;
+    // What the reader has passed already is passed over; at the end of the table the last entry is kept.
+    while (*pFound == 1 && lastPlayedKeyFrame.Offset < pAviInfo->CurrentOffset && table.Next(lastPlayedKeyFrame)) {
+    }
+    lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_SetJumpToNextKeyFrame with value=%d JumpOffset=%d.%d", *pFound,
+           LX_HILO(pAviInfo->JumpOffset));
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audioTrackNumber)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_SetJumpToNextKeyFrameForTrickMode. lastPlayedKeyFrame=%d->%d ",
+           lastPlayedKeyFrame.leafNr, lastPlayedKeyFrame.itemNr);
+    if (!IsGiven(pFound)) {
+        return LX_OK;
+    }
+    *pFound = KeyFrameTable(pAviInfo).Next(lastPlayedKeyFrame) ? 1 : 0;
+    if (*pFound == 1) {
+        ArmStep(pAviInfo, VideoFirst::Keep); // Quirk Q31
+    } else {
+        lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
+    }
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_SetJumpToNextKeyFrameForTrickMode with value=%d JumpOffset=%d.%d",
+           *pFound, LX_HILO(pAviInfo->JumpOffset));
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_SetJumpToPrevKeyFrame(Bool* pFound, Int32 audioTrackNumber)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    if (!IsGiven(pFound)) {
+        return LX_OK;
+    }
+    *pFound = KeyFrameTable(pAviInfo).Prev(lastPlayedKeyFrame) ? 1 : 0;
+    if (*pFound == 1) {
+        ArmStep(pAviInfo, VideoFirst::Require);
+    } else {
+        lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
+    }
+    return LX_OK;
+}

@@ -1,0 +1,187 @@
+// The passes over an index, whatever its family: batches of records are read and decoded, and visitors count key
+// frames, fill the table, and place the audio. What differs between the families is data: record size, decoder, read.
+//
+//   ForEachEntry(run, visitor)          one run of records: batches, abort tests, the family's read
+//     KeyFrameCounter                   how many key frames
+//     KeyFrameFiller                    every SkipKey-th of them into the table
+//     AudioPlacer                       which chunk of an audio track plays at each stored key frame
+
+#pragma once
+
+#include "Chunk.hpp"
+#include "KeyFrames.hpp"
+
+#include <algorithm>
+
+namespace lxAviReadCore {
+
+enum class EntryKind : UInt8 { MainVideo, OtherVideo, Audio, MainDrm, OtherDrm, Other };
+
+// What any index record says.
+struct IndexEntry {
+    EntryKind eKind;
+    bool bKeyFrame;
+    UInt32 uiStreamNr;
+    UInt32 uiSize;   // payload bytes
+    UInt64 uiOffset; // of the chunk, in the index's base
+};
+
+struct IndexFormat;
+
+// A run of records from where the file stands.
+struct IndexRun {
+    const IndexFormat* pFormat;
+    UInt32 uiEntries;
+    UInt32 uiBatch;       // records of one read
+    Int32 iVideoStreamNr; // idx1: tells the main video stream's records
+    UInt32 uiStreamNr;    // OpenDML: the stream of all records
+    EntryKind eKind;      // OpenDML: the kind of all records
+    UInt64 qwBaseOffset;  // OpenDML: added to every offset
+};
+
+struct IndexFormat {
+    UInt32 uiRecordSize;
+    IndexEntry (*pfnDecode)(const UInt8* pRecord, const IndexRun& run);
+    const ReadFamily* pRead;
+    const char* pBatchFailedText; // records, record size; or null
+};
+
+// What the families log while they place audio, and in which order.
+struct PlacerTexts {
+    const char* pStored; // track, leaf, item, frame, offset, byte position
+    const char* pMoved;  // leaf, item, offset, valid of the cursor: before, after
+    bool bMovedFirst;    // told before the cursor moves, and the storing after it
+};
+
+// Reads one batch into the batch buffer. An abort counts for more than a failed read.
+[[nodiscard]] inline UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 batch)
+{
+    if (IsAborted(pAviInfo)) {
+        return LX_ERR_AVIREAD_ABORTED;
+    }
+    const UInt32 recordSize = run.pFormat->uiRecordSize;
+    const UInt32 result =
+        ReadLoop(pAviInfo, *run.pFormat->pRead, pAviInfo->pMetaDataBuffer, kMetaDataBytes, batch * recordSize);
+    if (IsAborted(pAviInfo)) {
+        return LX_ERR_AVIREAD_ABORTED;
+    }
+    if (result != LX_OK && run.pFormat->pBatchFailedText != Null) {
+        LX_LOG(kLevelError, run.pFormat->pBatchFailedText, batch, recordSize);
+    }
+    return result;
+}
+
+// Hands every record of a run to `visit`, in file order. Needs the batch buffer.
+template <typename Visitor>
+[[nodiscard]] UInt32 ForEachEntry(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
+{
+    const UInt32 recordSize = run.pFormat->uiRecordSize;
+    const UInt32 largest = std::min(run.uiBatch, kMetaDataBytes / recordSize);
+    if (pAviInfo->pMetaDataBuffer == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    if (largest == 0) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    for (UInt32 left = run.uiEntries; left > 0;) {
+        const UInt32 batch = std::min(left, largest);
+        LX_AVIREAD_TRY(ReadBatch(pAviInfo, run, batch));
+        const UInt8* pRecord = static_cast<const UInt8*>(pAviInfo->pMetaDataBuffer);
+        for (UInt32 i = 0; i < batch; ++i, pRecord += recordSize) {
+            visit(run.pFormat->pfnDecode(pRecord, run));
+        }
+        left -= batch;
+    }
+    return LX_OK;
+}
+
+// Counts the key frames of the main video stream.
+struct KeyFrameCounter {
+    UInt32 uiKeyFrames = 0;
+
+    void operator()(const IndexEntry& entry)
+    {
+        if (entry.eKind == EntryKind::MainVideo && entry.bKeyFrame) {
+            ++uiKeyFrames;
+        }
+    }
+};
+
+// Adds a chunk to the total of its stream, unless the file has no such stream.
+void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry);
+
+// Stores every SkipKey-th key frame of the main video stream, and totals the video payload.
+class KeyFrameFiller {
+public:
+    KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey)
+        : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey)
+    {
+    }
+
+    KeyFrameTableBuilder& Builder() { return m_builder; }
+    UInt32 FrameNumber() const { return m_uiFrameNumber; } // video frames seen so far
+    UInt32 SkipCounter() const { return m_uiSkipCounter; }
+
+    // Continues where another run has ended.
+    void Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter);
+
+    // Takes one record; the entry that it stored, or null.
+    Entry* Take(const IndexEntry& entry);
+
+    void operator()(const IndexEntry& entry) { Take(entry); }
+
+private:
+    Entry* TakeMainVideo(const IndexEntry& entry);
+    void PassOver(const IndexEntry& entry);
+    Entry* Store(const IndexEntry& entry);
+
+    lxAviReadCore_AviInfo_t* m_pAviInfo;
+    KeyFrameTableBuilder m_builder;
+    UInt32 m_uiSkipKey;
+    UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
+    UInt32 m_uiFrameNumber = 0;
+    UInt64 m_uiDrmOffset = 0; // of the "dd" chunk before the next frame
+    bool m_bDrmPending = false;
+};
+
+// What is known of an audio track while its chunks are walked.
+using AudioState = lxAvi2ReadCore_AudioIndexState_t;
+
+// Gives every key frame the audio chunk of one track that plays at its time.
+class AudioPlacer {
+public:
+    AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts);
+    AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts,
+                const AudioState& state, const Position& cursor, UInt32 cursorTime);
+
+    // Takes the next chunk of the track: places the one before it where that is due, and counts this one.
+    void Take(const IndexEntry& entry);
+
+    // Gives the last chunk to all key frames that are left.
+    void Complete();
+
+    const AudioState& State() const { return m_state; }
+    const Position& Cursor() const { return m_cursor; }
+    UInt32 CursorTime() const { return m_uiCursorTime; }
+
+private:
+    void Place();
+    Position Advance();
+    void LogStored(const Position& position) const;
+    void LogMoved(const Position& before) const;
+
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
+    const PlacerTexts* m_pTexts;
+    UInt32 m_uiTrack;
+    AudioState m_state = {};
+    Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
+    UInt32 m_uiCursorTime = 0;        // its time; 0 for the first, so that it always gets the first chunk
+};
+
+// Makes `chunk` the last one of the track: what the placers and the single-pass builder count alike.
+void CountAudioChunk(AudioState& state, const IndexEntry& chunk);
+
+// Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.
+void WriteAudio(Entry& entry, UInt32 track, const AudioState& state);
+
+} // namespace lxAviReadCore

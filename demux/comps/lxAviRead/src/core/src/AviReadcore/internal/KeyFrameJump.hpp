@@ -1,0 +1,34 @@
+// Arming a jump to a key frame: what every seek and every step ends with.
+
+#pragma once
+
+#include "KeyFrames.hpp"
+
+namespace lxAviReadCore {
+
+enum class VideoFirst : UInt8 {
+    Keep,           // bJumpToVideo stays as it is
+    Require,        // the first chunk after the jump has to be the key frame
+    UnlessToAudio,  // required when the jump goes to the key frame, not when it goes to the audio chunk before it
+};
+
+// What the jumps differ in.
+struct JumpRules {
+    bool bToEarlierAudio = false; // go to the track's audio chunk where it lies before the key frame
+    VideoFirst eVideoFirst = VideoFirst::Keep;
+    bool bLoadVideoCounter = false;
+    bool bLoadAudioCounters = false; // of all tracks, so that a later switch finds them right
+};
+
+// Arms the jump to `entry` at `position`; `track` is -1 when no audio is played. True when it goes to an audio chunk.
+bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
+             const JumpRules& rules);
+
+// A track number in a call: negative for none. One that is out of range is reported, and taken for none.
+Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, int line);
+
+// Whether the position designates an entry and agrees with its offset; what does not is reported. A wrong offset alone
+// does no harm.
+bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText, int line);
+
+} // namespace lxAviReadCore

@@ -1,0 +1,101 @@
+// The key-frame table: a view to look entries up and step through them, and the builder that fills it.
+//
+//   KeyFramesListAsArray ──► leaf 0          leaf 1          …  leaf n-1
+//                            entry 0         entry 363          entry …
+//                            …               …                  …
+//                            entry 362       entry 725          (the last leaf in use may be short, more may be empty)
+
+#pragma once
+
+#include "Memory.hpp"
+#include "State.hpp"
+
+namespace lxAviReadCore {
+
+using Leaf = lxAviReadCore_KeyFrameLeaf_t;
+using Entry = lxAviReadCore_KeyFrameEntry_t;
+using Position = lxAviReadCore_KeyFramePosition_t;
+
+// A view of the table. All stepping is done here.
+class KeyFrameTable {
+public:
+    explicit KeyFrameTable(const lxAviReadCore_AviInfo_t* pAviInfo);
+
+    bool IsEmpty() const { return m_uiLeafs == 0; }
+    UInt32 LeafCount() const { return m_uiLeafs; } // leaves in use
+
+    // A leaf in use; `leafNr` is below LeafCount.
+    const Leaf& LeafAt(UInt32 leafNr) const { return *m_ppLeafs[leafNr]; }
+
+    // The entry, or null when the position designates none.
+    Entry* At(UInt32 leafNr, UInt32 itemNr) const;
+    Entry* At(const Position& position) const { return At(position.leafNr, position.itemNr); }
+
+    // The valid position of an entry.
+    Position PositionOf(UInt32 leafNr, UInt32 itemNr) const;
+
+    Position First() const { return PositionOf(0, 0); }
+    Position Last() const;
+
+    // Move to the neighbour; false, and the position unchanged, where there is none.
+    [[nodiscard]] bool Next(Position& position) const;
+    [[nodiscard]] bool Prev(Position& position) const;
+
+private:
+    Leaf** m_ppLeafs;
+    UInt32 m_uiLeafs;
+};
+
+// The messages in which the index families differ while they build the table.
+struct TableTexts {
+    const char* pArrayFailed;    // bytes
+    const char* pArraySucceeded; // bytes, leaves
+    const char* pLeafFailed;     // bytes, leaf
+    const char* pLeafSucceeded;  // bytes; or null
+    const char* pLeafsSucceeded; // leaves; or null
+    const char* pLeafFull;       // old leaf, new leaf
+    const char* pNoLeafText;     // what a missing leaf violates
+};
+
+// Fills the table. Append never leaves the leaves that Create allocated.
+class KeyFrameTableBuilder {
+public:
+    KeyFrameTableBuilder(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts)
+        : m_pAviInfo(pAviInfo), m_texts(texts)
+    {
+    }
+
+    // Continues in a table that another builder has begun.
+    void Resume(UInt32 leafNr) { m_uiLeafNr = leafNr; }
+
+    // Releases what is there and allocates `neededLeafs` cleared leaves.
+    [[nodiscard]] UInt32 Create(UInt32 neededLeafs);
+
+    // The place of the next entry, cleared and counted; null when the last leaf is full.
+    Entry* Append();
+
+    // Sets the bounds of every leaf in use.
+    void Finish() const;
+
+    UInt32 LeafNr() const { return m_uiLeafNr; }
+    UInt32 ItemNr() const; // of the entry appended last
+    UInt32 LeafsInUse() const;
+
+private:
+    UInt32 AllocateLeafs(UInt32 neededLeafs) const;
+    bool RollOver();
+
+    lxAviReadCore_AviInfo_t* m_pAviInfo;
+    const TableTexts& m_texts;
+    UInt32 m_uiLeafNr = 0;
+};
+
+enum class TableReleaseTrace { CleanUp, IndexDriver };
+
+// Frees the table, also what is left of one whose length is 0 already.
+void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace trace);
+
+// Clears positions into a table that has no such entry any more: the key frame played last, and the sync entry.
+void ForgetDanglingPositions(lxAviReadCore_AviInfo_t* pAviInfo);
+
+} // namespace lxAviReadCore

@@ -1,0 +1,89 @@
+// The reader's one state, what stands beside it, and the lookups that make a damaged number read as "no such stream".
+
+#pragma once
+
+#include "Bytes.hpp"
+#include "Debug.hpp"
+
+extern lxAviReadCore_AviInfo_t lxAviReadCore_AviInfo;
+
+namespace lxAviReadCore {
+
+extern void* file_buffer; // no read uses it: its presence proves to Open that Alloc ran
+extern UInt64 AudioByteposition[LX_AVIREAD_AUDIO_TRACKS]; // payload bytes delivered or passed over, per track
+extern lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
+
+// The abort flag is one byte that another thread may set at any time.
+inline bool IsAborted(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return __atomic_load_n(&pAviInfo->bAbort, __ATOMIC_RELAXED) != 0;
+}
+
+// The record of a stream, or null for a number above 16, a negative one, or a slot that is not allocated.
+template <typename Number>
+lxAviReadCore_StreamInfo_t* FindStream(const lxAviReadCore_AviInfo_t* pAviInfo, Number streamNr)
+{
+    const UInt32 index = static_cast<UInt32>(streamNr);
+    return index < LX_AVIREAD_STREAMS ? pAviInfo->StreamInfo[index] : Null;
+}
+
+// The kind of a stream; none for a stream that the file does not have.
+inline UInt32 StreamTypeOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, streamNr);
+    return pStream != Null ? pStream->StreamType : UInt32{LX_AVIREAD_STREAM_NONE};
+}
+
+constexpr UInt32 kNoTrack = 0xFFFFFFFFu;
+
+// The track number of a stream among those of its kind, or kNoTrack when the stream number is out of range.
+inline UInt32 TrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    return streamNr < LX_AVIREAD_STREAMS ? pAviInfo->TrackNumber[streamNr] : kNoTrack;
+}
+
+// The track that an index record of a stream is booked on; kNoTrack for a stream that the file does not have.
+inline UInt32 IndexedTrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const bool bEmptySlot = StreamTypeOf(pAviInfo, streamNr) == LX_AVIREAD_STREAM_NONE;
+    return bEmptySlot ? kNoTrack : TrackOf(pAviInfo, streamNr);
+}
+
+// A stream number of a chunk or index record is 16 bits wide and never equals the -1 of "no video stream".
+inline bool IsMainVideoStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    return pAviInfo->videoStreamNr >= 0 && streamNr == static_cast<UInt32>(pAviInfo->videoStreamNr);
+}
+
+// Format of a video or audio stream; all zero when the stream has no buffer.
+template <typename Record>
+Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
+{
+    static_assert(sizeof(Record) <= LX_AVIREAD_FORMAT_BYTES);
+    return pStream->Format != Null ? Load<Record>(static_cast<const UInt8*>(pStream->Format)) : Record{};
+}
+
+// Whether an audio stream runs at a constant bit rate, so that its time follows from its bytes.
+inline bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format)
+{
+    if (header.dwSampleSize == format.nBlockAlign) {
+        return header.dwSampleSize != 0;
+    }
+    return static_cast<float>(header.dwRate) / static_cast<float>(header.dwScale) >= 1000.0f;
+}
+
+// Seeks and keeps the outcome in lxalAviRead_FileSeekPossible.
+inline bool SeekAndRemember(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Int32 origin)
+{
+    lxalAviRead_FileSeekPossible = lxAviReadCore_FileSeek(pAviInfo, offset, origin);
+    return lxalAviRead_FileSeekPossible != 0;
+}
+
+constexpr Int32 kFromStart = SEEK_SET;
+constexpr Int32 kFromHere = SEEK_CUR;
+static_assert(kFromStart == 0 && kFromHere == 1, "the origins are those of stdio");
+
+// Clears the counters that every return to the start clears.
+void ClearAudioCounters();
+
+} // namespace lxAviReadCore

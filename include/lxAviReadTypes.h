@@ -1,0 +1,210 @@
+/** @file
+ *  Result codes, limits and records of the AVI reader. Usable from C99 and C++. */
+#ifndef LX_AVI_READ_TYPES_H
+#define LX_AVI_READ_TYPES_H
+
+#include "lxTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Result codes ------------------------------------------------------------------------------------------- */
+
+/** Success. */
+#define LX_OK 0u
+/** Of lxAviReadCore_NextChunk only, and no error: the media data is over. */
+#define LX_AVIREAD_END_OF_MEDIA 1u
+
+/** A read did not complete within the read attempts that Open was given. */
+#define LX_ERR_AVIREAD_READ 0x88019017u
+/** The heap is exhausted, or the memory budget does not hold one leaf of the key-frame table. */
+#define LX_ERR_AVIREAD_NO_MEMORY 0x8801901Cu
+/** The file could not be opened, or the reader was not allocated. */
+#define LX_ERR_AVIREAD_OPEN 0x88019801u
+/** Not a RIFF "AVI " file, or a malformed header. */
+#define LX_ERR_AVIREAD_NOT_AVI 0x88019802u
+/** A seek failed, or the next `movi` segment cannot be reached. */
+#define LX_ERR_AVIREAD_SEEK 0x88019808u
+/** The file ended inside a read. */
+#define LX_ERR_AVIREAD_EOF 0x88019809u
+/** No usable index, no key frame in it, or no key-frame table. */
+#define LX_ERR_AVIREAD_NO_INDEX 0x8801980Au
+/** Rejected: subtitle chunk of a track that is not selected. */
+#define LX_ERR_AVIREAD_SUBTITLE_SKIPPED 0x8801980Du
+/** Rejected: audio chunk of another track, or before the audio sync chunk of a jump. */
+#define LX_ERR_AVIREAD_AUDIO_SKIPPED 0x8801980Eu
+/** Rejected: video chunk of a second video stream, or before the sync point of a jump. */
+#define LX_ERR_AVIREAD_VIDEO_SKIPPED 0x8801980Fu
+/** Rejected: the first chunk after a jump to a video key frame is not video. */
+#define LX_ERR_AVIREAD_JUMP_NOT_VIDEO 0x88019810u
+/** Rejected: chunk of a stream number above 16 or of an empty stream slot; its size cannot be trusted. */
+#define LX_ERR_AVIREAD_BAD_STREAM 0x88019811u
+/** The abort flag stopped a read. */
+#define LX_ERR_AVIREAD_ABORTED 0x88019812u
+/** An `ix##` chunk that the video super index names belongs to another stream. */
+#define LX_ERR_AVIREAD_INDEX_STREAM 0x88019813u
+/** An "AVIX" list does not begin with `LIST` `movi`. */
+#define LX_ERR_AVIREAD_AVIX_LIST 0x88019814u
+/** A jump target lies outside every `movi` segment. */
+#define LX_ERR_AVIREAD_JUMP_RANGE 0x88019815u
+/** Rejected: the first video chunk after a jump is not a key frame of the table. */
+#define LX_ERR_AVIREAD_NO_KEY_FRAME 0x88019025u
+
+/* ---- Limits ------------------------------------------------------------------------------------------------- */
+
+/** Stream slots of a file; stream numbers are 0 to 16. */
+#define LX_AVIREAD_STREAMS 17
+/** Audio tracks that are numbered, counted and indexed; track numbers are 0 to 7. */
+#define LX_AVIREAD_AUDIO_TRACKS 8
+/** Key frames in one leaf of the key-frame table. */
+#define LEAF_ARRAY_LENGTH 363
+/** Bytes of a stream's format buffer. */
+#define LX_AVIREAD_FORMAT_BYTES 40
+/** Bytes of a stream's data buffer, and of `lxAviRead_StrdVideo_t`. */
+#define LX_AVIREAD_STREAM_DATA_BYTES 2232
+/** Bytes of the DRM descriptor that a "dd" chunk carries. */
+#define LX_AVIREAD_DRM_BYTES 10
+
+/** Bit of the main header's `dwFlags`: the file has an index. Open sets or clears it by what it found. */
+#define LX_AVIREAD_HAS_INDEX 0x10u
+
+/** Stream kinds: `StreamType` of a stream record, `eStreamType` of a chunk record. */
+enum {
+    LX_AVIREAD_STREAM_NONE = 0,
+    LX_AVIREAD_STREAM_AUDIO = 1,
+    LX_AVIREAD_STREAM_VIDEO = 2,
+    LX_AVIREAD_STREAM_SUBTITLE = 3
+};
+
+/** Rounding of a seek: which key frame answers a time between two of them. */
+enum {
+    lxAviRead_SetPosRoundUp = 0,     /**< the first key frame at or after the time */
+    lxAviRead_SetPosRoundDown = 1,   /**< the last key frame at or before the time */
+    lxAviRead_SetPosRoundNearest = 2 /**< the nearer of the two, the earlier one on a tie */
+};
+
+/** Values of `wFormatTag` that the reader knows a timing rule for. */
+enum {
+    LX_AVIREAD_FORMAT_PCM = 0x0001,
+    LX_AVIREAD_FORMAT_IEEE_FLOAT = 0x0003,
+    LX_AVIREAD_FORMAT_MPEG = 0x0050,
+    LX_AVIREAD_FORMAT_MPEG_LAYER3 = 0x0055,
+    LX_AVIREAD_FORMAT_AAC = 0x00FF,
+    LX_AVIREAD_FORMAT_AC3 = 0x2000
+};
+
+/* ---- Records as they stand in the file (little-endian) -------------------------------------------------------- */
+
+/** Main AVI header, the payload of `avih` (56 bytes). */
+typedef struct {
+    UInt32 dwMicroSecPerFrame; /**< duration of a video frame in microseconds; every video time derives from it */
+    UInt32 dwMaxBytesPerSec;
+    UInt32 dwPaddingGranularity;
+    UInt32 dwFlags;        /**< bit `LX_AVIREAD_HAS_INDEX` is kept up to date by Open */
+    UInt32 dwTotalFrames;  /**< video frames in the first RIFF list */
+    UInt32 dwInitialFrames;
+    UInt32 dwStreams;      /**< number of streams, as the writer says */
+    UInt32 dwSuggestedBufferSize;
+    UInt32 dwWidth;        /**< pixels */
+    UInt32 dwHeight;       /**< pixels */
+    UInt32 dwReserved[4];
+} lxAviRead_Avih_t;
+
+/** Stream header, the payload of `strh` (56 bytes). */
+typedef struct {
+    UInt32 fccType;    /**< "vids", "auds" or "txts" */
+    UInt32 fccHandler; /**< four-character code of the codec */
+    UInt32 dwFlags;
+    UInt16 wPriority;
+    UInt16 wLanguage;
+    UInt32 dwInitialFrames;
+    UInt32 dwScale; /**< with dwRate: dwRate / dwScale samples (frames) per second */
+    UInt32 dwRate;
+    UInt32 dwStart; /**< start of the stream, in units of dwScale / dwRate seconds */
+    UInt32 dwLength;
+    UInt32 dwSuggestedBufferSize;
+    UInt32 dwQuality;
+    UInt32 dwSampleSize; /**< bytes per sample; 0 when samples vary in size */
+    Int16 rcFrame[4];    /**< left, top, right, bottom */
+} lxAviRead_Strh_t;
+
+/** Video stream format, the payload of `strf` of a "vids" stream (the first 40 bytes). */
+typedef struct {
+    UInt32 biSize;
+    Int32 biWidth;  /**< pixels */
+    Int32 biHeight; /**< pixels; negative: rows run from the top */
+    UInt16 biPlanes;
+    UInt16 biBitCount;
+    UInt32 biCompression; /**< four-character code, or a small number for uncompressed pictures */
+    UInt32 biSizeImage;
+    Int32 biXPelsPerMeter;
+    Int32 biYPelsPerMeter;
+    UInt32 biClrUsed;
+    UInt32 biClrImportant;
+} lxAviRead_StrfVideo_t;
+
+/** Audio stream format, the payload of `strf` of an "auds" stream (the first 32 bytes). */
+typedef struct {
+    UInt16 wFormatTag; /**< coding, for example `LX_AVIREAD_FORMAT_PCM` */
+    UInt16 nChannels;
+    UInt32 nSamplesPerSec;
+    UInt32 nAvgBytesPerSec;
+    UInt16 nBlockAlign; /**< bytes per block */
+    UInt16 wBitsPerSample;
+    UInt16 cbSize;            /**< bytes of the extension that follows */
+    UInt8 uiExtension[14];    /**< the first 14 bytes of the extension, as read */
+} lxAviRead_StrfAudio_t;
+
+/** Text subtitle format, the payload of `strf` of a "txts" stream (the first 8 bytes), as read. */
+typedef struct {
+    UInt8 uiData[8];
+} lxAviRead_StrfText_t;
+
+/** Stream data of a video stream, the first 2232 bytes of `strd`, as read. */
+typedef struct {
+    UInt8 uiData[LX_AVIREAD_STREAM_DATA_BYTES];
+} lxAviRead_StrdVideo_t;
+
+/* ---- Records of the calls ------------------------------------------------------------------------------------- */
+
+/** What the OpenDML extended header says. */
+typedef struct {
+    Bool bPresent;        /**< 1 when the header list held an `odml` list */
+    UInt32 uiTotalFrames; /**< video frames of the whole file, all RIFF lists; 0 when unknown */
+} lxAviRead_OpenDmlInfo_t;
+
+/** One chunk of the media data. The caller owns it; lxAviReadCore_NextChunk fills it. A field that a call does not
+ *  mention keeps what the caller had there. */
+typedef struct {
+    Bool bValid;           /**< 1: deliver the payload; 0: skip it */
+    UInt64 uiBytePosition; /**< audio: payload bytes of the track before this chunk (after a trim) */
+    UInt32 uiFrameNumber;  /**< video: frame number; audio: number of the chunk in its track, from 0 */
+    UInt32 uiStreamNr;     /**< stream number decoded from the chunk's identifier */
+    UInt32 uiSize;         /**< payload bytes to read now (a trim reduces it); not rounded up when odd */
+    Bool bKeyFrame;        /**< 1 for a key frame of the table at or after the sync point */
+    UInt32 eStreamType;    /**< `LX_AVIREAD_STREAM_…` */
+    UInt16 bDrm;           /**< 1 when a "dd" chunk came before this chunk */
+    UInt8 DrmInfo[LX_AVIREAD_DRM_BYTES]; /**< that chunk's descriptor, verbatim; meaningful when bDrm is 1 */
+} lxAviRead_ChunkData_t;
+
+/** The range that seeking covers. */
+typedef struct {
+    UInt32 uiLastKeyFrameNr; /**< frame number of the last key frame; 0xFFFFFFFF when there is no table */
+    UInt32 uiStartTimeMsec;  /**< time of the first key frame in milliseconds; 0 without a table */
+    UInt32 uiEndTimeMsec;    /**< time of the last key frame in milliseconds; 0 without a table */
+} lxAviRead_SetPositionRangeInfo_t;
+
+/** Designates an entry of the key-frame table. */
+typedef struct {
+    UInt32 leafNr; /**< index into `KeyFramesListAsArray` */
+    UInt32 itemNr; /**< index into that leaf's `array` */
+    UInt64 Offset; /**< copy of the entry's `videoChunkOffset` */
+    Bool valid;    /**< 1 when the record designates an entry */
+} lxAviReadCore_KeyFramePosition_t;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

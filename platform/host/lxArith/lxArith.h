@@ -1,0 +1,20 @@
+/** @file
+ *  The platform's arithmetic library. On the set-top processors it carries 64-bit helpers that the compiler calls;
+ *  a host needs none of them, so only its version remains. */
+#ifndef LX_ARITH_H
+#define LX_ARITH_H
+
+#include "lxTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** @return the version of the arithmetic library, major number in the upper 16 bits. */
+UInt32 lxArith_Version(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
