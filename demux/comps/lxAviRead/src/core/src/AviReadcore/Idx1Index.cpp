@@ -93,8 +93,9 @@ Int32 ConsecutiveFramesThreshold(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32
         if (pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_VIDEO) {
             const double frames = static_cast<double>(pStream->Header.dwRate) /
                                   static_cast<double>(pStream->Header.dwScale) * kConsecutiveSeconds;
-            const UInt32 whole = ToUInt32(frames);
-            return static_cast<Int32>(std::min<UInt32>(whole + (frames > whole ? 1 : 0), INT32_MAX));
+            const double whole = static_cast<double>(ToUInt32(frames));
+            const double rounded = frames > whole ? whole + 1.0 : whole;
+            return static_cast<Int32>(std::min<UInt32>(ToUInt32(rounded), INT32_MAX));
         }
     }
     return 0;

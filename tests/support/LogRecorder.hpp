@@ -1,0 +1,49 @@
+// Records what the reader logs and asserts, through the host's debug library.
+
+#pragma once
+
+#include "lxDbgHost.h"
+
+#include <string>
+#include <vector>
+
+namespace avitest {
+
+struct LogLine {
+    UInt32 uiLevel;
+    std::string text;
+};
+
+struct AssertLine {
+    std::string condition;
+    std::string text;
+    std::string file;
+};
+
+class LogRecorder {
+public:
+    LogRecorder();
+    ~LogRecorder();
+    LogRecorder(const LogRecorder&) = delete;
+    LogRecorder& operator=(const LogRecorder&) = delete;
+
+    void SetMask(UInt32 mask); // 0xFFFFFFFF at first
+    void Clear();
+
+    const std::vector<LogLine>& Lines() const { return m_lines; }
+    const std::vector<AssertLine>& Assertions() const { return m_assertions; }
+
+    // How many lines are, or begin with, `text`.
+    size_t Count(const std::string& text) const;
+    size_t CountPrefix(const std::string& text) const;
+    bool Has(const std::string& text) const { return Count(text) > 0; }
+    bool Has(UInt32 level, const std::string& text) const;
+    bool HasPrefix(const std::string& text) const { return CountPrefix(text) > 0; }
+    bool HasAssertion(const std::string& condition, const std::string& text) const;
+
+private:
+    std::vector<LogLine> m_lines;
+    std::vector<AssertLine> m_assertions;
+};
+
+} // namespace avitest

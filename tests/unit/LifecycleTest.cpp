@@ -1,0 +1,340 @@
+// Alloc, Reset, RewindToStart, PositionTheFileHandleToPlayData, Close.
+
+#include "ReaderTest.hpp"
+
+namespace avitest {
+namespace {
+
+class Lifecycle : public ReaderTest {
+protected:
+    AviBuilder builder;
+
+    Lifecycle()
+    {
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.Frame(0, Fill(10), true).Audio(1, Fill(8)).Frame(0, Fill(12), false);
+    }
+};
+
+TEST_F(Lifecycle, AllocMakesEveryRecordAndBuffer)
+{
+    EXPECT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    // file_buffer, the main header, and three blocks for each of the 17 streams
+    EXPECT_EQ(Faults().LiveAllocations(), 2u + 17u * 3u);
+    EXPECT_NE(Info().AviHdr, nullptr);
+    for (const auto* pStream : Info().StreamInfo) {
+        ASSERT_NE(pStream, nullptr);
+        EXPECT_NE(pStream->Format, nullptr);
+        EXPECT_NE(pStream->StreamData, nullptr);
+        EXPECT_EQ(pStream->StreamType, 0u);
+    }
+}
+
+TEST_F(Lifecycle, AllocCalledTwiceAllocatesNothingTheSecondTime)
+{
+    ASSERT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    const UInt64 before = Faults().Allocations();
+    EXPECT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    EXPECT_EQ(Faults().Allocations(), before);
+}
+
+TEST_F(Lifecycle, AllocReportsEachFailureInItsWords)
+{
+    const std::pair<UInt64, const char*> cases[] = {
+        {1, "could not allocate 1024 bytes for file_buffer"},
+        {2, "could not allocate 56 bytes for pAviInfo->AviHdr "},
+        {4, "could not allocate 0 bytes for pAviInfo->StreamInfo[40]->Format"},
+        {5, "could not allocate 0 bytes for pAviInfo->StreamInfo[2232]->StreamData"},
+        {7, "could not allocate 1 bytes for pAviInfo->StreamInfo[40]->Format"},
+    };
+    for (const auto& [n, text] : cases) {
+        log.Clear();
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        Faults().FailAllocation(n);
+        EXPECT_EQ(lxAviReadCore_Alloc(0), LX_ERR_AVIREAD_NO_MEMORY);
+        EXPECT_TRUE(log.Has(0x8100, text)) << text;
+        Faults().FailAllocation(0);
+    }
+}
+
+TEST_F(Lifecycle, AllocAfterAFailureCompletesWhatIsMissing)
+{
+    Faults().FailAllocation(4); // the format buffer of stream 0
+    ASSERT_EQ(lxAviReadCore_Alloc(0), LX_ERR_AVIREAD_NO_MEMORY);
+    ASSERT_NE(Info().StreamInfo[0], nullptr);
+    ASSERT_EQ(Info().StreamInfo[0]->Format, nullptr);
+    EXPECT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    EXPECT_NE(Info().StreamInfo[0]->Format, nullptr);
+    EXPECT_NE(Info().StreamInfo[16], nullptr);
+}
+
+TEST_F(Lifecycle, CloseAndDeAllocBothLeaveNothing)
+{
+    for (const auto close : {lxAviReadCore_Close, lxAviReadCore_DeAlloc}) {
+        ASSERT_EQ(Open(builder), LX_OK);
+        ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+        EXPECT_EQ(close(), LX_OK);
+        EXPECT_EQ(Faults().LiveAllocations(), 0u);
+        EXPECT_EQ(Info().pFile, nullptr);
+        EXPECT_EQ(Info().CurrentOffset, 0u);
+        EXPECT_EQ(Info().IndxOption, 0);
+        EXPECT_EQ(Info().StreamInfo[0], nullptr);
+    }
+    EXPECT_EQ(Open(builder), LX_OK); // Open allocates again by itself
+}
+
+TEST_F(Lifecycle, EveryFreeOfCloseIsTraced)
+{
+    ASSERT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    log.Clear();
+    ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+    EXPECT_EQ(log.CountPrefix("lxalAviRead_Free( 0x"), 17u * 3u + 1u);
+}
+
+TEST_F(Lifecycle, ResetWithoutAFileIsHarmless)
+{
+    EXPECT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(Info().CurrentOffset, 4u);
+    EXPECT_EQ(Info().IndxOption, 1);
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1);
+    EXPECT_EQ(lxAviReadCore_Alloc(0), LX_OK);
+    EXPECT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_NE(Info().StreamInfo[0], nullptr);
+}
+
+TEST_F(Lifecycle, ResetForgetsTheFileAndKeepsTheRecords)
+{
+    builder.streams[0].extra = Chunk("strd", Fill(2232, 7));
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    Position();
+    Next();
+    ASSERT_EQ(lxAviReadCore_SeekToTime(0, 0, lxAviRead_SetPosRoundDown), 0u);
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+
+    EXPECT_EQ(Info().pFile, nullptr);
+    EXPECT_EQ(Info().moviSize, 0u);
+    EXPECT_EQ(Info().moviOffset, 0u);
+    EXPECT_EQ(Info().idx1Size, 0u);
+    EXPECT_EQ(Info().idx1Offset, 0u);
+    EXPECT_EQ(Info().riffSize, 0u);
+    EXPECT_EQ(Info().JumpOffset, 0u);
+    EXPECT_EQ(Info().CurrentOffset, 4u);
+    EXPECT_EQ(Info().AudioTracksCount, 0u);
+    EXPECT_EQ(Info().maxReadAttempts, 0u);
+    EXPECT_EQ(Info().memoryUsageLimit, 0u);
+    EXPECT_EQ(Info().KeyFramesListAsArray, nullptr);
+    EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
+    EXPECT_EQ(Info().pCurrentAvix, nullptr);
+    EXPECT_EQ(Info().bAudioSync, 0);
+    EXPECT_EQ(Info().bJumpToVideo, 0);
+    EXPECT_EQ(Info().IndxOption, 1);
+    EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
+    const lxAviReadCore_StreamInfo_t& stream = *Info().StreamInfo[0];
+    EXPECT_EQ(stream.StreamType, 0u);
+    EXPECT_EQ(stream.Header.fccType, 0u);
+    EXPECT_EQ(stream.bStrdPresent, 0);
+    EXPECT_EQ(stream.uiStreamSize, 0u);
+    EXPECT_EQ(static_cast<const UInt8*>(stream.Format)[0], 0);
+    EXPECT_EQ(static_cast<const UInt8*>(stream.StreamData)[0], 0);
+    EXPECT_EQ(Info().AviHdr->dwMicroSecPerFrame, 0u);
+}
+
+TEST_F(Lifecycle, ResetClearsTheCounters)
+{
+    builder.eIndex = IndexKind::None;
+    ASSERT_EQ(Open(builder), LX_OK);
+    Position();
+    Next();
+    ASSERT_EQ(Next().uiResult, LX_OK);
+    ASSERT_EQ(lxalAviRead_AudioFrame[0], 1u);
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);
+    ASSERT_EQ(Open(builder), LX_OK);
+    Position();
+    Next();
+    EXPECT_EQ(Next().chunk.uiBytePosition, 0u);
+}
+
+TEST_F(Lifecycle, ResetWithoutFreeingTheBatchBufferLeaksNothing)
+{
+    builder.avih.dwMicroSecPerFrame = 40000;
+    Bytes file = builder.Build();
+    file.resize(file.size() - 8); // the index ends early
+    ASSERT_EQ(Open(file), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    ASSERT_NE(Info().pMetaDataBuffer, nullptr); // stays for the clean-up
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+}
+
+TEST_F(Lifecycle, RewindDeliversFromTheStartAgain)
+{
+    OpenIndexed(builder);
+    const auto first = All();
+    lxAviReadCore_RewindToStart();
+    EXPECT_TRUE(log.HasPrefix("lxAviReadCore_RewindToStart: Done (pAviInfo->moviOffset="));
+    const auto second = All();
+    ASSERT_EQ(first.size(), second.size());
+    for (size_t i = 0; i < first.size(); ++i) {
+        EXPECT_EQ(first[i].uiResult, second[i].uiResult);
+        EXPECT_EQ(first[i].uiPosition, second[i].uiPosition);
+        EXPECT_EQ(first[i].chunk.uiFrameNumber, second[i].chunk.uiFrameNumber);
+        EXPECT_EQ(first[i].chunk.uiBytePosition, second[i].chunk.uiBytePosition);
+    }
+}
+
+TEST_F(Lifecycle, RewindWithoutSeekingOnlyResetsTheCounters)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Position();
+    Next();
+    Next();
+    lxalAviRead_FileSeekPossible = 0;
+    const UInt64 seeks = Faults().Seeks();
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Faults().Seeks(), seeks);
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 0);
+    EXPECT_EQ(Info().CurrentOffset, 4u);
+    EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
+    EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);
+}
+
+TEST_F(Lifecycle, RewindStoresTheSeeksOutcome)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Faults().FailSeek(1, true);
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 0);
+}
+
+TEST_F(Lifecycle, RewindWithAbsoluteOffsetsStartsAtTheMediaData)
+{
+    builder.eIndex = IndexKind::Idx1Absolute;
+    OpenIndexed(builder);
+    Next();
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Info().CurrentOffset, builder.MoviOffset());
+}
+
+TEST_F(Lifecycle, RewindInAFileOfSeveralSegmentsStartsAtTheFirst)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.dmlhTotalFrames = 3;
+    builder.NextRiff().Frame(0, Fill(20, 9), true);
+    OpenIndexed(builder);
+    const auto first = All();
+    ASSERT_NE(Info().pCurrentAvix->pPrevAvix, nullptr);
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Info().pCurrentAvix->pPrevAvix, nullptr);
+    EXPECT_EQ(All().size(), first.size());
+}
+
+TEST_F(Lifecycle, PositionSeeksToTheMediaDataAndLeavesTheOffset)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Info().CurrentOffset = 1234;
+    EXPECT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_OK);
+    EXPECT_EQ(ftell(Info().pFile), static_cast<long>(builder.MoviOffset()));
+    EXPECT_EQ(Info().CurrentOffset, 1234u);
+}
+
+TEST_F(Lifecycle, PositionReportsAFailedSeek)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Faults().FailSeek(1, true);
+    EXPECT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_ERR_AVIREAD_SEEK);
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 0);
+}
+
+TEST_F(Lifecycle, TheAbortFlagSurvivesResetAndOpenButNotClose)
+{
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
+    ASSERT_EQ(Open(builder), LX_OK); // reads that complete never look at it
+    EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
+    ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 0);
+}
+
+TEST_F(Lifecycle, GetFileGivesTheStream)
+{
+    FILE* pFile = stdin;
+    EXPECT_EQ(lxAviReadCore_GetFile(&pFile), LX_OK);
+    EXPECT_EQ(pFile, nullptr);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetFile(&pFile), LX_OK);
+    EXPECT_EQ(pFile, Info().pFile);
+}
+
+TEST_F(Lifecycle, NullResultPointersAreAssertedAndAnsweredWithZero)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    lxAviRead_ChunkData_t chunk = {};
+    Bool flag = 0;
+    EXPECT_EQ(lxAviReadCore_GetFile(nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetAvihData(nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStrhData(0, nullptr, nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStrfData(0, nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStrdData(0, nullptr, &flag), LX_OK);
+    EXPECT_EQ(lxAviReadCore_NextChunk(nullptr, 0, 0, &flag), LX_OK);
+    EXPECT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetChunk(nullptr, 4), LX_OK);
+    EXPECT_EQ(lxAviReadCore_FileRead(&Info(), nullptr, 4), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FileRead(&Info(), nullptr, 4), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetSetPositionRangeInfo(nullptr), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetChunkInfo(nullptr, 4), LX_OK);
+    lxAviReadCore_GetFilePosition(nullptr);
+    lxAviReadCore_GetOpenDmlInfo(nullptr);
+    lxAviReadCore_SetPointerOnKF(nullptr, 0);
+    EXPECT_EQ(log.Assertions().size(), 15u);
+    EXPECT_TRUE(log.HasAssertion("pOpenDmlInfo!=Null", "pOpenDmlInfo must be initialized"));
+    EXPECT_TRUE(log.HasAssertion("chunkData!= Null",
+                                 "Parameter for lxAviReadCore_NextChunk shouldn't be a null pointer"));
+}
+
+TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
+{
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1); // the fixture has closed, and Close resets
+    UInt32 word = 77;
+    lxAviRead_Avih_t avih = {};
+    avih.dwWidth = 5;
+    lxAviRead_Strh_t strh = {};
+    Bool present = 9;
+    Bytes strd = Fill(2232);
+    EXPECT_EQ(lxAviReadCore_FileRead(&Info(), &word, 4), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(lxAvi2ReadCore_FileRead(&Info(), &word, 4), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(word, 77u);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(4), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(lxAviReadCore_GetChunk(&word, 4), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 0);
+    EXPECT_EQ(lxAviReadCore_FileEof(&Info()), 0);
+    EXPECT_EQ(lxAvi2ReadCore_FileEof(&Info()), 0);
+    EXPECT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_ERR_AVIREAD_SEEK);
+    EXPECT_EQ(lxAviReadCore_GetAvihData(&avih), LX_OK);
+    EXPECT_EQ(avih.dwWidth, 5u);
+    EXPECT_EQ(lxAviReadCore_GetStrhData(0, &strh, &word), LX_OK);
+    EXPECT_EQ(word, 77u);
+    EXPECT_EQ(lxAviReadCore_GetStrfData(0, strd.data()), LX_OK);
+    EXPECT_EQ(strd[0], 0x55);
+    EXPECT_EQ(lxAviReadCore_GetStrdData(0, strd.data(), &present), LX_OK);
+    EXPECT_EQ(present, 0);
+    EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 0), 0);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 1, 1), 0u);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_ERR_AVIREAD_OPEN);
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA); // no media data, so none is left
+}
+
+TEST_F(Lifecycle, NoPrintReturnsOne)
+{
+    EXPECT_EQ(NOPRINT("%d %s", 1, "two"), 1);
+}
+
+} // namespace
+} // namespace avitest
