@@ -11,6 +11,7 @@ void __real_free(void* pBlock);
 FILE* __real_fopen64(const char* path, const char* mode);
 void* __wrap_malloc(size_t bytes);
 void* __wrap_calloc(size_t count, size_t bytes);
+void* __wrap_realloc(void* pBlock, size_t bytes);
 void __wrap_free(void* pBlock);
 FILE* __wrap_fopen64(const char* path, const char* mode);
 size_t __real_fread(void* pBuffer, size_t size, size_t count, FILE* pFile);
@@ -25,6 +26,7 @@ void* __wrap_calloc(size_t count, size_t bytes)
     return pBlock != nullptr ? std::memset(pBlock, 0, count * bytes) : nullptr;
 }
 
+void* __wrap_realloc(void* pBlock, size_t bytes) { return avitest::FaultScript::Get().Reallocate(pBlock, bytes); }
 void __wrap_free(void* pBlock) { avitest::FaultScript::Get().Free(pBlock); }
 FILE* __wrap_fopen64(const char* path, const char* mode) { return avitest::FaultScript::Get().Open(path, mode); }
 
@@ -141,6 +143,16 @@ void* FaultScript::Allocate(size_t bytes)
         m_uiLargest = std::max<UInt64>(m_uiLargest, bytes);
     }
     return pBlock;
+}
+
+void* FaultScript::Reallocate(void* pBlock, size_t bytes)
+{
+    void* const pNew = Allocate(bytes);
+    if (pNew != nullptr && pBlock != nullptr) {
+        std::memcpy(pNew, pBlock, std::min(bytes, malloc_usable_size(pBlock)));
+        Free(pBlock);
+    }
+    return pNew;
 }
 
 void FaultScript::Free(void* pBlock)

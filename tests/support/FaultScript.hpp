@@ -58,6 +58,7 @@ public:
 
     // For the wrapped functions.
     void* Allocate(size_t bytes);
+    void* Reallocate(void* pBlock, size_t bytes);
     void Free(void* pBlock);
     FILE* Open(const char* path, const char* mode);
     void BeginRead(size_t bytes);

@@ -200,6 +200,22 @@ TEST_F(SegmentChain, AWalkThatWouldGoBackEnds)
     EXPECT_EQ(Chain().size(), 2u);
 }
 
+TEST_F(SegmentChain, ListsThatReachIntoTheNextOneEndThere)
+{
+    Bytes file = builder.Build();
+    const size_t first = file.size();
+    for (int i = 0; i < 3; ++i) {
+        file += Riff("AVIX", ChunkOfSize("LIST", 4000, Text("movi") + Chunk("00dc", Fill(20))));
+    }
+    ASSERT_EQ(Open(file), LX_OK);
+    const auto chain = Chain();
+    ASSERT_EQ(chain.size(), 4u);
+    EXPECT_EQ(chain[1]->moviDataOffset, first + 24);
+    EXPECT_EQ(chain[1]->moviDataSize, 28u);
+    EXPECT_EQ(chain[2]->moviDataSize, 28u);
+    EXPECT_EQ(chain[3]->moviDataSize, 3996u); // nothing follows it
+}
+
 TEST_F(SegmentChain, AnAbortAndSpentAttemptsArePassedOn)
 {
     builder.NextRiff().Frame(0, Fill(20), true);

@@ -7,13 +7,11 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kBytesPerLong = 4;
-
 constexpr PlacerTexts kOpenDmlPlacerTexts = {"Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
                                              "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;", true};
 
 constexpr IndexWalkRules kAudioWalk = {false, Null, "ParseAudioSuperIndex : Error Reading data at line:%d",
-                                       "ParseAudioSuperIndex : Error Reading data1,line:%d"};
+                                       "ParseAudioSuperIndex : Error Reading data1,line:%d", Null};
 
 // Takes the records of one run. Those of no track are read and dropped.
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
@@ -59,13 +57,12 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Stream
     AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
-        LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, common.uiSubIndexType));
-        const UInt32 result = PlaceRun(pAviInfo,
-                                       OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
-                                                  chunk.header.qwBaseOffset, EntryKind::Audio),
-                                       track, placer);
-        LX_LOG(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", chunk.uiNr, result);
-        return result;
+        LX_LOG(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", chunk.uiNr, LX_OK);
+        LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
+        return PlaceRun(pAviInfo,
+                        OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
+                                   chunk.header.qwBaseOffset, EntryKind::Audio),
+                        track, placer);
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, stream, kAudioWalk, placeChunk));
     CompleteStream(streamNr, track, placer);
@@ -97,7 +94,7 @@ UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     LX_LOG(kLevelEnter, "lxAvi2ReadCore_ParseAudioStdIndex");
     const UInt32 track = IndexedTrackOf(pAviInfo, StreamNumber(LowHalf(pCommon->dwChunkId)));
     UInt32 result =
-        SetBatchSize(pAviInfo, UInt32{pCommon->wLongsPerEntry} * kBytesPerLong, pCommon->uiSubIndexType);
+        SetBatchSize(pAviInfo, EntryBytes(*pCommon), pCommon->uiSubIndexType);
     if (result == LX_OK && !AcquireMetaDataBuffer(pAviInfo)) {
         result = LX_ERR_AVIREAD_NO_MEMORY;
     }
@@ -131,6 +128,12 @@ UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, 
                                              UInt32 audioTrackNumber, lxAvi2ReadCore_AudioIndexState_t* pState,
                                              lxAviReadCore_KeyFramePosition_t* pCursor, UInt32* pCursorTimeMsec)
 {
+    const bool bGiven = pState != Null && pCursor != Null && pCursorTimeMsec != Null;
+    LX_ASSERT(bGiven, "pState!=Null && pCursor!=Null && pCursorTimeMsec!=Null",
+              "what goes on from run to run must be initialized");
+    if (!bGiven) {
+        return LX_OK;
+    }
     AudioPlacer placer(pAviInfo, audioTrackNumber, kOpenDmlPlacerTexts, *pState, *pCursor, *pCursorTimeMsec);
     const UInt32 result = PlaceRun(
         pAviInfo,

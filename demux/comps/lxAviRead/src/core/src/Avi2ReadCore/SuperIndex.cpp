@@ -22,7 +22,6 @@ constexpr UInt8 kIndexOfIndexes = 0;
 constexpr UInt8 kIndexOfChunks = 1;
 constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
 constexpr UInt32 kTypeSpecificBytes = 12;
-constexpr UInt32 kBytesPerLong = 4;
 constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
 constexpr UInt32 kHeaderOfChunk = 8; // offsets point behind it, the table's in front of it
 
@@ -46,8 +45,8 @@ IndexEntry DecodeOpenDml(const UInt8* pRecord, const IndexRun& run)
 }
 
 constexpr char kBatchFailedText[] = "Error reading %d records with size %d into the metadatabuffer";
-constexpr IndexFormat kStandardFormat = {8, DecodeOpenDml, &kOpenDmlRead, kBatchFailedText};
-constexpr IndexFormat kFieldFormat = {12, DecodeOpenDml, &kOpenDmlRead, kBatchFailedText};
+constexpr IndexFormat kStandardFormat = {8, DecodeOpenDml, &kOpenDmlRead};
+constexpr IndexFormat kFieldFormat = {12, DecodeOpenDml, &kOpenDmlRead};
 
 const IndexFormat& FormatOfSubType(UInt8 subType)
 {
@@ -71,13 +70,35 @@ UInt32 ReadOwnField(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, Padding& 
     return result;
 }
 
+constexpr UInt32 kFirstPiece = 64 * 1024; // bytes of entries that are allocated on the file's word
+
+// Reads the entries. Room for them grows with what the file really holds, so that a count alone costs nothing.
+UInt32 ReadSuperIndexEntries(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 bytes)
+{
+    void* pEntries = pStrInfo->IndxChunk.pAviSuperIndexEntry;
+    for (UInt32 done = 0; done < bytes;) {
+        const UInt32 piece = std::min(bytes - done, std::max(done, kFirstPiece));
+        void* const pGrown = std::realloc(pEntries, size_t{done} + piece);
+        if (pGrown == Null) {
+            return LX_ERR_AVIREAD_NO_MEMORY;
+        }
+        pEntries = pGrown;
+        pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+            ReadLoop(pAviInfo, kOpenDmlRead, static_cast<UInt8*>(pEntries) + done, piece, piece)));
+        done += piece;
+    }
+    return LX_OK;
+}
+
+// Room for the first entries; never of size 0, for an empty index is an index.
 UInt32 AllocateSuperIndex(lxAviReadCore_StreamInfo_t* pStrInfo, UInt64 bytes)
 {
     if (bytes > 0xFFFFFFFFu) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    // Never of size 0: an empty index is an index.
-    void* const pEntries = std::malloc(std::max<size_t>(static_cast<size_t>(bytes), 1));
+    const UInt64 first = std::clamp<UInt64>(bytes, 1, kFirstPiece);
+    void* const pEntries = std::malloc(static_cast<size_t>(first));
     pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
     return pEntries != Null ? LX_OK : LX_ERR_AVIREAD_NO_MEMORY;
 }
@@ -90,9 +111,8 @@ UInt32 TakeSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInf
     LX_AVIREAD_TRY(AllocateSuperIndex(pStrInfo, bytes));
     UInt32 result = ReadOwnField(pAviInfo, indx.aviIndxTypeSpecificSection.aviSuperIndex.uiReserved, padding);
     if (result == LX_OK) {
-        result = LX_AVIREAD_CALL(ReadLoop(pAviInfo, kOpenDmlRead, indx.pAviSuperIndexEntry, static_cast<size_t>(bytes),
-                                          static_cast<UInt32>(bytes)));
-        padding.bSkip = result == LX_OK;
+        result = ReadSuperIndexEntries(pAviInfo, pStrInfo, static_cast<UInt32>(bytes));
+        padding.bSkip = result == LX_OK || result == LX_ERR_AVIREAD_NO_MEMORY;
     }
     if (result != LX_OK) {
         ReleaseSuperIndex(pStrInfo); // no half-read entries
@@ -105,7 +125,7 @@ UInt32 TakeSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInf
 
 UInt32 EntriesBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& common)
 {
-    return UInt32{common.wLongsPerEntry} * kBytesPerLong * common.uiEntriesInUse;
+    return EntryBytes(common) * common.uiEntriesInUse;
 }
 
 // Fills the table from the records that follow. They are read twice: counted, sought back over, and stored.
@@ -114,7 +134,11 @@ UInt32 BuildFromVideo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
 {
     const auto common = pStrInfo->IndxChunk.aviIndxcommonSection;
     const auto& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
-    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, kStandardIndex));
+    if (pStrInfo->bIndexParsed == 1 || static_cast<UInt16>(EntryBytes(common)) == 0) {
+        // Once in a file: records that are sought back over must not lead to the same chunk for ever.
+        return pStrInfo->bIndexParsed == 1 ? LX_OK : LX_ERR_AVIREAD_NO_INDEX;
+    }
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), kStandardIndex));
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
@@ -217,13 +241,13 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 }
 
 constexpr IndexWalkRules kCountRules = {true, "PreParseIndxChunk avi2: Error %d",
-                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null};
+                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null, Null};
 
 // Counts the key frames of one index chunk; a sub type that is unknown has none.
 UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, UInt32& count)
 {
     const auto& common = chunk.header.common;
-    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, common.uiSubIndexType));
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
     UInt32 inChunk = 0;
     if (common.uiSubIndexType == kStandardIndex) {
         LX_AVIREAD_TRY(LX_AVIREAD_CALL(
@@ -243,9 +267,9 @@ UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
         return LX_OK;
     }
     KeyFrameCounter counter;
-    const UInt32 result =
-        entries == 0 ? LX_OK
-                     : ForEachEntry(pAviInfo, OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo), counter);
+    IndexRun run = OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo);
+    run.pBatchFailedText = Null;
+    const UInt32 result = entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, counter);
     *pCount = counter.uiKeyFrames;
     return result;
 }
@@ -274,7 +298,8 @@ IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt
             .iVideoStreamNr = pAviInfo->videoStreamNr,
             .uiStreamNr = StreamNumber(LowHalf(chunkId)),
             .eKind = eKind,
-            .qwBaseOffset = baseOffset};
+            .qwBaseOffset = baseOffset,
+            .pBatchFailedText = kBatchFailedText};
 }
 
 UInt32 SetBatchSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 entryBytes, UInt8 subType)
@@ -326,7 +351,14 @@ UInt32 lxAvi2ReadCore_ParseChunkIndx(UInt32 instance, lxAviReadCore_AviInfo_t* p
     LX_LOG(kLevelEnter, "Entered lxAviReadCore_ParseChunkIndx");
     ReleaseSuperIndex(pStrInfo);
     lxAviReadCore_AviIndxChunkCommonSection_t& common = pStrInfo->IndxChunk.aviIndxcommonSection;
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, common, kOpenDmlRead)));
+    if (const UInt32 result = LX_AVIREAD_CALL_AS(
+            "lxAvi2ReadCore_FileRead(pAviInfo, (UInt32*)(&((pStrInfo->IndxChunk).aviIndxcommonSection)), "
+            "sizeof(lxAviReadCore_AviIndxChunkCommonSection_t))",
+            ReadRecord(pAviInfo, common, kOpenDmlRead));
+        result != LX_OK) {
+        LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_ParseChunkIndx,rval: %x", result);
+        return result;
+    }
     LX_LOG(kLevelIndex, "uiIndexType =%d,uiEntriesInUse= %d,uiStreamNumber = %d", common.uiIndexType,
            common.uiEntriesInUse, LowHalf(common.dwChunkId));
     Padding padding = {size - kCommonBytes};
@@ -363,6 +395,10 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     const auto& common = pVideo->IndxChunk.aviIndxcommonSection;
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d uiSubIndexType: %d \n", pAviInfo->videoStreamNr,
            common.uiEntriesInUse, common.uiSubIndexType);
+    LX_ASSERT(numberOfKeyFrames != Null, "numberOfKeyFrames!=Null", "numberOfKeyFrames must be initialized");
+    if (numberOfKeyFrames == Null) {
+        return LX_OK;
+    }
     *numberOfKeyFrames = 0;
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;

@@ -10,8 +10,6 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kBytesPerLong = 4;
-
 constexpr TableTexts kOpenDmlTexts = {
     "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
     "AviRead:Succeeded allocating %d bytes for %d leafs",
@@ -22,7 +20,8 @@ constexpr TableTexts kOpenDmlTexts = {
     "List structure must be initialized"};
 
 constexpr IndexWalkRules kVideoWalk = {true, Null, "ParseVideoSuperIndex : Error reading data at line:%d",
-                                       "ParseVideoSuperIndex : Error Reading data1,line:%d"};
+                                       "ParseVideoSuperIndex : Error Reading data1,line:%d",
+                                       "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {
@@ -34,14 +33,11 @@ UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 nee
 UInt32 FillFromChunk(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, KeyFrameFiller& filler)
 {
     const auto& common = chunk.header.common;
-    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, UInt32{common.wLongsPerEntry} * kBytesPerLong, common.uiSubIndexType));
-    const UInt32 result =
-        ForEachEntry(pAviInfo,
-                     OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
-                                chunk.header.qwBaseOffset, EntryKind::MainVideo),
-                     filler);
-    LX_LOG(kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x", chunk.uiNr, result);
-    return result;
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
+    return ForEachEntry(pAviInfo,
+                        OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
+                                   chunk.header.qwBaseOffset, EntryKind::MainVideo),
+                        filler);
 }
 
 void LogLeafs(const lxAviReadCore_AviInfo_t* pAviInfo)
@@ -73,7 +69,7 @@ UInt32 lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_
 {
     LX_AVIREAD_TRY(BeginTable(instance, pAviInfo, neededLeafs));
     // the size of an entry is taken as a 16-bit value here
-    const UInt16 entryBytes = static_cast<UInt16>(pCommon->wLongsPerEntry * kBytesPerLong);
+    const UInt16 entryBytes = static_cast<UInt16>(EntryBytes(*pCommon));
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, entryBytes, pCommon->uiSubIndexType));
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
@@ -118,6 +114,12 @@ UInt32 lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInf
                                                 UInt64 qwBaseOffset, UInt32 skipKey, UInt32* pSkipCounter,
                                                 UInt32* pLeafNumber)
 {
+    const bool bGiven = ppCurrentLeaf != Null && pFrameNumber != Null && pSkipCounter != Null && pLeafNumber != Null;
+    LX_ASSERT(bGiven, "ppCurrentLeaf!=Null && pFrameNumber!=Null && pSkipCounter!=Null && pLeafNumber!=Null",
+              "what goes on from run to run must be initialized");
+    if (!bGiven) {
+        return LX_OK;
+    }
     KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
     filler.Resume(*pLeafNumber, *pFrameNumber, *pSkipCounter);
     const UInt32 result = ForEachEntry(pAviInfo,

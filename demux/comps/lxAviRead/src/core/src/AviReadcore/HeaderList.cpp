@@ -113,7 +113,9 @@ UInt32 lxAviReadCore_ParseAviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 si
 
 UInt32 lxAviReadCore_ParseListdmlh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
 {
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, pAviInfo->dmlhTotalFrames)));
+    UInt32 totalFrames = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, totalFrames)));
+    pAviInfo->dmlhTotalFrames = totalFrames;
     const UInt32 framesInFirstRiff = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwTotalFrames : 0;
     if (framesInFirstRiff < pAviInfo->dmlhTotalFrames) {
         pAviInfo->bAvixPresent = 1;

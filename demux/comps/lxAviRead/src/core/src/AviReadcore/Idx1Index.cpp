@@ -54,7 +54,7 @@ IndexEntry DecodeIdx1(const UInt8* pRecord, const IndexRun& run)
             .uiOffset = record.uiOffset};
 }
 
-constexpr IndexFormat kIdx1Format = {kRecordBytes, DecodeIdx1, &kCoreRead, Null};
+constexpr IndexFormat kIdx1Format = {kRecordBytes, DecodeIdx1, &kCoreRead};
 
 constexpr TableTexts kIdx1Texts = {
     "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
@@ -80,7 +80,8 @@ constexpr PlacerTexts kIdx1PlacerTexts = {
 
 IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
 {
-    return {&kIdx1Format, size / kRecordBytes, batch, pAviInfo->videoStreamNr, 0, EntryKind::Other, 0};
+    return {&kIdx1Format, size / kRecordBytes, batch, pAviInfo->videoStreamNr, 0, EntryKind::Other, 0,
+            Null};
 }
 
 // ---- The first pass ----
@@ -261,6 +262,7 @@ bool HasLeafs(UInt32 neededLeafs)
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
+        LX_LOG(kLevelError, kIdx1Texts.pArrayFailed, kMetaDataBytes); // the passes need it as they need the table
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     LX_AVIREAD_TRY(builder.Create(neededLeafs));
@@ -357,6 +359,10 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
                                        UInt32* neededLeafs, UInt32* neededMemory, UInt32* numberOfKeyFrames)
 {
     LX_LOG(kLevelEnter, "Entering lxAviReadCore_PreParseIdx1Chunk");
+    LX_ASSERT(numberOfKeyFrames != Null, "numberOfKeyFrames!=Null", "numberOfKeyFrames must be initialized");
+    if (numberOfKeyFrames == Null) {
+        return LX_OK;
+    }
     const UInt32 streams = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwStreams : 0;
     LX_LOG(kLevelIndex, "Num of Streams : %d, Frame rate : %d, ConsFramesThr : %d", streams, 0,
            ConsecutiveFramesThreshold(pAviInfo, streams));

@@ -69,7 +69,7 @@ Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
 void KeyFrameFiller::PassOver(const IndexEntry& entry)
 {
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Video non Key Frame found");
-    if (entry.bKeyFrame && ++m_uiSkipCounter >= m_uiSkipKey) {
+    if (entry.bKeyFrame && m_uiSkipKey > 1 && ++m_uiSkipCounter >= m_uiSkipKey) {
         m_uiSkipCounter = 0;
     }
 }

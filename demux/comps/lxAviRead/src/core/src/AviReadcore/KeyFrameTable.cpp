@@ -112,6 +112,7 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
 {
     ReleaseKeyFrameTable(m_pAviInfo, TableReleaseTrace::IndexDriver);
     m_uiLeafNr = 0;
+    m_bFull = false;
     const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
     m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
     if (m_pAviInfo->KeyFramesListAsArray == Null) {
@@ -130,11 +131,15 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
 
 bool KeyFrameTableBuilder::RollOver()
 {
-    if (m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength) {
-        LX_ASSERT(false, "pCurrentLeaf!=Null", "%s", m_texts.pNoLeafText);
-        return false;
+    if (m_bFull) {
+        return false; // reported once
     }
     LX_LOG(kLevelIndex, m_texts.pLeafFull, m_uiLeafNr, m_uiLeafNr + 1);
+    m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
+    LX_ASSERT(!m_bFull, "pCurrentLeaf!=Null", "%s", m_texts.pNoLeafText);
+    if (m_bFull) {
+        return false;
+    }
     Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
     Leaf* const pNew = m_pAviInfo->KeyFramesListAsArray[++m_uiLeafNr];
     pOld->pNextLeaf = pNew;
@@ -145,14 +150,14 @@ bool KeyFrameTableBuilder::RollOver()
 
 Entry* KeyFrameTableBuilder::Append()
 {
-    if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength) {
-        return Null;
+    if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength || m_uiLeafNr > s_uiLeafsInUse) {
+        return Null; // no leaf, or one behind an empty one
     }
     if (m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength >= LEAF_ARRAY_LENGTH && !RollOver()) {
         return Null;
     }
     Leaf* const pLeaf = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
-    s_uiLeafsInUse = m_uiLeafNr + 1;
+    s_uiLeafsInUse = std::max(s_uiLeafsInUse, m_uiLeafNr + 1);
     return &pLeaf->array[pLeaf->arrayLength++];
 }
 

@@ -235,11 +235,14 @@ UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
     UInt32 size = 0; // Quirk Q22: whatever it says, 10 bytes are read, and the next code counts as a chunk's
     LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, size, kDrmSizeText, __LINE__));
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kDrmBytes + kSizeBytes));
-    if (const UInt32 result = ReadHeaderPart(pAviInfo, pChunk->DrmInfo, kDrmText, __LINE__); result != LX_OK) {
+    UInt32 result = ReadHeaderPart(pAviInfo, pChunk->DrmInfo, kDrmText, __LINE__);
+    if (result == LX_OK) {
+        result = ReadHeaderPart(pAviInfo, id, kIdText, __LINE__);
+    }
+    if (result != LX_OK) {
         LX_LOG(kLevelError, "xxdd chunk size = %d", size);
         return result;
     }
-    LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, id, kIdText, __LINE__));
     pAviInfo->CurrentOffset += kDrmBytes;
     pChunk->bDrm = 1;
     return LX_OK;

@@ -64,7 +64,8 @@ void MarkHasIndex(lxAviReadCore_AviInfo_t* pAviInfo, bool bHasIndex)
 
 // ---- The lists ----
 
-// Steps over the media data. A size of 2 GiB and more would lead backwards in a 32-bit seek: that counts as failed.
+// Steps over the media data, be there none. A size of 2 GiB and more would lead backwards in a 32-bit seek: that
+// counts as failed, and is not tried.
 bool SeekPastMovi(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     if (static_cast<Int32>(static_cast<UInt32>(pAviInfo->moviSize)) < 0) {
@@ -219,7 +220,7 @@ Step ReadWalkHeader(lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk, ChunkHe
     }
     if (const UInt32 result = ReadRecord(pAviInfo, chunk.uiSize); result != LX_OK) {
         if (result == LX_ERR_AVIREAD_EOF && walk.bMoviFound) {
-            LX_LOG(kLevelHeader, "EOF:%d", __LINE__);
+            LX_LOG(kLevelEndOfFile, "EOF:%d", __LINE__);
         }
         return result == LX_ERR_AVIREAD_EOF ? EndOfFile(walk) : Fail(LX_AVIREAD_CALL(result));
     }
@@ -263,6 +264,16 @@ bool IsIndexParsed(const lxAviReadCore_AviInfo_t* pAviInfo, Int32 streamNr)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, streamNr);
     return pStream != Null && pStream->bIndexParsed == 1;
+}
+
+// What one-level indexes of an earlier parse have told.
+void ForgetParsedIndexes(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
+        if (pStream != Null) {
+            pStream->bIndexParsed = 0;
+        }
+    }
 }
 
 // Walks the first RIFF list and concludes what follows from it.
@@ -352,6 +363,7 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
         pAviInfo->memoryUsageLimit = memoryUsageLimit;
         LX_LOG(kLevelHeader, "AviReadCore : Begin reading of file \"%s\" ", path);
         lxalAviRead_FileSeekPossible = 1;
+        ForgetParsedIndexes(pAviInfo);
         result = ParseFile(pAviInfo, walk, pAllIndexed);
     }
     if (result != LX_OK) {

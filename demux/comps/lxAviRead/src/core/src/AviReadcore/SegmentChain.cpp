@@ -87,27 +87,42 @@ UInt32 ReadMoviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32
     if (code != FourCC("LIST")) {
         return LX_ERR_AVIREAD_AVIX_LIST;
     }
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, listSize)));
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL_AS("lxAviReadCore_FileRead(pAviInfo,&uiSize,4 )", ReadRecord(pAviInfo, listSize)));
     listSize = MakeEven(listSize);
     UInt32 type = 0;
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, type)));
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL_AS("lxAviReadCore_FileRead(pAviInfo,&uiDataExt, 4)", ReadRecord(pAviInfo, type)));
     LX_ASSERT(type == FourCC("movi"), "uiDataExt == listtypeAVIMOVIE", "AVIX should have only movi LIST");
     return type == FourCC("movi") ? LX_OK : LX_ERR_AVIREAD_AVIX_LIST;
 }
 
+// The end of the chain while the walk adds to it.
+struct ChainEnd {
+    lxAviReadCore_AvixRiff_t* pTail;
+    bool bFirst = true; // no "AVIX" list was met yet
+};
+
+// A list that claims to reach into the RIFF list at `position` ends there: no byte is delivered twice.
+void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
+{
+    if (pSegment != Null && pSegment->moviDataOffset + pSegment->moviDataSize > position) {
+        const UInt64 size = position > pSegment->moviDataOffset ? position - pSegment->moviDataOffset : 0;
+        pSegment->moviDataSize = static_cast<UInt32>(size);
+    }
+}
+
 // Records one "AVIX" list. Its record stays in the chain even if the list turns out to be none.
-UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, lxAviReadCore_AvixRiff_t*& pTail)
+UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, ChainEnd& end)
 {
     LX_LOG(kLevelHeader, "Found AVIX RIFF");
-    const bool bFirst = pTail == pAviInfo->pCurrentAvix;
-    lxAviReadCore_AvixRiff_t* const pSegment = AppendSegment(pAviInfo, pTail);
+    EndBefore(end.pTail, position);
+    lxAviReadCore_AvixRiff_t* const pSegment = AppendSegment(pAviInfo, end.pTail);
     if (pSegment == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    if (bFirst) {
+    if (end.bFirst) {
         LX_LOG(kLevelHeader, "pAviInfo->pCurrentAvix Initialized");
     }
-    pTail = pSegment;
+    end = {pSegment, false};
     UInt32 listSize = 0;
     LX_AVIREAD_TRY(ReadMoviHeader(pAviInfo, position, listSize));
     pSegment->moviDataOffset = position + kMoviDataInAvix;
@@ -124,7 +139,7 @@ bool SeekFurtherOn(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 from, UInt64 to)
 
 UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
 {
-    lxAviReadCore_AvixRiff_t* pTail = pAviInfo->pCurrentAvix;
+    ChainEnd end = {pAviInfo->pCurrentAvix};
     for (;;) {
         LX_LOG(kLevelHeader, "In the While Loop, searching for a RIFF ");
         UInt32 code = 0;
@@ -137,7 +152,7 @@ UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
         RiffHeader riff = {};
         LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo, riff));
         if (riff.uiForm == FourCC("AVIX")) {
-            LX_AVIREAD_TRY(TakeExtension(pAviInfo, position, pTail));
+            LX_AVIREAD_TRY(TakeExtension(pAviInfo, position, end));
         }
         const UInt64 next = position + riff.uiSize + kChunkHeaderBytes;
         if (!SeekFurtherOn(pAviInfo, position, next)) {
@@ -156,14 +171,15 @@ UInt32 lxAviReadCore_ConstructAvixInfo(UInt32 /*instance*/, lxAviReadCore_AviInf
 {
     LX_LOG(kLevelEnter, "lxAviReadCore_ConstructAvixInfo: Enter");
     UInt64 position = 0; // where an input that cannot seek is taken to stand
+    UInt32 result = LX_OK;
     if (lxalAviRead_FileSeekPossible != 0) {
         position = pAviInfo->riffSize + kFirstRiffHeaderBytes;
-        if (!SeekAndRemember(pAviInfo, position, kFromStart)) {
-            return LX_ERR_AVIREAD_SEEK;
-        }
+        result = SeekAndRemember(pAviInfo, position, kFromStart) ? LX_OK : LX_ERR_AVIREAD_SEEK;
     }
-    ReleaseFollowingSegments(pAviInfo);
-    const UInt32 result = WalkTopLevel(pAviInfo, position);
+    if (result == LX_OK) {
+        ReleaseFollowingSegments(pAviInfo);
+        result = WalkTopLevel(pAviInfo, position);
+    }
     LX_LOG(kLevelLeave, "lxAviReadCore_ConstructAvixInfo: Leave with RVAL:%x", result);
     return result;
 }

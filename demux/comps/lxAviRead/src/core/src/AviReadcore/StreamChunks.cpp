@@ -53,24 +53,45 @@ UInt32 FindKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData
     return LX_OK;
 }
 
-// Notes the key frame as the one played last; a jump to video has then arrived.
-void MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const Position& found, const Entry& entry, Bool bJumped)
+// Notes the key frame as the one played last; a jump to video has then arrived. Null for a position without an entry.
+const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const Position& found, Bool bJumped)
 {
     lastPlayedKeyFrame = found;
-    LX_LOG(kLevelChunk, "Key Fr: frame %d,videoChunkOffset %d.%d, lxalAviRead_VideoFrame=%d", entry.videoFrameNumber,
-           LX_HILO(entry.videoChunkOffset), lxalAviRead_VideoFrame);
-    lxalAviRead_VideoFrame = entry.videoFrameNumber;
+    const KeyFrameTable table(pAviInfo);
+    const Entry* const pEntry = table.At(found);
+    LX_ASSERT(found.leafNr < pAviInfo->KeyFramesListAsArrayLength,
+              "searchResult.leafNr < pAviInfo->KeyFramesListAsArrayLength",
+              "SearchResultLeaf >= KeyFramesListAsArrayLength");
+    LX_ASSERT(pEntry != Null, "searchResult.itemNr < pSearchLeaf->arrayLength",
+              "itemNr in the search result leaf >= arrayLength of the leaf");
+    if (pEntry == Null) {
+        return Null;
+    }
+    LX_LOG(kLevelChunk, "Key Fr: frame %d,videoChunkOffset %d.%d, lxalAviRead_VideoFrame=%d", pEntry->videoFrameNumber,
+           LX_HILO(pEntry->videoChunkOffset), lxalAviRead_VideoFrame);
+    lxalAviRead_VideoFrame = pEntry->videoFrameNumber;
     if (bJumped == 1 && pAviInfo->bJumpToVideo == 1) {
         pAviInfo->bJumpToVideo = 0;
     }
+    return pEntry;
 }
 
+// A frame that is no key frame, where a jump to video has just been made to one.
 UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_LOG(kLevelSeek, "jmp to video chunk didnt find KF,reject the jmp");
     pAviInfo->bAudioSync = 0;
     pAviInfo->bJumpToVideo = 0;
     return LX_ERR_AVIREAD_NO_KEY_FRAME;
+}
+
+// Looks the chunk up, and takes note of what a jump has led to. `pFound` is the key frame's entry, or null.
+UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Bool bJumped, Position& found,
+                 const Entry*& pFound)
+{
+    LX_AVIREAD_TRY(FindKeyFrame(pAviInfo, pChunk, found));
+    pFound = found.valid == 1 ? MeetKeyFrame(pAviInfo, found, bJumped) : Null;
+    return pFound == Null && bJumped == 1 && pAviInfo->bJumpToVideo == 1 ? RejectJump(pAviInfo) : LX_OK;
 }
 
 // Key frames are compared with the sync entry by time, other frames by number.
@@ -103,16 +124,11 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkDat
 UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, Bool bJumped)
 {
     Position found = {};
-    LX_AVIREAD_TRY(FindKeyFrame(pAviInfo, pChunk, found));
-    const Entry* const pFound = found.valid == 1 ? KeyFrameTable(pAviInfo).At(found) : Null;
-    if (pFound != Null) {
-        MeetKeyFrame(pAviInfo, found, *pFound, bJumped);
-    } else if (bJumped == 1 && pAviInfo->bJumpToVideo == 1) {
-        return RejectJump(pAviInfo);
-    }
+    const Entry* pFound = Null;
+    const UInt32 result = MeetFrame(pAviInfo, pChunk, bJumped, found, pFound);
     LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
            found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
-    return ApplySyncRule(pAviInfo, pChunk, pFound);
+    return result != LX_OK ? result : ApplySyncRule(pAviInfo, pChunk, pFound);
 }
 
 // ---- Audio ----

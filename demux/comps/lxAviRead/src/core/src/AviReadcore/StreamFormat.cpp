@@ -36,13 +36,18 @@ constexpr FormatRule kTextFormat = {
     "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n",
     "Entered lxAviReadCore_ParseListStrf_textSubtitle", "Leaving lxAviReadCore_ParseListStrf_textSubtitle"};
 
-// Reads the first `limit` bytes of a chunk into `pBuffer` and skips the rest.
+// Reads the first `limit` bytes of a chunk into `pBuffer`.
 UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 limit, UInt32 size)
 {
     if (pBuffer == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY; // Alloc could not give the buffer
     }
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, pBuffer, limit, std::min(size, limit))));
+    return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, pBuffer, limit, std::min(size, limit)));
+}
+
+// Skips what a chunk has beyond `limit`.
+UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
+{
     return size > limit ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - limit)) : LX_OK;
 }
 
@@ -54,6 +59,7 @@ UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UI
         LX_LOG(rule.uiOversizeLevel, rule.pOversizeText, size, rule.uiLimit);
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
+    LX_AVIREAD_TRY(SkipRestOfChunk(rule.uiLimit, size));
     LX_LOG(kLevelLeave, "%s", rule.pLeaveText);
     return LX_OK;
 }
@@ -123,6 +129,7 @@ UInt32 lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->StreamData, sizeof(lxAviRead_StrdVideo_t), size));
     pStrInfo->bStrdPresent = 1;
+    LX_AVIREAD_TRY(SkipRestOfChunk(sizeof(lxAviRead_StrdVideo_t), size));
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrd_video");
     return LX_OK;
 }

@@ -68,28 +68,29 @@ UInt32 TakeMainVideoFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& 
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
 }
 
-void NumberSubtitles(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
+void BecomeSubtitles(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 {
-    list.pStream->StreamType = LX_AVIREAD_STREAM_SUBTITLE;
     pAviInfo->TrackNumber[list.uiStreamNr] = 0;
-    NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
+    list.pStream->StreamType = LX_AVIREAD_STREAM_SUBTITLE;
 }
 
 // Every further video stream carries bitmap subtitles.
 UInt32 TakeBitmapSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
+    BecomeSubtitles(pAviInfo, list);
     LX_LOG(kLevelHeader,
            "AviReadCore : Found subtitle streamformat (bitmap) (id=%d,size = %d) streamformat sub-chunk.",
            list.uiStreamNr, size);
-    NumberSubtitles(pAviInfo, list);
+    NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
 }
 
 UInt32 TakeTextSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
+    BecomeSubtitles(pAviInfo, list);
     LX_LOG(kLevelHeader, "AviReadCore : Found subtitle streamformat  (id=%d,size = %d) streamformat sub-chunk.",
            list.uiStreamNr, size);
-    NumberSubtitles(pAviInfo, list);
+    NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_textSubtitle(pAviInfo, size, list.pStream));
 }
 

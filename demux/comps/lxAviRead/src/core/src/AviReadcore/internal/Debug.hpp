@@ -81,8 +81,11 @@ inline void AnnounceCall(const char* call, const char* caller, const char* modul
     } while (0)
 
 // Makes a call whose failure is worth a message; yields its code.
-#define LX_AVIREAD_CALL(expr)                                                                                         \
-    (::lxAviReadCore::AnnounceCall(#expr, __func__, LX_AVIREAD_MODULE, __LINE__),                                     \
+#define LX_AVIREAD_CALL(expr) LX_AVIREAD_CALL_AS(#expr, expr)
+
+// The same, announced in the system's words.
+#define LX_AVIREAD_CALL_AS(text, expr)                                                                                \
+    (::lxAviReadCore::AnnounceCall(text, __func__, LX_AVIREAD_MODULE, __LINE__),                                      \
      ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_MODULE, __LINE__))
 
 // Leaves the function with the code of `expr` unless it is LX_OK.

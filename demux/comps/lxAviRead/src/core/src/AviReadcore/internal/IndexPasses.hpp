@@ -37,13 +37,13 @@ struct IndexRun {
     UInt32 uiStreamNr;    // OpenDML: the stream of all records
     EntryKind eKind;      // OpenDML: the kind of all records
     UInt64 qwBaseOffset;  // OpenDML: added to every offset
+    const char* pBatchFailedText; // records, record size; or null
 };
 
 struct IndexFormat {
     UInt32 uiRecordSize;
     IndexEntry (*pfnDecode)(const UInt8* pRecord, const IndexRun& run);
     const ReadFamily* pRead;
-    const char* pBatchFailedText; // records, record size; or null
 };
 
 // What the families log while they place audio, and in which order.
@@ -65,8 +65,8 @@ struct PlacerTexts {
     if (IsAborted(pAviInfo)) {
         return LX_ERR_AVIREAD_ABORTED;
     }
-    if (result != LX_OK && run.pFormat->pBatchFailedText != Null) {
-        LX_LOG(kLevelError, run.pFormat->pBatchFailedText, batch, recordSize);
+    if (result != LX_OK && run.pBatchFailedText != Null) {
+        LX_LOG(kLevelError, run.pBatchFailedText, batch, recordSize);
     }
     return result;
 }

@@ -88,6 +88,7 @@ private:
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     const TableTexts& m_texts;
     UInt32 m_uiLeafNr = 0;
+    bool m_bFull = false; // a key frame found no room
 };
 
 enum class TableReleaseTrace { CleanUp, IndexDriver };

@@ -37,7 +37,22 @@ struct IndexWalkRules {
     const char* pSeekFailedText;    // code; or null
     const char* pCodeFailedText;    // line
     const char* pHeaderFailedText;  // line; or null
+    const char* pResultText;        // number, result of the chunk; or null
 };
+
+// Bytes of one record, as the index says.
+constexpr UInt32 EntryBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& common)
+{
+    return UInt32{common.wLongsPerEntry} * 4;
+}
+
+// Where the records of an index chunk end at the earliest. A chunk that begins before that has been walked already:
+// however often a damaged index names the same records, they are read once.
+constexpr UInt64 EarliestNext(const lxAviReadCore_AviSuperIndexEntry_t& entry, const IndexChunk& chunk)
+{
+    const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
+    return entry.qwOffset + recordSize * chunk.header.common.uiEntriesInUse;
+}
 
 // Seeks to the `ix##` chunk that an entry of the super index names, and reads its header.
 [[nodiscard]] UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
@@ -55,11 +70,21 @@ template <typename Visitor>
                                        const IndexWalkRules& rules, Visitor&& visit)
 {
     const UInt32 entries = HasSuperIndex(stream) ? stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse : 0;
+    UInt64 earliest = 0;
     for (UInt32 i = 0; i < entries; ++i) {
+        const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
         IndexChunk chunk = {};
         chunk.uiNr = i;
-        LX_AVIREAD_TRY(EnterIndexChunk(pAviInfo, stream.IndxChunk.pAviSuperIndexEntry[i], rules, chunk));
-        LX_AVIREAD_TRY(visit(chunk));
+        UInt32 result = entry.qwOffset < earliest ? LX_ERR_AVIREAD_NO_INDEX
+                                                  : EnterIndexChunk(pAviInfo, entry, rules, chunk);
+        if (result == LX_OK) {
+            result = visit(chunk);
+        }
+        if (rules.pResultText != Null) {
+            LX_LOG(kLevelIndex, rules.pResultText, i, result);
+        }
+        LX_AVIREAD_TRY(result);
+        earliest = EarliestNext(entry, chunk);
     }
     return LX_OK;
 }

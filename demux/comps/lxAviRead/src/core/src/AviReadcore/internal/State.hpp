@@ -16,7 +16,7 @@ extern lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
 // The abort flag is one byte that another thread may set at any time.
 inline bool IsAborted(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    return __atomic_load_n(&pAviInfo->bAbort, __ATOMIC_RELAXED) != 0;
+    return __atomic_load_n(&pAviInfo->bAbort, __ATOMIC_RELAXED) == 1;
 }
 
 // The record of a stream, or null for a number above 16, a negative one, or a slot that is not allocated.

@@ -1,0 +1,226 @@
+// lxavi check: walks everything and reports every anomaly with its offset.
+
+#include "Codecs.hpp"
+#include "Commands.hpp"
+#include "Output.hpp"
+#include "RiffScan.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <set>
+
+namespace lxavi {
+
+namespace {
+
+class Checker {
+public:
+    explicit Checker(const Options& options) : m_scan(options.file), m_reader(options) {}
+
+    std::vector<Anomaly> Run()
+    {
+        m_anomalies = m_scan.anomalies;
+        CompareHeaders();
+        CheckIndex();
+        Deliver();
+        std::stable_sort(m_anomalies.begin(), m_anomalies.end(),
+                         [](const Anomaly& a, const Anomaly& b) { return a.offset < b.offset; });
+        return m_anomalies;
+    }
+
+    UInt64 Delivered() const { return m_delivered; }
+    const RiffScan& Scan() const { return m_scan; }
+
+private:
+    void Note(UInt64 offset, const std::string& text) { m_anomalies.push_back({offset, text}); }
+
+    void CompareHeaders()
+    {
+        lxAviRead_Avih_t avih = {};
+        static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+        if (avih.dwStreams != m_scan.streamLists) {
+            Note(0, fmt::format("the main header says {} streams, the file describes {}", avih.dwStreams,
+                                m_scan.streamLists));
+        }
+        if (avih.dwMicroSecPerFrame == 0) {
+            Note(0, "the main header gives no frame duration: all video times are 0");
+        }
+        if (m_reader.State().videoStreamNr < 0) {
+            Note(0, "there is no video stream");
+        }
+    }
+
+    // ---- The index against the media data ----
+
+    void CheckIndex()
+    {
+        const UInt32 result = m_reader.BuildIndex();
+        const lxAviReadCore_AviInfo_t& state = m_reader.State();
+        if (result != LX_OK) {
+            Note(state.idx1Offset, Failure("no key-frame table can be built", result).what());
+        }
+        if (state.bIndxPresent != 0 && m_scan.indexesAt32 > 0) {
+            Note(0, fmt::format("{} of {} index chunks have their records 32 bytes behind their start and not 36: "
+                                "they are read one word off, and not usable for seeking",
+                                m_scan.indexesAt32, m_scan.indexChunks));
+        }
+        CheckRecords(m_scan.idx1, state.bAbsoluteOffsets != 0 && state.bIndxPresent == 0 ? 0 : state.moviOffset - 4, true);
+        CheckRecords(m_scan.openDml, 0, false);
+    }
+
+    void CheckRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)
+    {
+        if (records.empty()) {
+            return;
+        }
+        std::map<UInt64, const ScannedChunk*> byOffset;
+        for (const ScannedChunk& chunk : m_scan.media) {
+            byOffset[chunk.offset] = &chunk;
+        }
+        std::set<UInt64> listed;
+        for (const ScannedRecord& record : records) {
+            const UInt64 offset = base + record.offset;
+            const auto found = byOffset.find(offset);
+            if (found == byOffset.end()) {
+                if (IsMediaId(record.id)) {
+                    Note(record.at, fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
+                }
+                continue;
+            }
+            listed.insert(offset);
+            CompareRecord(record, *found->second, hasId);
+        }
+        for (const ScannedChunk& chunk : m_scan.media) {
+            if (!listed.contains(chunk.offset)) {
+                Note(chunk.offset, fmt::format("chunk '{}' is not listed by the index", FourCCText(chunk.id)));
+            }
+        }
+    }
+
+    void CompareRecord(const ScannedRecord& record, const ScannedChunk& chunk, bool hasId)
+    {
+        if (record.size != chunk.size) {
+            Note(record.at, fmt::format("index record says {} bytes, the chunk at {} has {}", record.size, chunk.offset,
+                                        chunk.size));
+        }
+        if (hasId && record.id != chunk.id) {
+            Note(record.at, fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id),
+                                        FourCCText(chunk.id)));
+        }
+        const UInt64 header = chunk.offset;
+        m_flags[header] = {record.at, record.key};
+    }
+
+    // ---- Delivery ----
+
+    void Deliver()
+    {
+        m_reader.Start();
+        Progress progress("checking", m_scan.bytes);
+        UInt64 expected = m_reader.State().moviOffset;
+        for (;;) {
+            const Item item = m_reader.Next(0, 0);
+            if (Reader::IsEnd(item)) {
+                if (item.result != LX_AVIREAD_END_OF_MEDIA) {
+                    Note(item.offset + 8, Failure("delivery stopped", item.result).what());
+                }
+                return;
+            }
+            progress.At(item.offset);
+            if (item.result == LX_ERR_AVIREAD_BAD_STREAM) {
+                Note(item.offset, fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
+            }
+            CheckGap(expected, item);
+            expected = item.offset + 8 + item.chunk.uiSize + (item.chunk.uiSize & 1);
+            if (item.result == LX_OK) {
+                ++m_delivered;
+            }
+            if (!CheckPayload(item)) {
+                return;
+            }
+        }
+    }
+
+    // Bytes between two chunks that belong to no chunk of the file's structure.
+    void CheckGap(UInt64 expected, const Item& item)
+    {
+        const UInt64 begin = item.offset - (item.chunk.bDrm == 1 ? 18 : 0);
+        const bool known = std::binary_search(
+            m_scan.media.begin(), m_scan.media.end(), ScannedChunk{item.offset, 0, 0},
+            [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
+        if (!known) {
+            Note(item.offset, fmt::format("delivered a chunk where the file's structure has none ({} bytes behind the "
+                                          "chunk before)",
+                                          begin - std::min(begin, expected)));
+        }
+    }
+
+    bool CheckPayload(const Item& item)
+    {
+        if (item.result != LX_OK) {
+            m_reader.Skip(item);
+            return true;
+        }
+        try {
+            std::vector<UInt8> head;
+            m_reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
+                if (head.empty()) {
+                    head.assign(piece.begin(), piece.end());
+                }
+            });
+            CheckKeyFlag(item, head);
+            return true;
+        } catch (const Failure& failure) {
+            Note(item.offset, failure.what());
+            return false;
+        }
+    }
+
+    void CheckKeyFlag(const Item& item, std::span<const UInt8> head)
+    {
+        const auto flag = m_flags.find(item.offset);
+        if (item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO || flag == m_flags.end()) {
+            return;
+        }
+        const auto isKey = LooksLikeKeyFrame(CodingOf(*m_reader.Stream(item.chunk.uiStreamNr)).coding, head);
+        if (isKey && *isKey != flag->second.key) {
+            Note(flag->second.at, fmt::format("index record says {}, the frame at {} is {}",
+                                              flag->second.key ? "key frame" : "no key frame", item.offset,
+                                              *isKey ? "one" : "none"));
+        }
+    }
+
+    struct Flag {
+        UInt64 at; // of the record
+        bool key;
+    };
+
+    RiffScan m_scan;
+    Reader m_reader;
+    std::vector<Anomaly> m_anomalies;
+    std::map<UInt64, Flag> m_flags; // by the chunk's offset
+    UInt64 m_delivered = 0;
+};
+
+} // namespace
+
+int RunCheck(const Options& options)
+{
+    Checker checker(options);
+    const std::vector<Anomaly> anomalies = checker.Run();
+    {
+        TableWriter table(options, {{"offset", "offset", 12}, {"anomaly", "anomaly", -40}});
+        for (const Anomaly& anomaly : anomalies) {
+            table.Row({anomaly.offset, anomaly.text});
+        }
+    }
+    if (!options.json && !options.csv) {
+        fmt::print("{} chunks delivered, {} anomalies\n", checker.Delivered(), anomalies.size());
+    }
+    return anomalies.empty() ? kDone : kDamaged;
+}
+
+} // namespace lxavi

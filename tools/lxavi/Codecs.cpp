@@ -1,0 +1,154 @@
+#include "Codecs.hpp"
+
+#include "Output.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+namespace lxavi {
+
+namespace {
+
+struct NamedCoding {
+    const char* code; // lower case
+    Coding coding;
+};
+
+constexpr NamedCoding kVideoCodings[] = {
+    {"mjpg", Coding::Mjpeg},  {"ijpg", Coding::Mjpeg},  {"xvid", Coding::Mpeg4}, {"divx", Coding::Mpeg4},
+    {"dx50", Coding::Mpeg4},  {"fmp4", Coding::Mpeg4},  {"mp4v", Coding::Mpeg4}, {"mp4s", Coding::Mpeg4},
+    {"h264", Coding::H264},   {"x264", Coding::H264},   {"avc1", Coding::H264},  {"mpg1", Coding::Mpeg12},
+    {"mpg2", Coding::Mpeg12}, {"mpeg", Coding::Mpeg12}, {"dib ", Coding::Uncompressed},
+};
+
+Coding VideoCoding(UInt32 compression)
+{
+    if (compression == 0) {
+        return Coding::Uncompressed;
+    }
+    std::string text = FourCCText(compression);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const auto* const found =
+        std::find_if(std::begin(kVideoCodings), std::end(kVideoCodings), [&](const auto& c) { return text == c.code; });
+    return found != std::end(kVideoCodings) ? found->coding : Coding::Other;
+}
+
+std::string VideoExtension(Coding coding)
+{
+    switch (coding) {
+    case Coding::Mjpeg: return "mjpeg";
+    case Coding::Mpeg4: return "m4v";
+    case Coding::H264: return "h264";
+    case Coding::Mpeg12: return "mpv";
+    default: return "bin";
+    }
+}
+
+StreamCoding AudioCoding(UInt16 tag)
+{
+    switch (tag) {
+    case LX_AVIREAD_FORMAT_PCM: return {Coding::Pcm, "PCM", "wav"};
+    case LX_AVIREAD_FORMAT_IEEE_FLOAT: return {Coding::Pcm, "PCM float", "wav"};
+    case LX_AVIREAD_FORMAT_MPEG: return {Coding::Mp2, "MPEG audio", "mp2"};
+    case LX_AVIREAD_FORMAT_MPEG_LAYER3: return {Coding::Mp3, "MP3", "mp3"};
+    case LX_AVIREAD_FORMAT_AAC: return {Coding::Aac, "AAC", "aac"};
+    case LX_AVIREAD_FORMAT_AC3: return {Coding::Ac3, "AC-3", "ac3"};
+    default: return {Coding::Other, fmt::format("format 0x{:04X}", tag), "bin"};
+    }
+}
+
+template <typename Record>
+Record FormatAs(const lxAviReadCore_StreamInfo_t& stream)
+{
+    Record record = {};
+    if (stream.Format != nullptr) {
+        std::memcpy(&record, stream.Format, sizeof record);
+    }
+    return record;
+}
+
+// The byte behind the first occurrence of 00 00 01 `code`.
+std::optional<UInt8> ByteBehindStartCode(std::span<const UInt8> head, UInt8 code)
+{
+    for (size_t i = 0; i + 4 < head.size(); ++i) {
+        if (head[i] == 0 && head[i + 1] == 0 && head[i + 2] == 1 && head[i + 3] == code) {
+            return head[i + 4];
+        }
+    }
+    return std::nullopt;
+}
+
+// The first coded picture of an H.264 frame in byte-stream format.
+std::optional<bool> IsIdrFrame(std::span<const UInt8> head)
+{
+    for (size_t i = 0; i + 3 < head.size(); ++i) {
+        if (head[i] != 0 || head[i + 1] != 0 || head[i + 2] != 1) {
+            continue;
+        }
+        const int type = head[i + 3] & 0x1F;
+        if (type == 1 || type == 5) {
+            return type == 5;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+lxAviRead_StrfVideo_t VideoFormatOf(const lxAviReadCore_StreamInfo_t& stream)
+{
+    return FormatAs<lxAviRead_StrfVideo_t>(stream);
+}
+
+lxAviRead_StrfAudio_t AudioFormatOf(const lxAviReadCore_StreamInfo_t& stream)
+{
+    return FormatAs<lxAviRead_StrfAudio_t>(stream);
+}
+
+const char* TypeName(UInt32 streamType)
+{
+    switch (streamType) {
+    case LX_AVIREAD_STREAM_AUDIO: return "audio";
+    case LX_AVIREAD_STREAM_VIDEO: return "video";
+    case LX_AVIREAD_STREAM_SUBTITLE: return "subtitle";
+    default: return "none";
+    }
+}
+
+StreamCoding CodingOf(const lxAviReadCore_StreamInfo_t& stream)
+{
+    constexpr UInt32 kTxts = 0x73747874;
+    switch (stream.StreamType) {
+    case LX_AVIREAD_STREAM_AUDIO: return AudioCoding(AudioFormatOf(stream).wFormatTag);
+    case LX_AVIREAD_STREAM_VIDEO: {
+        const UInt32 compression = VideoFormatOf(stream).biCompression;
+        const Coding coding = VideoCoding(compression);
+        return {coding, compression == 0 ? "uncompressed" : FourCCText(compression), VideoExtension(coding)};
+    }
+    case LX_AVIREAD_STREAM_SUBTITLE:
+        return stream.Header.fccType == kTxts ? StreamCoding{Coding::Text, "text", "txt"}
+                                              : StreamCoding{Coding::Bitmap, "bitmap", "bin"};
+    default: return {Coding::Other, "unknown", "bin"};
+    }
+}
+
+std::optional<bool> LooksLikeKeyFrame(Coding coding, std::span<const UInt8> head)
+{
+    switch (coding) {
+    case Coding::Mjpeg:
+    case Coding::Uncompressed: return head.empty() ? std::nullopt : std::optional<bool>(true);
+    case Coding::Mpeg4:
+        if (const auto byte = ByteBehindStartCode(head, 0xB6)) {
+            return (*byte >> 6) == 0; // an intra-coded picture
+        }
+        return std::nullopt;
+    case Coding::H264: return IsIdrFrame(head);
+    default: return std::nullopt;
+    }
+}
+
+} // namespace lxavi

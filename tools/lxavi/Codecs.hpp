@@ -1,0 +1,33 @@
+// What is known of codings: names, files they are extracted to, and where a key frame can be told from its payload.
+
+#pragma once
+
+#include "Reader.hpp"
+
+#include <optional>
+
+namespace lxavi {
+
+enum class Coding {
+    Other, Mjpeg, Mpeg4, H264, Mpeg12, Uncompressed,            // video
+    Pcm, Mp3, Mp2, Aac, Ac3,                                    // audio
+    Text, Bitmap,                                               // subtitles
+};
+
+struct StreamCoding {
+    Coding coding = Coding::Other;
+    std::string name;      // for people
+    std::string extension; // of the extracted file
+};
+
+StreamCoding CodingOf(const lxAviReadCore_StreamInfo_t& stream);
+
+lxAviRead_StrfVideo_t VideoFormatOf(const lxAviReadCore_StreamInfo_t& stream);
+lxAviRead_StrfAudio_t AudioFormatOf(const lxAviReadCore_StreamInfo_t& stream);
+
+const char* TypeName(UInt32 streamType);
+
+// Whether the first bytes of a frame make it a key frame; nothing where that cannot be told.
+std::optional<bool> LooksLikeKeyFrame(Coding coding, std::span<const UInt8> head);
+
+} // namespace lxavi

@@ -1,0 +1,190 @@
+// lxavi info: what is in the file.
+
+#include "Codecs.hpp"
+#include "Commands.hpp"
+#include "Output.hpp"
+#include "RiffScan.hpp"
+
+#include <fmt/format.h>
+
+namespace lxavi {
+
+namespace {
+
+double PerSecond(const lxAviRead_Strh_t& header)
+{
+    return header.dwScale != 0 ? static_cast<double>(header.dwRate) / header.dwScale : 0.0;
+}
+
+Json VideoDetails(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const lxAviRead_StrfVideo_t format = VideoFormatOf(stream);
+    Json json;
+    json["width"] = format.biWidth;
+    json["height"] = format.biHeight;
+    json["bits per pixel"] = format.biBitCount;
+    json["frames per second"] = PerSecond(stream.Header);
+    return json;
+}
+
+Json AudioDetails(const Reader& reader, UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
+{
+    const lxAviRead_StrfAudio_t format = AudioFormatOf(stream);
+    Json json;
+    json["format tag"] = format.wFormatTag;
+    json["channels"] = format.nChannels;
+    json["samples per second"] = format.nSamplesPerSec;
+    json["bytes per second"] = format.nAvgBytesPerSec;
+    json["block align"] = format.nBlockAlign;
+    json["bits per sample"] = format.wBitsPerSample;
+    json["variable bit rate"] =
+        lxAviReadCore_TrackIsVBR(const_cast<lxAviReadCore_AviInfo_t*>(&reader.State()), number) != 0;
+    return json;
+}
+
+Json StreamReport(const Reader& reader, UInt32 number)
+{
+    const lxAviReadCore_StreamInfo_t& stream = *reader.Stream(number);
+    Json json;
+    json["type"] = TypeName(stream.StreamType);
+    json["track"] = stream.StreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : reader.State().TrackNumber[number];
+    json["coding"] = CodingOf(stream).name;
+    json["handler"] = FourCCText(stream.Header.fccHandler);
+    json["rate"] = stream.Header.dwRate;
+    json["scale"] = stream.Header.dwScale;
+    json["start"] = stream.Header.dwStart;
+    json["length"] = stream.Header.dwLength;
+    json["sample size"] = stream.Header.dwSampleSize;
+    json["stream data"] = stream.bStrdPresent != 0;
+    if (stream.StreamType == LX_AVIREAD_STREAM_VIDEO) {
+        json.update(VideoDetails(stream));
+    } else if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
+        json.update(AudioDetails(reader, number, stream));
+    }
+    json["payload bytes by index"] = stream.uiStreamSize;
+    if (stream.IndxChunk.pAviSuperIndexEntry != nullptr) {
+        json["index chunks"] = stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse;
+    }
+    return json;
+}
+
+std::string IndexKind(const Reader& reader)
+{
+    const lxAviReadCore_AviInfo_t& state = reader.State();
+    if (state.bIndxPresent != 0) {
+        const lxAviReadCore_StreamInfo_t* video = reader.Stream(static_cast<UInt32>(state.videoStreamNr));
+        const bool super = video != nullptr && video->IndxChunk.pAviSuperIndexEntry != nullptr;
+        return super ? "OpenDML, super index" : "OpenDML, one level";
+    }
+    if (state.idx1Size == 0) {
+        return "none";
+    }
+    return state.bAbsoluteOffsets != 0 ? "idx1, absolute offsets" : "idx1, relative offsets";
+}
+
+// Key frames of the main video stream that the index lists.
+UInt32 KeyFramesFound(const Reader& reader, const RiffScan& scan)
+{
+    const auto& records = reader.State().bIndxPresent != 0 ? scan.openDml : scan.idx1;
+    UInt32 found = 0;
+    for (const ScannedRecord& record : records) {
+        const UInt32 twocc = record.id >> 16;
+        const bool video = twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8);
+        const UInt32 stream = (record.id & 0xFF) - '0' == 0 ? ((record.id >> 8) & 0xFF) - '0'
+                                                            : ((record.id & 0xFF) - '0') * 10 + ((record.id >> 8) & 0xFF) - '0';
+        found += video && record.key && static_cast<int>(stream) == reader.State().videoStreamNr ? 1 : 0;
+    }
+    return found;
+}
+
+std::string Usability(const Reader& reader, const RiffScan& scan, UInt32 result)
+{
+    if (!reader.HasTable()) {
+        return fmt::format("no ({})", CodeName(result));
+    }
+    return reader.State().bIndxPresent != 0 && scan.indexesAt32 > 0 ? "no (index records are read one word off)" : "yes";
+}
+
+Json IndexReport(Reader& reader)
+{
+    const UInt32 result = reader.BuildIndex();
+    const lxAviReadCore_AviInfo_t& state = reader.State();
+    const RiffScan scan(reader.Settings().file);
+    Json json;
+    json["kind"] = IndexKind(reader);
+    json["usable for seeking"] = Usability(reader, scan, result);
+    json["idx1 records"] = state.idx1Size / 16;
+    const UInt32 found = KeyFramesFound(reader, scan);
+    const auto stored = static_cast<UInt32>(reader.Table().size());
+    json["key frames found"] = found;
+    json["key frames stored"] = stored;
+    json["every n-th is stored"] = stored > 0 ? (found + stored - 1) / stored : 0;
+    json["leaves"] = state.KeyFramesListAsArrayLength;
+    const UInt64 used = UInt64{state.KeyFramesListAsArrayLength} * (sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*));
+    json["table bytes"] = used;
+    json["budget bytes"] = state.memoryUsageLimit;
+    lxAviRead_SetPositionRangeInfo_t range = {};
+    static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
+    if (reader.HasTable()) {
+        json["range"] = Duration(range.uiStartTimeMsec) + " to " + Duration(range.uiEndTimeMsec);
+    }
+    return json;
+}
+
+Json SegmentReport(const Reader& reader)
+{
+    Json json = Json::array();
+    const lxAviReadCore_AvixRiff_t* segment = reader.State().pCurrentAvix;
+    while (segment != nullptr && segment->pPrevAvix != nullptr) {
+        segment = segment->pPrevAvix;
+    }
+    for (; segment != nullptr; segment = segment->pNextAvix) {
+        json.push_back(fmt::format("{} bytes at {}", segment->moviDataSize, segment->moviDataOffset));
+    }
+    return json;
+}
+
+Json ContainerReport(const Reader& reader)
+{
+    const lxAviReadCore_AviInfo_t& state = reader.State();
+    lxAviRead_Avih_t avih = {};
+    lxAviRead_OpenDmlInfo_t openDml = {};
+    static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+    lxAviReadCore_GetOpenDmlInfo(&openDml);
+    Json json;
+    json["file"] = reader.Settings().file;
+    json["bytes"] = reader.FileSize();
+    json["container"] = openDml.bPresent != 0 || state.bIndxPresent != 0 ? "OpenDML AVI" : "AVI";
+    json["microseconds per frame"] = avih.dwMicroSecPerFrame;
+    json["width"] = avih.dwWidth;
+    json["height"] = avih.dwHeight;
+    json["frames in first list"] = avih.dwTotalFrames;
+    if (openDml.bPresent != 0) {
+        json["frames in file"] = openDml.uiTotalFrames;
+    }
+    const UInt64 frames = openDml.bPresent != 0 ? openDml.uiTotalFrames : avih.dwTotalFrames;
+    json["duration"] = Duration(frames * avih.dwMicroSecPerFrame / 1000);
+    json["media data at"] = state.moviOffset;
+    json["media data bytes"] = state.moviSize;
+    json["seeking works"] = lxalAviRead_FileSeekPossible != 0;
+    return json;
+}
+
+} // namespace
+
+int RunInfo(const Options& options)
+{
+    Reader reader(options);
+    Json report = ContainerReport(reader);
+    report["segments"] = SegmentReport(reader);
+    report["index"] = IndexReport(reader);
+    Json streams = Json::array();
+    for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
+        streams.push_back(StreamReport(reader, i));
+    }
+    report["stream"] = streams;
+    PrintReport(options, report);
+    return kDone;
+}
+
+} // namespace lxavi

@@ -1,0 +1,61 @@
+// What the commands print: tables row by row and reports, for people or for programs; progress on long work.
+
+#pragma once
+
+#include "Reader.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace lxavi {
+
+using Json = nlohmann::ordered_json;
+
+struct Column {
+    std::string name;  // of CSV and JSON
+    std::string title; // for people
+    int width;         // for people; negative: left-aligned
+};
+
+// Prints rows as they come: aligned, as CSV, or as a JSON array.
+class TableWriter {
+public:
+    TableWriter(const Options& options, std::vector<Column> columns);
+    ~TableWriter();
+    TableWriter(const TableWriter&) = delete;
+    TableWriter& operator=(const TableWriter&) = delete;
+
+    void Row(const std::vector<Json>& values);
+
+private:
+    const Options& m_options;
+    std::vector<Column> m_columns;
+    UInt64 m_rows = 0;
+};
+
+// Prints a report of nested objects: indented, as `path,value` lines, or as JSON.
+void PrintReport(const Options& options, const Json& report);
+
+// A bar on standard error while it is a terminal.
+class Progress {
+public:
+    Progress(const std::string& what, UInt64 total);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void At(UInt64 done);
+
+private:
+    std::string m_what;
+    UInt64 m_total;
+    int m_shown = -1; // per cent
+    bool m_on;
+};
+
+std::string Duration(UInt64 msec);
+std::string FourCCText(UInt32 code);
+
+} // namespace lxavi

@@ -1,0 +1,203 @@
+#include "Reader.hpp"
+
+#include "lxDbgHost.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+
+namespace lxavi {
+
+namespace {
+
+constexpr UInt32 kPiece = 64 * 1024; // bytes of payload at a time
+
+std::string Explain(UInt32 code)
+{
+    switch (code) {
+    case LX_ERR_AVIREAD_READ: return "reading failed";
+    case LX_ERR_AVIREAD_NO_MEMORY: return "not enough memory, or a budget below one leaf of the key-frame table";
+    case LX_ERR_AVIREAD_OPEN: return "cannot be opened";
+    case LX_ERR_AVIREAD_NOT_AVI: return "not an AVI file, or a damaged header";
+    case LX_ERR_AVIREAD_SEEK: return "a seek failed";
+    case LX_ERR_AVIREAD_EOF: return "the file ends too early";
+    case LX_ERR_AVIREAD_NO_INDEX: return "no usable index";
+    case LX_ERR_AVIREAD_ABORTED: return "aborted";
+    case LX_ERR_AVIREAD_INDEX_STREAM: return "an index chunk belongs to another stream";
+    case LX_ERR_AVIREAD_AVIX_LIST: return "an extension list without media data";
+    case LX_ERR_AVIREAD_JUMP_RANGE: return "the jump leads outside the media data";
+    default: return "failed";
+    }
+}
+
+} // namespace
+
+std::string CodeName(UInt32 code)
+{
+    switch (code) {
+    case LX_OK: return "LX_OK";
+    case LX_AVIREAD_END_OF_MEDIA: return "LX_AVIREAD_END_OF_MEDIA";
+    case LX_ERR_AVIREAD_READ: return "LX_ERR_AVIREAD_READ";
+    case LX_ERR_AVIREAD_NO_MEMORY: return "LX_ERR_AVIREAD_NO_MEMORY";
+    case LX_ERR_AVIREAD_OPEN: return "LX_ERR_AVIREAD_OPEN";
+    case LX_ERR_AVIREAD_NOT_AVI: return "LX_ERR_AVIREAD_NOT_AVI";
+    case LX_ERR_AVIREAD_SEEK: return "LX_ERR_AVIREAD_SEEK";
+    case LX_ERR_AVIREAD_EOF: return "LX_ERR_AVIREAD_EOF";
+    case LX_ERR_AVIREAD_NO_INDEX: return "LX_ERR_AVIREAD_NO_INDEX";
+    case LX_ERR_AVIREAD_SUBTITLE_SKIPPED: return "LX_ERR_AVIREAD_SUBTITLE_SKIPPED";
+    case LX_ERR_AVIREAD_AUDIO_SKIPPED: return "LX_ERR_AVIREAD_AUDIO_SKIPPED";
+    case LX_ERR_AVIREAD_VIDEO_SKIPPED: return "LX_ERR_AVIREAD_VIDEO_SKIPPED";
+    case LX_ERR_AVIREAD_JUMP_NOT_VIDEO: return "LX_ERR_AVIREAD_JUMP_NOT_VIDEO";
+    case LX_ERR_AVIREAD_BAD_STREAM: return "LX_ERR_AVIREAD_BAD_STREAM";
+    case LX_ERR_AVIREAD_ABORTED: return "LX_ERR_AVIREAD_ABORTED";
+    case LX_ERR_AVIREAD_INDEX_STREAM: return "LX_ERR_AVIREAD_INDEX_STREAM";
+    case LX_ERR_AVIREAD_AVIX_LIST: return "LX_ERR_AVIREAD_AVIX_LIST";
+    case LX_ERR_AVIREAD_JUMP_RANGE: return "LX_ERR_AVIREAD_JUMP_RANGE";
+    case LX_ERR_AVIREAD_NO_KEY_FRAME: return "LX_ERR_AVIREAD_NO_KEY_FRAME";
+    default: return fmt::format("0x{:08X}", code);
+    }
+}
+
+Failure::Failure(const std::string& what, UInt32 code)
+    : std::runtime_error(fmt::format("{}{}{} ({})", what, what.empty() ? "" : ": ", Explain(code), CodeName(code)))
+{
+}
+
+Reader::Reader(const Options& options)
+    : m_options(options), m_buffer(size_t{kPiece} * (options.attempts > 1 ? 4 : 1) / sizeof(UInt32))
+{
+    struct stat status = {};
+    if (stat(options.file.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode)) {
+            throw Failure("is a directory");
+        }
+        m_fileSize = static_cast<UInt64>(status.st_size);
+    }
+    lxDbg_SetLevelMask("lxAviRead", options.logMask);
+    Bool allIndexed = 0;
+    const UInt32 result = lxAviReadCore_Open(0, options.file.c_str(), options.attempts, options.budget,
+                                             static_cast<UInt8>(options.indxOption), &allIndexed);
+    if (result != LX_OK) {
+        static_cast<void>(lxAviReadCore_Close());
+        throw Failure("", result);
+    }
+}
+
+Reader::~Reader()
+{
+    static_cast<void>(lxAviReadCore_Close());
+}
+
+bool Reader::HasTable() const
+{
+    lxAviRead_SetPositionRangeInfo_t range = {};
+    static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
+    return range.uiLastKeyFrameNr != 0xFFFFFFFFu;
+}
+
+UInt32 Reader::BuildIndex()
+{
+    // A table that Open has built from a one-level index would not be rebuilt.
+    return HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
+}
+
+void Reader::Start()
+{
+    // An input that cannot seek stands at the first chunk since Open.
+    if (lxalAviRead_FileSeekPossible != 0) {
+        static_cast<void>(lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo()));
+    }
+}
+
+UInt32 Reader::Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding)
+{
+    if (!HasTable()) {
+        throw Failure("cannot jump", LX_ERR_AVIREAD_NO_INDEX);
+    }
+    return lxAviReadCore_SeekToTime(timeMsec, audioTrack, rounding);
+}
+
+bool Reader::IsEnd(const Item& item)
+{
+    switch (item.result) {
+    case LX_AVIREAD_END_OF_MEDIA:
+    case LX_ERR_AVIREAD_READ:
+    case LX_ERR_AVIREAD_SEEK:
+    case LX_ERR_AVIREAD_JUMP_RANGE: return true;
+    default: return false;
+    }
+}
+
+Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
+{
+    Item item;
+    Bool jumped = 0;
+    item.result = lxAviReadCore_NextChunk(&item.chunk, audioTrack, subtitleTrack, &jumped);
+    item.jumped = jumped != 0;
+    item.offset = static_cast<UInt64>(ftello64(State().pFile)) - 8;
+    if (item.chunk.uiStreamNr < LX_AVIREAD_STREAMS) {
+        item.track = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : State().TrackNumber[item.chunk.uiStreamNr];
+    }
+    if (item.result == LX_OK) {
+        item.time = lxAviReadCore_GetStreamTime(item.chunk.uiStreamNr, item.chunk.uiFrameNumber,
+                                                item.chunk.uiBytePosition);
+    }
+    return item;
+}
+
+void Reader::ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take)
+{
+    for (UInt32 left = item.chunk.uiSize; left > 0;) {
+        const UInt32 piece = std::min(left, kPiece);
+        if (const UInt32 result = lxAviReadCore_GetChunk(m_buffer.data(), piece); result != LX_OK) {
+            throw Failure(fmt::format("chunk at {}", item.offset), result);
+        }
+        take({reinterpret_cast<const UInt8*>(m_buffer.data()), piece});
+        left -= piece;
+    }
+}
+
+void Reader::Skip(const Item& item)
+{
+    if (item.result == LX_ERR_AVIREAD_BAD_STREAM || IsEnd(item)) {
+        return; // its size cannot be trusted
+    }
+    if (item.chunk.uiSize > 0) {
+        static_cast<void>(lxAviReadCore_RemoveChunk(item.chunk.uiSize));
+    }
+    if (item.result != LX_OK) { // delivered chunks are counted in advance
+        lxAviReadCore_IncreaseOffset(item.chunk.uiSize);
+    }
+}
+
+std::vector<const lxAviReadCore_KeyFrameEntry_t*> Reader::Table() const
+{
+    std::vector<const lxAviReadCore_KeyFrameEntry_t*> entries;
+    for (UInt32 i = 0; i < State().KeyFramesListAsArrayLength; ++i) {
+        const lxAviReadCore_KeyFrameLeaf_t& leaf = *State().KeyFramesListAsArray[i];
+        for (UInt32 k = 0; k < leaf.arrayLength; ++k) {
+            entries.push_back(&leaf.array[k]);
+        }
+    }
+    return entries;
+}
+
+const lxAviReadCore_StreamInfo_t* Reader::Stream(UInt32 number) const
+{
+    return number < LX_AVIREAD_STREAMS ? State().StreamInfo[number] : nullptr;
+}
+
+UInt32 Reader::StreamCount() const
+{
+    UInt32 count = 0;
+    for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
+        if (Stream(i) != nullptr && Stream(i)->Header.fccType != 0) {
+            count = i + 1;
+        }
+    }
+    return count;
+}
+
+} // namespace lxavi

@@ -1,0 +1,125 @@
+// lxavi: inspect, list, extract, seek, step and check AVI files from the command line.
+
+#include "Commands.hpp"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <functional>
+#include <map>
+
+namespace {
+
+using namespace lxavi;
+
+const std::map<std::string, UInt32> kRoundings = {{"up", lxAviRead_SetPosRoundUp},
+                                                  {"down", lxAviRead_SetPosRoundDown},
+                                                  {"nearest", lxAviRead_SetPosRoundNearest}};
+const std::map<std::string, StepMode> kModes = {{"forward", StepMode::Forward},
+                                                {"trick", StepMode::Trick},
+                                                {"back", StepMode::Back},
+                                                {"jump", StepMode::Jump}};
+
+std::string VersionText()
+{
+    return fmt::format("lxavi {}.{}.{}", LX_AVIREAD_VERSION_MAJOR, LX_AVIREAD_VERSION_MINOR, LX_AVIREAD_VERSION_PATCH);
+}
+
+CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& what, Options& options)
+{
+    CLI::App* const command = app.add_subcommand(name, what);
+    command->add_option("FILE", options.file, "AVI or OpenDML file")->required();
+    command->add_option("--attempts", options.attempts, "Read attempts that one read may make");
+    command->add_option("--budget", options.budget, "Bytes that the key-frame table may take")
+        ->transform(CLI::AsSizeValue(false));
+    command->add_option("--indx-option", options.indxOption, "1: a one-level OpenDML index is used")
+        ->check(CLI::Range(0, 255));
+    command->add_option("--log", options.logMask, "Mask of the library's log levels, to standard error");
+    CLI::Option* const json = command->add_flag("--json", options.json, "Print JSON");
+    command->add_flag("--csv", options.csv, "Print comma-separated values")->excludes(json);
+    return command;
+}
+
+void AddAudio(CLI::App* command, PlayOptions& play)
+{
+    command->add_option("--audio", play.audio, "Audio track, 0 to 7")->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1));
+}
+
+void AddRounding(CLI::App* command, PlayOptions& play)
+{
+    command->add_option("--round", play.rounding, "Key frame up, down or nearest")
+        ->transform(CLI::CheckedTransformer(kRoundings, CLI::ignore_case));
+}
+
+int Run(int argc, char** argv)
+{
+    CLI::App app{"Inspects, lists, extracts, seeks, steps and checks AVI and OpenDML files."};
+    app.set_version_flag("--version", VersionText());
+    app.require_subcommand(1);
+    Options options;
+    PlayOptions play;
+    ExtractOptions extract;
+    StepOptions step;
+    UInt32 time = 0;
+    std::function<int()> command;
+
+    AddCommand(app, "info", "Show container, streams, segments and index", options)->callback([&] {
+        command = [&] { return RunInfo(options); };
+    });
+
+    CLI::App* const chunks = AddCommand(app, "chunks", "List the delivered chunks", options);
+    AddAudio(chunks, play);
+    AddRounding(chunks, play);
+    chunks->add_option("--subtitle", play.subtitle, "Subtitle track");
+    chunks->add_option("--from", play.from, "Jump to this time, in milliseconds, first");
+    chunks->add_option("--limit", play.limit, "Stop after this many chunks");
+    chunks->callback([&] { command = [&] { return RunChunks(options, play); }; });
+
+    AddCommand(app, "index", "Show the key-frame table", options)->callback([&] {
+        command = [&] { return RunIndex(options); };
+    });
+
+    CLI::App* const seek = AddCommand(app, "seek", "Show where a seek lands", options);
+    seek->add_option("MS", time, "Time in milliseconds")->required();
+    AddAudio(seek, play);
+    AddRounding(seek, play);
+    seek->callback([&] { command = [&] { return RunSeek(options, time, play); }; });
+
+    CLI::App* const stepping = AddCommand(app, "step", "Step from key frame to key frame", options);
+    stepping->add_option("--count", step.count, "Number of steps; with --mode jump negative goes back")->required();
+    stepping->add_option("--from", step.from, "Start at this time, in milliseconds");
+    stepping->add_option("--mode", step.mode, "forward, trick, back or jump")
+        ->transform(CLI::CheckedTransformer(kModes, CLI::ignore_case));
+    stepping->callback([&] { command = [&] { return RunStep(options, step); }; });
+
+    CLI::App* const extraction = AddCommand(app, "extract", "Write each stream to a file of its own", options);
+    extraction->add_option("--out", extract.folder, "Folder for the files")->required();
+    extraction->add_option("--audio", extract.audio, "Audio track, or all")
+        ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1) | CLI::IsMember({"all"}));
+    extraction->add_option("--from", extract.from, "Start at this time, in milliseconds");
+    extraction->add_option("--to", extract.to, "End at this time, in milliseconds");
+    extraction->callback([&] { command = [&] { return RunExtract(options, extract); }; });
+
+    AddCommand(app, "check", "Walk everything and report every anomaly", options)->callback([&] {
+        command = [&] { return RunCheck(options); };
+    });
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsage;
+    }
+    try {
+        return command();
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "lxavi: {}: {}\n", options.file, error.what());
+        return kDamaged;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return Run(argc, argv);
+}
