@@ -742,12 +742,12 @@ TEST_F(OpenDmlIndex, AOneLevelFieldIndexFollowsThreeRulesThatDisagree)
     // 12 bytes before the records on (which are the base and the reserved word).
     // The file is left 12 bytes before the end of the chunk, where the header list goes on: at a chunk, by luck.
     const Bytes records = U32(1000) + U32(10) + U32(1) + U32(2000) + U32(20) + U32(2) + Chunk("JUNK", Fill(4));
-    ASSERT_EQ(OpenWithIndx(Chunk("indx", IndxHead(3, 1, 1, 3) + U64(0) + U32(0) + records)), LX_OK);
+    ASSERT_EQ(OpenWithIndx(Chunk("indx", IndxHead(3, 1, 1, 3) + U64(100) + U32(0) + records)), LX_OK);
     const auto table = Table();
     ASSERT_EQ(table.size(), 3u);
-    EXPECT_EQ(table[0].videoChunkOffset, 0xFFFFFFF8u); // offset 0 - 8: of the base itself
-    EXPECT_EQ(table[1].videoChunkOffset, 992u);
-    EXPECT_EQ(table[2].videoChunkOffset, 1992u);
+    EXPECT_EQ(table[0].videoChunkOffset, 192u); // the base, taken for an offset
+    EXPECT_EQ(table[1].videoChunkOffset, 1092u);
+    EXPECT_EQ(table[2].videoChunkOffset, 2092u);
 }
 
 TEST_F(OpenDmlIndex, OneLevelFailuresPassThroughTheCommonExit)

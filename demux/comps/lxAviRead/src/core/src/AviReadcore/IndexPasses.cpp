@@ -16,6 +16,7 @@ void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& ent
 
 namespace {
 
+// Quirk Q46: without the start of the stream, which stream times include.
 UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 {
     const UInt32 microSecPerFrame = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwMicroSecPerFrame : 0;

@@ -206,7 +206,7 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return ReadCounted(pAviInfo, id, kIdText, __LINE__);
 }
 
-// Lets the identifier slide one byte further over the file.
+// Quirk Q44: lets the identifier slide one byte further over the file, be it a list header, a pad byte or damage.
 UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));

@@ -16,7 +16,8 @@ namespace {
 constexpr UInt32 kHeaderBytes = 8;
 constexpr UInt32 kHeaderBytesWithDrm = 26; // "dd" header, descriptor, header
 
-// Where the chunk begins whose header has just been read; a protected frame begins with its "dd" chunk.
+// Quirk Q45: where the chunk begins whose header has just been read; a protected frame begins with its "dd" chunk,
+// which an OpenDML index does not list.
 UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
 {
     return pAviInfo->CurrentOffset - (pChunk->bDrm == 1 ? kHeaderBytesWithDrm : kHeaderBytes);
@@ -104,7 +105,7 @@ bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound,
            lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, sync.videoFrameNumber, 0);
 }
 
-// The sync rule holds for every video chunk, not only after a jump.
+// Quirk Q43: the sync rule holds for every video chunk, not only after a jump; before any, the sync entry is the first.
 UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry* pFound)
 {
     if (IsBeforeSyncPoint(pChunk, pFound, *SyncEntry(pAviInfo))) {

@@ -175,7 +175,7 @@ private:
     UInt32 m_uiTrack;
     AudioState m_state = {};
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
-    UInt32 m_uiCursorTime = 0;        // its time; 0 for the first, so that it always gets the first chunk
+    UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
 };
 
 // Makes `chunk` the last one of the track: what the placers and the single-pass builder count alike.

@@ -1,0 +1,227 @@
+// Faults to exhaustion: the n-th allocation, read or seek fails, for n = 1, 2, … until a run meets no failure, once and
+// from n on. After each: a defined code, no leak, Close leaves nothing, and the next Open delivers everything.
+
+#include "ReaderTest.hpp"
+
+#include <functional>
+#include <iostream>
+#include <set>
+
+namespace avitest {
+namespace {
+
+constexpr UInt32 kNone = LX_OK;
+
+class FaultLoops : public ReaderTest {
+protected:
+    FaultLoops() { log.SetMask(0x8000); }
+
+    static AviBuilder Plain()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.beforeMovi = Chunk("JUNK", Fill(6));
+        AddMedia(builder, 0, 12);
+        return builder;
+    }
+
+    static AviBuilder Super()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = IndexKind::SuperStandard;
+        builder.dmlhTotalFrames = 24;
+        AddMedia(builder, 0, 12);
+        builder.NextRiff();
+        AddMedia(builder, 12, 24);
+        return builder;
+    }
+
+    static AviBuilder OneLevel()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = IndexKind::OneLevelStandard;
+        AddMedia(builder, 0, 12);
+        return builder;
+    }
+
+    static void AddMedia(AviBuilder& builder, UInt32 from, UInt32 to)
+    {
+        for (UInt32 i = from; i < to; ++i) {
+            builder.Audio(1, Fill(640, static_cast<UInt8>(i))).Frame(0, Fill(9, static_cast<UInt8>(i)), i % 4 == 0);
+        }
+    }
+
+    // A whole session; the first code that is no success, or LX_OK. Deliveries go on as a player's would.
+    UInt32 Session(UInt32 attempts)
+    {
+        UInt32 first = kNone;
+        const auto note = [&](UInt32 code) {
+            m_codes.insert(code);
+            first = first == kNone ? code : first;
+            return code;
+        };
+        if (note(lxAviReadCore_Open(0, "test.avi", attempts, kPlenty, 1, &allIndexed)) != LX_OK) {
+            return first;
+        }
+        lxAviRead_SetPositionRangeInfo_t range = {};
+        EXPECT_EQ(lxAviReadCore_GetSetPositionRangeInfo(&range), LX_OK);
+        if (range.uiLastKeyFrameNr == 0xFFFFFFFFu) {
+            note(lxAviReadCore_ParseIndex(0));
+        }
+        note(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()));
+        note(PlayToTheEnd());
+        Bool found = 0;
+        if (Info().KeyFramesListAsArrayLength > 0 && first == kNone) {
+            static_cast<void>(lxAviReadCore_SeekToTime(300, 0, lxAviRead_SetPosRoundNearest));
+            note(PlayToTheEnd());
+            EXPECT_EQ(lxAviReadCore_SetJumpToPrevKeyFrame(&found, 0), LX_OK);
+            note(PlayToTheEnd());
+        }
+        lxAviReadCore_RewindToStart();
+        note(PlayToTheEnd());
+        return first;
+    }
+
+    UInt32 PlayToTheEnd()
+    {
+        Bytes buffer(4 * 4096);
+        for (UInt32 i = 0; i < 1000; ++i) {
+            lxAviRead_ChunkData_t chunk = {};
+            Bool jumped = 0;
+            const UInt32 result = lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped);
+            m_codes.insert(result);
+            if (result == LX_AVIREAD_END_OF_MEDIA) {
+                return LX_OK;
+            }
+            if (result == LX_OK && chunk.uiSize <= 4096) {
+                if (const UInt32 read = lxAviReadCore_GetChunk(reinterpret_cast<UInt32*>(buffer.data()), chunk.uiSize);
+                    read != LX_OK) {
+                    return read;
+                }
+            } else if (result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_SEEK ||
+                       result == LX_ERR_AVIREAD_JUMP_RANGE) {
+                return result;
+            }
+        }
+        ADD_FAILURE() << "delivery does not end";
+        return LX_OK;
+    }
+
+    // After whatever happened: nothing is left over, and a good file plays as ever.
+    void ExpectRecovery(const Bytes& good, size_t chunks)
+    {
+        Faults().FailAllocation(0);
+        Faults().FaultRead(0, {});
+        Faults().FailSeek(0);
+        ASSERT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        ASSERT_EQ(Faults().LiveAllocations(), 0u);
+        ASSERT_EQ(AsBytes(Info()), Bytes(sizeof(Info()), 0));
+        ASSERT_EQ(Open(good), LX_OK);
+        Position();
+        ASSERT_EQ(All().size(), chunks);
+    }
+
+    void Exhaust(const Bytes& file, const std::function<void(UInt64, bool)>& arm, UInt32 attempts)
+    {
+        const Bytes good = Plain().Build();
+        for (const bool bFromThenOn : {false, true}) {
+            for (UInt64 n = 1;; ++n) {
+                ASSERT_LT(n, 5000u) << "never without a fault";
+                Faults().Serve("test.avi", file);
+                ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+                arm(n, bFromThenOn);
+                static_cast<void>(Session(attempts));
+                const bool bMet = Faults().Met();
+                ExpectRecovery(good, 25);
+                if (!bMet) {
+                    break;
+                }
+            }
+        }
+        const std::set<UInt32> defined = {LX_OK, LX_AVIREAD_END_OF_MEDIA, LX_ERR_AVIREAD_READ,
+                                          LX_ERR_AVIREAD_NO_MEMORY, LX_ERR_AVIREAD_OPEN, LX_ERR_AVIREAD_NOT_AVI,
+                                          LX_ERR_AVIREAD_SEEK, LX_ERR_AVIREAD_EOF, LX_ERR_AVIREAD_NO_INDEX,
+                                          LX_ERR_AVIREAD_AUDIO_SKIPPED, LX_ERR_AVIREAD_VIDEO_SKIPPED,
+                                          LX_ERR_AVIREAD_JUMP_NOT_VIDEO, LX_ERR_AVIREAD_BAD_STREAM,
+                                          LX_ERR_AVIREAD_ABORTED, LX_ERR_AVIREAD_NO_KEY_FRAME,
+                                          LX_ERR_AVIREAD_AVIX_LIST, LX_ERR_AVIREAD_INDEX_STREAM,
+                                          LX_ERR_AVIREAD_JUMP_RANGE};
+        for (const UInt32 code : m_codes) {
+            EXPECT_TRUE(defined.contains(code)) << std::hex << code;
+        }
+        std::cout << "faults injected so far: " << Faults().Injected() << '\n';
+    }
+
+    void ExhaustAllFiles(const std::function<void(UInt64, bool)>& arm, UInt32 attempts)
+    {
+        for (AviBuilder builder : {Plain(), Super(), OneLevel()}) {
+            Exhaust(builder.Build(), arm, attempts);
+        }
+    }
+
+    std::set<UInt32> m_codes;
+};
+
+TEST_F(FaultLoops, EveryAllocation)
+{
+    ExhaustAllFiles([this](UInt64 n, bool bFromThenOn) { Faults().FailAllocation(n, bFromThenOn); }, 1);
+    EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_NO_MEMORY));
+}
+
+TEST_F(FaultLoops, EverySeek)
+{
+    ExhaustAllFiles([this](UInt64 n, bool bFromThenOn) { Faults().FailSeek(n, bFromThenOn); }, 1);
+    EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_SEEK));
+}
+
+class ReadFaultLoops : public FaultLoops, public ::testing::WithParamInterface<UInt32> {};
+
+TEST_P(ReadFaultLoops, EveryReadComesShort)
+{
+    ExhaustAllFiles(
+        [this](UInt64 n, bool bFromThenOn) {
+            Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 1}, bFromThenOn);
+        },
+        GetParam());
+    EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_READ));
+}
+
+TEST_P(ReadFaultLoops, EveryReadFailsWhole)
+{
+    ExhaustAllFiles(
+        [this](UInt64 n, bool bFromThenOn) {
+            Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 0}, bFromThenOn);
+        },
+        GetParam());
+}
+
+TEST_P(ReadFaultLoops, EveryReadMeetsTheEndOfTheFile)
+{
+    ExhaustAllFiles(
+        [this](UInt64 n, bool bFromThenOn) { Faults().FaultRead(n, {ReadFault::Kind::EndOfFile, 1}, bFromThenOn); },
+        GetParam());
+    EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_EOF));
+}
+
+TEST_P(ReadFaultLoops, TheAbortFlagIsRaisedAtEveryRead)
+{
+    ExhaustAllFiles(
+        [this](UInt64 n, bool bFromThenOn) {
+            Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 1}, bFromThenOn);
+            Faults().onRead = [n](UInt64 read) {
+                if (read == n) {
+                    static_cast<void>(lxAviReadCore_SetAbortFlag(1));
+                }
+            };
+        },
+        GetParam());
+    EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_ABORTED));
+}
+
+INSTANTIATE_TEST_SUITE_P(Attempts, ReadFaultLoops, ::testing::Values(0u, 1u, 2u, 5u));
+
+} // namespace
+} // namespace avitest
