@@ -1,0 +1,493 @@
+// Random files, read linearly once, and thousands of seeks, steps, re-arms and track switches checked against what the
+// linear reading says must be delivered. The oracle is written plainly, from the list of chunks alone.
+
+#include "ReaderTest.hpp"
+
+#include <cmath>
+#include <iostream>
+#include <random>
+
+namespace avitest {
+namespace {
+
+constexpr size_t kNoKey = static_cast<size_t>(-1);
+
+// A chunk as the linear reading sees it.
+struct Chunk0 {
+    UInt64 uiStart; // in the base of the index; of the "dd" chunk before it, if any
+    UInt64 uiHeader; // of its own header, in the same base
+    UInt32 uiSize;
+    int iTrack; // audio track, or -1 for video
+    UInt32 uiFrame; // video frame number
+    UInt32 uiNumber; // chunk number in its track
+    UInt64 uiBytes;  // payload bytes of the track before it
+    size_t uiKey = kNoKey; // index into the stored key frames
+    Bytes payload;
+};
+
+struct Key {
+    size_t uiChunk; // index into the linear reading
+    UInt32 uiFrame;
+    UInt64 uiOffset;
+    struct Audio {
+        UInt32 uiNumber = 0xFFFFFFFFu;
+        UInt64 uiOffset = 0, uiBytes = 0;
+    } audio[8];
+};
+
+// What the reader does next, computed from the list.
+struct Model {
+    size_t uiAt = 0;        // next chunk
+    size_t uiSync = 0;      // key frame
+    bool bAudioSync = false;
+    UInt32 uiVideoFrame = 0;
+    UInt32 audioNumber[8] = {};
+    UInt64 audioBytes[8] = {};
+    size_t uiLast = 0;      // key frame played last
+    bool bLastValid = false;
+};
+
+class Oracle : public ReaderTest {
+protected:
+    std::mt19937 random{0};
+    std::vector<Stream> tracks;
+    std::vector<Chunk0> chunks;
+    std::vector<Key> keys;
+    Model model;
+    static inline UInt64 s_operations = 0;
+    static inline UInt64 s_files = 0;
+
+    UInt32 Pick(UInt32 from, UInt32 to) { return std::uniform_int_distribution<UInt32>(from, to)(random); }
+
+    // ---- Times, from the formulas ----
+
+    UInt32 AudioTime(int track, UInt32 number, UInt64 bytes) const
+    {
+        const Stream& stream = tracks[static_cast<size_t>(track)];
+        const UInt32 tag = stream.format[0] | stream.format[1] << 8;
+        const UInt32 perSecond = Get32(stream.format, 8);
+        if (tag == 1 || tag == 0x2000) {
+            return static_cast<UInt32>(static_cast<double>(bytes) * 1000.0 / stream.header.dwRate);
+        }
+        if (stream.header.dwSampleSize == 1) {
+            return static_cast<UInt32>(static_cast<double>(bytes) * 1000.0 / perSecond);
+        }
+        return static_cast<UInt32>(number * (stream.header.dwScale * (1000.0 / stream.header.dwRate)));
+    }
+
+    static UInt32 VideoTime(UInt32 frame) { return frame * 40; }
+
+    // ---- The file ----
+
+    Stream RandomTrack()
+    {
+        switch (Pick(0, 3)) {
+        case 0: return PcmStream(8000, 1, 16);
+        case 1: return Mp3CbrStream(4000);
+        case 2: return Mp3VbrStream(44100);
+        default: return Ac3Stream(6000);
+        }
+    }
+
+    AviBuilder RandomFile(IndexKind eKind, UInt32 budgetLeafs)
+    {
+        AviBuilder builder;
+        builder.eIndex = eKind;
+        builder.Add(VideoStream());
+        tracks.clear();
+        for (UInt32 t = Pick(0, 3); t > 0; --t) {
+            tracks.push_back(RandomTrack());
+            builder.Add(tracks.back());
+        }
+        const bool bSuper = eKind == IndexKind::SuperStandard || eKind == IndexKind::SuperField;
+        const bool bIdx1 = eKind == IndexKind::Idx1Relative || eKind == IndexKind::Idx1Absolute;
+        const UInt32 step = Pick(1, 6);
+        const UInt32 frames = std::min(Pick(1, 900) * step, budgetLeafs > 1 ? 3000u : 2000u);
+        const UInt32 segments = bSuper ? Pick(1, 4) : 1;
+        if (segments > 1) {
+            builder.dmlhTotalFrames = frames + 1;
+        }
+        for (UInt32 i = 0; i < frames; ++i) {
+            for (UInt32 t = 0; t < tracks.size(); ++t) {
+                for (UInt32 n = Pick(0, 2); n > 0; --n) {
+                    builder.Audio(t + 1, Fill(Pick(1, 300), static_cast<UInt8>(random())));
+                }
+            }
+            if (bIdx1 && Pick(0, 9) == 0) {
+                builder.Drm(0, Fill(10, static_cast<UInt8>(i)));
+            }
+            builder.Frame(0, Fill(Pick(4, 40), static_cast<UInt8>(i)), i % step == 0, Pick(0, 1) == 0 ? "dc" : "db");
+            if (segments > 1 && (i + 1) % (frames / segments + 1) == 0) {
+                builder.NextRiff();
+            }
+        }
+        builder.Frame(0, Fill(8), false); // no file ends with a chunk that is out of reach
+        return builder;
+    }
+
+    // ---- The linear reading ----
+
+    void ReadLinearly(const AviBuilder& builder, UInt32 skip)
+    {
+        chunks.clear();
+        keys.clear();
+        const bool bRelative = builder.eIndex == IndexKind::Idx1Relative;
+        const UInt64 base = bRelative ? builder.MoviOffset() - 4 : 0;
+        UInt32 frame = 0, keyNr = 0;
+        UInt32 numbers[8] = {};
+        UInt64 bytes[8] = {};
+        const MediaItem* pDrm = nullptr;
+        for (const MediaItem& item : builder.MediaItems()) {
+            if (item.code.substr(2) == "dd") {
+                pDrm = &item;
+                continue;
+            }
+            Chunk0 chunk = {item.uiOffset - base, item.uiOffset - base, static_cast<UInt32>(item.payload.size()),
+                            item.code[1] - '1', 0, 0, 0, kNoKey, item.payload};
+            if (pDrm != nullptr) {
+                chunk.uiStart = pDrm->uiOffset - base;
+                pDrm = nullptr;
+            }
+            if (chunk.iTrack < 0) {
+                chunk.uiFrame = frame++;
+                if (item.bKey && keyNr++ % skip == 0) {
+                    chunk.uiKey = keys.size();
+                    keys.push_back({chunks.size(), chunk.uiFrame, chunk.uiStart, {}});
+                }
+            } else {
+                chunk.uiNumber = numbers[chunk.iTrack]++;
+                chunk.uiBytes = bytes[chunk.iTrack];
+                bytes[chunk.iTrack] += chunk.uiSize;
+            }
+            chunks.push_back(chunk);
+        }
+        for (int t = 0; t < static_cast<int>(tracks.size()); ++t) {
+            PlaceAudio(t);
+        }
+    }
+
+    // Each key frame, in order: the chunk before the first one, from there on, whose time lies beyond the key frame's.
+    void PlaceAudio(int track)
+    {
+        std::vector<const Chunk0*> own;
+        for (const Chunk0& chunk : chunks) {
+            if (chunk.iTrack == track) {
+                own.push_back(&chunk);
+            }
+        }
+        size_t at = 1;
+        for (size_t k = 0; k < keys.size() && !own.empty(); ++k) {
+            const UInt32 keyTime = k == 0 ? 0 : VideoTime(keys[k].uiFrame);
+            while (at < own.size() && AudioTime(track, static_cast<UInt32>(at),
+                                                own[at - 1]->uiBytes + own[at]->uiSize) <= keyTime) {
+                ++at;
+            }
+            const Chunk0& chunk = *own[at - 1];
+            keys[k].audio[track] = {chunk.uiNumber, chunk.uiHeader, chunk.uiBytes};
+        }
+    }
+
+    void ExpectTable()
+    {
+        const auto table = Table();
+        ASSERT_EQ(table.size(), keys.size());
+        const bool bOpenDml = Info().bIndxPresent != 0;
+        for (size_t k = 0; k < keys.size(); ++k) {
+            ASSERT_EQ(table[k].videoFrameNumber, keys[k].uiFrame);
+            ASSERT_EQ(table[k].videoChunkOffset, keys[k].uiOffset);
+            ASSERT_EQ(table[k].timeMsec, VideoTime(keys[k].uiFrame));
+            for (UInt32 t = 0; t < 8; ++t) {
+                if (bOpenDml && t >= tracks.size()) {
+                    ASSERT_EQ(table[k].audioFrameNumber[t], 0u); // never written
+                    keys[k].audio[t] = {0, 0, 0};
+                    continue;
+                }
+                ASSERT_EQ(table[k].audioFrameNumber[t], keys[k].audio[t].uiNumber) << "key " << k << " track " << t;
+                ASSERT_EQ(table[k].audioChunkOffset[t], keys[k].audio[t].uiOffset);
+                ASSERT_EQ(table[k].audioBytePosition[t], keys[k].audio[t].uiBytes);
+            }
+        }
+    }
+
+    // ---- What must be delivered ----
+
+    UInt32 Trim(const Chunk0& chunk, UInt64 bytes) const
+    {
+        const Stream& stream = tracks[static_cast<size_t>(chunk.iTrack)];
+        const UInt32 tag = stream.format[0] | stream.format[1] << 8;
+        if (tag == 0x2000 || stream.header.dwSampleSize == 0) {
+            return 0;
+        }
+        const float block = static_cast<float>(stream.header.dwScale * 1000.0) /
+                            static_cast<float>(Get32(stream.format, 8));
+        const float video = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
+        const auto audio = static_cast<float>(AudioTime(chunk.iTrack, model.audioNumber[chunk.iTrack], bytes));
+        const float blocks = (video - (block + audio)) / block;
+        if (!(blocks >= 1.0f)) {
+            return 0;
+        }
+        const double trimmed = std::floor(static_cast<double>(blocks)) * stream.header.dwScale;
+        return trimmed < chunk.uiSize ? static_cast<UInt32>(trimmed) : 0;
+    }
+
+    // The next chunk in the file: whether it is delivered, and with what.
+    void ExpectNext(UInt32 selected)
+    {
+        Delivered got = Next(selected);
+        if (model.uiAt >= chunks.size()) {
+            ASSERT_EQ(got.uiResult, LX_AVIREAD_END_OF_MEDIA);
+            return;
+        }
+        const Chunk0& chunk = chunks[model.uiAt++];
+        if (chunk.iTrack < 0) {
+            ExpectVideo(chunk, got);
+        } else {
+            ExpectAudio(chunk, got, selected);
+        }
+        SkipRejected(got);
+    }
+
+    void ExpectVideo(const Chunk0& chunk, const Delivered& got)
+    {
+        bool bDeliver = false;
+        if (chunk.uiKey != kNoKey) {
+            model.uiLast = chunk.uiKey;
+            model.bLastValid = true;
+            model.uiVideoFrame = chunk.uiFrame;
+            bDeliver = chunk.uiFrame >= keys[model.uiSync].uiFrame;
+        } else {
+            bDeliver = model.uiVideoFrame >= keys[model.uiSync].uiFrame;
+            model.uiVideoFrame += bDeliver ? 1 : 0;
+        }
+        ASSERT_EQ(got.uiResult, bDeliver ? LX_OK : LX_ERR_AVIREAD_VIDEO_SKIPPED);
+        if (bDeliver) {
+            ASSERT_EQ(got.chunk.bKeyFrame, chunk.uiKey != kNoKey ? 1 : 0);
+            ASSERT_EQ(got.chunk.uiFrameNumber, model.uiVideoFrame);
+            ASSERT_EQ(got.chunk.bDrm, chunk.uiStart != chunk.uiHeader ? 1 : 0);
+            ASSERT_EQ(got.payload, chunk.payload);
+        }
+    }
+
+    void ExpectAudio(const Chunk0& chunk, const Delivered& got, UInt32 selected)
+    {
+        UInt32& number = model.audioNumber[chunk.iTrack];
+        UInt64& bytes = model.audioBytes[chunk.iTrack];
+        if (chunk.iTrack != static_cast<int>(selected)) {
+            ASSERT_EQ(got.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
+            ++number;
+            bytes += chunk.uiSize;
+            return;
+        }
+        UInt32 trimmed = 0;
+        if (model.bAudioSync) {
+            model.bAudioSync = false;
+            if (chunk.uiHeader < keys[model.uiSync].audio[selected].uiOffset) {
+                ASSERT_EQ(got.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
+                return;
+            }
+            trimmed = Trim(chunk, bytes);
+        }
+        ASSERT_EQ(got.uiResult, LX_OK);
+        ASSERT_EQ(got.chunk.uiFrameNumber, number);
+        ASSERT_EQ(got.chunk.uiBytePosition, bytes + trimmed);
+        ASSERT_EQ(got.payload, Bytes(chunk.payload.begin() + trimmed, chunk.payload.end()));
+        ++number;
+        bytes += chunk.uiSize;
+    }
+
+    // ---- Jumps ----
+
+    void GoTo(UInt64 offset)
+    {
+        model.uiVideoFrame = 0;
+        for (model.uiAt = 0; model.uiAt < chunks.size(); ++model.uiAt) {
+            if (chunks[model.uiAt].uiStart == offset) {
+                return;
+            }
+        }
+        FAIL() << "no chunk at " << offset;
+    }
+
+    // As a seek: to the earlier of audio and video, with all counters.
+    void ArmInFull(size_t key, int track)
+    {
+        const Key& target = keys[key];
+        const UInt64 audio = track >= 0 ? target.audio[track].uiOffset : ~0ull;
+        GoTo(std::min(target.uiOffset, audio));
+        for (UInt32 t = 0; t < 8; ++t) {
+            model.audioNumber[t] = target.audio[t].uiNumber;
+            model.audioBytes[t] = target.audio[t].uiBytes;
+        }
+        model.uiSync = key;
+        model.bAudioSync = true;
+    }
+
+    void ArmVideoOnly(size_t key)
+    {
+        GoTo(keys[key].uiOffset);
+        model.uiSync = key;
+        model.bAudioSync = true;
+    }
+
+    size_t KeyForTime(UInt32 time, UInt32 rounding) const
+    {
+        size_t down = 0;
+        size_t up = keys.size() - 1;
+        for (size_t k = 0; k < keys.size(); ++k) {
+            down = VideoTime(keys[k].uiFrame) <= time ? k : down;
+            up = VideoTime(keys[keys.size() - 1 - k].uiFrame) >= time ? keys.size() - 1 - k : up;
+        }
+        if (rounding == lxAviRead_SetPosRoundDown || down == up) {
+            return down;
+        }
+        if (rounding == lxAviRead_SetPosRoundUp) {
+            return up;
+        }
+        const auto distance = [&](size_t k) {
+            return std::abs(static_cast<double>(VideoTime(keys[k].uiFrame)) - time);
+        };
+        return distance(up) < distance(down) ? up : down;
+    }
+
+    int RandomTrackToPlay()
+    {
+        // A track without chunks is no jump target that a caller should name.
+        const int track = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()))) - 1;
+        return track >= 0 && keys[0].audio[track].uiNumber == 0xFFFFFFFFu ? -1 : track;
+    }
+
+    void RandomOperation(int& selected)
+    {
+        ++s_operations;
+        const int track = RandomTrackToPlay();
+        Bool found = 0;
+        switch (Pick(0, 6)) {
+        case 0:
+        case 1: {
+            const UInt32 time = Pick(0, VideoTime(keys.back().uiFrame) + 200);
+            const UInt32 rounding = Pick(0, 2);
+            const size_t key = KeyForTime(time, rounding);
+            ASSERT_EQ(lxAviReadCore_SeekToTime(time, track, rounding), VideoTime(keys[key].uiFrame));
+            ArmInFull(key, track);
+            selected = track;
+            break;
+        }
+        case 2: { // a step forward, over what was passed already
+            size_t key = model.uiLast;
+            const UInt64 current = Info().CurrentOffset;
+            const bool bMoved = key + 1 < keys.size();
+            while (key + 1 < keys.size()) {
+                ++key;
+                if (keys[key].uiOffset >= current) {
+                    break;
+                }
+            }
+            ASSERT_EQ(lxAviReadCore_SetJumpToNextKeyFrame(&found, track), LX_OK);
+            ASSERT_EQ(found, bMoved ? 1 : 0);
+            model.uiLast = key;
+            model.bLastValid = true;
+            ArmInFull(key, track);
+            selected = track;
+            break;
+        }
+        case 3: {
+            const bool bMoved = model.uiLast + 1 < keys.size();
+            ASSERT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, track), LX_OK);
+            ASSERT_EQ(found, bMoved ? 1 : 0);
+            if (bMoved) {
+                ArmVideoOnly(++model.uiLast);
+                model.bLastValid = true;
+            } else {
+                ArmInFull(model.uiLast, track);
+                selected = track;
+            }
+            break;
+        }
+        case 4: {
+            const bool bMoved = model.uiLast > 0;
+            ASSERT_EQ(lxAviReadCore_SetJumpToPrevKeyFrame(&found, track), LX_OK);
+            ASSERT_EQ(found, bMoved ? 1 : 0);
+            if (bMoved) {
+                ArmVideoOnly(--model.uiLast);
+                model.bLastValid = true;
+            } else {
+                ArmInFull(model.uiLast, track);
+                selected = track;
+            }
+            break;
+        }
+        case 5: {
+            const auto count = static_cast<Int32>(Pick(1, 6)) * (Pick(0, 1) == 0 ? 1 : -1);
+            const auto target = static_cast<std::int64_t>(model.uiLast) + count;
+            const bool bInside = model.bLastValid && target >= 0 && target < static_cast<std::int64_t>(keys.size());
+            ASSERT_EQ(lxAviReadCore_JumpInKeyFrames(count, track), LX_OK);
+            ArmInFull(bInside ? static_cast<size_t>(target) : 0, track);
+            selected = track;
+            break;
+        }
+        default:
+            if (!model.bLastValid) {
+                return;
+            }
+            ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(track), LX_OK);
+            if (track >= 0) {
+                ArmInFull(model.uiLast, track);
+                selected = track;
+            } else {
+                ArmVideoOnly(model.uiLast);
+            }
+            break;
+        }
+    }
+
+    void Check(IndexKind eKind, UInt32 seed, UInt32 budgetLeafs)
+    {
+        random.seed(seed);
+        AviBuilder builder = RandomFile(eKind, budgetLeafs);
+        log.SetMask(0);
+        Faults().Clear();
+        Faults().SetBuffered(true);
+        const Bytes file = builder.Build();
+        ASSERT_EQ(Open(file, true, 1, budgetLeafs * kOneLeafBudget), LX_OK);
+        if (eKind != IndexKind::OneLevelStandard) {
+            ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+        }
+        Position();
+        UInt32 keyCount = 0;
+        for (const MediaItem& item : builder.MediaItems()) {
+            keyCount += item.code[1] == '0' && item.bKey ? 1 : 0;
+        }
+        const UInt32 leafs = (keyCount + kLeaf - 1) / kLeaf;
+        ReadLinearly(builder, (leafs + budgetLeafs - 1) / budgetLeafs);
+        ASSERT_NO_FATAL_FAILURE(ExpectTable());
+        model = {};
+        ++s_files;
+        int selected = tracks.empty() ? -1 : 0;
+        for (UInt32 operation = 0; operation < 60; ++operation) {
+            for (UInt32 n = Pick(0, 25); n > 0; --n) {
+                if (Pick(0, 40) == 0 && !tracks.empty()) {
+                    selected = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()) - 1)); // a track switch
+                }
+                ASSERT_NO_FATAL_FAILURE(ExpectNext(selected >= 0 ? static_cast<UInt32>(selected) : 7));
+            }
+            ASSERT_NO_FATAL_FAILURE(RandomOperation(selected)) << "operation " << operation;
+        }
+    }
+
+    void CheckMany(IndexKind eKind, UInt32 files)
+    {
+        for (UInt32 seed = 1; seed <= files; ++seed) {
+            ASSERT_NO_FATAL_FAILURE(Check(eKind, seed, seed % 3 == 0 ? 1 : 4)) << "seed " << seed;
+        }
+        std::cout << s_files << " files, " << s_operations << " operations, mismatches 0\n";
+    }
+};
+
+TEST_F(Oracle, Idx1WithRelativeOffsets) { CheckMany(IndexKind::Idx1Relative, 60); }
+TEST_F(Oracle, Idx1WithAbsoluteOffsets) { CheckMany(IndexKind::Idx1Absolute, 40); }
+TEST_F(Oracle, SuperIndexOfStandardIndexes) { CheckMany(IndexKind::SuperStandard, 60); }
+TEST_F(Oracle, SuperIndexOfFieldIndexes) { CheckMany(IndexKind::SuperField, 40); }
+TEST_F(Oracle, OneLevelIndex) { CheckMany(IndexKind::OneLevelStandard, 40); }
+
+} // namespace
+} // namespace avitest
