@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""The command-line tool as its users meet it. Usage: tool.py LXAVI SAMPLES"""
+
+import json
+import pathlib
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import wave
+
+LXAVI, SAMPLES = sys.argv[1], pathlib.Path(sys.argv[2])
+MPEG4, MJPEG, TWO, DV = (SAMPLES / f"{n}.avi" for n in ("mpeg4_mp3", "mjpeg_pcm", "two_audio", "dv_opendml"))
+
+
+def lxavi(*arguments):
+    return subprocess.run([LXAVI, *map(str, arguments)], capture_output=True, text=True, check=False)
+
+
+def report(*arguments):
+    result = lxavi(*arguments, "--json")
+    assert result.returncode in (0, 1), result.stderr
+    return json.loads(result.stdout)
+
+
+class Tool(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="lxavi-tool-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def file(self, data, name="file.avi"):
+        path = self.folder / name
+        path.write_bytes(data)
+        return path
+
+    # ---- Wrong input ----
+
+    def test_wrong_usage_is_status_2(self):
+        for arguments in ((), ("nonsense",), ("info",), ("seek", MPEG4), ("chunks", MPEG4, "--audio", "8"),
+                          ("chunks", MPEG4, "--round", "sideways"), ("info", MPEG4, "--json", "--csv"),
+                          ("step", MPEG4), ("extract", MPEG4), ("info", MPEG4, "more")):
+            result = lxavi(*arguments)
+            self.assertEqual(result.returncode, 2, arguments)
+            self.assertTrue(result.stderr)
+        self.assertEqual(lxavi("--help").returncode, 0)
+        self.assertEqual(lxavi("--version").stdout, "lxavi 0.1.0\n")
+
+    def test_refused_input_is_status_1_with_the_file_and_the_code(self):
+        good = MPEG4.read_bytes()
+        cases = (("/no/such/file", "LX_ERR_AVIREAD_OPEN"), (self.file(b"", "empty"), "LX_ERR_AVIREAD_EOF"),
+                 (self.file(good[:1000], "cut"), "LX_ERR_AVIREAD_EOF"),
+                 (self.file(b"RIFF\x04\0\0\0WAVE", "wave"), "LX_ERR_AVIREAD_NOT_AVI"))
+        for command in (("info",), ("chunks",), ("index",), ("check",), ("extract", "--out", self.folder / "x")):
+            for path, code in cases:
+                result = lxavi(command[0], path, *command[1:])
+                self.assertEqual(result.returncode, 1)
+                self.assertRegex(result.stderr, rf"^lxavi: {path}: .* \({code}\)\n$")
+        self.assertIn("is a directory", lxavi("info", self.folder).stderr)
+
+    def test_a_truncated_file_is_delivered_as_far_as_it_goes(self):
+        path = self.file(MPEG4.read_bytes()[:100000])
+        result = lxavi("chunks", path, "--csv")
+        self.assertEqual(result.returncode, 1)
+        self.assertGreater(result.stdout.count("\n"), 50)
+        self.assertIn("LX_ERR_AVIREAD_", result.stderr)
+        self.assertEqual(lxavi("check", path).returncode, 1)
+        extracted = lxavi("extract", path, "--out", self.folder / "out")
+        self.assertEqual(extracted.returncode, 1)
+        self.assertTrue((self.folder / "out" / "manifest.json").exists())
+
+    # ---- info, index, seek, step ----
+
+    def test_info_tells_streams_and_index(self):
+        info = report("info", TWO)
+        self.assertEqual([s["type"] for s in info["stream"]], ["video", "audio", "audio"])
+        self.assertEqual([s["track"] for s in info["stream"]], [0, 0, 1])
+        self.assertEqual(info["index"]["kind"], "idx1, relative offsets")
+        self.assertEqual(info["index"]["key frames found"], info["index"]["key frames stored"])
+        self.assertEqual(report("info", MJPEG)["index"]["kind"], "idx1, absolute offsets")
+        dv = report("info", DV)
+        self.assertEqual(dv["index"]["kind"], "OpenDML, super index")
+        self.assertIn("one word off", dv["index"]["usable for seeking"])
+        self.assertEqual(dv["stream"][0]["index chunks"], 1)
+        self.assertIn("stream 0", lxavi("info", TWO).stdout)
+        self.assertIn("index.kind,", lxavi("info", TWO, "--csv").stdout)
+
+    def test_a_budget_thins_the_table_or_refuses_it(self):
+        self.assertEqual(report("info", MJPEG, "--budget", "70000")["index"]["leaves"], 1)
+        self.assertIn("LX_ERR_AVIREAD_NO_MEMORY", report("info", MJPEG, "--budget", "100")["index"]["usable for seeking"])
+        self.assertEqual(lxavi("index", MJPEG, "--budget", "100").returncode, 1)
+        self.assertEqual(lxavi("chunks", MJPEG, "--budget", "100", "--csv").returncode, 0)  # it still plays
+
+    def test_index_lists_every_track(self):
+        header = lxavi("index", TWO, "--csv").stdout.splitlines()[0]
+        self.assertEqual(header, "n,leaf,item,frame,time_ms,offset,a0_frame,a0_offset,a0_bytes,a1_frame,a1_offset,a1_bytes")
+
+    def test_chunks_has_its_header_line(self):
+        header = lxavi("chunks", TWO, "--csv", "--limit", "1").stdout.splitlines()
+        self.assertEqual(header[0], "n,stream,type,track,frame,byte_position,size,key,drm,jumped,offset,time_ms,crc32")
+        self.assertEqual(len(header), 2)
+
+    def test_seek_lands_on_a_key_frame_and_resumes_audio(self):
+        for rounding, time in (("down", 1040), ("up", 2040), ("nearest", 1040)):
+            seek = report("seek", MPEG4, "1500", "--round", rounding)
+            self.assertEqual(seek["landed on ms"], time)
+            self.assertTrue(seek["first video"]["key"])
+            self.assertEqual(seek["first video"]["time ms"], time)
+            self.assertLess(abs(seek["audio minus video ms"]), 100)
+
+    def test_steps_go_from_key_frame_to_key_frame(self):
+        table = [k["frame"] for k in report("index", MPEG4)]
+        self.assertEqual([s["frame"] for s in report("step", MPEG4, "--count", "4")], table[:5])
+        self.assertEqual([s["frame"] for s in report("step", MPEG4, "--count", "2", "--mode", "trick")], table[:3])
+        back = report("step", MPEG4, "--count", "9", "--mode", "back", "--from", "3000")
+        self.assertEqual([s["frame"] for s in back], [table[2], table[1], table[0], table[0]])
+        self.assertEqual(back[-1]["found"], 0)
+        jump = report("step", MPEG4, "--count", "3", "--mode", "jump")
+        self.assertEqual(jump[-1]["frame"], table[3])
+
+    def test_jumps_in_a_file_without_an_index_are_refused(self):
+        data = bytearray(MPEG4.read_bytes())
+        at = data.rindex(b"idx1")
+        data[at:at + 4] = b"xxxx"
+        path = self.file(data)
+        self.assertIn("LX_ERR_AVIREAD_NO_INDEX", lxavi("seek", path, "1000").stderr)
+        self.assertEqual(lxavi("chunks", path, "--from", "1000").returncode, 1)
+        self.assertEqual(lxavi("chunks", path, "--csv").returncode, 0)
+
+    # ---- extract ----
+
+    def extract(self, path, *options):
+        out = self.folder / "out"
+        result = lxavi("extract", path, "--out", out, *options)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        manifest = json.loads((out / "manifest.json").read_text())
+        for stream in manifest["streams"]:
+            self.assertTrue((out / stream["file"]).exists())
+        return out, {s["stream"]: s for s in manifest["streams"]}
+
+    def test_pcm_becomes_a_wav_file(self):
+        out, streams = self.extract(MJPEG)
+        with wave.open(str(out / streams[1]["file"])) as audio:
+            self.assertEqual((audio.getnchannels(), audio.getframerate(), audio.getsampwidth()), (1, 8000, 2))
+            self.assertEqual(audio.getnframes() * 2, streams[1]["bytes"])
+
+    @unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+    def test_extracted_files_are_opened_by_a_media_tool(self):
+        for path, codecs in ((MPEG4, {0: "mpeg4", 1: "mp3"}), (MJPEG, {0: "mjpeg", 1: "pcm_s16le"}),
+                             (TWO, {0: "h264", 1: "mp3", 2: "pcm_s16le"})):
+            out, streams = self.extract(path)
+            for number, codec in codecs.items():
+                probe = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of", "csv=p=0",
+                                        str(out / streams[number]["file"])], capture_output=True, text=True, check=True)
+                self.assertEqual(probe.stdout.strip(), codec)
+
+    def test_one_track_can_be_chosen(self):
+        _, streams = self.extract(TWO, "--audio", "1")
+        self.assertEqual(sorted(streams), [0, 2])
+        self.assertEqual(lxavi("extract", TWO, "--out", self.folder, "--audio", "5").returncode, 1)
+
+    def test_a_range_starts_at_a_key_frame_and_ends_in_time(self):
+        _, whole = self.extract(MPEG4)
+        _, part = self.extract(MPEG4, "--from", "2000", "--to", "3000")
+        self.assertEqual(part[0]["chunks"], 49)  # from the key frame at 1040 ms, 40 ms each
+        self.assertLess(part[1]["bytes"], whole[1]["bytes"] / 2)
+
+    # ---- check ----
+
+    def test_check_is_quiet_about_good_files(self):
+        for path in (MPEG4, MJPEG, TWO):
+            result = lxavi("check", path)
+            self.assertEqual(result.returncode, 0, result.stdout)
+
+    def test_check_reports_damage_with_its_offset(self):
+        data = bytearray(MPEG4.read_bytes())
+        at = data.rindex(b"idx1") + 8
+        struct.pack_into("<I", data, at + 16 + 8, 0x123456)  # the second record points nowhere
+        struct.pack_into("<I", data, at + 32 + 12, 7)  # the third has a wrong size
+        first_video = next(i for i in range(30) if data[at + 16 * i:at + 16 * i + 4] == b"00dc" and
+                           struct.unpack_from("<I", data, at + 16 * i + 12)[0] > 0 and i > 4)
+        flags = struct.unpack_from("<I", data, at + 16 * first_video + 4)[0]
+        struct.pack_into("<I", data, at + 16 * first_video + 4, flags ^ 0x10)
+        anomalies = {a["offset"]: a["anomaly"] for a in report("check", self.file(data))}
+        self.assertIn("points at no chunk", anomalies[at + 16])
+        self.assertIn("index record says 7 bytes", anomalies[at + 32])
+        self.assertIn("key frame", anomalies[at + 16 * first_video])
+        self.assertTrue(any("is not listed by the index" in text for text in anomalies.values()))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
