@@ -72,8 +72,8 @@ int CloseCookie(void* pCookie)
 
 FaultScript& FaultScript::Get()
 {
-    static FaultScript script;
-    return script;
+    static FaultScript* const s_pScript = new FaultScript; // for the wrapped calls of the last moments, too
+    return *s_pScript;
 }
 
 void FaultScript::Clear()
