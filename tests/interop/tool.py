@@ -60,6 +60,40 @@ class Tool(unittest.TestCase):
                 self.assertRegex(result.stderr, rf"^lxavi: {path}: .* \({code}\)\n$")
         self.assertIn("is a directory", lxavi("info", self.folder).stderr)
 
+    def test_arguments_out_of_range_are_status_2(self):
+        for arguments in (("chunks", MPEG4, "--limit", "-1"), ("seek", MPEG4, "-5"), ("seek", MPEG4, ""),
+                          ("step", MPEG4, "--count", "-5"), ("seek", MPEG4, "99999999999"),
+                          ("extract", MPEG4, "--out", self.folder, "--from", "5", "--to", "4")):
+            self.assertEqual(lxavi(*arguments).returncode, 2, arguments)
+
+    def test_output_that_cannot_be_written_is_status_1(self):
+        for command in (("info", MPEG4), ("seek", MPEG4, "1000"), ("check", MPEG4), ("chunks", MPEG4, "--json")):
+            with open("/dev/full", "w") as full:
+                result = subprocess.run([LXAVI, *map(str, command)], stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual(result.returncode, 1, command)
+        (self.folder / "out" / "stream00_video.mjpeg").mkdir(parents=True)
+        self.assertIn("cannot write", lxavi("extract", MJPEG, "--out", self.folder / "out").stderr)
+
+    def test_the_source_is_not_overwritten(self):
+        source = self.file(MJPEG.read_bytes(), "stream00_video.mjpeg")
+        self.assertIn("would overwrite", lxavi("extract", source, "--out", self.folder).stderr)
+        self.assertEqual(source.read_bytes(), MJPEG.read_bytes())
+
+    def test_a_pipe_is_delivered_and_not_checked(self):
+        with open(MJPEG, "rb") as data:
+            piped = subprocess.run([LXAVI, "chunks", "--csv", "/dev/stdin"], input=data.read(), capture_output=True,
+                                   check=False)
+        seekable = lxavi("chunks", "--csv", MJPEG).stdout.splitlines()
+        lines = piped.stdout.decode().splitlines()
+        column = lambda rows, n: [row.split(",")[n] for row in rows[1:]]  # noqa: E731
+        self.assertEqual(column(lines, 10), column(seekable, 10))  # offsets
+        self.assertEqual(column(lines, 12), column(seekable, 12))  # crc32
+        piped = subprocess.run([LXAVI, "check", "/dev/stdin"], input=MJPEG.read_bytes(), capture_output=True, check=False)
+        self.assertEqual(piped.returncode, 1)
+        self.assertIn(b"no regular file", piped.stderr)
+        piped = subprocess.run([LXAVI, "info", "/dev/stdin"], input=MJPEG.read_bytes(), capture_output=True, check=False)
+        self.assertEqual(piped.returncode, 0)
+
     def test_a_truncated_file_is_delivered_as_far_as_it_goes(self):
         path = self.file(MPEG4.read_bytes()[:100000])
         result = lxavi("chunks", path, "--csv")

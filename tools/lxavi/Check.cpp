@@ -16,13 +16,17 @@ namespace lxavi {
 
 namespace {
 
+constexpr size_t kMostAnomalies = 1000; // the others are only counted
+
 class Checker {
 public:
-    explicit Checker(const Options& options) : m_scan(options.file), m_reader(options) {}
+    explicit Checker(const Options& options) : m_reader(options), m_scan(RegularFile(m_reader)) {}
 
     std::vector<Anomaly> Run()
     {
-        m_anomalies = m_scan.anomalies;
+        for (const Anomaly& anomaly : m_scan.anomalies) {
+            Note(anomaly.offset, anomaly.text);
+        }
         CompareHeaders();
         CheckIndex();
         Deliver();
@@ -32,10 +36,24 @@ public:
     }
 
     UInt64 Delivered() const { return m_delivered; }
-    const RiffScan& Scan() const { return m_scan; }
+    UInt64 Found() const { return m_found; }
 
 private:
-    void Note(UInt64 offset, const std::string& text) { m_anomalies.push_back({offset, text}); }
+    static const std::string& RegularFile(const Reader& reader)
+    {
+        if (!reader.IsRegularFile()) {
+            throw Failure("cannot be checked: it is no regular file, and its structure is read twice");
+        }
+        return reader.Settings().file;
+    }
+
+    void Note(UInt64 offset, const std::string& text)
+    {
+        if (m_anomalies.size() < kMostAnomalies) {
+            m_anomalies.push_back({offset, text});
+        }
+        ++m_found;
+    }
 
     void CompareHeaders()
     {
@@ -67,8 +85,18 @@ private:
                                 "they are read one word off, and not usable for seeking",
                                 m_scan.indexesAt32, m_scan.indexChunks));
         }
-        CheckRecords(m_scan.idx1, state.bAbsoluteOffsets != 0 && state.bIndxPresent == 0 ? 0 : state.moviOffset - 4, true);
+        CheckRecords(m_scan.idx1, Idx1Base(), true);
         CheckRecords(m_scan.openDml, 0, false);
+    }
+
+    // What the offsets of idx1 count from: the file's start, or the "movi" code, which stands before the first chunk.
+    UInt64 Idx1Base() const
+    {
+        if (m_scan.idx1.empty() || m_scan.media.empty()) {
+            return 0;
+        }
+        const UInt64 firstChunk = m_scan.media.front().offset;
+        return m_scan.idx1.front().offset >= firstChunk ? 0 : m_scan.moviCode;
     }
 
     void CheckRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)
@@ -198,9 +226,10 @@ private:
         bool key;
     };
 
-    RiffScan m_scan;
     Reader m_reader;
+    RiffScan m_scan;
     std::vector<Anomaly> m_anomalies;
+    UInt64 m_found = 0;
     std::map<UInt64, Flag> m_flags; // by the chunk's offset
     UInt64 m_delivered = 0;
 };
@@ -218,7 +247,10 @@ int RunCheck(const Options& options)
         }
     }
     if (!options.json && !options.csv) {
-        fmt::print("{} chunks delivered, {} anomalies\n", checker.Delivered(), anomalies.size());
+        if (checker.Found() > anomalies.size()) {
+            fmt::print("… and {} more\n", checker.Found() - anomalies.size());
+        }
+        fmt::print("{} chunks delivered, {} anomalies\n", checker.Delivered(), checker.Found());
     }
     return anomalies.empty() ? kDone : kDamaged;
 }

@@ -75,14 +75,25 @@ std::string AdtsHeader(const lxAviRead_StrfAudio_t& format, UInt32 frameBytes)
     return header;
 }
 
+// What cannot be written ends the extraction; what cannot be read only ends a pass.
+class WriteFailure : public Failure {
+public:
+    using Failure::Failure;
+};
+
 // One stream's file.
 class StreamFile {
 public:
-    StreamFile(const fs::path& folder, UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
+    StreamFile(const fs::path& source, const fs::path& folder, UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
         : m_number(number), m_type(stream.StreamType), m_coding(CodingOf(stream)), m_format(AudioFormatOf(stream)),
           m_name(fmt::format("stream{:02}_{}.{}", number, TypeName(stream.StreamType), m_coding.extension)),
-          m_path(folder / m_name), m_out(m_path, std::ios::binary)
+          m_path(folder / m_name)
     {
+        std::error_code error;
+        if (fs::equivalent(source, m_path, error)) {
+            throw WriteFailure(fmt::format("would overwrite {}", m_path.string()));
+        }
+        m_out.open(m_path, std::ios::binary);
         if (IsWav()) {
             m_out << WavHeader(m_format, 0);
         }
@@ -98,10 +109,10 @@ public:
             }
             first = false;
             m_out.write(reinterpret_cast<const char*>(piece.data()), static_cast<std::streamsize>(piece.size()));
+            m_bytes += piece.size();
         });
         Check();
         ++m_chunks;
-        m_bytes += item.chunk.uiSize;
         m_protected += item.chunk.bDrm;
     }
 
@@ -109,6 +120,10 @@ public:
     {
         if (IsWav()) {
             m_out.seekp(0);
+            if (m_bytes % 2 != 0) {
+                m_out.seekp(0, std::ios::end).put('\0');
+                m_out.seekp(0);
+            }
             m_out << WavHeader(m_format, m_bytes);
         }
         m_out.close();
@@ -137,7 +152,7 @@ private:
     void Check()
     {
         if (!m_out) {
-            throw Failure(fmt::format("cannot write {}", m_path.string()));
+            throw WriteFailure(fmt::format("cannot write {}", m_path.string()));
         }
     }
 
@@ -168,6 +183,10 @@ public:
         const UInt32 subtitles = std::min<UInt32>(m_reader.State().SubtitleTracksCount, LX_AVIREAD_AUDIO_TRACKS);
         // One pass delivers one audio and one subtitle track; the video goes with the first.
         const size_t passes = std::max<size_t>({tracks.size(), subtitles, 1});
+        m_audioPasses = tracks.size();
+        if (passes > 1 && lxalAviRead_FileSeekPossible == 0) {
+            throw Failure("has several tracks and cannot seek: extract one of them with --audio");
+        }
         for (size_t pass = 0; pass < passes; ++pass) {
             Play(pass, pass < tracks.size() ? tracks[pass] : LX_AVIREAD_AUDIO_TRACKS - 1, passes);
         }
@@ -186,7 +205,7 @@ private:
                 tracks.push_back(t);
             }
         } else {
-            tracks.push_back(static_cast<UInt32>(std::stoul(m_extract.audio)));
+            tracks.push_back(static_cast<UInt32>(std::stoul(m_extract.audio, nullptr, 0)));
             if (tracks[0] >= count) {
                 throw Failure(fmt::format("there is no audio track {}", m_extract.audio));
             }
@@ -212,7 +231,11 @@ private:
         if (m_extract.to && item.time >= *m_extract.to) {
             return false;
         }
-        return item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO || pass == 0;
+        switch (item.chunk.eStreamType) {
+        case LX_AVIREAD_STREAM_VIDEO: return pass == 0;
+        case LX_AVIREAD_STREAM_AUDIO: return pass < m_audioPasses;
+        default: return true;
+        }
     }
 
     void Play(size_t pass, UInt32 track, size_t passes)
@@ -238,6 +261,8 @@ private:
             }
             try {
                 FileOf(item.chunk.uiStreamNr).Take(m_reader, item);
+            } catch (const WriteFailure&) {
+                throw;
             } catch (const Failure& failure) {
                 m_trouble = failure.what(); // what came before it is kept
                 return;
@@ -255,11 +280,13 @@ private:
 
     StreamFile& FileOf(UInt32 number)
     {
-        std::unique_ptr<StreamFile>& file = m_files[number];
-        if (file == nullptr) {
-            file = std::make_unique<StreamFile>(m_extract.folder, number, *m_reader.Stream(number));
+        auto found = m_files.find(number);
+        if (found == m_files.end()) {
+            auto file = std::make_unique<StreamFile>(m_reader.Settings().file, m_extract.folder, number,
+                                                     *m_reader.Stream(number));
+            found = m_files.emplace(number, std::move(file)).first;
         }
-        return *file;
+        return *found->second;
     }
 
     Json Manifest()
@@ -283,6 +310,7 @@ private:
     const ExtractOptions& m_extract;
     std::map<UInt32, std::unique_ptr<StreamFile>> m_files;
     std::string m_trouble;
+    size_t m_audioPasses = 0;
     bool m_started = false;
 };
 

@@ -79,6 +79,9 @@ std::string IndexKind(const Reader& reader)
     if (state.idx1Size == 0) {
         return "none";
     }
+    if (!reader.HasTable()) {
+        return "idx1";
+    }
     return state.bAbsoluteOffsets != 0 ? "idx1, absolute offsets" : "idx1, relative offsets";
 }
 
@@ -109,7 +112,7 @@ Json IndexReport(Reader& reader)
 {
     const UInt32 result = reader.BuildIndex();
     const lxAviReadCore_AviInfo_t& state = reader.State();
-    const RiffScan scan(reader.Settings().file);
+    const RiffScan scan(reader.IsRegularFile() ? reader.Settings().file : "");
     Json json;
     json["kind"] = IndexKind(reader);
     json["usable for seeking"] = Usability(reader, scan, result);

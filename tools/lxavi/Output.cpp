@@ -19,7 +19,7 @@ std::string Plain(const Json& value)
 std::string CsvField(const Json& value)
 {
     std::string text = Plain(value);
-    if (text.find_first_of(",\"\n") == std::string::npos) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
     }
     for (size_t at = text.find('"'); at != std::string::npos; at = text.find('"', at + 2)) {
@@ -90,7 +90,7 @@ TableWriter::TableWriter(const Options& options, std::vector<Column> columns)
 TableWriter::~TableWriter()
 {
     if (m_options.json) {
-        fmt::print("{}]\n", m_rows > 0 ? "\n" : "");
+        std::fputs(m_rows > 0 ? "\n]\n" : "]\n", stdout); // never throws
     }
 }
 

@@ -74,6 +74,7 @@ Reader::Reader(const Options& options)
             throw Failure("is a directory");
         }
         m_fileSize = static_cast<UInt64>(status.st_size);
+        m_isRegular = S_ISREG(status.st_mode);
     }
     lxDbg_SetLevelMask("lxAviRead", options.logMask);
     Bool allIndexed = 0;
@@ -130,13 +131,25 @@ bool Reader::IsEnd(const Item& item)
     }
 }
 
+// Where the file stands; of an input that cannot tell, where the library takes it to stand.
+UInt64 Reader::Position() const
+{
+    if (const off64_t position = ftello64(State().pFile); position >= 0) {
+        return static_cast<UInt64>(position);
+    }
+    UInt64 position = 0;
+    lxAviReadCore_GetFilePosition(&position);
+    return position - m_delivered;
+}
+
 Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
 {
     Item item;
     Bool jumped = 0;
     item.result = lxAviReadCore_NextChunk(&item.chunk, audioTrack, subtitleTrack, &jumped);
+    m_delivered = item.result == LX_OK ? item.chunk.uiSize : 0;
     item.jumped = jumped != 0;
-    item.offset = static_cast<UInt64>(ftello64(State().pFile)) - 8;
+    item.offset = Position() - 8;
     if (item.chunk.uiStreamNr < LX_AVIREAD_STREAMS) {
         item.track = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : State().TrackNumber[item.chunk.uiStreamNr];
     }

@@ -75,10 +75,15 @@ public:
     const lxAviReadCore_StreamInfo_t* Stream(UInt32 number) const;
     UInt32 StreamCount() const; // those that were described
     UInt64 FileSize() const { return m_fileSize; }
+    bool IsRegularFile() const { return m_isRegular; } // and can be opened a second time
 
 private:
     Options m_options;
+    UInt64 Position() const;
+
     UInt64 m_fileSize = 0;
+    UInt64 m_delivered = 0; // payload bytes that the library has counted in advance
+    bool m_isRegular = false;
     std::vector<UInt32> m_buffer; // a piece, with the room that several read attempts need
 };
 

@@ -119,6 +119,9 @@ void RiffScan::TakeList(UInt64 offset, UInt64 end, const Header& header, int dep
     if (type == Code("strl")) {
         ++streamLists;
     }
+    if (type == Code("movi") && moviCode == 0) {
+        moviCode = offset + 8;
+    }
     const bool recordList = type == Code("rec ");
     Walk(offset + 12, end, depth + 1, type == Code("movi") || (inMovi && recordList));
 }

@@ -43,6 +43,7 @@ public:
     UInt32 streamLists = 0;
     UInt32 indexChunks = 0;   // ix##
     UInt32 indexesAt32 = 0;   // ix## chunks whose records begin 32 bytes behind their start
+    UInt64 moviCode = 0;      // offset of the first "movi" code
     UInt64 bytes = 0;         // of the file
 
 private:

@@ -72,7 +72,7 @@ int Run(int argc, char** argv)
     AddRounding(chunks, play);
     chunks->add_option("--subtitle", play.subtitle, "Subtitle track");
     chunks->add_option("--from", play.from, "Jump to this time, in milliseconds, first");
-    chunks->add_option("--limit", play.limit, "Stop after this many chunks");
+    chunks->add_option("--limit", play.limit, "Stop after this many chunks")->check(CLI::Range(UInt64{0}, UInt64{1} << 53));
     chunks->callback([&] { command = [&] { return RunChunks(options, play); }; });
 
     AddCommand(app, "index", "Show the key-frame table", options)->callback([&] {
@@ -80,7 +80,7 @@ int Run(int argc, char** argv)
     });
 
     CLI::App* const seek = AddCommand(app, "seek", "Show where a seek lands", options);
-    seek->add_option("MS", time, "Time in milliseconds")->required();
+    seek->add_option("MS", time, "Time in milliseconds")->required()->check(CLI::Range(0.0, 4294967295.0));
     AddAudio(seek, play);
     AddRounding(seek, play);
     seek->callback([&] { command = [&] { return RunSeek(options, time, play); }; });
@@ -90,7 +90,11 @@ int Run(int argc, char** argv)
     stepping->add_option("--from", step.from, "Start at this time, in milliseconds");
     stepping->add_option("--mode", step.mode, "forward, trick, back or jump")
         ->transform(CLI::CheckedTransformer(kModes, CLI::ignore_case));
-    stepping->callback([&] { command = [&] { return RunStep(options, step); }; });
+    stepping->callback([&] {
+        if (step.count < 0 && step.mode != StepMode::Jump) {
+            throw CLI::ValidationError("--count", "only --mode jump goes back by a negative count");
+        }
+    command = [&] { return RunStep(options, step); }; });
 
     CLI::App* const extraction = AddCommand(app, "extract", "Write each stream to a file of its own", options);
     extraction->add_option("--out", extract.folder, "Folder for the files")->required();
@@ -98,7 +102,11 @@ int Run(int argc, char** argv)
         ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1) | CLI::IsMember({"all"}));
     extraction->add_option("--from", extract.from, "Start at this time, in milliseconds");
     extraction->add_option("--to", extract.to, "End at this time, in milliseconds");
-    extraction->callback([&] { command = [&] { return RunExtract(options, extract); }; });
+    extraction->callback([&] {
+        if (extract.from && extract.to && *extract.to < *extract.from) {
+            throw CLI::ValidationError("--to", "lies before --from");
+        }
+    command = [&] { return RunExtract(options, extract); }; });
 
     AddCommand(app, "check", "Walk everything and report every anomaly", options)->callback([&] {
         command = [&] { return RunCheck(options); };
@@ -110,7 +118,11 @@ int Run(int argc, char** argv)
         return app.exit(error) == 0 ? kDone : kUsage;
     }
     try {
-        return command();
+        const int status = command();
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+            throw Failure("the output cannot be written");
+        }
+        return status;
     } catch (const std::exception& error) {
         fmt::print(stderr, "lxavi: {}: {}\n", options.file, error.what());
         return kDamaged;
