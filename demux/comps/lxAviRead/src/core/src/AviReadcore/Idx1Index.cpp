@@ -252,12 +252,6 @@ private:
 
 // ---- Around the passes ----
 
-bool HasLeafs(UInt32 neededLeafs)
-{
-    LX_ASSERT(neededLeafs > 0, "neededLeafs > 0", "neededLeafs should be > 0");
-    return neededLeafs > 0;
-}
-
 // Constructs the table. The abort flag is looked at afterwards.
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
@@ -279,6 +273,21 @@ void FinishTable(lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameFiller& filler)
            (leafs - 1) * LEAF_ARRAY_LENGTH + pAviInfo->KeyFramesListAsArray[leafs - 1]->arrayLength);
     LX_LOG(kLevelIndex, "\tNumber of video frames               =%d", filler.FrameNumber());
     ClearMetaDataBuffer(pAviInfo);
+}
+
+// Builds the table from the records of a run, which `visit` takes.
+template <typename Visitor>
+UInt32 BuildTable(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 neededLeafs, KeyFrameFiller& filler,
+                  Visitor& visit)
+{
+    LX_ASSERT(neededLeafs > 0, "neededLeafs > 0", "neededLeafs should be > 0");
+    if (neededLeafs == 0) {
+        return LX_OK;
+    }
+    LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
+    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, run, visit));
+    FinishTable(pAviInfo, filler);
+    return LX_OK;
 }
 
 bool SeekToIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
@@ -389,14 +398,8 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
 UInt32 lxAviReadCore_ParseIndex_Video(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
                                       UInt32 SkipKey, UInt32 neededLeafs)
 {
-    if (!HasLeafs(neededLeafs)) {
-        return LX_OK;
-    }
     KeyFrameFiller filler(pAviInfo, kIdx1Texts, SkipKey);
-    LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
-    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), filler));
-    FinishTable(pAviInfo, filler);
-    return LX_OK;
+    return BuildTable(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), neededLeafs, filler, filler);
 }
 
 UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32 /*neededLeafs*/)
@@ -411,14 +414,8 @@ UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 
 UInt32 lxAviReadCore_ParseVideoAudioIndex(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
                                           UInt32 SkipKey, UInt32 neededLeafs)
 {
-    if (!HasLeafs(neededLeafs)) {
-        return LX_OK;
-    }
-    KeyFrameFiller filler(pAviInfo, kSinglePassTexts, SkipKey);
-    LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
     constexpr UInt32 kOneRecord = 1;
+    KeyFrameFiller filler(pAviInfo, kSinglePassTexts, SkipKey);
     SinglePassFiller singlePass(pAviInfo, filler);
-    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, kOneRecord), singlePass));
-    FinishTable(pAviInfo, filler);
-    return LX_OK;
+    return BuildTable(pAviInfo, Idx1Run(pAviInfo, uiSize, kOneRecord), neededLeafs, filler, singlePass);
 }

@@ -9,14 +9,10 @@
 namespace lxAviReadCore {
 namespace {
 
-// The leaf to search: the last one that does not begin behind `offset`.
 UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
-    UInt32 currentLeaf = 0;
-    while (currentLeaf < endLeaf && table.LeafAt(currentLeaf + 1).StartOffset <= offset) {
-        ++currentLeaf;
-    }
+    const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartOffset, offset);
     LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1",
               "index structures are not coherent: OffsetOfchunk=%d endOffset=%d currentLeaf=%d endLeaf=%d",
               static_cast<UInt32>(offset), static_cast<UInt32>(table.LeafAt(endLeaf).EndOffset), currentLeaf, endLeaf);

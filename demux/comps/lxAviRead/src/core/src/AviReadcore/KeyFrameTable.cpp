@@ -66,6 +66,15 @@ Position KeyFrameTable::Last() const
     return IsEmpty() ? Position{} : PositionOf(m_uiLeafs - 1, LeafAt(m_uiLeafs - 1).arrayLength - 1);
 }
 
+UInt32 KeyFrameTable::FindLeaf(UInt64 Leaf::*pStart, UInt64 value) const
+{
+    UInt32 leafNr = 0;
+    while (leafNr + 1 < m_uiLeafs && LeafAt(leafNr + 1).*pStart <= value) {
+        ++leafNr;
+    }
+    return leafNr;
+}
+
 bool KeyFrameTable::Next(Position& position) const
 {
     Position next = PositionOf(position.leafNr, position.itemNr + 1);

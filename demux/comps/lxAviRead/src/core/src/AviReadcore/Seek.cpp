@@ -59,14 +59,10 @@ namespace {
 
 UInt32 LastItem(const Leaf& leaf) { return leaf.arrayLength - 1; }
 
-// The last leaf that does not begin after `time`.
 UInt32 FindLeaf(const KeyFrameTable& table, UInt64 time)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
-    UInt32 currentLeaf = 0;
-    while (currentLeaf < endLeaf && table.LeafAt(currentLeaf + 1).StartTimeMsec <= time) {
-        ++currentLeaf;
-    }
+    const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartTimeMsec, time);
     LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1",
               "index structures are not coherent: searchedTimeMsec=%d.%d EndTimeMsec=%d.%d currentLeaf=%d endLeaf=%d",
               LX_HILO(time), LX_HILO(table.LeafAt(endLeaf).EndTimeMsec), currentLeaf, endLeaf);

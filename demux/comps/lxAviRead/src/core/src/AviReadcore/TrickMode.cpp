@@ -27,11 +27,15 @@ Position Step(const KeyFrameTable& table, Position position, Int32 count)
     return position;
 }
 
-// Arms the jump that shows a key frame and nothing else: counters stay as they are.
-void ArmStep(lxAviReadCore_AviInfo_t* pAviInfo, VideoFirst eVideoFirst)
+// After a step that has or has not moved to another key frame. What moved is armed to show that key frame and nothing
+// else: counters stay as they are. What did not is armed in full, where it stands.
+void ArmStep(lxAviReadCore_AviInfo_t* pAviInfo, bool bMoved, VideoFirst eVideoFirst, Int32 audioTrackNumber)
 {
-    if (const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame); pEntry != Null) {
+    const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame);
+    if (bMoved && pEntry != Null) {
         ArmJump(pAviInfo, lastPlayedKeyFrame, *pEntry, -1, {.eVideoFirst = eVideoFirst});
+    } else {
+        lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
     }
 }
 
@@ -94,11 +98,7 @@ UInt32 lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audio
         return LX_OK;
     }
     *pFound = KeyFrameTable(pAviInfo).Next(lastPlayedKeyFrame) ? 1 : 0;
-    if (*pFound == 1) {
-        ArmStep(pAviInfo, VideoFirst::Keep); // Quirk Q31
-    } else {
-        lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
-    }
+    ArmStep(pAviInfo, *pFound == 1, VideoFirst::Keep, audioTrackNumber); // Quirk Q31
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_SetJumpToNextKeyFrameForTrickMode with value=%d JumpOffset=%d.%d",
            *pFound, LX_HILO(pAviInfo->JumpOffset));
     return LX_OK;
@@ -111,10 +111,6 @@ UInt32 lxAviReadCore_SetJumpToPrevKeyFrame(Bool* pFound, Int32 audioTrackNumber)
         return LX_OK;
     }
     *pFound = KeyFrameTable(pAviInfo).Prev(lastPlayedKeyFrame) ? 1 : 0;
-    if (*pFound == 1) {
-        ArmStep(pAviInfo, VideoFirst::Require);
-    } else {
-        lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);
-    }
+    ArmStep(pAviInfo, *pFound == 1, VideoFirst::Require, audioTrackNumber);
     return LX_OK;
 }
