@@ -134,9 +134,11 @@ UInt32 BuildFromVideo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
 {
     const auto common = pStrInfo->IndxChunk.aviIndxcommonSection;
     const auto& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
-    if (pStrInfo->bIndexParsed == 1 || static_cast<UInt16>(EntryBytes(common)) == 0) {
-        // Once in a file: records that are sought back over must not lead to the same chunk for ever.
-        return pStrInfo->bIndexParsed == 1 ? LX_OK : LX_ERR_AVIREAD_NO_INDEX;
+    if (pStrInfo->bIndexParsed == 1) {
+        return LX_OK; // once in a file: what is sought back over must not lead to the same chunk for ever
+    }
+    if (static_cast<UInt16>(EntryBytes(common)) == 0) {
+        return LX_ERR_AVIREAD_NO_INDEX; // the fill takes the size as 16 bits
     }
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), kStandardIndex));
     if (!AcquireMetaDataBuffer(pAviInfo)) {
