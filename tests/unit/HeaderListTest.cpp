@@ -69,8 +69,10 @@ TEST_F(HeaderList, StreamListsAreNumberedFromZero)
 
 TEST_F(HeaderList, AStreamListThatFailsEndsTheParse)
 {
-    const Bytes cut = Riff("AVI ", List("hdrl", Avih() + ChunkOfSize("LIST", 4000, Text("strl"))));
-    EXPECT_EQ(Open(cut), LX_ERR_AVIREAD_EOF);
+    Stream indexed = VideoStream();
+    const Bytes hopeless = Chunk("indx", U16(4) + Bytes{0, 0} + U32(0x10000000) + Text("00dc") + Fill(12));
+    const Bytes list = List("strl", Chunk("strh", AsBytes(indexed.header)) + Chunk("strf", indexed.format) + hopeless);
+    EXPECT_EQ(OpenHeaders(Avih() + list + Strl(PcmStream())), LX_ERR_AVIREAD_NO_MEMORY);
 }
 
 TEST_F(HeaderList, StreamListsBeyondTheLastSlotAreSkippedWhole)

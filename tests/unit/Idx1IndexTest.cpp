@@ -127,6 +127,7 @@ TEST_F(Idx1Index, OnlyFlaggedVideoOfTheMainStreamCounts)
                            Record("00db", 0x10, 7, 1) + Record("00dd", 0x10, 8, 1) + Record("00pc", 0x10, 9, 1) +
                            Record("00dc", 0x30, 10, 1)),
               LX_OK);
+    EXPECT_TRUE(log.Has("lxAviReadCore_PreParseIdx1Chunk: SkipKey:1 ReqLeafs=1 NoOfKeyFrames:2"));
     const auto table = Table();
     ASSERT_EQ(table.size(), 2u);
     EXPECT_EQ(table[0].videoChunkOffset, 7u);
@@ -228,6 +229,20 @@ TEST_F(Idx1Index, ASkippedKeyFrameUsesUpItsDrmRecord)
     for (UInt32 i = 0; i < 182; ++i) {
         EXPECT_EQ(table[i].videoChunkOffset, 200u * i + 50);
     }
+}
+
+TEST_F(Idx1Index, ASkippedKeyFrameCancelsThePendingDrmPosition)
+{
+    const Bytes records = Record("00dc", 0x10, 4, 1) + Record("00dd", 0, 50, 10) + Record("00dc", 0x10, 80, 1) +
+                          Record("00dc", 0x10, 100, 1);
+    ASSERT_EQ(ParseRecords(records), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    Bytes buffer(18000);
+    Info().pMetaDataBuffer = buffer.data();
+    ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 4 * 16, 2, 1), LX_OK);
+    Info().pMetaDataBuffer = nullptr;
+    ASSERT_EQ(Table().size(), 2u);
+    EXPECT_EQ(Table()[1].videoChunkOffset, 100u);
 }
 
 TEST_F(Idx1Index, SkippingKeepsEverySecondKeyFrame)

@@ -137,15 +137,38 @@ TEST_F(KeyFrameLookup, AnEntryBeyond4GiBNeverMatches)
     EXPECT_EQ(Lookup(Entry(0, 1).videoChunkOffset).valid, 0);
 }
 
-TEST_F(KeyFrameLookup, ADamagedLeafLengthIsAsserted)
+TEST_F(KeyFrameLookup, WhatLiesBetweenTheEntriesIsNotFoundByTheSearchEither)
 {
     OpenVideo(30, 10);
-    // three entries, and a fourth offset behind the third so that a search is needed
-    Info().KeyFramesListAsArray[0]->EndOffset += 100;
-    Lookup(Entry(0, 2).videoChunkOffset + 50);
+    Info().KeyFramesListAsArray[0]->EndOffset += 100; // behind the last entry, and still in range
+    EXPECT_EQ(Lookup(Entry(0, 2).videoChunkOffset + 50).valid, 0);
     EXPECT_TRUE(log.Has(kFull));
     EXPECT_TRUE(log.Has("leaving lxAviReadCore_GetChunkInfo with result: chunk not found"));
-    EXPECT_TRUE(log.Assertions().empty());
+}
+
+TEST_F(KeyFrameLookup, ADamagedLeafLengthIsAssertedAndNotFollowed)
+{
+    OpenVideo(800, 1);
+    const UInt64 offset = Entry(1, 300).videoChunkOffset;
+    Info().KeyFramesListAsArray[1]->arrayLength = 4000;
+    EXPECT_EQ(Lookup(offset).itemNr, 300u);
+    EXPECT_TRUE(log.HasAssertion("lastElement<LEAF_ARRAY_LENGTH",
+                                 "lastElement# for leaf 1 exceeds the constant(LEAF_ARRAY_LENGTH=363)"));
+    Info().KeyFramesListAsArray[1]->arrayLength = kLeaf;
+}
+
+TEST_F(KeyFrameLookup, AKeyFrameThatTheTableHasLostIsAsserted)
+{
+    OpenVideo(30, 10);
+    for (int i = 0; i < 22; ++i) {
+        NextValid();
+    }
+    static_cast<void>(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1)); // back to key frame 1
+    Info().KeyFramesListAsArray[0]->arrayLength = 1;
+    log.Clear();
+    EXPECT_NE(Next().chunk.bKeyFrame, 1);
+    EXPECT_TRUE(log.HasAssertion("searchResult.itemNr < pSearchLeaf->arrayLength",
+                                 "itemNr in the search result leaf >= arrayLength of the leaf"));
 }
 
 // ---- Re-arming ----

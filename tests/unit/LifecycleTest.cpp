@@ -75,10 +75,7 @@ TEST_F(Lifecycle, CloseAndDeAllocBothLeaveNothing)
         ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
         EXPECT_EQ(close(), LX_OK);
         EXPECT_EQ(Faults().LiveAllocations(), 0u);
-        EXPECT_EQ(Info().pFile, nullptr);
-        EXPECT_EQ(Info().CurrentOffset, 0u);
-        EXPECT_EQ(Info().IndxOption, 0);
-        EXPECT_EQ(Info().StreamInfo[0], nullptr);
+        EXPECT_EQ(AsBytes(Info()), Bytes(sizeof(Info()), 0)); // every field, to the last byte
     }
     EXPECT_EQ(Open(builder), LX_OK); // Open allocates again by itself
 }

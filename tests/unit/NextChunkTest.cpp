@@ -363,11 +363,15 @@ TEST_F(NextChunk, AJumpWithoutSeekingIsAssertedAndTakenOver)
     OpenToPlay();
     lxalAviRead_FileSeekPossible = 0;
     lxalAviRead_VideoFrame = 5;
-    Info().JumpOffset = 4;
+    Info().JumpOffset = 4 + 18; // the second chunk, but the file stands at the first
+    const UInt64 seeks = Faults().Seeks();
     const Delivered chunk = Next();
     EXPECT_TRUE(log.HasAssertion("lxalAviRead_FileSeekPossible",
                                  "Jump is set but fseek doesn't work. Programming error"));
     EXPECT_TRUE(chunk.bJumped);
+    EXPECT_EQ(chunk.payload, Fill(10));
+    EXPECT_EQ(Faults().Seeks(), seeks);
+    EXPECT_EQ(Info().CurrentOffset, 4u + 18u + 8u + 10u);
     EXPECT_EQ(Info().JumpOffset, 0u);
     EXPECT_EQ(lxalAviRead_VideoFrame, 6u); // not set to 0
 }

@@ -54,7 +54,8 @@ TEST_F(SegmentChain, ForeignListsAreSteppedOver)
 {
     builder.NextRiff().ForeignRiff(Riff("WAVE", Fill(30)) + Riff("ABCD", {})).Frame(0, Fill(20), true);
     ASSERT_EQ(Open(builder), LX_OK);
-    EXPECT_EQ(Chain().size(), 2u);
+    ASSERT_EQ(Chain().size(), 2u);
+    EXPECT_EQ(Chain()[1]->moviDataOffset, builder.MediaItems()[1].uiOffset);
 }
 
 TEST_F(SegmentChain, AnOddListSizeIsMadeEven)
@@ -162,6 +163,22 @@ TEST_F(SegmentChain, WithoutSeekingItReadsFromWhereTheFileStands)
     // Open has left the file at the first media chunk, and that is no list
     EXPECT_EQ(Info().pCurrentAvix, nullptr);
     EXPECT_EQ(Info().bAvixPresent, 0);
+}
+
+TEST_F(SegmentChain, WithoutSeekingTheWalkTakesItsStartForPositionZero)
+{
+    const Bytes good = builder.Build();
+    const Bytes file = good + Avix(List("movi", Chunk("00dc", Fill(20))));
+    Bytes first = file;
+    Patch32(first, Find(first, "dmlh") + 8, 0); // no walk by Open
+    ASSERT_EQ(Open(first), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), good.size(), 0), 1);
+    lxalAviRead_FileSeekPossible = 0;
+    ASSERT_EQ(lxAviReadCore_ConstructAvixInfo(0, &Info()), LX_OK);
+    const auto chain = Chain();
+    ASSERT_EQ(chain.size(), 2u);
+    EXPECT_EQ(chain[0]->moviDataSize, 18u); // as it was
+    EXPECT_EQ(chain[1]->moviDataOffset, 24u);
 }
 
 TEST_F(SegmentChain, WithoutAFirstRecordTheFirstNewOneIsCurrent)

@@ -112,6 +112,7 @@ TEST_F(StreamFormat, AudioFrameSizesFollowTheTable)
     EXPECT_EQ(FrameSize(0x0003, 44100, 176400, 32), 4);
     EXPECT_EQ(FrameSize(0x0055, 1000, 7000), 7000); // (1152 / 1000) * 7000
     EXPECT_EQ(FrameSize(0x0055, 576, 7000), 14000);
+    EXPECT_EQ(FrameSize(0x0055, 44100, 16000), 0); // the quotient is truncated first
     EXPECT_EQ(FrameSize(0x0050, 384, 100), 300);
     EXPECT_EQ(FrameSize(0x00FF, 512, 100), 200);
     EXPECT_EQ(FrameSize(0x2000, 500, 100), 300);

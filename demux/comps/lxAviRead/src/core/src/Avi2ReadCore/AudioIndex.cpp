@@ -11,7 +11,8 @@ constexpr PlacerTexts kOpenDmlPlacerTexts = {"Storing Audio(%d) for %d.%d  fr#%d
                                              "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;", true};
 
 constexpr IndexWalkRules kAudioWalk = {false, Null, "ParseAudioSuperIndex : Error Reading data at line:%d",
-                                       "ParseAudioSuperIndex : Error Reading data1,line:%d", Null};
+                                       "ParseAudioSuperIndex : Error Reading data1,line:%d",
+                                       "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", Null};
 
 // Takes the records of one run. Those of no track are read and dropped.
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
@@ -57,7 +58,6 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Stream
     AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
-        LX_LOG(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", chunk.uiNr, LX_OK);
         LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
         return PlaceRun(pAviInfo,
                         OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,

@@ -243,7 +243,7 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 }
 
 constexpr IndexWalkRules kCountRules = {true, "PreParseIndxChunk avi2: Error %d",
-                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null, Null};
+                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null, Null, Null};
 
 // Counts the key frames of one index chunk; a sub type that is unknown has none.
 UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, UInt32& count)
@@ -337,6 +337,9 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     // Quirk Q39: 32 bytes, so that the records begin 36 bytes behind the chunk's start
     const UInt32 result = ReadRecord(pAviInfo, chunk.header, kOpenDmlRead);
     LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
+    if (rules.pEnteredText != Null) {
+        LX_LOG(kLevelIndex, rules.pEnteredText, chunk.uiNr, result);
+    }
     if (result != LX_OK && rules.pHeaderFailedText != Null) {
         LX_LOG(kLevelError, rules.pHeaderFailedText, __LINE__);
     }

@@ -20,7 +20,7 @@ constexpr TableTexts kOpenDmlTexts = {
     "List structure must be initialized"};
 
 constexpr IndexWalkRules kVideoWalk = {true, Null, "ParseVideoSuperIndex : Error reading data at line:%d",
-                                       "ParseVideoSuperIndex : Error Reading data1,line:%d",
+                                       "ParseVideoSuperIndex : Error Reading data1,line:%d", Null,
                                        "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)

@@ -404,6 +404,9 @@ UInt32 lxAviReadCore_ParseIndex_Video(UInt32 /*instance*/, lxAviReadCore_AviInfo
 
 UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32 /*neededLeafs*/)
 {
+    if (pAviInfo->KeyFramesListAsArrayLength > 0) {
+        pAviInfo->KeyFramesListAsArray[0]->pPrevLeaf = Null;
+    }
     AudioByTrack tracks(pAviInfo);
     LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), tracks));
     tracks.Complete();

@@ -6,6 +6,8 @@
 #include "internal/KeyFrames.hpp"
 #include "internal/KeyFrameJump.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 namespace {
 
@@ -24,9 +26,9 @@ Position SearchTable(const KeyFrameTable& table, UInt64 offset)
     LX_LOG(kLevelSeek, "lxAviReadCore_GetChunkInfo - performing full search");
     const UInt32 leafNr = FindLeaf(table, offset);
     const Leaf& leaf = table.LeafAt(leafNr);
-    const UInt32 last = leaf.arrayLength - 1;
-    LX_ASSERT(last < LEAF_ARRAY_LENGTH, "lastElement<LEAF_ARRAY_LENGTH",
+    LX_ASSERT(leaf.arrayLength <= LEAF_ARRAY_LENGTH, "lastElement<LEAF_ARRAY_LENGTH",
               "lastElement# for leaf %d exceeds the constant(LEAF_ARRAY_LENGTH=%d)", leafNr, LEAF_ARRAY_LENGTH);
+    const UInt32 last = std::min<UInt32>(leaf.arrayLength, LEAF_ARRAY_LENGTH) - 1;
     UInt32 low = 0;
     UInt32 high = last;
     do {

@@ -12,6 +12,8 @@
 #include "internal/Memory.hpp"
 #include "internal/State.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 namespace {
 
@@ -26,7 +28,7 @@ struct RiffHeader {
     UInt32 uiForm;
 };
 
-// Appends a cleared record behind `pTail`, or starts the chain when there is none. What followed the tail is released.
+// Appends a cleared record behind `pTail`, or starts the chain when there is none.
 lxAviReadCore_AvixRiff_t* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_AvixRiff_t* pTail)
 {
     lxAviReadCore_AvixRiff_t* const pSegment = AllocateRecord<lxAviReadCore_AvixRiff_t>();
@@ -104,9 +106,9 @@ struct ChainEnd {
 // A list that claims to reach into the RIFF list at `position` ends there: no byte is delivered twice.
 void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
 {
-    if (pSegment != Null && pSegment->moviDataOffset + pSegment->moviDataSize > position) {
-        const UInt64 size = position > pSegment->moviDataOffset ? position - pSegment->moviDataOffset : 0;
-        pSegment->moviDataSize = static_cast<UInt32>(size);
+    if (pSegment != Null && position > pSegment->moviDataOffset) {
+        const UInt64 room = position - pSegment->moviDataOffset;
+        pSegment->moviDataSize = static_cast<UInt32>(std::min<UInt64>(pSegment->moviDataSize, room));
     }
 }
 

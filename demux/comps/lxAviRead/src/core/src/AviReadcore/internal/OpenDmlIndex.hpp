@@ -37,6 +37,7 @@ struct IndexWalkRules {
     const char* pSeekFailedText;    // code; or null
     const char* pCodeFailedText;    // line
     const char* pHeaderFailedText;  // line; or null
+    const char* pEnteredText;       // number, result of reading the header; or null
     const char* pResultText;        // number, result of the chunk; or null
 };
 
@@ -46,13 +47,23 @@ constexpr UInt32 EntryBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& com
     return UInt32{common.wLongsPerEntry} * 4;
 }
 
-// Where the records of an index chunk end at the earliest. A chunk that begins before that has been walked already:
-// however often a damaged index names the same records, they are read once.
-constexpr UInt64 EarliestNext(const lxAviReadCore_AviSuperIndexEntry_t& entry, const IndexChunk& chunk)
-{
-    const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
-    return entry.qwOffset + recordSize * chunk.header.common.uiEntriesInUse;
-}
+// Keeps the work of a walk within the size of the file: however often a damaged index names the same records, no more
+// of them are read than there is room for before the furthest of them.
+class IndexWalkBudget {
+public:
+    bool Allows(const lxAviReadCore_AviSuperIndexEntry_t& entry, const IndexChunk& chunk)
+    {
+        const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
+        const UInt64 bytes = recordSize * chunk.header.common.uiEntriesInUse;
+        m_uiTotal += bytes;
+        m_uiFurthest = std::max(m_uiFurthest, static_cast<UInt32>(entry.qwOffset) + bytes); // a seek takes 32 bits
+        return m_uiTotal <= m_uiFurthest;
+    }
+
+private:
+    UInt64 m_uiTotal = 0;
+    UInt64 m_uiFurthest = 0;
+};
 
 // Seeks to the `ix##` chunk that an entry of the super index names, and reads its header.
 [[nodiscard]] UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
@@ -70,21 +81,19 @@ template <typename Visitor>
                                        const IndexWalkRules& rules, Visitor&& visit)
 {
     const UInt32 entries = HasSuperIndex(stream) ? stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse : 0;
-    UInt64 earliest = 0;
+    IndexWalkBudget budget;
     for (UInt32 i = 0; i < entries; ++i) {
         const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
         IndexChunk chunk = {};
         chunk.uiNr = i;
-        UInt32 result = entry.qwOffset < earliest ? LX_ERR_AVIREAD_NO_INDEX
-                                                  : EnterIndexChunk(pAviInfo, entry, rules, chunk);
+        UInt32 result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
         if (result == LX_OK) {
-            result = visit(chunk);
+            result = budget.Allows(entry, chunk) ? visit(chunk) : LX_ERR_AVIREAD_NO_INDEX;
         }
         if (rules.pResultText != Null) {
             LX_LOG(kLevelIndex, rules.pResultText, i, result);
         }
         LX_AVIREAD_TRY(result);
-        earliest = EarliestNext(entry, chunk);
     }
     return LX_OK;
 }
