@@ -78,6 +78,16 @@ TEST_F(Idx1Index, TheFramesOfFiveSecondsAreRoundedUp)
     EXPECT_TRUE(log.Has("Num of Streams : 2, Frame rate : 0, ConsFramesThr : 2147483647"));
 }
 
+TEST_F(Idx1Index, WithoutVideoAmongTheDeclaredStreamsTheThresholdIsZero)
+{
+    AviBuilder late;
+    late.avih.dwStreams = 1;
+    late.Add(PcmStream()).Add(VideoStream()).Frame(1, Fill(4), true);
+    ASSERT_EQ(Open(late), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_TRUE(log.Has("Num of Streams : 1, Frame rate : 0, ConsFramesThr : 0"));
+}
+
 TEST_F(Idx1Index, RecordsAreLoggedWhereThereAreSeveralStreams)
 {
     builder.Frame(0, Fill(4), true).Frame(0, Fill(4), false).Audio(1, Fill(4)).Frame(0, Fill(4), false);

@@ -449,6 +449,23 @@ TEST_F(OpenDmlIndex, AllocationFailuresOfTheWalksArePassedOn)
     }
 }
 
+TEST_F(OpenDmlIndex, EachWalkNeedsTheBatchBuffer)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    AddMedia(0, 8);
+    ASSERT_EQ(Open(builder), LX_OK);
+    Faults().FailAllocation(3); // behind the array and the leaf
+    EXPECT_EQ(lxAvi2ReadCore_ParseVideoSuperIndex(0, &Info(), 1, 1), LX_ERR_AVIREAD_NO_MEMORY);
+    const lxAviReadCore_AviIndxChunkCommonSection_t common = {2, 0, 1, 1, Code("00dc")};
+    Faults().FailAllocation(3);
+    EXPECT_EQ(lxAvi2ReadCore_ParseVideoStdIndex(0, &Info(), 0, &common, 0, 0, 1, 1), LX_ERR_AVIREAD_NO_MEMORY);
+    Faults().FailAllocation(1);
+    EXPECT_EQ(lxAvi2ReadCore_ParseAudioSuperIndex(&Info()), LX_ERR_AVIREAD_NO_MEMORY);
+    Faults().FailAllocation(1);
+    EXPECT_EQ(lxAvi2ReadCore_ParseAudioStdIndex(0, &Info(), &common, 0, 0), LX_ERR_AVIREAD_NO_MEMORY);
+    Faults().FailAllocation(0);
+}
+
 TEST_F(OpenDmlIndex, AnEmptySuperIndexHasNoKeyFrames)
 {
     ASSERT_EQ(OpenWithIndx(Chunk("indx", IndxHead(4, 0, 0, 0) + Fill(12))), LX_OK);
