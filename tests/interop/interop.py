@@ -3,6 +3,7 @@
 
 import csv
 import io
+import json
 import os
 import pathlib
 import random
@@ -93,6 +94,24 @@ class Delivery(unittest.TestCase):
                     self.assertIn("one word off", result.stdout)
                 else:
                     self.assertEqual(result.returncode, 0, result.stdout)
+
+
+class LargeFile(unittest.TestCase):
+    """More than 1 GiB by a media tool: OpenDML, of several RIFF lists."""
+
+    @unittest.skipUnless(shutil.which("ffmpeg"), "ffmpeg is not installed")
+    @unittest.skipUnless(shutil.disk_usage(SCRATCH.name).free > 4 << 30, "not enough room on the disk")
+    def test_it_is_delivered_whole_across_its_segments(self):
+        path = pathlib.Path(SCRATCH.name) / "large.avi"
+        self.addCleanup(path.unlink)
+        subprocess.run(["ffmpeg", "-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i",
+                        "color=c=red:size=1280x720:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000", "-frames:v",
+                        "400", "-shortest", "-c:v", "rawvideo", "-pix_fmt", "bgr24", "-c:a", "pcm_s16le", str(path)],
+                       check=True)
+        self.assertGreater(path.stat().st_size, 1 << 30)
+        self.assertGreaterEqual(len(json.loads(run(LXAVI, "info", str(path), "--json"))["segments"]), 2)
+        got = [(int(r["offset"]), int(r["size"]), int(r["crc32"])) for r in rows("chunks", path)]
+        self.assertEqual(got, [(c.offset, c.size, c.crc) for c in walk(path).chunks])
 
 
 class KeyFrames(unittest.TestCase):
