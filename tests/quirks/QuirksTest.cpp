@@ -134,6 +134,7 @@ TEST_F(Quirks, Quirk_Q09_JunkBehindTheMediaDataMovesIt)
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().moviOffset, builder.MoviOffset() + 28);
     EXPECT_EQ(Info().pCurrentAvix->moviDataOffset, builder.MoviOffset());
+    EXPECT_EQ(Info().idx1Offset, builder.MoviOffset() + 12 + 8); // 28 bytes before the index
 }
 
 TEST_F(Quirks, Quirk_Q10_UnknownChunksBeforeTheMediaDataAreNotCounted)
