@@ -408,7 +408,7 @@ protected:
         builder.dmlhTotalFrames = 100;
         builder.eIndex = IndexKind::SuperStandard;
         builder.Frame(0, Fill(10, 1), true).Frame(0, Fill(12, 2), false);
-        builder.NextRiff().Frame(0, Fill(14, 3), true);
+        builder.NextRiff().ForeignRiff(Riff("WAVE", Chunk("00dc", Fill(4, 9)))).Frame(0, Fill(14, 3), true);
         builder.NextRiff().Frame(0, Fill(16, 4), true).Frame(0, Fill(18, 5), false);
     }
 
@@ -476,7 +476,7 @@ TEST_F(Segments, ATargetAtTheEndOfTheCurrentListStaysInIt)
     const UInt64 end = Info().pCurrentAvix->moviDataOffset + Info().pCurrentAvix->moviDataSize;
     Info().JumpOffset = end;
     const Delivered chunk = Next();
-    // the list is exhausted at once, and the next one takes over
+    // the list is exhausted at once, and the next one takes over: what lies between the two is not searched
     EXPECT_EQ(chunk.payload, Fill(14, 3));
     EXPECT_TRUE(chunk.bJumped);
 }
