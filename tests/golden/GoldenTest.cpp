@@ -1,0 +1,345 @@
+// What the reader does by default, written down: results, positions, tables and messages over files of every kind and
+// oddity, compared line by line with letter.txt. A change of any of them shows here, wanted or not.
+//
+// LXAVI_GOLDEN_OUT=FILE writes the lines to a file instead, for a change that is wanted.
+//
+// Messages and assertions stand as their number and a sum over their texts, without addresses and source lines.
+// They name sizes of pointers, so that only hosts of 64 bits compare them.
+
+#include "ReaderTest.hpp"
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <regex>
+#include <sstream>
+
+namespace avitest {
+namespace {
+
+struct Scenario {
+    std::string name;
+    Bytes file;
+    bool bSeekable = true;
+    UInt8 indxOption = 1;
+    UInt32 budgetLeafs = 4;
+};
+
+UInt32 Fnv(UInt32 sum, std::string_view text)
+{
+    for (const char c : text) {
+        sum = (sum ^ static_cast<UInt8>(c)) * 16777619u;
+    }
+    return sum;
+}
+
+UInt32 SumOf(const Bytes& bytes)
+{
+    return Fnv(2166136261u, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+// ---- The files ----
+
+void AddMedia(AviBuilder& builder, UInt32 frames, UInt32 step, bool bDrm = false)
+{
+    std::mt19937 random(frames * 31 + step);
+    for (UInt32 i = 0; i < frames; ++i) {
+        for (UInt32 stream = 1; stream < builder.streams.size(); ++stream) {
+            builder.Audio(stream, Fill(1 + random() % 300, static_cast<UInt8>(random())));
+        }
+        if (bDrm && i % 3 == 0) {
+            builder.Drm(0, Fill(10, static_cast<UInt8>(i)));
+        }
+        builder.Frame(0, Fill(4 + random() % 60, static_cast<UInt8>(i)), i % step == 0, i % 2 == 0 ? "dc" : "db");
+    }
+    builder.Frame(0, Fill(8), false);
+}
+
+AviBuilder Plain(IndexKind eKind = IndexKind::Idx1Relative)
+{
+    AviBuilder builder;
+    builder.eIndex = eKind;
+    builder.Add(VideoStream()).Add(PcmStream()).Add(Mp3VbrStream());
+    return builder;
+}
+
+Bytes WithMedia(AviBuilder builder, UInt32 frames = 60, UInt32 step = 7, bool bDrm = false)
+{
+    AddMedia(builder, frames, step, bDrm);
+    return builder.Build();
+}
+
+Bytes Segmented(IndexKind eKind, IxLayout eLayout)
+{
+    AviBuilder builder = Plain(eKind);
+    builder.eLayout = eLayout;
+    builder.dmlhTotalFrames = 200;
+    AddMedia(builder, 40, 5);
+    builder.NextRiff();
+    AddMedia(builder, 40, 5);
+    builder.NextRiff();
+    AddMedia(builder, 20, 5);
+    return builder.Build();
+}
+
+Bytes Surrounded(const std::function<void(AviBuilder&)>& change, IndexKind eKind = IndexKind::Idx1Relative)
+{
+    AviBuilder builder = Plain(eKind);
+    change(builder);
+    return WithMedia(builder);
+}
+
+std::vector<Scenario> SegmentedFiles()
+{
+    std::vector<Scenario> all;
+    const std::pair<const char*, IndexKind> kinds[] = {{"none", IndexKind::None},
+                                                       {"idx1 relative", IndexKind::Idx1Relative},
+                                                       {"idx1 absolute", IndexKind::Idx1Absolute},
+                                                       {"super standard", IndexKind::SuperStandard},
+                                                       {"super field", IndexKind::SuperField},
+                                                       {"one level standard", IndexKind::OneLevelStandard},
+                                                       {"one level field", IndexKind::OneLevelField}};
+    for (const auto& [name, eKind] : kinds) {
+        all.push_back({std::string(name), WithMedia(Plain(eKind))});
+        all.push_back({std::string(name) + ", protected", WithMedia(Plain(eKind), 60, 7, true)});
+        all.push_back({std::string(name) + ", no seeks", WithMedia(Plain(eKind)), false});
+        all.push_back({std::string(name) + ", option 0", WithMedia(Plain(eKind)), true, 0});
+        all.push_back({std::string(name) + ", option 2", WithMedia(Plain(eKind)), true, 2});
+        all.push_back({std::string(name) + ", thinned", WithMedia(Plain(eKind), 1200, 1), true, 1, 1});
+        all.push_back({std::string(name) + ", several lists", Segmented(eKind, IxLayout::At36)});
+        all.push_back({std::string(name) + ", no key flag", WithMedia(Plain(eKind), 20, 1000000)});
+    }
+    all.push_back({"records at 32", Segmented(IndexKind::SuperStandard, IxLayout::At32)});
+    return all;
+}
+
+std::vector<Scenario> OddFiles()
+{
+    std::vector<Scenario> all;
+    const auto add = [&](const char* name, const std::function<void(AviBuilder&)>& change) {
+        all.push_back({name, Surrounded(change)});
+        all.push_back({std::string(name) + ", super index", Surrounded(change, IndexKind::SuperStandard)});
+    };
+    add("junk before movi", [](AviBuilder& b) { b.beforeMovi = Chunk("JUNK", Fill(21)); });
+    add("junk behind movi", [](AviBuilder& b) { b.behindMovi = Chunk("JUNK", Fill(20)); });
+    add("unknown before movi", [](AviBuilder& b) { b.beforeMovi = Chunk("abcd", Fill(20)); });
+    add("unknown behind movi", [](AviBuilder& b) { b.behindMovi = Chunk("abcd", Fill(20)); });
+    add("empty before movi", [](AviBuilder& b) { b.beforeMovi = Chunk("JUNK", {}) + Chunk("abcd", {}); });
+    add("empty behind movi", [](AviBuilder& b) { b.behindMovi = Chunk("JUNK", {}); });
+    add("info before movi", [](AviBuilder& b) { b.beforeMovi = List("INFO", Chunk("ISFT", Text("me"))); });
+    add("info behind movi", [](AviBuilder& b) { b.behindMovi = List("INFO", Chunk("ISFT", Text("me"))); });
+    add("list before movi", [](AviBuilder& b) { b.beforeMovi = List("more", Fill(12)); });
+    add("list behind movi", [](AviBuilder& b) { b.behindMovi = List("more", Fill(12)); });
+    add("list in headers", [](AviBuilder& b) { b.inHeaderList = List("more", Fill(12)); });
+    add("chunk in headers", [](AviBuilder& b) { b.inHeaderList = Chunk("vprp", Fill(68)); });
+    add("text in stream list", [](AviBuilder& b) { b.streams[0].extra = Chunk("strn", Text("video")); });
+    add("open header", [](AviBuilder& b) { b.dmlhTotalFrames = 61; });
+    add("ten audio streams", [](AviBuilder& b) {
+        for (int i = 0; i < 8; ++i) {
+            b.Add(PcmStream());
+        }
+    });
+    add("subtitles", [](AviBuilder& b) { b.Add(TextStream()).Add(VideoStream()); });
+    add("has-index bit", [](AviBuilder& b) { b.avih.dwFlags = 0x10; });
+    add("start", [](AviBuilder& b) { b.streams[0].header.dwStart = 25; });
+    return all;
+}
+
+std::vector<Scenario> DamagedFiles()
+{
+    std::vector<Scenario> all;
+    for (const IndexKind eKind : {IndexKind::Idx1Relative, IndexKind::SuperStandard}) {
+        const std::string kind = eKind == IndexKind::Idx1Relative ? "idx1" : "super";
+        const Bytes whole = WithMedia(Plain(eKind));
+        for (UInt32 percent = 5; percent < 100; percent += 5) {
+            all.push_back({kind + " cut at " + std::to_string(percent),
+                           Bytes(whole.begin(), whole.begin() + static_cast<long>(whole.size() * percent / 100))});
+        }
+        std::mt19937 random(7);
+        for (UInt32 i = 0; i < 40; ++i) {
+            Bytes damaged = whole;
+            for (UInt32 n = 0; n < 3; ++n) {
+                damaged[random() % damaged.size()] = static_cast<UInt8>(random());
+            }
+            all.push_back({kind + " damaged " + std::to_string(i), damaged});
+        }
+    }
+    return all;
+}
+
+// ---- What happens ----
+
+class Golden : public ReaderTest {
+protected:
+    std::ostringstream out;
+
+    void Messages()
+    {
+        static const std::regex kVolatile("(0x[0-9a-f]{6,}|\\(nil\\)|:\\d+$|:\\d+\\)|line:\\d+|at line \\d+|line \\d+)");
+        UInt32 sum = 2166136261u;
+        for (const LogLine& line : log.Lines()) {
+            sum = Fnv(sum, std::to_string(line.uiLevel) + std::regex_replace(line.text, kVolatile, "~") + "\n");
+        }
+        for (const AssertLine& line : log.Assertions()) {
+            sum = Fnv(sum, line.condition + "|" + line.text + "\n");
+        }
+        out << "messages " << log.Lines().size() << " assertions " << log.Assertions().size() << " sum " << sum << "\n";
+        log.Clear();
+    }
+
+    void State()
+    {
+        const auto& info = Info();
+        out << "state movi " << info.moviOffset << "+" << info.moviSize << " idx1 " << info.idx1Offset << "+"
+            << info.idx1Size << " at " << info.CurrentOffset << " jump " << info.JumpOffset << " flags "
+            << int{info.bAbsoluteOffsets} << int{info.bIndxPresent} << int{info.bAvixPresent} << int{info.bAudioSync}
+            << int{info.bJumpToVideo} << " streams " << info.videoStreamNr << "," << info.audioStreamNr << " tracks "
+            << info.AudioTracksCount << "," << info.SubtitleTracksCount << " file at "
+            << (info.pFile != nullptr ? ftell(info.pFile) : -1) << "\n";
+    }
+
+    void TableLines()
+    {
+        for (UInt32 leaf = 0; leaf < Info().KeyFramesListAsArrayLength; ++leaf) {
+            const auto& keys = *Info().KeyFramesListAsArray[leaf];
+            for (UInt32 item = 0; item < keys.arrayLength; item += 1 + keys.arrayLength / 8) {
+                const auto& key = keys.array[item];
+                out << "key " << leaf << "." << item << " " << key.videoFrameNumber << " " << key.videoChunkOffset << " "
+                    << key.timeMsec;
+                for (UInt32 track = 0; track < 2; ++track) {
+                    out << " | " << key.audioFrameNumber[track] << " " << key.audioChunkOffset[track] << " "
+                        << key.audioBytePosition[track];
+                }
+                out << "\n";
+            }
+        }
+    }
+
+    static std::string Line(const Delivered& got)
+    {
+        std::ostringstream line;
+        line << "chunk " << std::hex << got.uiResult << std::dec << " stream " << got.chunk.uiStreamNr << " frame "
+             << got.chunk.uiFrameNumber << " bytes " << got.chunk.uiBytePosition << " size " << got.chunk.uiSize << " key "
+             << int{got.chunk.bKeyFrame} << " drm " << int{got.chunk.bDrm} << " jumped " << got.bJumped << " sum "
+             << SumOf(got.payload) << " time "
+             << lxAviReadCore_GetStreamTime(got.chunk.uiStreamNr, got.chunk.uiFrameNumber, got.chunk.uiBytePosition);
+        return line.str();
+    }
+
+    static bool Ends(const Delivered& got)
+    {
+        return got.uiResult == LX_AVIREAD_END_OF_MEDIA || got.uiResult == LX_ERR_AVIREAD_READ ||
+               got.uiResult == LX_ERR_AVIREAD_SEEK || got.uiPayloadResult != LX_OK;
+    }
+
+    // The first chunks in full, the others as a sum.
+    void Play(UInt32 most)
+    {
+        UInt32 more = 0;
+        UInt32 sum = 2166136261u;
+        for (UInt32 i = 0; i < most; ++i) {
+            const Delivered got = Next();
+            SkipRejected(got);
+            if (i < 2) {
+                out << Line(got) << "\n";
+            } else {
+                sum = Fnv(sum, Line(got));
+                ++more;
+            }
+            if (Ends(got)) {
+                break;
+            }
+        }
+        if (more > 0) {
+            out << "chunks " << more << " sum " << sum << "\n";
+        }
+    }
+
+    void Jumps()
+    {
+        Bool found = 0;
+        for (const UInt32 time : {0u, 700u, 1500u, 999999u}) {
+            for (UInt32 rounding = 0; rounding < 3; ++rounding) {
+                out << "seek " << time << " " << rounding << " to " << lxAviReadCore_SeekToTime(time, 0, rounding) << "\n";
+                State();
+                Play(rounding == 1 ? 6 : 1);
+            }
+        }
+        out << "next " << lxAviReadCore_SetJumpToNextKeyFrame(&found, -1) << int{found} << "\n";
+        Play(4);
+        out << "back " << lxAviReadCore_SetJumpToPrevKeyFrame(&found, 0) << int{found} << "\n";
+        Play(4);
+        out << "trick " << lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0) << int{found} << "\n";
+        Play(4);
+        out << "jump " << lxAviReadCore_JumpInKeyFrames(-2, 1) << " rearm "
+            << lxAviReadCore_SetOnKeyFrame_AudioAndVideo(0) << "\n";
+        Play(4);
+    }
+
+    void Run(const Scenario& scenario)
+    {
+        out << "== " << scenario.name << "\n";
+        bPayloadsMayBeCut = true;
+        const UInt32 budget = scenario.budgetLeafs * kOneLeafBudget;
+        const UInt32 opened = Open(scenario.file, scenario.bSeekable, 1, budget, scenario.indxOption);
+        out << "open " << std::hex << opened << std::dec << " indexed " << int{allIndexed} << "\n";
+        State();
+        if (opened == LX_OK) {
+            lxAviRead_SetPositionRangeInfo_t range = {};
+            static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
+            if (range.uiLastKeyFrameNr == 0xFFFFFFFFu) {
+                out << "index " << std::hex << lxAviReadCore_ParseIndex(0) << std::dec << "\n";
+            }
+            static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
+            out << "range " << range.uiLastKeyFrameNr << " " << range.uiStartTimeMsec << " " << range.uiEndTimeMsec << "\n";
+            TableLines();
+            State();
+            if (scenario.bSeekable) {
+                Position();
+            }
+            Play(40);
+            if (range.uiLastKeyFrameNr != 0xFFFFFFFFu) {
+                Jumps();
+            }
+        }
+        Messages();
+        static_cast<void>(lxAviReadCore_Close());
+        log.Clear();
+    }
+};
+
+bool IsCompared(const std::string& line)
+{
+    return sizeof(void*) == 8 || !line.starts_with("messages ");
+}
+
+TEST_F(Golden, WhatTheReaderDoesByDefaultIsWhatItAlwaysDid)
+{
+    for (const auto& files : {SegmentedFiles(), OddFiles(), DamagedFiles()}) {
+        for (const Scenario& scenario : files) {
+            Run(scenario);
+        }
+    }
+    if (const char* path = std::getenv("LXAVI_GOLDEN_OUT")) {
+        std::ofstream(path) << out.str();
+        GTEST_SKIP() << "written to " << path;
+    }
+    std::ifstream golden(LXAVIREAD_GOLDEN);
+    std::istringstream now(out.str());
+    std::string want, got, scenario;
+    UInt32 compared = 0;
+    while (std::getline(golden, want)) {
+        ASSERT_TRUE(std::getline(now, got)) << "nothing more, where the golden file has: " << want;
+        scenario = want.starts_with("== ") ? want : scenario;
+        if (IsCompared(want)) {
+            ASSERT_EQ(got, want) << "in " << scenario;
+            ++compared;
+        }
+    }
+    EXPECT_FALSE(std::getline(now, got)) << "more than the golden file has: " << got;
+    EXPECT_GT(compared, 3000u);
+}
+
+} // namespace
+} // namespace avitest
