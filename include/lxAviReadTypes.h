@@ -68,6 +68,9 @@ extern "C" {
 
 /** Bit of the main header's `dwFlags`: the file has an index. Open sets or clears it by what it found. */
 #define LX_AVIREAD_HAS_INDEX 0x10u
+/** A bit of Open's `IndxOption`: read files as the published AVI and OpenDML formats say. Without it the reader keeps its
+ *  oddities, for callers that were built on them. The lower seven bits mean the same with it and without. */
+#define LX_AVIREAD_FOLLOW_FORMAT 0x80u
 
 /** Stream kinds: `StreamType` of a stream record, `eStreamType` of a chunk record. */
 enum {

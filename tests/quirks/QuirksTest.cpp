@@ -507,6 +507,56 @@ TEST_F(Quirks, Quirk_Q45_ProtectedKeyFramesOfOpenDmlFilesAreNotRecognised)
     EXPECT_EQ(chunk.chunk.bKeyFrame, 0);
 }
 
+TEST_F(Quirks, Quirk_Q47_AnUnknownChunkBehindTheMediaDataEndsTheWalk)
+{
+    builder.Frame(0, Fill(8), true);
+    builder.behindMovi = Chunk("abcd", Fill(4));
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(Info().idx1Size, 0u);
+    EXPECT_EQ(static_cast<UInt64>(ftell(Info().pFile)), builder.MoviOffset());
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+}
+
+TEST_F(Quirks, Quirk_Q48_RelativeOffsetsStayRelative)
+{
+    builder.dmlhTotalFrames = 9;
+    builder.Frame(0, Fill(8), true).NextRiff().Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    EXPECT_EQ(Info().bAvixPresent, 1);
+    EXPECT_EQ(Info().bAbsoluteOffsets, 0);
+    EXPECT_EQ(Entry(0, 0).videoChunkOffset, 4u);
+}
+
+TEST_F(Quirks, Quirk_Q49_AnOpenDmlIndexStandsAlone)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.bIdx1Too = true;
+    builder.Frame(0, Fill(8), true);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "indx") + 8 + 24, 0); // the super index names the start of the file
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(Info().idx1Size, 16u);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
+}
+
+TEST_F(Quirks, Quirk_Q50_AnIndexWithoutAKeyFlagIsNone)
+{
+    builder.Frame(0, Fill(8), false).Frame(0, Fill(8), false);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+}
+
+TEST_F(Quirks, Quirk_Q51_AnIndexThatEndsEarlyIsNone)
+{
+    AddMedia(20, 5);
+    Bytes file = builder.Build();
+    file.resize(file.size() - 16); // the last record
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
+}
+
 TEST_F(Quirks, Quirk_Q46_KeyFrameTimesLeaveOutTheStart)
 {
     builder.streams[0].header.dwStart = 100;

@@ -223,7 +223,7 @@ Bytes AviBuilder::HeaderList() const
         body += StreamList(i);
     }
     if (dmlhTotalFrames) {
-        body += List("odml", Chunk("dmlh", U32(*dmlhTotalFrames) + Fill(244, 0)));
+        body += List("odml", inOdml + Chunk("dmlh", U32(*dmlhTotalFrames) + Fill(244, 0)));
     }
     return List("hdrl", body + inHeaderList);
 }
@@ -281,14 +281,14 @@ Bytes AviBuilder::Assemble()
     Bytes body = HeaderList() + beforeMovi;
     body += Movi(0, 12 + body.size());
     body += behindMovi;
-    if (eIndex == IndexKind::Idx1Relative || eIndex == IndexKind::Idx1Absolute) {
+    if (eIndex == IndexKind::Idx1Relative || eIndex == IndexKind::Idx1Absolute || bIdx1Too) {
         body += Idx1();
     }
     body += behindIdx1;
     Bytes file = Riff("AVI ", body);
     for (UInt32 riff = 1; riff < RiffCount(); ++riff) {
         file += m_foreign[riff];
-        file += Riff("AVIX", Movi(riff, file.size() + 12));
+        file += Riff("AVIX", beforeMoviInAvix + Movi(riff, file.size() + 12 + beforeMoviInAvix.size()));
     }
     return file;
 }

@@ -61,8 +61,11 @@ public:
     std::optional<UInt32> dmlhTotalFrames; // writes an odml list
     IndexKind eIndex = IndexKind::Idx1Relative;
     IxLayout eLayout = IxLayout::At36;
+    bool bIdx1Too = false;      // an idx1 of the first list with relative offsets, besides an OpenDML index
     bool bIxInMovi = true;      // ix## chunks stand in the media data; else behind it, in the RIFF list
     Bytes beforeMovi;           // chunks between the header list and movi
+    Bytes inOdml;               // chunks before the dmlh chunk
+    Bytes beforeMoviInAvix;     // chunks of every further RIFF list
     Bytes behindMovi;           // chunks between movi and idx1
     Bytes behindIdx1;
     Bytes inHeaderList;         // chunks behind the stream lists

@@ -22,10 +22,11 @@ ReaderTest::~ReaderTest()
     Faults().Clear();
 }
 
-UInt32 ReaderTest::Open(const Bytes& file, bool bSeekable, UInt32 attempts, UInt32 budget, UInt8 indxOption)
+UInt32 ReaderTest::Open(const Bytes& file, bool bSeekable, UInt32 attempts, UInt32 budget,
+                        std::optional<UInt8> indxOption)
 {
     Faults().Serve("test.avi", file, bSeekable);
-    return lxAviReadCore_Open(0, "test.avi", attempts, budget, indxOption, &allIndexed);
+    return lxAviReadCore_Open(0, "test.avi", attempts, budget, indxOption.value_or(indxOptionOfOpen), &allIndexed);
 }
 
 void ReaderTest::OpenIndexed(const Bytes& file, UInt32 budget)

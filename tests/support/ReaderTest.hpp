@@ -36,7 +36,7 @@ protected:
 
     // Serves the bytes as a file and opens it.
     UInt32 Open(const Bytes& file, bool bSeekable = true, UInt32 attempts = 1, UInt32 budget = kPlenty,
-                UInt8 indxOption = 1);
+                std::optional<UInt8> indxOption = {});
     UInt32 Open(AviBuilder& builder) { return Open(builder.Build()); }
     // Open, ParseIndex and PositionTheFileHandleToPlayData, all expected to succeed.
     void OpenIndexed(const Bytes& file, UInt32 budget = kPlenty);
@@ -56,6 +56,7 @@ protected:
     std::vector<lxAviReadCore_KeyFrameEntry_t> Table();
 
     LogRecorder log;
+    UInt8 indxOptionOfOpen = 1; // Open's IndxOption where a test gives none
     Bool allIndexed = 7;
     bool bPayloadsMayBeCut = false; // in damaged files
 };

@@ -698,7 +698,7 @@ TEST_F(OpenDmlIndex, SuperIndexOffsetsMayPointAnywhere)
 
 TEST_F(OpenDmlIndex, AOneLevelIndexIsTakenInOnlyWithItsOption)
 {
-    for (const UInt8 option : {UInt8{0}, UInt8{2}, UInt8{255}}) {
+    for (const UInt8 option : {UInt8{0}, UInt8{2}, UInt8{127}}) {
         builder = AviBuilder();
         builder.Add(VideoStream()).Add(PcmStream());
         builder.eIndex = IndexKind::OneLevelStandard;

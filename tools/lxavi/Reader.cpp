@@ -78,8 +78,9 @@ Reader::Reader(const Options& options)
     }
     lxDbg_SetLevelMask("lxAviRead", options.logMask);
     Bool allIndexed = 0;
+    const UInt32 indxOption = options.indxOption | (options.strict ? 0 : LX_AVIREAD_FOLLOW_FORMAT);
     const UInt32 result = lxAviReadCore_Open(0, options.file.c_str(), options.attempts, options.budget,
-                                             static_cast<UInt8>(options.indxOption), &allIndexed);
+                                             static_cast<UInt8>(indxOption), &allIndexed);
     if (result != LX_OK) {
         static_cast<void>(lxAviReadCore_Close());
         throw Failure("", result);
@@ -100,8 +101,8 @@ bool Reader::HasTable() const
 
 UInt32 Reader::BuildIndex()
 {
-    // A table that Open has built from a one-level index would not be rebuilt.
-    return HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
+    // By the letter, a table that Open has built from a one-level index would not be rebuilt.
+    return m_options.strict && HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
 }
 
 void Reader::Start()

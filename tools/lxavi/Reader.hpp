@@ -27,6 +27,7 @@ struct Options {
     UInt32 attempts = 1;
     UInt32 budget = 1u << 20;
     UInt32 indxOption = 1;
+    bool strict = false; // keep the library's oddities instead of following the format
     UInt32 logMask = 0;
     bool json = false;
     bool csv = false;
@@ -52,7 +53,7 @@ public:
     const lxAviReadCore_AviInfo_t& State() const { return *lxAviReadCore_GetAviInfo(); }
     const Options& Settings() const { return m_options; }
 
-    // Builds the key-frame table unless Open has; LX_OK or why there is none.
+    // Builds the key-frame table; LX_OK or why there is none.
     UInt32 BuildIndex();
     bool HasTable() const;
     // Goes to the first chunk.

@@ -33,7 +33,8 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
     command->add_option("--budget", options.budget, "Bytes that the key-frame table may take")
         ->transform(CLI::AsSizeValue(false));
     command->add_option("--indx-option", options.indxOption, "1: a one-level OpenDML index is used")
-        ->check(CLI::Range(0, 255));
+        ->check(CLI::Range(0, 127));
+    command->add_flag("--strict", options.strict, "Keep the library's oddities instead of following the format");
     command->add_option("--log", options.logMask, "Mask of the library's log levels, to standard error");
     CLI::Option* const json = command->add_flag("--json", options.json, "Print JSON");
     command->add_flag("--csv", options.csv, "Print comma-separated values")->excludes(json);

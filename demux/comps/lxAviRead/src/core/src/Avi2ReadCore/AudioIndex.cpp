@@ -44,6 +44,8 @@ void RequireTable(const lxAviReadCore_AviInfo_t* pAviInfo)
     }
 }
 
+} // namespace
+
 UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream)
 {
     RequireTable(pAviInfo);
@@ -69,11 +71,15 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Stream
     return LX_OK;
 }
 
+namespace {
+
 UInt32 PlaceAllStreams(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    // Quirk Q41: the audio streams are taken to stand directly behind the video stream 0
-    const UInt32 last = std::min<UInt32>(pAviInfo->AudioTracksCount, LX_AVIREAD_STREAMS - 1);
-    for (UInt32 i = 1; i <= last; ++i) {
+    // Quirk Q41: by default the audio streams are taken to stand directly behind the video stream 0
+    const bool bEvery = FollowsFormat(pAviInfo);
+    const UInt32 behindLast =
+        bEvery ? LX_AVIREAD_STREAMS : std::min<UInt32>(pAviInfo->AudioTracksCount + 1, LX_AVIREAD_STREAMS);
+    for (UInt32 i = bEvery ? 0 : 1; i < behindLast; ++i) {
         const lxAviReadCore_StreamInfo_t* const pStream = pAviInfo->StreamInfo[i];
         if (pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_AUDIO && HasSuperIndex(*pStream)) {
             LX_AVIREAD_TRY(PlaceStream(pAviInfo, *pStream));

@@ -15,11 +15,11 @@
 #define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
 #include "../AviReadcore/internal/OpenDmlIndex.hpp"
 
+#include <cstddef>
+
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt8 kIndexOfIndexes = 0;
-constexpr UInt8 kIndexOfChunks = 1;
 constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
 constexpr UInt32 kTypeSpecificBytes = 12;
 constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
@@ -35,8 +35,8 @@ static_assert(sizeof(StandardRecord) == 8);
 IndexEntry DecodeOpenDml(const UInt8* pRecord, const IndexRun& run)
 {
     const auto record = Load<StandardRecord>(pRecord);
-    // Quirk Q35: the low word of the base alone counts
-    const UInt32 offset = static_cast<UInt32>(run.qwBaseOffset) + record.dwOffset - kHeaderOfChunk;
+    // Quirk Q35: the low word of the base alone counts, unless all positions have 64 bits
+    const UInt64 offset = (run.qwBaseOffset + record.dwOffset - kHeaderOfChunk) & run.uiOffsetMask;
     return {.eKind = run.eKind,
             .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,
             .uiStreamNr = run.uiStreamNr,
@@ -107,6 +107,10 @@ UInt32 AllocateSuperIndex(lxAviReadCore_StreamInfo_t* pStrInfo, UInt64 bytes)
 UInt32 TakeSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, Padding& padding)
 {
     lxAviReadCore_IndxChunk_t& indx = pStrInfo->IndxChunk;
+    if (FollowsFormat(pAviInfo)) { // a list that is walked exactly has no room for more
+        const UInt32 room = (padding.uiRemaining - kTypeSpecificBytes) / UInt32{sizeof *indx.pAviSuperIndexEntry};
+        indx.aviIndxcommonSection.uiEntriesInUse = std::min(indx.aviIndxcommonSection.uiEntriesInUse, room);
+    }
     const UInt64 bytes = UInt64{indx.aviIndxcommonSection.uiEntriesInUse} * sizeof *indx.pAviSuperIndexEntry;
     LX_AVIREAD_TRY(AllocateSuperIndex(pStrInfo, bytes));
     UInt32 result = ReadOwnField(pAviInfo, indx.aviIndxTypeSpecificSection.aviSuperIndex.uiReserved, padding);
@@ -180,6 +184,65 @@ UInt32 BuildFromAudio(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     return result;
 }
 
+UInt32 BuildVideoFromSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    UInt32 skipKey = 0;
+    UInt32 neededLeafs = 0;
+    UInt32 neededMemory = 0;
+    UInt32 numberOfKeyFrames = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAvi2ReadCore_PreParseVideoIndex(instance, pAviInfo, &skipKey, &neededLeafs,
+                                                                     &neededMemory, &numberOfKeyFrames)));
+    return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseVideoSuperIndex(instance, pAviInfo, skipKey, neededLeafs));
+}
+
+// Notes an index on one level as a super index of one entry: the chunk is laid out as an `ix##` chunk is.
+UInt32 NoteAsSuperIndex(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 size)
+{
+    UInt64 behindFields = 0;
+    if (!TellPosition(pAviInfo, behindFields)) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    LX_AVIREAD_TRY(AllocateSuperIndex(pStrInfo, sizeof(lxAviReadCore_AviSuperIndexEntry_t)));
+    constexpr UInt32 kFieldBytes = kChunkHeaderBytes + kCommonBytes + kTypeSpecificBytes;
+    *pStrInfo->IndxChunk.pAviSuperIndexEntry = {behindFields - kFieldBytes, size, 0};
+    return LX_OK;
+}
+
+// Builds what the caller has asked Open to build: the table from the video's index, the audio once that is there.
+UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    UInt32 result = LX_OK;
+    if (pStrInfo == pVideo) {
+        result = BuildVideoFromSuperIndex(instance, pAviInfo);
+    } else if (pVideo != Null && pVideo->bIndexParsed == 1) {
+        result = PlaceStream(pAviInfo, *pStrInfo);
+    } else {
+        return LX_OK;
+    }
+    pStrInfo->bIndexParsed = result == LX_OK ? 1 : 0;
+    return result;
+}
+
+// An index on one level, where the format is followed: noted for lxAviReadCore_ParseIndex, and built from if asked for.
+UInt32 TakeOneLevel(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
+                    UInt32 size, bool bBuild, Padding& padding)
+{
+    LX_AVIREAD_TRY(NoteAsSuperIndex(pAviInfo, pStrInfo, size));
+    if (!bBuild) {
+        return LX_OK;
+    }
+    const UInt32 result = BuildFromNoted(instance, pAviInfo, pStrInfo);
+    padding.bSkip = false;
+    ReleaseMetaDataBuffer(pAviInfo);
+    const UInt64 behindChunk = pStrInfo->IndxChunk.pAviSuperIndexEntry->qwOffset + kChunkHeaderBytes + size;
+    if (!SeekAndRemember(pAviInfo, behindChunk, kFromStart)) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    const bool bStops = result == LX_ERR_AVIREAD_ABORTED || result == LX_ERR_AVIREAD_NO_MEMORY;
+    return result == LX_OK || bStops ? result : LX_ERR_AVIREAD_NO_INDEX;
+}
+
 UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
                          UInt32 size, UInt8 indxOption, Padding& padding)
 {
@@ -188,14 +251,20 @@ UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxA
     LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.qwBaseOffset, padding));
     LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.dwReserved, padding));
     padding.uiRemaining -= kTypeSpecificBytes;
-    if (pAviInfo->AviHdr != Null && (pAviInfo->AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX) != 0) {
-        return LX_OK; // Quirk Q37: `idx1`, which the main header promises, builds the table
+    // Quirk Q37: `idx1`, which the main header promises, builds the table
+    const bool bIdx1Promised = pAviInfo->AviHdr != Null && (pAviInfo->AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX) != 0;
+    const bool bAskedFor = (indxOption & ~LX_AVIREAD_FOLLOW_FORMAT) == 1;
+    if (FollowsFormat(pAviInfo)) {
+        return TakeOneLevel(instance, pAviInfo, pStrInfo, size, bAskedFor && !bIdx1Promised, padding);
+    }
+    if (bIdx1Promised) {
+        return LX_OK;
     }
     const UInt16 streamNr = StreamNumber(LowHalf(pStrInfo->IndxChunk.aviIndxcommonSection.dwChunkId));
     if (pStrInfo->StreamType != LX_AVIREAD_STREAM_VIDEO || !IsMainVideoStream(pAviInfo, streamNr)) {
         return BuildFromAudio(instance, pAviInfo, pStrInfo, padding);
     }
-    if (indxOption != 1) {
+    if (!bAskedFor) {
         return LX_OK;
     }
     const UInt32 result = BuildFromVideo(instance, pAviInfo, pStrInfo, size, padding);
@@ -228,12 +297,15 @@ UInt32 SkipPadding(const Padding& padding, UInt32 result)
 
 // ---- ix## ----
 
-// Reads the code of an index chunk. Where it does not begin with "ix", single bytes follow in a word that can never
-// begin so: the read ends with the file.
+// Reads the code of an index chunk. By default, where it does not begin with "ix", single bytes follow in a word that can
+// never begin so: the read ends with the file.
 UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 {
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, code, kOpenDmlRead));
     LX_LOG(kLevelIndex, "First 4 bytes after fseek and twocc, %x, %x", code, LowHalf(code));
+    if (FollowsFormat(pAviInfo)) {
+        return LowHalf(code) == TwoCC("ix") || code == FourCC("indx") ? LX_OK : LX_ERR_AVIREAD_NO_INDEX;
+    }
     while (LowHalf(code) != TwoCC("ix")) {
         UInt8 next = 0;
         LX_AVIREAD_TRY(ReadRecord(pAviInfo, next, kOpenDmlRead));
@@ -245,21 +317,22 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 constexpr IndexWalkRules kCountRules = {true, "PreParseIndxChunk avi2: Error %d",
                                         "PreParseIndxChunk avi2:Error Reading data at line:%d", Null, Null, Null};
 
+UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, KeyFrameCounter& counter)
+{
+    IndexRun run = OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo);
+    run.pBatchFailedText = Null;
+    return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, counter);
+}
+
 // Counts the key frames of one index chunk; a sub type that is unknown has none.
-UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, UInt32& count)
+UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, KeyFrameCounter& counter)
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-    UInt32 inChunk = 0;
-    if (common.uiSubIndexType == kStandardIndex) {
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
-            lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(pAviInfo, common.uiEntriesInUse, &inChunk)));
-    } else if (common.uiSubIndexType == kFieldIndex) {
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
-            lxAvi2ReadCore_GetTotalKFramesInFieldIndxChunk(pAviInfo, common.uiEntriesInUse, &inChunk)));
+    if (common.uiSubIndexType != kStandardIndex && common.uiSubIndexType != kFieldIndex) {
+        return LX_OK;
     }
-    count += inChunk;
-    return LX_OK;
+    return LX_AVIREAD_CALL(CountEntries(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, counter));
 }
 
 UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt32* pCount)
@@ -269,23 +342,14 @@ UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
         return LX_OK;
     }
     KeyFrameCounter counter;
-    IndexRun run = OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo);
-    run.pBatchFailedText = Null;
-    const UInt32 result = entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, counter);
+    const UInt32 result = CountEntries(pAviInfo, subType, entries, counter);
     *pCount = counter.uiKeyFrames;
     return result;
 }
 
 UInt32 BuildFromSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    UInt32 skipKey = 0;
-    UInt32 neededLeafs = 0;
-    UInt32 neededMemory = 0;
-    UInt32 numberOfKeyFrames = 0;
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAvi2ReadCore_PreParseVideoIndex(instance, pAviInfo, &skipKey, &neededLeafs,
-                                                                     &neededMemory, &numberOfKeyFrames)));
-    LX_AVIREAD_TRY(
-        LX_AVIREAD_CALL(lxAvi2ReadCore_ParseVideoSuperIndex(instance, pAviInfo, skipKey, neededLeafs)));
+    LX_AVIREAD_TRY(BuildVideoFromSuperIndex(instance, pAviInfo));
     return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioSuperIndex(pAviInfo));
 }
 
@@ -301,6 +365,7 @@ IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt
             .uiStreamNr = StreamNumber(LowHalf(chunkId)),
             .eKind = eKind,
             .qwBaseOffset = baseOffset,
+            .uiOffsetMask = PositionMask(pAviInfo),
             .pBatchFailedText = kBatchFailedText};
 }
 
@@ -330,12 +395,15 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
         LX_LOG(kLevelError, rules.pCodeFailedText, __LINE__);
         return result;
     }
-    chunk.uiStreamNr = StreamNumber(HighHalf(code));
+    if (LowHalf(code) == TwoCC("ix")) {
+        chunk.uiStreamNr = StreamNumber(HighHalf(code));
+    }
     if (rules.bVideoStreamOnly && !IsMainVideoStream(pAviInfo, chunk.uiStreamNr)) {
         return LX_ERR_AVIREAD_INDEX_STREAM;
     }
-    // Quirk Q39: 32 bytes, so that the records begin 36 bytes behind the chunk's start
-    const UInt32 result = ReadRecord(pAviInfo, chunk.header, kOpenDmlRead);
+    // Quirk Q39: 32 bytes by default, so that the records begin 36 bytes behind the chunk's start
+    const UInt32 bytes = FollowsFormat(pAviInfo) ? offsetof(IndexChunk::Header, uiFirstWord) : sizeof chunk.header;
+    const UInt32 result = ReadLoop(pAviInfo, kOpenDmlRead, &chunk.header, sizeof chunk.header, bytes);
     LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
     if (rules.pEnteredText != Null) {
         LX_LOG(kLevelIndex, rules.pEnteredText, chunk.uiNr, result);
@@ -385,7 +453,8 @@ UInt32 lxAvi2ReadCore_ParseIndxIndex(UInt32 instance, lxAviReadCore_AviInfo_t* p
     pAviInfo->bAbsoluteOffsets = 1;
     pAviInfo->CurrentOffset = pAviInfo->moviOffset;
     // Quirk Q40: a one-level index that Open took in is not taken in again
-    const UInt32 result = pVideo->bIndexParsed == 0 ? BuildFromSuperIndex(instance, pAviInfo) : LX_OK;
+    const bool bBuild = pVideo->bIndexParsed == 0 || FollowsFormat(pAviInfo);
+    const UInt32 result = bBuild ? BuildFromSuperIndex(instance, pAviInfo) : LX_OK;
     ReleaseMetaDataBuffer(pAviInfo);
     return result;
 }
@@ -408,9 +477,14 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountRules, [&](const IndexChunk& chunk) {
-        return CountKeyFrames(pAviInfo, chunk, *numberOfKeyFrames);
-    }));
+    KeyFrameCounter counter;
+    const auto count = [&](const IndexChunk& chunk) {
+        LX_AVIREAD_TRY(CountKeyFrames(pAviInfo, chunk, counter));
+        *numberOfKeyFrames = counter.uiKeyFrames;
+        return LX_OK;
+    };
+    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountRules, count));
+    *numberOfKeyFrames = SettleKeyFrames(pAviInfo, counter);
     return LX_AVIREAD_CALL(lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs,
                                                                      neededMemory, skipKey));
 }

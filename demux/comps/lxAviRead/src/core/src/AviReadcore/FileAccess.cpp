@@ -54,7 +54,7 @@ size_t ReadPiece(FILE* pFile, UInt8* pBuffer, size_t capacity, UInt64 position, 
 } // namespace
 
 UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pBuffer, size_t capacity,
-                UInt32 size)
+                UInt32 size, UInt32* pLeft)
 {
     if (pAviInfo->pFile == Null) {
         return LX_ERR_AVIREAD_READ;
@@ -69,12 +69,16 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
             return LX_OK;
         }
         if (lxAviReadCore_FileEof(pAviInfo) != 0) {
+            if (pLeft != Null) {
+                *pLeft = left - static_cast<UInt32>(got);
+            }
             // Quirk Q05: the message names the read error, the result is the end of the file.
             LX_LOG(kLevelEndOfFile, family.pEofText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
                    left);
             return LX_ERR_AVIREAD_EOF;
         }
-        position += UInt64{4} * got; // Quirk Q06: bytes received are applied as words
+        // Quirk Q06: bytes received are applied as words
+        position += FollowsFormat(pAviInfo) ? UInt64{got} : UInt64{4} * got;
         left -= static_cast<UInt32>(got);
         if (family.bAbortable && IsAborted(pAviInfo)) {
             return LX_ERR_AVIREAD_ABORTED;
@@ -94,6 +98,13 @@ UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk)
     return LX_OK;
 }
 
+bool TellPosition(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64& position)
+{
+    const std::int64_t told = ftello64(pAviInfo->pFile);
+    position = static_cast<UInt64>(told);
+    return told >= 0;
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -109,9 +120,8 @@ Bool lxAviReadCore_FileSeek(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, In
     if (pAviInfo->pFile == Null) {
         return 0;
     }
-    // Quirk Q07: the low 32 bits, as a signed number, on every target
-    const long distance = static_cast<Int32>(static_cast<UInt32>(offset));
-    return static_cast<UInt8>(fseek(pAviInfo->pFile, distance, origin)) == 0 ? 1 : 0;
+    const int result = fseeko64(pAviInfo->pFile, SeekDistance(pAviInfo, offset), origin);
+    return static_cast<UInt8>(result) == 0 ? 1 : 0;
 }
 
 Bool lxAviReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo)

@@ -11,11 +11,11 @@
 #include "internal/Chunk.hpp"
 #include "internal/State.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kListTypeBytes = 4;
-constexpr UInt32 kChunkHeaderBytes = 8;
 constexpr UInt32 kDmlhTotalFramesBytes = 4;
 
 struct HeaderListWalk {
@@ -23,19 +23,29 @@ struct HeaderListWalk {
     UInt32 uiStreamNr = 0; // of the next stream list
 };
 
-// Reads the first chunk of the list; the walk goes on with whatever follows it, as if it stood one level up.
-UInt32 ParseOdml(lxAviReadCore_AviInfo_t* pAviInfo)
+UInt32 ParseOdmlChunk(lxAviReadCore_AviInfo_t* pAviInfo, const ChunkHeader& chunk)
 {
-    LX_LOG(kLevelHeader, "AviReadCore : Found odml LIST chunk");
-    ChunkHeader chunk = {};
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadChunkHeader(pAviInfo, chunk)));
-    pAviInfo->bDmlhPresent = 1;
     if (chunk.uiCode == FourCC("dmlh")) {
         LX_LOG(kLevelHeader, "AviReadCore : Found dmlh sub-chunk");
         return LX_AVIREAD_CALL(lxAviReadCore_ParseListdmlh(pAviInfo, chunk.uiSize));
     }
     LX_LOG(kLevelError, "AviReadCore : Error! Expected dmlh sub-chunk (0%x)", chunk.uiCode);
-    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(chunk.uiSize)); // Quirk Q11: the rest of the list stays unread
+    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(chunk.uiSize));
+}
+
+// By default reads the first chunk alone: the walk goes on with whatever follows it, as if it stood one level up.
+UInt32 ParseOdml(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
+{
+    LX_LOG(kLevelHeader, "AviReadCore : Found odml LIST chunk");
+    const bool bExact = FollowsFormat(pAviInfo); // Quirk Q11
+    ListWalk walk(pAviInfo, size, 0);
+    for (bool bGoesOn = !bExact || walk.HasChunk(); bGoesOn; bGoesOn = bExact && walk.HasChunk()) {
+        ChunkHeader chunk = {};
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(walk.Enter(chunk)));
+        pAviInfo->bDmlhPresent = 1;
+        LX_AVIREAD_TRY(ParseOdmlChunk(pAviInfo, chunk));
+    }
+    return walk.Leave();
 }
 
 UInt32 ParseStreamList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, UInt32 size)
@@ -51,20 +61,24 @@ UInt32 ParseStreamList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, 
     return LX_OK;
 }
 
-UInt32 SkipUnknownList(UInt32 type, UInt32 size)
+UInt32 SkipUnknownList(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 type, UInt32 size)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found LIST, read data_ext unknown (0x%x)", type);
-    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); // Quirk Q12: 4 bytes beyond the list
+    const UInt32 left = FollowsFormat(pAviInfo) ? size - kListTypeBytes : size; // Quirk Q12: 4 bytes beyond the list
+    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(left));
 }
 
 UInt32 ParseList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, UInt32 size)
 {
     UInt32 type = 0;
+    if (size < kListTypeBytes && FollowsFormat(pAviInfo)) {
+        return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); // no room for a type
+    }
     LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, type)));
     switch (type) {
-    case FourCC("odml"): return ParseOdml(pAviInfo);
+    case FourCC("odml"): return ParseOdml(pAviInfo, size - kListTypeBytes);
     case FourCC("strl"): return ParseStreamList(pAviInfo, walk, size);
-    default: return SkipUnknownList(type, size);
+    default: return SkipUnknownList(pAviInfo, type, size);
     }
 }
 
@@ -82,6 +96,28 @@ UInt32 ParseChunk(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, const
 }
 
 } // namespace
+
+bool ListWalk::HasChunk() const
+{
+    return Left() >= (FollowsFormat(m_pAviInfo) ? kChunkHeaderBytes : 1);
+}
+
+UInt32 ListWalk::Enter(ChunkHeader& chunk)
+{
+    LX_AVIREAD_TRY(ReadChunkHeader(m_pAviInfo, chunk));
+    m_uiConsumed += kChunkHeaderBytes;
+    if (FollowsFormat(m_pAviInfo)) {
+        chunk.uiSize = static_cast<UInt32>(std::min<UInt64>(chunk.uiSize, Left()));
+    }
+    m_uiConsumed += chunk.uiSize;
+    return LX_OK;
+}
+
+UInt32 ListWalk::Leave() const
+{
+    return FollowsFormat(m_pAviInfo) && Left() > 0 ? lxAviReadCore_RemoveChunk(static_cast<UInt32>(Left())) : LX_OK;
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -89,15 +125,15 @@ using namespace lxAviReadCore;
 UInt32 lxAviReadCore_ParseListHdrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
 {
     pAviInfo->bIndxPresent = 0;
-    HeaderListWalk walk = {instance};
-    for (UInt64 consumed = kListTypeBytes; consumed < size;) {
+    HeaderListWalk streams = {instance};
+    ListWalk walk(pAviInfo, size, kListTypeBytes);
+    while (walk.HasChunk()) {
         ChunkHeader chunk = {};
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadChunkHeader(pAviInfo, chunk)));
-        LX_AVIREAD_TRY(ParseChunk(pAviInfo, walk, chunk));
-        consumed += UInt64{chunk.uiSize} + kChunkHeaderBytes;
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(walk.Enter(chunk)));
+        LX_AVIREAD_TRY(ParseChunk(pAviInfo, streams, chunk));
     }
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListHdrl");
-    return LX_OK;
+    return walk.Leave();
 }
 
 UInt32 lxAviReadCore_ParseAviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
@@ -113,6 +149,9 @@ UInt32 lxAviReadCore_ParseAviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 si
 
 UInt32 lxAviReadCore_ParseListdmlh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
 {
+    if (size < kDmlhTotalFramesBytes && FollowsFormat(pAviInfo)) {
+        return lxAviReadCore_RemoveChunk(size); // no room for the count
+    }
     UInt32 totalFrames = 0;
     LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, totalFrames)));
     pAviInfo->dmlhTotalFrames = totalFrames;

@@ -51,7 +51,7 @@ IndexEntry DecodeIdx1(const UInt8* pRecord, const IndexRun& run)
             .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
             .uiStreamNr = streamNr,
             .uiSize = record.uiSize,
-            .uiOffset = record.uiOffset};
+            .uiOffset = record.uiOffset + run.qwBaseOffset};
 }
 
 constexpr IndexFormat kIdx1Format = {kRecordBytes, DecodeIdx1, &kCoreRead};
@@ -78,10 +78,27 @@ constexpr PlacerTexts kIdx1PlacerTexts = {
     "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d", false};
 
+// Added to the offsets of the records while lxAviReadCore_ParseIdx1Chunk runs; 0 leaves them as they stand.
+UInt64 s_uiOffsetBase;
+
 IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
 {
-    return {&kIdx1Format, size / kRecordBytes, batch, pAviInfo->videoStreamNr, 0, EntryKind::Other, 0,
-            Null};
+    return {.pFormat = &kIdx1Format,
+            .uiEntries = size / kRecordBytes,
+            .uiBatch = batch,
+            .iVideoStreamNr = pAviInfo->videoStreamNr,
+            .uiStreamNr = 0,
+            .eKind = EntryKind::Other,
+            .qwBaseOffset = s_uiOffsetBase,
+            .uiOffsetMask = 0,
+            .pBatchFailedText = Null};
+}
+
+// Hands the records of the index to `visit`, as far as the file has them.
+template <typename Visitor>
+UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor& visit)
+{
+    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, visit));
 }
 
 // ---- The first pass ----
@@ -127,10 +144,11 @@ private:
     UInt32 m_uiRecord = 0;
 };
 
-// The first record tells whether offsets count from the file's start: no chunk lies before the media data.
+// The first record tells whether offsets count from the file's start: no chunk lies before the media data. Where the
+// format is followed they have been converted.
 void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 {
-    const bool bAbsolute = pAviInfo->moviOffset <= firstOffset;
+    const bool bAbsolute = pAviInfo->moviOffset <= firstOffset || FollowsFormat(pAviInfo); // Quirk Q48
     pAviInfo->bAbsoluteOffsets = bAbsolute ? 1 : 0;
     pAviInfo->CurrentOffset = bAbsolute ? pAviInfo->moviOffset : kStartInMovi;
 }
@@ -151,7 +169,6 @@ public:
         if (entry.eKind != EntryKind::Audio) {
             return;
         }
-        // Quirk Q33: a "wb" record of a stream that is no audio stream is booked on that stream's number, mostly 0
         const UInt32 track = IndexedTrackOf(m_pAviInfo, entry.uiStreamNr);
         if (track >= LX_AVIREAD_AUDIO_TRACKS) {
             LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
@@ -285,7 +302,7 @@ UInt32 BuildTable(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32
         return LX_OK;
     }
     LX_AVIREAD_TRY(BeginTable(pAviInfo, filler.Builder(), neededLeafs));
-    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, run, visit));
+    LX_AVIREAD_TRY(ForEachRecord(pAviInfo, run, visit));
     FinishTable(pAviInfo, filler);
     return LX_OK;
 }
@@ -305,37 +322,9 @@ UInt32 FillFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 s
     return bSought ? LX_OK : LX_ERR_AVIREAD_SEEK;
 }
 
-UInt32 ParseChosenIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+// The three passes, each from the first record on.
+UInt32 BuildFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    if (pAviInfo->bIndxPresent != 0) {
-        return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
-    }
-    if (pAviInfo->idx1Size == 0 || pAviInfo->videoStreamNr < 0) {
-        return LX_ERR_AVIREAD_NO_INDEX;
-    }
-    return LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance));
-}
-
-} // namespace
-} // namespace lxAviReadCore
-
-using namespace lxAviReadCore;
-
-UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
-{
-    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
-    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIndex");
-    ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
-    const UInt32 result = ParseChosenIndex(instance, pAviInfo);
-    ForgetDanglingPositions(pAviInfo);
-    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIndex %x", result);
-    return result;
-}
-
-UInt32 lxAviReadCore_ParseIdx1Chunk(UInt32 instance)
-{
-    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
-    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIdx1Chunk");
     const UInt32 size = pAviInfo->idx1Size;
     pAviInfo->uiMaxRecordsInBuffer = kRecordsPerRead;
     if (!AcquireMetaDataBuffer(pAviInfo)) {
@@ -364,6 +353,120 @@ UInt32 lxAviReadCore_ParseIdx1Chunk(UInt32 instance)
     return result;
 }
 
+// ---- Where the offsets count from ----
+
+// Whether the file has the chunk of `record` where it says, counted from `base`. A "rec " record names a list's type.
+bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t& record, UInt64 base)
+{
+    const UInt32 id = UInt32{record.uiStreamCharacters} | static_cast<UInt32>(record.uiChunkType) << 16;
+    UInt32 code = 0;
+    return SeekAndRemember(pAviInfo, base + record.uiOffset, kFromStart) && ReadRecord(pAviInfo, code) == LX_OK &&
+           code == (id == FourCC("rec ") ? FourCC("LIST") : id);
+}
+
+// What makes the offsets of the index absolute. Writers count from the file's start, from the "movi" code, or from
+// somewhere that makes the first record the first chunk's; the first record tells.
+UInt64 FindOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    lxAviReadCore_IDXrecord_t first = {};
+    if (!SeekToIdx1(pAviInfo) || ReadRecord(pAviInfo, first) != LX_OK) {
+        return 0;
+    }
+    const UInt64 fromMovi = pAviInfo->moviOffset - kStartInMovi;
+    for (const UInt64 base : {UInt64{0}, fromMovi, pAviInfo->moviOffset - first.uiOffset}) {
+        if (IsChunkAt(pAviInfo, first, base)) {
+            return base;
+        }
+    }
+    return first.uiOffset >= pAviInfo->moviOffset ? 0 : fromMovi;
+}
+
+// ---- The choice of the index ----
+
+bool HasUsableIdx1(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return pAviInfo->idx1Size != 0 && pAviInfo->videoStreamNr >= 0;
+}
+
+UInt32 ParseIdx1(UInt32 instance, const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return HasUsableIdx1(pAviInfo) ? LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance)) : LX_ERR_AVIREAD_NO_INDEX;
+}
+
+// Frames of the main video stream in `idx1`; 0 when it cannot be read.
+UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    KeyFrameCounter counter;
+    if (HasUsableIdx1(pAviInfo) && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
+        const UInt32 result = ForEachRecord(pAviInfo, Idx1Run(pAviInfo, pAviInfo->idx1Size, kRecordsPerRead), counter);
+        return result == LX_OK ? counter.uiFrames : 0;
+    }
+    return 0;
+}
+
+// The totals of the streams, for an index that is read from the start.
+void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
+        if (pStream != Null) {
+            pStream->uiStreamSize = 0;
+        }
+    }
+}
+
+// A file that has both indexes gets its table from the one that covers more of it, the OpenDML index if they are equal.
+UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    ForgetStreamSizes(pAviInfo);
+    if (pAviInfo->bIndxPresent == 0) {
+        return ParseIdx1(instance, pAviInfo);
+    }
+    const UInt32 framesInIdx1 = CountFramesInIdx1(pAviInfo);
+    const UInt32 result = LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
+    const bool bEnough = result == LX_OK && SurveyedFrames() >= framesInIdx1;
+    if (bEnough || framesInIdx1 == 0 || result == LX_ERR_AVIREAD_ABORTED || result == LX_ERR_AVIREAD_NO_MEMORY) {
+        return result;
+    }
+    ForgetStreamSizes(pAviInfo);
+    return ParseIdx1(instance, pAviInfo);
+}
+
+UInt32 ParseChosenIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    if (FollowsFormat(pAviInfo)) {
+        return ParseIndexThatCoversMost(instance, pAviInfo);
+    }
+    if (pAviInfo->bIndxPresent != 0) { // Quirk Q49
+        return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
+    }
+    return ParseIdx1(instance, pAviInfo);
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIndex");
+    ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
+    const UInt32 result = ParseChosenIndex(instance, pAviInfo);
+    ForgetDanglingPositions(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIndex %x", result);
+    return result;
+}
+
+UInt32 lxAviReadCore_ParseIdx1Chunk(UInt32 instance)
+{
+    LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIdx1Chunk");
+    s_uiOffsetBase = FollowsFormat(&lxAviReadCore_AviInfo) ? FindOffsetBase(&lxAviReadCore_AviInfo) : 0;
+    const UInt32 result = BuildFromIdx1(instance, &lxAviReadCore_AviInfo);
+    s_uiOffsetBase = 0;
+    return result;
+}
+
 UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32* SkipKey,
                                        UInt32* neededLeafs, UInt32* neededMemory, UInt32* numberOfKeyFrames)
 {
@@ -386,8 +489,8 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
         counter(entry);
         log(entry);
     };
-    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), visit));
-    *numberOfKeyFrames += counter.uiKeyFrames;
+    LX_AVIREAD_TRY(ForEachRecord(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), visit));
+    *numberOfKeyFrames += SettleKeyFrames(pAviInfo, counter);
     const UInt32 result =
         lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, SkipKey);
     ClearMetaDataBuffer(pAviInfo);
@@ -408,7 +511,7 @@ UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 
         pAviInfo->KeyFramesListAsArray[0]->pPrevLeaf = Null;
     }
     AudioByTrack tracks(pAviInfo);
-    LX_AVIREAD_TRY(ForEachEntry(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), tracks));
+    LX_AVIREAD_TRY(ForEachRecord(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), tracks));
     tracks.Complete();
     ClearMetaDataBuffer(pAviInfo);
     return LX_OK;

@@ -12,9 +12,50 @@ void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& ent
     }
 }
 
+UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32& records)
+{
+    const UInt32 wanted = records;
+    const UInt32 recordSize = run.pFormat->uiRecordSize;
+    records = 0;
+    if (IsAborted(pAviInfo)) {
+        return LX_ERR_AVIREAD_ABORTED;
+    }
+    UInt32 lacking = wanted * recordSize;
+    const UInt32 result = ReadLoop(pAviInfo, *run.pFormat->pRead, pAviInfo->pMetaDataBuffer, kMetaDataBytes,
+                                   wanted * recordSize, &lacking);
+    if (IsAborted(pAviInfo)) {
+        return LX_ERR_AVIREAD_ABORTED;
+    }
+    if (result == LX_OK) {
+        records = wanted;
+        return LX_OK;
+    }
+    if (AllowEarlyEnd(pAviInfo, result) == LX_OK) {
+        records = (wanted * recordSize - lacking) / recordSize;
+    }
+    if (run.pBatchFailedText != Null) {
+        LX_LOG(kLevelError, run.pBatchFailedText, wanted, recordSize);
+    }
+    return result;
+}
+
 // ---- Key frames ----
 
 namespace {
+
+// What a frame has to have to be taken for a key frame.
+enum class KeyFrameRule : UInt8 {
+    Flag,      // the index says so
+    BeTheFirst, // the index has no flag at all, and decoding can begin at the start
+    Nothing,   // likewise, and every frame of the codec stands alone
+};
+
+struct IndexSurvey {
+    KeyFrameRule eRule = KeyFrameRule::Flag;
+    UInt32 uiFrames = 0;
+};
+
+IndexSurvey s_survey;
 
 // Quirk Q46: without the start of the stream, which stream times include.
 UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
@@ -24,6 +65,31 @@ UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 }
 
 } // namespace
+
+UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter)
+{
+    s_survey = {KeyFrameRule::Flag, counter.uiFrames};
+    if (counter.uiKeyFrames > 0 || counter.uiFrames == 0 || !FollowsFormat(pAviInfo)) { // Quirk Q50
+        return counter.uiKeyFrames;
+    }
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    const bool bAll = pVideo != Null && HasOnlyKeyFrames(*pVideo);
+    s_survey.eRule = bAll ? KeyFrameRule::Nothing : KeyFrameRule::BeTheFirst;
+    return bAll ? counter.uiFrames : 1;
+}
+
+UInt32 SurveyedFrames() { return s_survey.uiFrames; }
+
+void ForgetIndexSurvey() { s_survey = {}; }
+
+bool KeyFrameFiller::IsKeyFrame(const IndexEntry& entry) const
+{
+    switch (s_survey.eRule) {
+    case KeyFrameRule::BeTheFirst: return m_uiFrameNumber == 0;
+    case KeyFrameRule::Nothing: return true;
+    default: return entry.bKeyFrame;
+    }
+}
 
 void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter)
 {
@@ -56,21 +122,22 @@ Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
 {
     CountPayload(m_pAviInfo, entry);
     Entry* pStored = Null;
-    if (entry.bKeyFrame && m_uiSkipCounter == 0) {
+    const bool bKeyFrame = IsKeyFrame(entry);
+    if (bKeyFrame && m_uiSkipCounter == 0) {
         pStored = Store(entry);
         m_uiSkipCounter = m_uiSkipKey >= 2 ? 1 : 0;
     } else {
-        PassOver(entry);
+        PassOver(bKeyFrame);
     }
     m_bDrmPending = false;
     ++m_uiFrameNumber;
     return pStored;
 }
 
-void KeyFrameFiller::PassOver(const IndexEntry& entry)
+void KeyFrameFiller::PassOver(bool bKeyFrame)
 {
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Video non Key Frame found");
-    if (entry.bKeyFrame && m_uiSkipKey > 1 && ++m_uiSkipCounter >= m_uiSkipKey) {
+    if (bKeyFrame && m_uiSkipKey > 1 && ++m_uiSkipCounter >= m_uiSkipKey) {
         m_uiSkipCounter = 0;
     }
 }

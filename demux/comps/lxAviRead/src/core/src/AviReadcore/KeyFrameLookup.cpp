@@ -92,6 +92,21 @@ void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UIn
 }
 
 } // namespace
+
+UInt32 FindKeyFrameAt(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Position& found)
+{
+    const KeyFrameTable table(pAviInfo);
+    if (table.IsEmpty()) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    found = Lookup(table, offset);
+    if (found.valid == 1) {
+        LX_LOG(kLevelSeek, "leaving lxAviReadCore_GetChunkInfo with result: leaf=%d item=%d offset=%d.%d (%d.%d)",
+               found.leafNr, found.itemNr, LX_HILO(found.Offset), LX_HILO(offset));
+    }
+    return LX_OK;
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -102,16 +117,7 @@ UInt32 lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt
     if (result == Null) {
         return LX_OK;
     }
-    const KeyFrameTable table(&lxAviReadCore_AviInfo);
-    if (table.IsEmpty()) {
-        return LX_ERR_AVIREAD_NO_INDEX;
-    }
-    *result = Lookup(table, offset); // Quirk Q27: 32 bits of an offset; an entry beyond 4 GiB never matches
-    if (result->valid == 1) {
-        LX_LOG(kLevelSeek, "leaving lxAviReadCore_GetChunkInfo with result: leaf=%d item=%d offset=%d.%d (%d.%d)",
-               result->leafNr, result->itemNr, LX_HILO(result->Offset), LX_HILO(UInt64{offset}));
-    }
-    return LX_OK;
+    return FindKeyFrameAt(&lxAviReadCore_AviInfo, offset, *result);
 }
 
 UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)

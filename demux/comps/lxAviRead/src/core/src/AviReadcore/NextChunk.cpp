@@ -18,6 +18,7 @@ constexpr UInt64 kMoviCodeBytes = 4; // relative positions count from the "movi"
 constexpr UInt32 kCodeBytes = 4;
 constexpr UInt32 kSizeBytes = 4;
 constexpr UInt32 kHeaderBytes = kCodeBytes + kSizeBytes;
+constexpr UInt32 kDrmChunkBytes = kHeaderBytes + LX_AVIREAD_DRM_BYTES;
 // Behind a "dd" code: its size, its descriptor, and the code of the next chunk; then the next chunk's size.
 constexpr UInt32 kDrmBytes = kSizeBytes + LX_AVIREAD_DRM_BYTES + kCodeBytes;
 
@@ -108,6 +109,8 @@ UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 
 // ---- The pending jump ----
 
+bool IsVideoCode(UInt16 twocc) { return twocc == TwoCC("dc") || twocc == TwoCC("db"); }
+
 // The segment that holds `target`, looked for from `pFrom` on; null when there is none. The end of the first segment
 // looked at still belongs to it.
 lxAviReadCore_AvixRiff_t* FindSegment(lxAviReadCore_AvixRiff_t* pFrom, UInt64 target)
@@ -139,6 +142,29 @@ bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
     return pSegment != Null;
 }
 
+// Whether `bytes` are a "dd" chunk and the identifier of the frame that it belongs to.
+bool IsProtectedFrame(const UInt8 (&bytes)[kDrmChunkBytes + kCodeBytes])
+{
+    const auto drmId = Load<UInt32>(bytes);
+    const auto drmSize = Load<UInt32>(bytes + kCodeBytes);
+    const auto frameId = Load<UInt32>(bytes + kDrmChunkBytes);
+    return HighHalf(drmId) == TwoCC("dd") && drmSize == LX_AVIREAD_DRM_BYTES && IsVideoCode(HighHalf(frameId)) &&
+           LowHalf(drmId) == LowHalf(frameId);
+}
+
+// An index may list a protected frame at its own position: the jump then goes to the "dd" chunk directly before it.
+UInt64 StartOfFrame(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
+{
+    const UInt64 first = StartOf(pAviInfo->pCurrentAvix != Null ? *pAviInfo->pCurrentAvix : FirstMovi(pAviInfo));
+    const UInt64 before = target - kDrmChunkBytes;
+    UInt8 bytes[kDrmChunkBytes + kCodeBytes] = {};
+    if (target < first + kDrmChunkBytes || !SeekAndRemember(pAviInfo, before, kFromStart) ||
+        ReadRecord(pAviInfo, bytes) != LX_OK) {
+        return target;
+    }
+    return IsProtectedFrame(bytes) ? before : target;
+}
+
 UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     UInt64 target = pAviInfo->CurrentOffset;
@@ -148,6 +174,10 @@ UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
         }
     } else {
         target += pAviInfo->moviOffset - kMoviCodeBytes;
+    }
+    if (FollowsFormat(pAviInfo)) {
+        target = StartOfFrame(pAviInfo, target);
+        pAviInfo->CurrentOffset = target;
     }
     SeekAndRemember(pAviInfo, target, kFromStart);
     lxalAviRead_VideoFrame = 0; // Quirk Q21: until the key frame is met
@@ -169,8 +199,6 @@ UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
 }
 
 // ---- The way to the next media chunk ----
-
-bool IsVideoCode(UInt16 twocc) { return twocc == TwoCC("dc") || twocc == TwoCC("db"); }
 
 bool IsMediaCode(UInt16 twocc)
 {

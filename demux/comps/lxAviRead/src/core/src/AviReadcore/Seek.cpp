@@ -9,11 +9,17 @@
 
 namespace lxAviReadCore {
 
+bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset)
+{
+    // Quirk Q29: an absent track has offset 0, and a jump to 0 is none
+    const UInt64 offset = track >= 0 ? entry.audioChunkOffset[track] : videoOffset;
+    return offset < videoOffset && !(offset == 0 && FollowsFormat(pAviInfo));
+}
+
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules)
 {
-    // Quirk Q29: an absent track has offset 0, and a jump to 0 is none
-    const bool bToAudio = rules.bToEarlierAudio && entry.audioChunkOffset[track] < position.Offset;
+    const bool bToAudio = rules.bToEarlierAudio && HasEarlierAudio(pAviInfo, entry, track, position.Offset);
     pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
     if (rules.eVideoFirst != VideoFirst::Keep) {
         pAviInfo->bJumpToVideo = rules.eVideoFirst == VideoFirst::Require || !bToAudio ? 1 : 0;
@@ -133,7 +139,7 @@ Position SearchTime(const KeyFrameTable& table, UInt64 time, UInt32 roundPrefere
 
 void LogSeek(const lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track)
 {
-    if (track >= 0 && entry.audioChunkOffset[track] < entry.videoChunkOffset) {
+    if (HasEarlierAudio(pAviInfo, entry, track, entry.videoChunkOffset)) {
         LX_LOG(kLevelSeek,
                "lxAviReadCore_SeekToTime : Set jump to audio chunk: %d.%d trk%d aoffset=%d.%d vooffset=%d.%d (%d.%d))",
                LX_HILO(pAviInfo->JumpOffset), track, LX_HILO(entry.audioChunkOffset[track]),

@@ -17,11 +17,9 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kChunkHeaderBytes = 8;
-constexpr UInt32 kListTypeBytes = 4;
 constexpr UInt64 kFirstRiffHeaderBytes = 12; // "RIFF", size, "AVI ": what riffSize does not count
 constexpr UInt64 kRiffHeaderBytes = 12;
-constexpr UInt64 kMoviDataInAvix = 24; // RIFF header and the header of its first list
+constexpr UInt64 kListHeaderBytes = 12; // "LIST", size, type
 
 struct RiffHeader {
     UInt32 uiSize;
@@ -112,8 +110,30 @@ void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
     }
 }
 
+// Looks for the `movi` list among whatever else an "AVIX" list holds; `found` is where it begins, 0 when there is none.
+UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffSize, UInt64& found)
+{
+    const UInt64 end = position + kChunkHeaderBytes + riffSize;
+    found = 0;
+    for (UInt64 at = position + kRiffHeaderBytes; at + kChunkHeaderBytes + kListTypeBytes <= end;) {
+        ChunkHeader chunk = {};
+        UInt32 type = 0;
+        if (!SeekAndRemember(pAviInfo, at, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+        LX_AVIREAD_TRY(ReadChunkHeader(pAviInfo, chunk));
+        LX_AVIREAD_TRY(ReadRecord(pAviInfo, type));
+        if (chunk.uiCode == FourCC("LIST") && type == FourCC("movi")) {
+            found = at;
+            return LX_OK;
+        }
+        at += UInt64{kChunkHeaderBytes} + chunk.uiSize;
+    }
+    return LX_OK;
+}
+
 // Records one "AVIX" list. Its record stays in the chain even if the list turns out to be none.
-UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, ChainEnd& end)
+UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt64 movi, ChainEnd& end)
 {
     LX_LOG(kLevelHeader, "Found AVIX RIFF");
     EndBefore(end.pTail, position);
@@ -127,16 +147,33 @@ UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, ChainEn
     end = {pSegment, false};
     UInt32 listSize = 0;
     LX_AVIREAD_TRY(ReadMoviHeader(pAviInfo, position, listSize));
-    pSegment->moviDataOffset = position + kMoviDataInAvix;
+    pSegment->moviDataOffset = movi + kListHeaderBytes;
     pSegment->moviDataSize = listSize - kListTypeBytes;
     pAviInfo->bAvixPresent = 1;
     return LX_OK;
 }
 
-// A seek takes 32 bits: whatever would lead it back to bytes already walked ends the walk.
+// Takes an "AVIX" list that begins with its `movi` list, as it has to by default, or that holds one somewhere.
+UInt32 TakeAvix(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffSize, ChainEnd& end)
+{
+    UInt64 movi = position + kRiffHeaderBytes;
+    if (FollowsFormat(pAviInfo)) {
+        LX_AVIREAD_TRY(FindMovi(pAviInfo, position, riffSize, movi));
+        if (movi == 0) {
+            return LX_OK; // a list without media data is no segment
+        }
+        if (!SeekAndRemember(pAviInfo, movi, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+    }
+    return TakeExtension(pAviInfo, position, movi, end);
+}
+
+// Where a seek takes 32 bits, whatever would lead it back to bytes already walked ends the walk.
 bool SeekFurtherOn(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 from, UInt64 to)
 {
-    return static_cast<UInt32>(to) > static_cast<UInt32>(from) && SeekAndRemember(pAviInfo, to, kFromStart);
+    const UInt64 mask = PositionMask(pAviInfo);
+    return (to & mask) > (from & mask) && SeekAndRemember(pAviInfo, to, kFromStart);
 }
 
 UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
@@ -154,7 +191,7 @@ UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
         RiffHeader riff = {};
         LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo, riff));
         if (riff.uiForm == FourCC("AVIX")) {
-            LX_AVIREAD_TRY(TakeExtension(pAviInfo, position, end));
+            LX_AVIREAD_TRY(TakeAvix(pAviInfo, position, riff.uiSize, end));
         }
         const UInt64 next = position + riff.uiSize + kChunkHeaderBytes;
         if (!SeekFurtherOn(pAviInfo, position, next)) {
@@ -181,6 +218,9 @@ UInt32 lxAviReadCore_ConstructAvixInfo(UInt32 /*instance*/, lxAviReadCore_AviInf
     if (result == LX_OK) {
         ReleaseFollowingSegments(pAviInfo);
         result = WalkTopLevel(pAviInfo, position);
+    }
+    if (result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo)) {
+        result = LX_OK; // cut off inside a list header: the lists before it are all there are
     }
     LX_LOG(kLevelLeave, "lxAviReadCore_ConstructAvixInfo: Leave with RVAL:%x", result);
     return result;

@@ -7,6 +7,7 @@
 // Everything the state points to is allocated and freed here, but for the key-frame table and the segment chain,
 // whose chapters construct them.
 
+#include "internal/IndexPasses.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Memory.hpp"
 #include "internal/State.hpp"
@@ -264,6 +265,7 @@ UInt32 lxAviReadCore_Reset(void)
     lxalAviRead_VideoFrame = 0;
     ClearAudioCounters();
     ForgetFile(pAviInfo);
+    ForgetIndexSurvey();
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);
     for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {

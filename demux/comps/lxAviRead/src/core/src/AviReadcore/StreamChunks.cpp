@@ -43,7 +43,10 @@ UInt32 NumberFrame(lxAviRead_ChunkData_t* pChunk, UInt32 frameNumber)
 UInt32 FindKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Position& found)
 {
     const UInt64 start = ChunkStart(pAviInfo, pChunk);
-    LX_AVIREAD_TRY(lxAviReadCore_GetChunkInfo(&found, static_cast<UInt32>(start)));
+    LX_AVIREAD_TRY(FindKeyFrameAt(pAviInfo, start & PositionMask(pAviInfo), found));
+    if (found.valid == 0 && pChunk->bDrm == 1 && FollowsFormat(pAviInfo)) {
+        LX_AVIREAD_TRY(FindKeyFrameAt(pAviInfo, pAviInfo->CurrentOffset - kHeaderBytes, found));
+    }
     if (pChunk->bDrm == 1) {
         LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Drm-ed chunk with offset=%d.%d %s", LX_HILO(start),
                found.valid == 1 ? "Is a key frame" : "Is not a key frame");

@@ -10,6 +10,7 @@
 #include "internal/State.hpp"
 
 #include <algorithm>
+#include <iterator>
 
 namespace lxAviReadCore {
 namespace {
@@ -85,6 +86,33 @@ UInt32 AudioFrameSize(const lxAviRead_StrfAudio_t& format)
     }
 }
 
+// Codecs, upper case, whose frames do not refer to each other.
+constexpr UInt32 kIntraCodecs[] = {
+    // motion JPEG and JPEG 2000
+    FourCC("MJPG"), FourCC("MJPA"), FourCC("MJPB"), FourCC("IJPG"), FourCC("LJPG"), FourCC("JPEG"), FourCC("JPGL"),
+    FourCC("DMB1"), FourCC("AVRN"), FourCC("MJ2C"), FourCC("MJP2"),
+    // DV
+    FourCC("DVSD"), FourCC("DVHD"), FourCC("DVSL"), FourCC("DVC "), FourCC("DVCP"), FourCC("DV25"), FourCC("DV50"),
+    FourCC("DVH1"), FourCC("CDVC"), FourCC("CDV5"),
+    // uncompressed; the last three are numbers of bitmap formats: none, bit fields, and alpha bit fields
+    FourCC("DIB "), FourCC("RGB "), FourCC("RAW "), FourCC("YUY2"), FourCC("YUYV"), FourCC("UYVY"), FourCC("YVYU"),
+    FourCC("2VUY"), FourCC("HDYC"), FourCC("YV12"), FourCC("I420"), FourCC("IYUV"), FourCC("YVU9"), FourCC("Y41P"),
+    FourCC("NV12"), FourCC("Y800"), FourCC("Y8  "), FourCC("GREY"), FourCC("V210"), 0, 3, 6,
+    // lossless and intermediate
+    FourCC("HFYU"), FourCC("FFVH"), FourCC("ULRG"), FourCC("ULRA"), FourCC("ULY0"), FourCC("ULY2"), FourCC("CFHD"),
+    FourCC("AVDN"), FourCC("PNG "), FourCC("MPNG")};
+
+// Codes are written in either case.
+constexpr UInt32 ToUpper(UInt32 code)
+{
+    UInt32 upper = 0;
+    for (unsigned i = 0; i < 4; ++i) {
+        const UInt8 c = ByteOf(code, i);
+        upper |= static_cast<UInt32>(c >= 'a' && c <= 'z' ? c - 0x20 : c) << (8 * i);
+    }
+    return upper;
+}
+
 void lxAviReadCore_AudioFrameSizeCalculation(lxAviReadCore_StreamInfo_t* pStrInfo)
 {
     pStrInfo->iFrameSize = static_cast<Int32>(AudioFrameSize(FormatOf<lxAviRead_StrfAudio_t>(pStrInfo)));
@@ -93,6 +121,13 @@ void lxAviReadCore_AudioFrameSizeCalculation(lxAviReadCore_StreamInfo_t* pStrInf
 }
 
 } // namespace
+
+bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const UInt32 codec = ToUpper(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
+    return std::find(std::begin(kIntraCodecs), std::end(kIntraCodecs), codec) != std::end(kIntraCodecs);
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;

@@ -15,7 +15,7 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kChunkHeaderBytes = 8;
+constexpr UInt32 kSmallestIndexBytes = 24; // the fields of an `indx` chunk without an entry
 
 struct StreamList {
     UInt32 instance;
@@ -52,6 +52,9 @@ UInt32 TakeAudioFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list
     list.pStream->StreamType = LX_AVIREAD_STREAM_AUDIO;
     if (pAviInfo->audioStreamNr == -1) {
         pAviInfo->audioStreamNr = static_cast<Int32>(list.uiStreamNr);
+    }
+    if (FollowsFormat(pAviInfo)) {
+        pAviInfo->TrackNumber[list.uiStreamNr] = kNoTrack;
     }
     NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->AudioTracksCount); // Quirk Q13: a ninth stays on track 0
     LX_LOG(kLevelHeader, "AviReadCore : Found audio streamformat sub-chunk. FccType is auds %x, size %d",
@@ -152,13 +155,14 @@ bool IsIndexed(const lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 Step TakeIndex(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     pAviInfo->bIndxPresent = 1;
-    if (!IsIndexed(pAviInfo, list)) {
+    if (!IsIndexed(pAviInfo, list) || (size < kSmallestIndexBytes && FollowsFormat(pAviInfo))) {
         return Skip(size);
     }
     const UInt32 result = LX_AVIREAD_CALL(
         lxAvi2ReadCore_ParseChunkIndx(list.instance, pAviInfo, size, list.pStream, pAviInfo->IndxOption));
     if (result != LX_ERR_AVIREAD_NO_INDEX) {
-        return {true, result}; // Quirk Q14: an index that was taken in ends the list, whatever follows
+        // Quirk Q14: an index that was taken in ends the list, whatever follows
+        return FollowsFormat(pAviInfo) ? ContinueUnless(result) : Step{true, result};
     }
     if (pAviInfo->AviHdr != Null) {
         pAviInfo->AviHdr->dwFlags &= ~LX_AVIREAD_HAS_INDEX;
@@ -204,20 +208,20 @@ UInt32 lxAviReadCore_ParseListStrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAv
     if (list.pStream == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY; // Alloc could not give the record
     }
-    for (UInt64 consumed = 0; consumed < size;) {
+    ListWalk walk(pAviInfo, size, 0);
+    while (walk.HasChunk()) {
         ChunkHeader chunk = {};
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadChunkHeader(pAviInfo, chunk)));
-        consumed += UInt64{chunk.uiSize} + kChunkHeaderBytes;
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(walk.Enter(chunk)));
         LX_LOG(kLevelHeader,
                "AviReadCore : Current chunk (%c%c%c%c) size=%d, after it will be left in this list %d bytes",
                ByteOf(chunk.uiCode, 0), ByteOf(chunk.uiCode, 1), ByteOf(chunk.uiCode, 2), ByteOf(chunk.uiCode, 3),
-               chunk.uiSize, static_cast<Int32>(static_cast<UInt32>(size - consumed)));
+               chunk.uiSize, static_cast<Int32>(static_cast<UInt32>(size - walk.Consumed())));
         if (const Step step = ParseChunk(pAviInfo, list, chunk); step.bFinished) {
             return step.uiResult;
         }
     }
     LX_LOG(kLevelLeave, "leaving lxAviReadCore_ParseListStrl");
-    return LX_OK;
+    return walk.Leave();
 }
 
 UInt32 lxAviReadCore_ParseListStrh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 StreamID)

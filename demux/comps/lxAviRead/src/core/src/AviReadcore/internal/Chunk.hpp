@@ -20,8 +20,9 @@ extern const ReadFamily kOpenDmlRead;
 constexpr size_t kCapacityOfCaller = SIZE_MAX; // the exported reads: the caller answers for the room
 
 // Reads `size` bytes into `pBuffer`, with bounded retries. What would land behind `capacity` is consumed and dropped.
+// Where the file ends inside the read, `pLeft`, if given, tells how many bytes it lacks.
 [[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pBuffer,
-                              size_t capacity, UInt32 size);
+                              size_t capacity, UInt32 size, UInt32* pLeft = Null);
 
 // Reads one record (or word) whole.
 template <typename Record>
@@ -38,5 +39,33 @@ struct ChunkHeader {
 };
 
 [[nodiscard]] UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk);
+
+constexpr UInt32 kChunkHeaderBytes = 8;
+constexpr UInt32 kListTypeBytes = 4;
+
+// The walk over the chunks of a list in the headers.
+class ListWalk {
+public:
+    ListWalk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 consumed)
+        : m_pAviInfo(pAviInfo), m_uiSize(size), m_uiConsumed(consumed)
+    {
+    }
+
+    // Whether the list goes on with a chunk.
+    bool HasChunk() const;
+    // Reads the header of that chunk, and counts the chunk as passed. A list that is walked exactly ends its chunks.
+    [[nodiscard]] UInt32 Enter(ChunkHeader& chunk);
+    // Skips what is left of a list that is walked exactly.
+    [[nodiscard]] UInt32 Leave() const;
+
+    UInt64 Consumed() const { return m_uiConsumed; }
+
+private:
+    UInt64 Left() const { return m_uiConsumed < m_uiSize ? m_uiSize - m_uiConsumed : 0; }
+
+    lxAviReadCore_AviInfo_t* m_pAviInfo;
+    UInt32 m_uiSize;
+    UInt64 m_uiConsumed;
+};
 
 } // namespace lxAviReadCore

@@ -36,7 +36,8 @@ struct IndexRun {
     Int32 iVideoStreamNr; // idx1: tells the main video stream's records
     UInt32 uiStreamNr;    // OpenDML: the stream of all records
     EntryKind eKind;      // OpenDML: the kind of all records
-    UInt64 qwBaseOffset;  // OpenDML: added to every offset
+    UInt64 qwBaseOffset;  // added to every offset
+    UInt64 uiOffsetMask;  // the bits of the sum that count
     const char* pBatchFailedText; // records, record size; or null
 };
 
@@ -53,22 +54,15 @@ struct PlacerTexts {
     bool bMovedFirst;    // told before the cursor moves, and the storing after it
 };
 
-// Reads one batch into the batch buffer. An abort counts for more than a failed read.
-[[nodiscard]] inline UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 batch)
+// Reads a batch of `records` into the batch buffer, and tells how many are to be used. An abort counts for more than a
+// failed read.
+[[nodiscard]] UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32& records);
+
+// What becomes of a pass that has met the end of the file: an index that ends early covers a part of the file, which is
+// worth a table where the format is followed.
+inline UInt32 AllowEarlyEnd(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result)
 {
-    if (IsAborted(pAviInfo)) {
-        return LX_ERR_AVIREAD_ABORTED;
-    }
-    const UInt32 recordSize = run.pFormat->uiRecordSize;
-    const UInt32 result =
-        ReadLoop(pAviInfo, *run.pFormat->pRead, pAviInfo->pMetaDataBuffer, kMetaDataBytes, batch * recordSize);
-    if (IsAborted(pAviInfo)) {
-        return LX_ERR_AVIREAD_ABORTED;
-    }
-    if (result != LX_OK && run.pBatchFailedText != Null) {
-        LX_LOG(kLevelError, run.pBatchFailedText, batch, recordSize);
-    }
-    return result;
+    return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result; // Quirk Q51
 }
 
 // Hands every record of a run to `visit`, in file order. Needs the batch buffer.
@@ -84,28 +78,40 @@ template <typename Visitor>
         return LX_ERR_AVIREAD_NO_INDEX;
     }
     for (UInt32 left = run.uiEntries; left > 0;) {
-        const UInt32 batch = std::min(left, largest);
-        LX_AVIREAD_TRY(ReadBatch(pAviInfo, run, batch));
+        UInt32 batch = std::min(left, largest);
+        const UInt32 result = ReadBatch(pAviInfo, run, batch);
         const UInt8* pRecord = static_cast<const UInt8*>(pAviInfo->pMetaDataBuffer);
         for (UInt32 i = 0; i < batch; ++i, pRecord += recordSize) {
             visit(run.pFormat->pfnDecode(pRecord, run));
         }
+        LX_AVIREAD_TRY(result);
         left -= batch;
     }
     return LX_OK;
 }
 
-// Counts the key frames of the main video stream.
+// Counts the frames of the main video stream, and the key frames among them.
 struct KeyFrameCounter {
-    UInt32 uiKeyFrames = 0;
+    UInt32 uiFrames = 0;
+    UInt32 uiKeyFrames = 0; // those that the index says to be
 
     void operator()(const IndexEntry& entry)
     {
-        if (entry.eKind == EntryKind::MainVideo && entry.bKeyFrame) {
-            ++uiKeyFrames;
+        if (entry.eKind == EntryKind::MainVideo) {
+            ++uiFrames;
+            uiKeyFrames += entry.bKeyFrame ? 1 : 0;
         }
     }
 };
+
+// Concludes the first pass: settles which frames the passes that follow take for key frames, and how many those are.
+[[nodiscard]] UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter);
+
+// Frames of the main video stream that the index surveyed last covers.
+UInt32 SurveyedFrames();
+
+// Forgets what first passes have settled.
+void ForgetIndexSurvey();
 
 // Adds a chunk to the total of its stream, unless the file has no such stream.
 void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry);
@@ -131,8 +137,9 @@ public:
     void operator()(const IndexEntry& entry) { Take(entry); }
 
 private:
+    bool IsKeyFrame(const IndexEntry& entry) const;
     Entry* TakeMainVideo(const IndexEntry& entry);
-    void PassOver(const IndexEntry& entry);
+    void PassOver(bool bKeyFrame);
     Entry* Store(const IndexEntry& entry);
 
     lxAviReadCore_AviInfo_t* m_pAviInfo;

@@ -20,6 +20,9 @@ struct JumpRules {
     bool bLoadAudioCounters = false; // of all tracks, so that a later switch finds them right
 };
 
+// Whether the chunk that `track` resumes with at `entry` lies before the key frame; never for track -1.
+bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset);
+
 // Arms the jump to `entry` at `position`; `track` is -1 when no audio is played. True when it goes to an audio chunk.
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules);

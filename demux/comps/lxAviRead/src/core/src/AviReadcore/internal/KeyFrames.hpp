@@ -49,6 +49,10 @@ private:
     UInt32 m_uiLeafs;
 };
 
+// The key frame whose chunk begins at `offset`; `found` is not valid where none does. LX_ERR_AVIREAD_NO_INDEX without a
+// table.
+[[nodiscard]] UInt32 FindKeyFrameAt(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Position& found);
+
 // The messages in which the index families differ while they build the table.
 struct TableTexts {
     const char* pArrayFailed;    // bytes

@@ -9,6 +9,9 @@ namespace lxAviReadCore {
 constexpr UInt8 kStandardIndex = 0; // uiSubIndexType: 8 bytes a record
 constexpr UInt8 kFieldIndex = 1;    // 12 bytes a record
 
+constexpr UInt8 kIndexOfIndexes = 0; // uiIndexType
+constexpr UInt8 kIndexOfChunks = 1;
+
 // The records of one index, standard or field, as a run of one kind.
 IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt32 chunkId,
                     UInt64 baseOffset, EntryKind eKind);
@@ -20,13 +23,13 @@ IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt
 // An `ix##` chunk: its stream, and its header as it stands in the file behind the four-character code.
 struct IndexChunk {
     UInt32 uiNr;       // among those of the super index
-    UInt32 uiStreamNr; // from its four-character code
+    UInt32 uiStreamNr; // from its four-character code; of an index on one level from the chunks it lists
     struct Header {
         UInt32 uiSize;
         lxAviReadCore_AviIndxChunkCommonSection_t common;
         UInt64 qwBaseOffset;
         UInt32 dwReserved;
-        UInt32 uiFirstWord; // one word more than the fields of the header
+        UInt32 uiFirstWord; // one word more than the fields of the header: of the first record, in most files
     } header;
 };
 static_assert(sizeof(IndexChunk::Header) == 32);
@@ -51,12 +54,13 @@ constexpr UInt32 EntryBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& com
 // of them are read than there is room for before the furthest of them.
 class IndexWalkBudget {
 public:
-    bool Allows(const lxAviReadCore_AviSuperIndexEntry_t& entry, const IndexChunk& chunk)
+    // `offset` is where the chunk begins, as far as a seek goes.
+    bool Allows(UInt64 offset, const IndexChunk& chunk)
     {
         const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
         const UInt64 bytes = recordSize * chunk.header.common.uiEntriesInUse;
         m_uiTotal += bytes;
-        m_uiFurthest = std::max(m_uiFurthest, static_cast<UInt32>(entry.qwOffset) + bytes); // a seek takes 32 bits
+        m_uiFurthest = std::max(m_uiFurthest, offset + bytes);
         return m_uiTotal <= m_uiFurthest;
     }
 
@@ -75,27 +79,39 @@ inline bool HasSuperIndex(const lxAviReadCore_StreamInfo_t& stream)
     return stream.IndxChunk.pAviSuperIndexEntry != Null;
 }
 
+// The index chunks of the stream. An index on one level that was noted as a super index is the one chunk of that.
+inline UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const auto& common = stream.IndxChunk.aviIndxcommonSection;
+    const UInt32 count = common.uiIndexType == kIndexOfChunks ? 1 : common.uiEntriesInUse;
+    return HasSuperIndex(stream) ? count : 0;
+}
+
+// Gives the stored key frames the audio of one stream that has a super index.
+[[nodiscard]] UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
+
 // Hands every index chunk of a super index to `visit`, with the file at its first record. The first failure ends it.
 template <typename Visitor>
 [[nodiscard]] UInt32 ForEachIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                                        const IndexWalkRules& rules, Visitor&& visit)
 {
-    const UInt32 entries = HasSuperIndex(stream) ? stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse : 0;
     IndexWalkBudget budget;
-    for (UInt32 i = 0; i < entries; ++i) {
+    UInt32 result = LX_OK;
+    for (UInt32 i = 0; i < IndexChunkCount(stream) && result == LX_OK; ++i) {
         const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
         IndexChunk chunk = {};
         chunk.uiNr = i;
-        UInt32 result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
+        chunk.uiStreamNr = StreamNumber(LowHalf(stream.IndxChunk.aviIndxcommonSection.dwChunkId));
+        result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
         if (result == LX_OK) {
-            result = budget.Allows(entry, chunk) ? visit(chunk) : LX_ERR_AVIREAD_NO_INDEX;
+            const UInt64 offset = entry.qwOffset & PositionMask(pAviInfo);
+            result = budget.Allows(offset, chunk) ? visit(chunk) : LX_ERR_AVIREAD_NO_INDEX;
         }
         if (rules.pResultText != Null) {
             LX_LOG(kLevelIndex, rules.pResultText, i, result);
         }
-        LX_AVIREAD_TRY(result);
     }
-    return LX_OK;
+    return AllowEarlyEnd(pAviInfo, result);
 }
 
 } // namespace lxAviReadCore
