@@ -23,6 +23,7 @@ struct Chunk0 {
     UInt64 uiBytes;  // payload bytes of the track before it
     size_t uiKey = kNoKey; // index into the stored key frames
     Bytes payload;
+    bool bIndexed = true;
 };
 
 struct Key {
@@ -54,6 +55,7 @@ protected:
     std::vector<Chunk0> chunks;
     std::vector<Key> keys;
     Model model;
+    bool follow = false; // the published formats
     static inline UInt64 s_operations = 0;
     static inline UInt64 s_files = 0;
 
@@ -89,10 +91,32 @@ protected:
         }
     }
 
+    static bool IsIdx1(IndexKind eKind) { return eKind == IndexKind::Idx1Relative || eKind == IndexKind::Idx1Absolute; }
+
+    // What may stand around the media data, where the format is followed.
+    Bytes RandomSurroundings()
+    {
+        Bytes bytes;
+        for (UInt32 n = Pick(0, 3); n > 0; --n) {
+            switch (Pick(0, 3)) {
+            case 0: bytes += Chunk("JUNK", Fill(Pick(0, 30))); break;
+            case 1: bytes += Chunk("abcd", Fill(Pick(0, 30))); break;
+            case 2: bytes += List("INFO", Chunk("ISFT", Fill(Pick(0, 9)))); break;
+            default: bytes += List("more", Fill(Pick(0, 9))); break;
+            }
+        }
+        return bytes;
+    }
+
     AviBuilder RandomFile(IndexKind eKind, UInt32 budgetLeafs)
     {
         AviBuilder builder;
         builder.eIndex = eKind;
+        if (follow) {
+            builder.eLayout = IxLayout::At32;
+            builder.beforeMovi = RandomSurroundings();
+            builder.behindMovi = RandomSurroundings();
+        }
         builder.Add(VideoStream());
         tracks.clear();
         for (UInt32 t = Pick(0, 3); t > 0; --t) {
@@ -100,10 +124,9 @@ protected:
             builder.Add(tracks.back());
         }
         const bool bSuper = eKind == IndexKind::SuperStandard || eKind == IndexKind::SuperField;
-        const bool bIdx1 = eKind == IndexKind::Idx1Relative || eKind == IndexKind::Idx1Absolute;
         const UInt32 step = Pick(1, 6);
         const UInt32 frames = std::min(Pick(1, 900) * step, budgetLeafs > 1 ? 3000u : 2000u);
-        const UInt32 segments = bSuper ? Pick(1, 4) : 1;
+        const UInt32 segments = bSuper || follow ? Pick(1, 4) : 1;
         if (segments > 1) {
             builder.dmlhTotalFrames = frames + 1;
         }
@@ -113,7 +136,7 @@ protected:
                     builder.Audio(t + 1, Fill(Pick(1, 300), static_cast<UInt8>(random())));
                 }
             }
-            if (bIdx1 && Pick(0, 9) == 0) {
+            if ((IsIdx1(eKind) || follow) && Pick(0, 9) == 0) {
                 builder.Drm(0, Fill(10, static_cast<UInt8>(i)));
             }
             builder.Frame(0, Fill(Pick(4, 40), static_cast<UInt8>(i)), i % step == 0, Pick(0, 1) == 0 ? "dc" : "db");
@@ -121,7 +144,7 @@ protected:
                 builder.NextRiff();
             }
         }
-        builder.Frame(0, Fill(8), false); // no file ends with a chunk that is out of reach
+        builder.Frame(0, Fill(follow ? Pick(0, 8) : 8), false); // by default the last bytes are out of reach
         return builder;
     }
 
@@ -131,7 +154,7 @@ protected:
     {
         chunks.clear();
         keys.clear();
-        const bool bRelative = builder.eIndex == IndexKind::Idx1Relative;
+        const bool bRelative = builder.eIndex == IndexKind::Idx1Relative && !follow;
         const UInt64 base = bRelative ? builder.MoviOffset() - 4 : 0;
         UInt32 frame = 0, keyNr = 0;
         UInt32 numbers[8] = {};
@@ -148,11 +171,14 @@ protected:
                 chunk.uiStart = pDrm->uiOffset - base;
                 pDrm = nullptr;
             }
+            chunk.bIndexed = !IsIdx1(builder.eIndex) || item.uiRiff == 0; // idx1 covers the first list
             if (chunk.iTrack < 0) {
                 chunk.uiFrame = frame++;
-                if (item.bKey && keyNr++ % skip == 0) {
+                if (item.bKey && chunk.bIndexed && keyNr++ % skip == 0) {
                     chunk.uiKey = keys.size();
-                    keys.push_back({chunks.size(), chunk.uiFrame, chunk.uiStart, {}});
+                    // OpenDML lists the frame, not its descriptor
+                    const UInt64 offset = IsIdx1(builder.eIndex) ? chunk.uiStart : chunk.uiHeader;
+                    keys.push_back({chunks.size(), chunk.uiFrame, offset, {}});
                 }
             } else {
                 chunk.uiNumber = numbers[chunk.iTrack]++;
@@ -171,7 +197,7 @@ protected:
     {
         std::vector<const Chunk0*> own;
         for (const Chunk0& chunk : chunks) {
-            if (chunk.iTrack == track) {
+            if (chunk.iTrack == track && chunk.bIndexed) {
                 own.push_back(&chunk);
             }
         }
@@ -301,7 +327,7 @@ protected:
     {
         model.uiVideoFrame = 0;
         for (model.uiAt = 0; model.uiAt < chunks.size(); ++model.uiAt) {
-            if (chunks[model.uiAt].uiStart == offset) {
+            if (chunks[model.uiAt].uiStart == offset || chunks[model.uiAt].uiHeader == offset) {
                 return;
             }
         }
@@ -312,8 +338,8 @@ protected:
     void ArmInFull(size_t key, int track)
     {
         const Key& target = keys[key];
-        const UInt64 audio = track >= 0 ? target.audio[track].uiOffset : ~0ull;
-        GoTo(std::min(target.uiOffset, audio));
+        const bool bAudio = track >= 0 && (target.audio[track].uiOffset != 0 || !follow);
+        GoTo(bAudio ? std::min(target.uiOffset, target.audio[track].uiOffset) : target.uiOffset);
         for (UInt32 t = 0; t < 8; ++t) {
             model.audioNumber[t] = target.audio[t].uiNumber;
             model.audioBytes[t] = target.audio[t].uiBytes;
@@ -351,9 +377,9 @@ protected:
 
     int RandomTrackToPlay()
     {
-        // A track without chunks is no jump target that a caller should name.
+        // A track without chunks is no jump target that a caller should name by default.
         const int track = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()))) - 1;
-        return track >= 0 && keys[0].audio[track].uiNumber == 0xFFFFFFFFu ? -1 : track;
+        return !follow && track >= 0 && keys[0].audio[track].uiNumber == 0xFFFFFFFFu ? -1 : track;
     }
 
     void RandomOperation(int& selected)
@@ -448,14 +474,16 @@ protected:
         Faults().Clear();
         Faults().SetBuffered(true);
         const Bytes file = builder.Build();
-        ASSERT_EQ(Open(file, true, 1, budgetLeafs * kOneLeafBudget), LX_OK);
-        if (eKind != IndexKind::OneLevelStandard) {
+        const UInt8 option = follow ? LX_AVIREAD_FOLLOW_FORMAT | 1 : 1;
+        ASSERT_EQ(Open(file, true, 1, budgetLeafs * kOneLeafBudget, option), LX_OK);
+        if (eKind != IndexKind::OneLevelStandard || follow) {
             ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
         }
         Position();
         UInt32 keyCount = 0;
         for (const MediaItem& item : builder.MediaItems()) {
-            keyCount += item.code[1] == '0' && item.bKey ? 1 : 0;
+            const bool bIndexed = !IsIdx1(eKind) || item.uiRiff == 0;
+            keyCount += item.code[1] == '0' && item.bKey && bIndexed ? 1 : 0;
         }
         const UInt32 leafs = (keyCount + kLeaf - 1) / kLeaf;
         ReadLinearly(builder, (leafs + budgetLeafs - 1) / budgetLeafs);
@@ -474,8 +502,9 @@ protected:
         }
     }
 
-    void CheckMany(IndexKind eKind, UInt32 files)
+    void CheckMany(IndexKind eKind, UInt32 files, bool bFollow = false)
     {
+        follow = bFollow;
         for (UInt32 seed = 1; seed <= files; ++seed) {
             ASSERT_NO_FATAL_FAILURE(Check(eKind, seed, seed % 3 == 0 ? 1 : 4)) << "seed " << seed;
         }
@@ -488,6 +517,13 @@ TEST_F(Oracle, Idx1WithAbsoluteOffsets) { CheckMany(IndexKind::Idx1Absolute, 40)
 TEST_F(Oracle, SuperIndexOfStandardIndexes) { CheckMany(IndexKind::SuperStandard, 60); }
 TEST_F(Oracle, SuperIndexOfFieldIndexes) { CheckMany(IndexKind::SuperField, 40); }
 TEST_F(Oracle, OneLevelIndex) { CheckMany(IndexKind::OneLevelStandard, 40); }
+
+TEST_F(Oracle, FollowingTheFormatIdx1WithRelativeOffsets) { CheckMany(IndexKind::Idx1Relative, 60, true); }
+TEST_F(Oracle, FollowingTheFormatIdx1WithAbsoluteOffsets) { CheckMany(IndexKind::Idx1Absolute, 40, true); }
+TEST_F(Oracle, FollowingTheFormatSuperIndexOfStandardIndexes) { CheckMany(IndexKind::SuperStandard, 60, true); }
+TEST_F(Oracle, FollowingTheFormatSuperIndexOfFieldIndexes) { CheckMany(IndexKind::SuperField, 40, true); }
+TEST_F(Oracle, FollowingTheFormatOneLevelIndex) { CheckMany(IndexKind::OneLevelStandard, 40, true); }
+TEST_F(Oracle, FollowingTheFormatOneLevelFieldIndex) { CheckMany(IndexKind::OneLevelField, 40, true); }
 
 } // namespace
 } // namespace avitest
