@@ -76,7 +76,8 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
  *  @param maxReadAttempts  `fread` calls that one read may make; 0 counts as 1. Above 1, buffers handed to the reader
  *                          need four times their size (see lxAviReadCore_FileRead)
  *  @param memoryUsageLimit budget of the key-frame table in bytes
- *  @param IndxOption       1: a one-level OpenDML index fills the key-frame table at once
+ *  @param IndxOption       lower seven bits 1: a one-level OpenDML index fills the key-frame table at once;
+ *                          | `LX_AVIREAD_FOLLOW_FORMAT`: files are read as the published formats say (doc/quirks.md)
  *  @param pAllIndexed      out: 1 when the main video and the first audio stream were indexed that way, else 0
  *  @return LX_OK; LX_ERR_AVIREAD_OPEN, _NOT_AVI, _EOF (no `movi` list), _READ, _ABORTED, _NO_MEMORY, or a result of
  *          the extension lists (_AVIX_LIST, _SEEK). After a failure no stream is known, and the next Open, Reset or
@@ -124,7 +125,7 @@ LX_AVIREAD_API int NOPRINT(const char* format, ...);
 
 /** Reads exactly `size` bytes. After a short `fread` that is not the end of the file, the next one continues at the
  *  buffer address advanced by FOUR TIMES the bytes received: give a buffer of four times the size, or let Open allow
- *  one read attempt only.
+ *  one read attempt only. With `LX_AVIREAD_FOLLOW_FORMAT` it continues where it stopped, and `size` bytes are enough.
  *  @return LX_OK; LX_ERR_AVIREAD_EOF (the file ended), _ABORTED (abort flag after a short read), _READ (attempts used
  *          up, or no file) */
 LX_AVIREAD_RESULT lxAviReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size);
@@ -132,7 +133,8 @@ LX_AVIREAD_RESULT lxAviReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt
 /** The read of the OpenDML index code: as lxAviReadCore_FileRead, but it never looks at the abort flag. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size);
 
-/** Seeks. Only the low 32 bits of `offset` count, as a signed number: positions from 2 GiB on cannot be reached.
+/** Seeks. Only the low 32 bits of `offset` count, as a signed number: positions from 2 GiB on cannot be reached. With
+ *  `LX_AVIREAD_FOLLOW_FORMAT` all 64 bits count, as a signed number.
  *  @param origin 0 from the start, 1 from the current position
  *  @return 1 on success, else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_FileSeek(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Int32 origin);
@@ -217,6 +219,8 @@ LX_AVIREAD_RESULT lxAviReadCore_ConstructAvixInfo(UInt32 instance, lxAviReadCore
  *  Call it after Open. A table that is there is released first; one that Open has built from a one-level OpenDML index
  *  is not rebuilt, so ask lxAviReadCore_GetSetPositionRangeInfo before. The file is left anywhere: position it with
  *  lxAviReadCore_PositionTheFileHandleToPlayData afterwards.
+ *  With `LX_AVIREAD_FOLLOW_FORMAT` every kind of index is built (again); of two indexes the one that covers more frames
+ *  is taken, the other one where that is unusable; and an index that ends early gives a table of what it covers.
  *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (no index, no key frame in it, no video stream), _NO_MEMORY (the budget is
  *          below one leaf, or the heap is exhausted), _SEEK, _EOF, _READ, _ABORTED, _INDEX_STREAM. The file plays from
  *          start to end without a table, too. */

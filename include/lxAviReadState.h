@@ -123,14 +123,16 @@ typedef struct {
     lxAviReadCore_KeyFrameLeaf_t** KeyFramesListAsArray; /**< leaves of the key-frame table, or null */
     UInt32 KeyFramesListAsArrayLength;                   /**< number of leaves; 0: no table */
     UInt32 memoryUsageLimit;  /**< budget of the key-frame table in bytes */
-    UInt32 TrackNumber[LX_AVIREAD_STREAMS]; /**< number of the stream among those of its kind */
+    UInt32 TrackNumber[LX_AVIREAD_STREAMS]; /**< number of the stream among those of its kind; with
+                                                 `LX_AVIREAD_FOLLOW_FORMAT` 0xFFFFFFFF for audio streams beyond eight */
     Bool bAudioSync;          /**< the first audio chunk after a jump is still to be checked */
     Bool bIndxPresent;        /**< some stream list held an `indx` chunk */
     Bool bJumpToVideo;        /**< a jump to a video key frame is pending */
-    UInt8 IndxOption;         /**< as given to Open */
+    UInt8 IndxOption;         /**< as given to Open, with or without `LX_AVIREAD_FOLLOW_FORMAT` */
     Bool bDmlhPresent;        /**< the header list held an OpenDML header */
     UInt32 dmlhTotalFrames;   /**< video frames of the whole file by that header */
-    Bool bAbsoluteOffsets;    /**< 1: index offsets and CurrentOffset are file offsets */
+    Bool bAbsoluteOffsets;    /**< 1: index offsets and CurrentOffset are file offsets; always with
+                                   `LX_AVIREAD_FOLLOW_FORMAT` */
     UInt32 audioSyncLeafNr;   /**< entry at which audio and video resume: its leaf */
     UInt32 audioSyncItemNr;   /**< and its item */
     UInt32 uiMaxRecordsInBuffer; /**< index records that one batch holds */

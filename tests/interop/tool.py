@@ -116,10 +116,46 @@ class Tool(unittest.TestCase):
         self.assertEqual(report("info", MJPEG)["index"]["kind"], "idx1, absolute offsets")
         dv = report("info", DV)
         self.assertEqual(dv["index"]["kind"], "OpenDML, super index")
-        self.assertIn("one word off", dv["index"]["usable for seeking"])
+        self.assertEqual(dv["index"]["usable for seeking"], "yes")
+        self.assertEqual(dv["reads"], "as the formats say")
         self.assertEqual(dv["stream"][0]["index chunks"], 1)
         self.assertIn("stream 0", lxavi("info", TWO).stdout)
         self.assertIn("index.kind,", lxavi("info", TWO, "--csv").stdout)
+
+    def test_strict_reads_to_the_letter(self):
+        dv = report("info", DV, "--strict")
+        self.assertIn("one word off", dv["index"]["usable for seeking"])
+        self.assertEqual(dv["reads"], "to the letter")
+        self.assertEqual([q[:3] for q in dv["quirks touched"]], ["Q39"])
+        self.assertEqual([k["frame"] for k in report("index", DV)], [0, 1, 2, 3])
+        self.assertEqual(report("index", MJPEG)[0]["offset"], report("index", MJPEG, "--strict")[0]["offset"])
+        self.assertNotEqual(report("index", TWO)[0]["offset"], report("index", TWO, "--strict")[0]["offset"])
+
+    def test_seek_reports_the_landing_against_the_request(self):
+        seek = report("seek", DV, "70")
+        self.assertEqual((seek["asked for ms"], seek["landed on ms"], seek["off by ms"]), (70, 66, -4))
+        self.assertEqual(seek["range"], "0:00:00.000 to 0:00:00.100")
+        self.assertTrue(seek["first video"]["key"])
+        result = lxavi("chunks", DV, "--from", "70", "--csv", "--limit", "1")
+        self.assertIn("asked for 70 ms, landed on the key frame at 66 ms", result.stderr)
+
+    def test_check_lists_the_quirks_that_a_file_touches(self):
+        data = MPEG4.read_bytes()
+        movi = data.index(b"movi") - 8
+        idx1 = data.rindex(b"idx1")
+        cases = (
+            ("Q10", data[:movi] + b"abcd\4\0\0\0wxyz" + data[movi:], movi),
+            ("Q09", data[:idx1] + b"JUNK\4\0\0\0wxyz" + data[idx1:], idx1),
+            ("Q47", data[:idx1] + b"abcd\4\0\0\0wxyz" + data[idx1:], idx1),
+            ("Q51", data[:-160], idx1 + 8),
+        )
+        for quirk, changed, offset in cases:
+            rows = {r["quirk"]: r for r in report("check", self.file(changed)) if r["quirk"]}
+            self.assertEqual(rows[quirk]["offset"], offset, quirk)
+            self.assertIn("(repaired)", rows[quirk]["anomaly"])
+            strict = {r["quirk"]: r for r in report("check", self.file(changed), "--strict") if r["quirk"]}
+            self.assertNotIn("(repaired)", strict[quirk]["anomaly"])
+            self.assertEqual(lxavi("seek", self.file(changed), "3100").returncode, 0)
 
     def test_a_budget_thins_the_table_or_refuses_it(self):
         self.assertEqual(report("info", MJPEG, "--budget", "70000")["index"]["leaves"], 1)

@@ -557,6 +557,29 @@ TEST_F(Quirks, Quirk_Q51_AnIndexThatEndsEarlyIsNone)
     EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
 }
 
+TEST_F(Quirks, Quirk_Q52_AudioTimesGoByTheCodec)
+{
+    builder.streams[1].header.dwScale = 1;
+    builder.streams[1].header.dwRate = 8000; // samples of 2 bytes
+    Stream adpcm = PcmStream();
+    adpcm.format[0] = 2;
+    builder.Add(adpcm);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 16000), 2000u); // of one second
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 16000), 0u);
+}
+
+TEST_F(Quirks, Quirk_Q53_LeadingAudioIsDroppedInBlocksOfTheScale)
+{
+    builder.streams[1].header.dwScale = 1; // samples of 2 bytes
+    builder.streams[1].format = AudioFormat(LX_AVIREAD_FORMAT_PCM, 1, 8000, 16000, 2, 16);
+    builder.Audio(1, Fill(8000)).Frame(0, Fill(8), true).Frame(0, Fill(8), false).Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    static_cast<void>(lxAviReadCore_SeekToTime(80, 0, lxAviRead_SetPosRoundDown));
+    // 80 ms are 1280 bytes; one block less is left before the key frame
+    EXPECT_EQ(NextValid().chunk.uiBytePosition, 1279u);
+}
+
 TEST_F(Quirks, Quirk_Q46_KeyFrameTimesLeaveOutTheStart)
 {
     builder.streams[0].header.dwStart = 100;

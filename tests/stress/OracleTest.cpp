@@ -41,6 +41,8 @@ struct Model {
     size_t uiAt = 0;        // next chunk
     size_t uiSync = 0;      // key frame
     bool bAudioSync = false;
+    bool bJumped = false;      // the next chunk is the first after a jump
+    bool bJumpToVideo = false; // which has to be video then
     UInt32 uiVideoFrame = 0;
     UInt32 audioNumber[8] = {};
     UInt64 audioBytes[8] = {};
@@ -67,6 +69,11 @@ protected:
     {
         const Stream& stream = tracks[static_cast<size_t>(track)];
         const UInt32 tag = stream.format[0] | stream.format[1] << 8;
+        if (follow) {
+            const double units =
+                stream.header.dwSampleSize != 0 ? static_cast<double>(bytes) / stream.header.dwSampleSize : number;
+            return static_cast<UInt32>(units * stream.header.dwScale * 1000.0 / stream.header.dwRate);
+        }
         const UInt32 perSecond = Get32(stream.format, 8);
         if (tag == 1 || tag == 0x2000) {
             return static_cast<UInt32>(static_cast<double>(bytes) * 1000.0 / stream.header.dwRate);
@@ -81,8 +88,18 @@ protected:
 
     // ---- The file ----
 
+    // Headers as many writers have them, which by default give no right times.
     Stream RandomTrack()
     {
+        if (follow && Pick(0, 2) == 0) {
+            Stream stream = PcmStream(8000, 2, 16);
+            stream.header.dwScale = 1;
+            stream.header.dwRate = 8000;
+            if (Pick(0, 1) == 0) {
+                stream.format[0] = 2; // a codec that has no time by default
+            }
+            return stream;
+        }
         switch (Pick(0, 3)) {
         case 0: return PcmStream(8000, 1, 16);
         case 1: return Mp3CbrStream(4000);
@@ -204,8 +221,11 @@ protected:
         size_t at = 1;
         for (size_t k = 0; k < keys.size() && !own.empty(); ++k) {
             const UInt32 keyTime = k == 0 ? 0 : VideoTime(keys[k].uiFrame);
-            while (at < own.size() && AudioTime(track, static_cast<UInt32>(at),
-                                                own[at - 1]->uiBytes + own[at]->uiSize) <= keyTime) {
+            const auto begins = [&](size_t n) {
+                const UInt64 bytes = follow ? own[n]->uiBytes : own[n - 1]->uiBytes + own[n]->uiSize;
+                return AudioTime(track, static_cast<UInt32>(n), bytes);
+            };
+            while (at < own.size() && begins(at) <= keyTime) {
                 ++at;
             }
             const Chunk0& chunk = *own[at - 1];
@@ -244,7 +264,8 @@ protected:
         if (tag == 0x2000 || stream.header.dwSampleSize == 0) {
             return 0;
         }
-        const float block = static_cast<float>(stream.header.dwScale * 1000.0) /
+        const UInt32 blockBytes = follow ? stream.header.dwSampleSize : stream.header.dwScale;
+        const float block = static_cast<float>(blockBytes * 1000.0) /
                             static_cast<float>(Get32(stream.format, 8));
         const float video = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
         const auto audio = static_cast<float>(AudioTime(chunk.iTrack, model.audioNumber[chunk.iTrack], bytes));
@@ -252,7 +273,7 @@ protected:
         if (!(blocks >= 1.0f)) {
             return 0;
         }
-        const double trimmed = std::floor(static_cast<double>(blocks)) * stream.header.dwScale;
+        const double trimmed = std::floor(static_cast<double>(blocks)) * blockBytes;
         return trimmed < chunk.uiSize ? static_cast<UInt32>(trimmed) : 0;
     }
 
@@ -265,12 +286,24 @@ protected:
             return;
         }
         const Chunk0& chunk = chunks[model.uiAt++];
-        if (chunk.iTrack < 0) {
+        if (IsRefused(chunk)) {
+            ASSERT_EQ(got.uiResult, LX_ERR_AVIREAD_JUMP_NOT_VIDEO);
+            model.bAudioSync = false;
+        } else if (chunk.iTrack < 0) {
             ExpectVideo(chunk, got);
         } else {
             ExpectAudio(chunk, got, selected);
         }
         SkipRejected(got);
+    }
+
+    // A jump that requires video and leads to audio: armed again with audio, after a step back that was not made.
+    bool IsRefused(const Chunk0& chunk)
+    {
+        const bool bRefused = model.bJumped && model.bJumpToVideo && chunk.iTrack >= 0;
+        model.bJumpToVideo = model.bJumpToVideo && !model.bJumped;
+        model.bJumped = false;
+        return bRefused;
     }
 
     void ExpectVideo(const Chunk0& chunk, const Delivered& got)
@@ -326,6 +359,7 @@ protected:
     void GoTo(UInt64 offset)
     {
         model.uiVideoFrame = 0;
+        model.bJumped = true;
         for (model.uiAt = 0; model.uiAt < chunks.size(); ++model.uiAt) {
             if (chunks[model.uiAt].uiStart == offset || chunks[model.uiAt].uiHeader == offset) {
                 return;
@@ -334,12 +368,15 @@ protected:
         FAIL() << "no chunk at " << offset;
     }
 
-    // As a seek: to the earlier of audio and video, with all counters.
-    void ArmInFull(size_t key, int track)
+    // As a seek: to the earlier of audio and video, with all counters. Arming again keeps what was required of the jump.
+    void ArmInFull(size_t key, int track, bool bAgain = false)
     {
         const Key& target = keys[key];
         const bool bAudio = track >= 0 && (target.audio[track].uiOffset != 0 || !follow);
         GoTo(bAudio ? std::min(target.uiOffset, target.audio[track].uiOffset) : target.uiOffset);
+        if (!bAgain) {
+            model.bJumpToVideo = !bAudio || target.audio[track].uiOffset >= target.uiOffset;
+        }
         for (UInt32 t = 0; t < 8; ++t) {
             model.audioNumber[t] = target.audio[t].uiNumber;
             model.audioBytes[t] = target.audio[t].uiBytes;
@@ -435,6 +472,7 @@ protected:
             ASSERT_EQ(found, bMoved ? 1 : 0);
             if (bMoved) {
                 ArmVideoOnly(--model.uiLast);
+                model.bJumpToVideo = true;
                 model.bLastValid = true;
             } else {
                 ArmInFull(model.uiLast, track);
@@ -457,7 +495,7 @@ protected:
             }
             ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(track), LX_OK);
             if (track >= 0) {
-                ArmInFull(model.uiLast, track);
+                ArmInFull(model.uiLast, track, true);
                 selected = track;
             } else {
                 ArmVideoOnly(model.uiLast);

@@ -685,6 +685,85 @@ TEST_F(FollowFormat, AnAbsentTrackIsNoJumpTarget)
     }
 }
 
+TEST_F(FollowFormat, AudioTimesComeFromTheHeaderWhateverTheCodec)
+{
+    Stream pcm = PcmStream(48000, 2, 16);
+    pcm.header.dwScale = 1;
+    pcm.header.dwRate = 48000;
+    Stream adpcm = PcmStream(8000, 1, 16); // blocks of 256 bytes, 505 samples each
+    adpcm.format = AudioFormat(2, 1, 8000, 4055, 256, 4);
+    adpcm.header.dwScale = 505;
+    adpcm.header.dwRate = 8000;
+    adpcm.header.dwSampleSize = 256;
+    Stream mp3 = Mp3VbrStream(44100);
+    mp3.header.dwStart = 3;
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(pcm).Add(adpcm).Add(mp3).Add(Ac3Stream(24000)).Add(TextStream());
+    const Bytes file = builder.Build();
+    ASSERT_EQ(OpenAs(kDefault, file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 192000), 4000u); // four times too slow
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 25600), 0u);
+    ASSERT_EQ(OpenAs(kFollow, file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 192000), 1000u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 7, 6ull << 30), 33554432u);  // beyond 4 GiB
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 25600), 6312u);           // 100 x 505 / 8000
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(3, 10, 99999), 339u);           // 13 x 1152 / 44100
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(4, 0, 48000), 2000u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(5, 10, 48000), 0u);             // no audio
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 10, 0), 400u);
+}
+
+TEST_F(FollowFormat, AudioWithoutATimeByDefaultIsPlacedByItsHeader)
+{
+    builder.streams[1].format[0] = 2; // a codec that has no time by default
+    AddMedia(12, 4);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(ParseAs(kDefault, file), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 11u); // the last, for every key frame
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Entry(0, 0).audioFrameNumber[0], 0u);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 4u);
+    EXPECT_EQ(Entry(0, 2).audioFrameNumber[0], 8u);
+}
+
+TEST_F(FollowFormat, AudioIsPlacedByTheStartOfEachChunk)
+{
+    // 40 ms, 40 ms, then 5 ms a chunk; the third begins at 80 ms, the key frame's time, and the fourth behind it.
+    builder.Audio(1, Fill(640)).Audio(1, Fill(640)).Audio(1, Fill(80)).Audio(1, Fill(640)).Audio(1, Fill(80));
+    builder.Frame(0, Fill(8), true).Frame(0, Fill(8), false).Frame(0, Fill(8), true);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(ParseAs(kDefault, file), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 2u); // by 40 + 5, then 80 + 40
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 2u);
+
+    // 80 ms, then 5 ms: the second begins at 80 ms, and not at 5.
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(PcmStream());
+    builder.Audio(1, Fill(1280)).Audio(1, Fill(80)).Audio(1, Fill(80));
+    builder.Frame(0, Fill(8), true).Frame(0, Fill(8), true);
+    const Bytes early = builder.Build();
+    ASSERT_EQ(ParseAs(kDefault, early), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 1u); // that begins 40 ms after the key frame
+    ASSERT_EQ(ParseAs(kFollow, early), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 0u);
+}
+
+TEST_F(FollowFormat, LeadingAudioIsDroppedInWholeSamples)
+{
+    builder = AviBuilder();
+    Stream pcm = PcmStream(8000, 2, 16); // samples of 4 bytes, 32000 bytes a second
+    pcm.header.dwScale = 1;
+    pcm.header.dwRate = 8000;
+    builder.Add(VideoStream()).Add(pcm);
+    builder.Audio(1, Fill(16000)).Frame(0, Fill(8), true).Frame(0, Fill(8), false).Frame(0, Fill(8), true);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    static_cast<void>(lxAviReadCore_SeekToTime(80, 0, lxAviRead_SetPosRoundDown));
+    const Delivered audio = NextValid();
+    EXPECT_EQ(audio.chunk.uiBytePosition, 2556u); // 80 ms are 640 samples; one is left before the key frame
+    EXPECT_EQ(audio.payload.size(), 16000u - 2556);
+}
+
 // ---- Protected frames ----
 
 TEST_F(FollowFormat, ProtectedKeyFramesAreRecognisedAndDeliveredWhole)

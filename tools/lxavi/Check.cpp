@@ -3,6 +3,7 @@
 #include "Codecs.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
+#include "Quirks.hpp"
 #include "RiffScan.hpp"
 
 #include <fmt/format.h>
@@ -35,6 +36,7 @@ public:
         return m_anomalies;
     }
 
+    std::vector<TouchedQuirk> Quirks() const { return TouchedQuirks(m_reader, m_scan); }
     UInt64 Delivered() const { return m_delivered; }
     UInt64 Found() const { return m_found; }
 
@@ -80,10 +82,12 @@ private:
         if (result != LX_OK) {
             Note(state.idx1Offset, Failure("no key-frame table can be built", result).what());
         }
-        if (state.bIndxPresent != 0 && m_scan.indexesAt32 > 0) {
-            Note(0, fmt::format("{} of {} index chunks have their records 32 bytes behind their start and not 36: "
+        const bool strict = m_reader.Settings().strict;
+        const UInt32 misread = strict ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
+        if (state.bIndxPresent != 0 && misread > 0) {
+            Note(0, fmt::format("{} of {} index chunks have their records {} bytes behind their start and not {}: "
                                 "they are read one word off, and not usable for seeking",
-                                m_scan.indexesAt32, m_scan.indexChunks));
+                                misread, m_scan.IndexChunks(), strict ? 32 : 36, strict ? 36 : 32));
         }
         CheckRecords(m_scan.idx1, Idx1Base(), true);
         CheckRecords(m_scan.openDml, 0, false);
@@ -240,17 +244,25 @@ int RunCheck(const Options& options)
 {
     Checker checker(options);
     const std::vector<Anomaly> anomalies = checker.Run();
+    const std::vector<TouchedQuirk> quirks = checker.Quirks();
     {
-        TableWriter table(options, {{"offset", "offset", 12}, {"anomaly", "anomaly", -40}});
+        TableWriter table(options, {{"offset", "offset", 12}, {"quirk", "quirk", 5}, {"anomaly", "anomaly", -40}});
         for (const Anomaly& anomaly : anomalies) {
-            table.Row({anomaly.offset, anomaly.text});
+            table.Row({anomaly.offset, "", anomaly.text});
+        }
+        for (const TouchedQuirk& quirk : quirks) {
+            const QuirkTitle& title = TitleOf(quirk.number);
+            const bool repaired = title.repaired && !options.strict;
+            table.Row({quirk.offset, QuirkName(quirk.number),
+                       fmt::format("{}: {}{}", title.title, quirk.what, repaired ? " (repaired)" : "")});
         }
     }
     if (!options.json && !options.csv) {
         if (checker.Found() > anomalies.size()) {
             fmt::print("… and {} more\n", checker.Found() - anomalies.size());
         }
-        fmt::print("{} chunks delivered, {} anomalies\n", checker.Delivered(), checker.Found());
+        fmt::print("{} chunks delivered, {} anomalies, {} quirks touched\n", checker.Delivered(), checker.Found(),
+                   quirks.size());
     }
     return anomalies.empty() ? kDone : kDamaged;
 }

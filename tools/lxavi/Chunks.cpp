@@ -56,7 +56,7 @@ int RunChunks(const Options& options, const PlayOptions& play)
     }
     reader.Start();
     if (play.from) {
-        const UInt32 landed = reader.Seek(*play.from, static_cast<int>(play.audio), play.rounding);
+        const UInt32 landed = reader.Seek(*play.from, reader.TrackToPlay(play.audio), play.rounding);
         fmt::print(stderr, "lxavi: {}: asked for {} ms, landed on the key frame at {} ms\n", options.file, *play.from,
                    landed);
     }

@@ -3,9 +3,12 @@
 #include "Codecs.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
+#include "Quirks.hpp"
 #include "RiffScan.hpp"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace lxavi {
 
@@ -47,7 +50,8 @@ Json StreamReport(const Reader& reader, UInt32 number)
     const lxAviReadCore_StreamInfo_t& stream = *reader.Stream(number);
     Json json;
     json["type"] = TypeName(stream.StreamType);
-    json["track"] = stream.StreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : reader.State().TrackNumber[number];
+    const UInt32 track = stream.StreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : reader.State().TrackNumber[number];
+    json["track"] = track == 0xFFFFFFFFu ? Json("none") : Json(track);
     json["coding"] = CodingOf(stream).name;
     json["handler"] = FourCCText(stream.Header.fccHandler);
     json["rate"] = stream.Header.dwRate;
@@ -68,36 +72,48 @@ Json StreamReport(const Reader& reader, UInt32 number)
     return json;
 }
 
-std::string IndexKind(const Reader& reader)
+struct Frames {
+    UInt32 all = 0;
+    UInt32 key = 0;
+};
+
+// Frames of the main video stream that an index lists.
+Frames CountFrames(const Reader& reader, const std::vector<ScannedRecord>& records)
+{
+    Frames frames;
+    for (const ScannedRecord& record : records) {
+        const UInt32 twocc = record.id >> 16;
+        const bool video = twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8);
+        if (video && static_cast<int>(StreamOf(record.id)) == reader.State().videoStreamNr) {
+            ++frames.all;
+            frames.key += record.key ? 1 : 0;
+        }
+    }
+    return frames;
+}
+
+// Whether the table comes from the OpenDML index: always by the letter, and else where it covers no less than idx1.
+bool IsFromOpenDml(const Reader& reader, const RiffScan& scan)
+{
+    const bool covers = CountFrames(reader, scan.openDml).all >= CountFrames(reader, scan.idx1).all;
+    return reader.State().bIndxPresent != 0 && (reader.Settings().strict || covers);
+}
+
+std::string IndexKind(const Reader& reader, const RiffScan& scan)
 {
     const lxAviReadCore_AviInfo_t& state = reader.State();
-    if (state.bIndxPresent != 0) {
-        const lxAviReadCore_StreamInfo_t* video = reader.Stream(static_cast<UInt32>(state.videoStreamNr));
-        const bool super = video != nullptr && video->IndxChunk.pAviSuperIndexEntry != nullptr;
-        return super ? "OpenDML, super index" : "OpenDML, one level";
+    if (IsFromOpenDml(reader, scan)) {
+        const bool oneLevel = std::any_of(scan.indexes.begin(), scan.indexes.end(),
+                                          [](const ScannedIndex& index) { return index.id == Code("indx"); });
+        return oneLevel ? "OpenDML, one level" : "OpenDML, super index";
     }
     if (state.idx1Size == 0) {
         return "none";
     }
-    if (!reader.HasTable()) {
+    if (scan.idx1.empty()) {
         return "idx1";
     }
-    return state.bAbsoluteOffsets != 0 ? "idx1, absolute offsets" : "idx1, relative offsets";
-}
-
-// Key frames of the main video stream that the index lists.
-UInt32 KeyFramesFound(const Reader& reader, const RiffScan& scan)
-{
-    const auto& records = reader.State().bIndxPresent != 0 ? scan.openDml : scan.idx1;
-    UInt32 found = 0;
-    for (const ScannedRecord& record : records) {
-        const UInt32 twocc = record.id >> 16;
-        const bool video = twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8);
-        const UInt32 stream = (record.id & 0xFF) - '0' == 0 ? ((record.id >> 8) & 0xFF) - '0'
-                                                            : ((record.id & 0xFF) - '0') * 10 + ((record.id >> 8) & 0xFF) - '0';
-        found += video && record.key && static_cast<int>(stream) == reader.State().videoStreamNr ? 1 : 0;
-    }
-    return found;
+    return scan.idx1.front().offset >= state.moviOffset ? "idx1, absolute offsets" : "idx1, relative offsets";
 }
 
 std::string Usability(const Reader& reader, const RiffScan& scan, UInt32 result)
@@ -105,19 +121,18 @@ std::string Usability(const Reader& reader, const RiffScan& scan, UInt32 result)
     if (!reader.HasTable()) {
         return fmt::format("no ({})", CodeName(result));
     }
-    return reader.State().bIndxPresent != 0 && scan.indexesAt32 > 0 ? "no (index records are read one word off)" : "yes";
+    const UInt32 misread = reader.Settings().strict ? scan.IndexChunks() - scan.IndexesAt36() : scan.IndexesAt36();
+    return IsFromOpenDml(reader, scan) && misread > 0 ? "no (index records are read one word off)" : "yes";
 }
 
-Json IndexReport(Reader& reader)
+Json IndexReport(const Reader& reader, const RiffScan& scan, UInt32 result)
 {
-    const UInt32 result = reader.BuildIndex();
     const lxAviReadCore_AviInfo_t& state = reader.State();
-    const RiffScan scan(reader.IsRegularFile() ? reader.Settings().file : "");
     Json json;
-    json["kind"] = IndexKind(reader);
+    json["kind"] = IndexKind(reader, scan);
     json["usable for seeking"] = Usability(reader, scan, result);
     json["idx1 records"] = state.idx1Size / 16;
-    const UInt32 found = KeyFramesFound(reader, scan);
+    const UInt32 found = CountFrames(reader, IsFromOpenDml(reader, scan) ? scan.openDml : scan.idx1).key;
     const auto stored = static_cast<UInt32>(reader.Table().size());
     json["key frames found"] = found;
     json["key frames stored"] = stored;
@@ -130,6 +145,18 @@ Json IndexReport(Reader& reader)
     static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
     if (reader.HasTable()) {
         json["range"] = Duration(range.uiStartTimeMsec) + " to " + Duration(range.uiEndTimeMsec);
+    }
+    return json;
+}
+
+// The quirks that the file touches: by the letter they hold, else most of them are repaired.
+Json QuirkReport(const Reader& reader, const RiffScan& scan)
+{
+    Json json = Json::array();
+    for (const TouchedQuirk& quirk : TouchedQuirks(reader, scan)) {
+        const QuirkTitle& title = TitleOf(quirk.number);
+        const bool repaired = title.repaired && !reader.Settings().strict;
+        json.push_back(fmt::format("{} {}{}", QuirkName(quirk.number), title.title, repaired ? " (repaired)" : ""));
     }
     return json;
 }
@@ -167,6 +194,7 @@ Json ContainerReport(const Reader& reader)
     }
     const UInt64 frames = openDml.bPresent != 0 ? openDml.uiTotalFrames : avih.dwTotalFrames;
     json["duration"] = Duration(frames * avih.dwMicroSecPerFrame / 1000);
+    json["reads"] = reader.Settings().strict ? "to the letter" : "as the formats say";
     json["media data at"] = state.moviOffset;
     json["media data bytes"] = state.moviSize;
     json["seeking works"] = lxalAviRead_FileSeekPossible != 0;
@@ -178,9 +206,12 @@ Json ContainerReport(const Reader& reader)
 int RunInfo(const Options& options)
 {
     Reader reader(options);
+    const UInt32 indexed = reader.BuildIndex();
+    const RiffScan scan(reader.IsRegularFile() ? reader.Settings().file : "");
     Json report = ContainerReport(reader);
     report["segments"] = SegmentReport(reader);
-    report["index"] = IndexReport(reader);
+    report["index"] = IndexReport(reader, scan, indexed);
+    report["quirks touched"] = QuirkReport(reader, scan);
     Json streams = Json::array();
     for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
         streams.push_back(StreamReport(reader, i));

@@ -34,12 +34,6 @@ std::optional<Item> NextOf(Reader& reader, UInt32 type, UInt32 audio)
     }
 }
 
-// The track, or -1 where the file has no such track: a jump for an absent track would lead nowhere.
-int TrackToPlay(const Reader& reader, UInt32 audio)
-{
-    return audio < reader.State().AudioTracksCount && audio < LX_AVIREAD_AUDIO_TRACKS ? static_cast<int>(audio) : -1;
-}
-
 Json ItemReport(const std::optional<Item>& item)
 {
     Json json;
@@ -88,6 +82,14 @@ Landing Land(Reader& reader, int track)
     return landing;
 }
 
+// The times that seeks can land on.
+std::string Range()
+{
+    lxAviRead_SetPositionRangeInfo_t range = {};
+    static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
+    return Duration(range.uiStartTimeMsec) + " to " + Duration(range.uiEndTimeMsec);
+}
+
 void ArmStep(StepMode mode, int track, Bool& found)
 {
     switch (mode) {
@@ -104,7 +106,7 @@ int RunSeek(const Options& options, UInt32 time, const PlayOptions& play)
 {
     Reader reader(options);
     Prepare(reader);
-    const int track = TrackToPlay(reader, play.audio);
+    const int track = reader.TrackToPlay(play.audio);
     const UInt32 landed = reader.Seek(time, track, play.rounding);
     const lxAviReadCore_AviInfo_t& state = reader.State();
     Json report;
@@ -115,6 +117,7 @@ int RunSeek(const Options& options, UInt32 time, const PlayOptions& play)
     report["item"] = state.audioSyncItemNr;
     report["jump to"] = state.bJumpToVideo != 0 ? "video" : "audio";
     report["jump offset"] = state.JumpOffset;
+    report["range"] = Range();
     const Landing landing = Land(reader, track);
     report["first video"] = ItemReport(landing.video);
     if (track >= 0) {

@@ -121,6 +121,11 @@ UInt32 Reader::Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding)
     return lxAviReadCore_SeekToTime(timeMsec, audioTrack, rounding);
 }
 
+int Reader::TrackToPlay(UInt32 audio) const
+{
+    return audio < State().AudioTracksCount && audio < LX_AVIREAD_AUDIO_TRACKS ? static_cast<int>(audio) : -1;
+}
+
 bool Reader::IsEnd(const Item& item)
 {
     switch (item.result) {

@@ -61,6 +61,9 @@ public:
     // Arms a jump; throws Failure when there is no table. The time of the key frame.
     UInt32 Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding);
 
+    // The track, or -1 where the file has no such track: a jump for an absent track would lead nowhere.
+    int TrackToPlay(UInt32 audio) const;
+
     // The next chunk, or a result that ends delivery (see IsEnd).
     Item Next(UInt32 audioTrack, UInt32 subtitleTrack);
     static bool IsEnd(const Item& item);

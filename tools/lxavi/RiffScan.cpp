@@ -11,12 +11,6 @@ namespace lxavi {
 
 namespace {
 
-constexpr UInt32 Code(const char (&text)[5])
-{
-    return static_cast<UInt32>(static_cast<UInt8>(text[0])) | static_cast<UInt32>(static_cast<UInt8>(text[1])) << 8 |
-           static_cast<UInt32>(static_cast<UInt8>(text[2])) << 16 | static_cast<UInt32>(static_cast<UInt8>(text[3])) << 24;
-}
-
 constexpr int kDeepest = 8;            // lists in lists
 constexpr size_t kMostAnomalies = 1000; // the rest of a file that is wrong throughout adds nothing
 
@@ -40,6 +34,12 @@ bool IsPrintableId(UInt32 id)
 
 } // namespace
 
+UInt32 StreamOf(UInt32 id)
+{
+    const auto digit = [](UInt32 character) { return character < 'A' ? character - '0' : character - 55; };
+    return (digit(id & 0xFF) * 10 + digit(id >> 8 & 0xFF)) & 0xFFFF;
+}
+
 bool IsMediaId(UInt32 id)
 {
     switch (id >> 16) {
@@ -59,7 +59,19 @@ RiffScan::RiffScan(const std::string& path) : m_file(std::fopen(path.c_str(), "r
         return;
     }
     bytes = static_cast<UInt64>(ftello64(m_file.get()));
-    Walk(0, bytes, 0, false);
+    Walk(0, bytes, {0, 0, false});
+}
+
+UInt32 RiffScan::IndexChunks() const
+{
+    return static_cast<UInt32>(
+        std::count_if(indexes.begin(), indexes.end(), [](const ScannedIndex& index) { return index.id != Code("indx"); }));
+}
+
+UInt32 RiffScan::IndexesAt36() const
+{
+    return static_cast<UInt32>(
+        std::count_if(indexes.begin(), indexes.end(), [](const ScannedIndex& index) { return index.oneWordMore; }));
 }
 
 bool RiffScan::Read(UInt64 offset, void* buffer, size_t size)
@@ -68,7 +80,20 @@ bool RiffScan::Read(UInt64 offset, void* buffer, size_t size)
            std::fread(buffer, 1, size, m_file.get()) == size;
 }
 
-void RiffScan::Walk(UInt64 offset, UInt64 end, int depth, bool inMovi)
+void RiffScan::NotePart(UInt64 offset, const Header& header, UInt32 type, const Place& place)
+{
+    if (parts.size() < kMostParts) {
+        parts.push_back({offset, header.id, header.size, type, place.parent});
+    }
+}
+
+void RiffScan::TakeMainHeader(UInt64 offset)
+{
+    UInt32 flags = 0;
+    idx1Promised = Read(offset + 8 + 12, &flags, sizeof flags) && (flags & LX_AVIREAD_HAS_INDEX) != 0;
+}
+
+void RiffScan::Walk(UInt64 offset, UInt64 end, const Place& place)
 {
     while (offset + 8 <= end && anomalies.size() < kMostAnomalies) {
         Header header = {};
@@ -79,14 +104,14 @@ void RiffScan::Walk(UInt64 offset, UInt64 end, int depth, bool inMovi)
             Note(offset, fmt::format("no chunk begins here, {} bytes are left over", end - offset));
             return;
         }
-        offset = TakeChunk(offset, end, header, depth, inMovi);
+        offset = TakeChunk(offset, end, header, place);
     }
-    if (offset < end && depth > 0) {
+    if (offset < end && place.depth > 0) {
         Note(offset, fmt::format("{} bytes at the end of a list are too few for a chunk", end - offset));
     }
 }
 
-UInt64 RiffScan::TakeChunk(UInt64 offset, UInt64 end, const Header& header, int depth, bool inMovi)
+UInt64 RiffScan::TakeChunk(UInt64 offset, UInt64 end, const Header& header, const Place& place)
 {
     const UInt64 chunkEnd = offset + 8 + header.size;
     if (chunkEnd > end) {
@@ -95,21 +120,27 @@ UInt64 RiffScan::TakeChunk(UInt64 offset, UInt64 end, const Header& header, int 
     }
     const UInt64 limit = std::min(chunkEnd, end);
     if (header.id == Code("RIFF") || header.id == Code("LIST")) {
-        TakeList(offset, limit, header, depth, inMovi);
-    } else if (header.id == Code("idx1")) {
-        TakeIdx1(offset + 8, limit - offset - 8);
-    } else if ((header.id & 0xFFFF) == ('i' | 'x' << 8) && depth > 0) {
+        TakeList(offset, limit, header, place);
+    } else if ((header.id & 0xFFFF) == ('i' | 'x' << 8) && place.depth > 0) {
         TakeIndexChunk(offset, header);
-    } else if (inMovi && IsMediaId(header.id)) {
+    } else if (place.inMovi && IsMediaId(header.id)) {
         media.push_back({offset, header.id, header.size});
+    } else {
+        NotePart(offset, header, 0, place);
+    }
+    switch (header.id) {
+    case Code("idx1"): TakeIdx1(offset + 8, limit - offset - 8); break;
+    case Code("avih"): TakeMainHeader(offset); break;
+    case Code("indx"): TakeOneLevelIndex(offset, header); break;
+    default: break;
     }
     return chunkEnd + (header.size & 1);
 }
 
-void RiffScan::TakeList(UInt64 offset, UInt64 end, const Header& header, int depth, bool inMovi)
+void RiffScan::TakeList(UInt64 offset, UInt64 end, const Header& header, const Place& place)
 {
     UInt32 type = 0;
-    if (depth >= kDeepest || offset + 12 > end || !Read(offset + 8, &type, sizeof type)) {
+    if (place.depth >= kDeepest || offset + 12 > end || !Read(offset + 8, &type, sizeof type)) {
         Note(offset, "list without a type, or too deep in other lists");
         return;
     }
@@ -121,9 +152,11 @@ void RiffScan::TakeList(UInt64 offset, UInt64 end, const Header& header, int dep
     }
     if (type == Code("movi") && moviCode == 0) {
         moviCode = offset + 8;
+        moviEnd = end;
     }
+    NotePart(offset, header, type, place);
     const bool recordList = type == Code("rec ");
-    Walk(offset + 12, end, depth + 1, type == Code("movi") || (inMovi && recordList));
+    Walk(offset + 12, end, {place.depth + 1, type, type == Code("movi") || (place.inMovi && recordList)});
 }
 
 void RiffScan::TakeIdx1(UInt64 offset, UInt64 size)
@@ -157,10 +190,18 @@ void RiffScan::TakeRecords(UInt64 at, UInt64 end, UInt32 entries, UInt32 recordS
     }
 }
 
+void RiffScan::TakeOneLevelIndex(UInt64 offset, const Header& header)
+{
+    UInt8 indexType = 0;
+    constexpr UInt8 kIndexOfChunks = 1;
+    if (Read(offset + 11, &indexType, sizeof indexType) && indexType == kIndexOfChunks) {
+        TakeIndexChunk(offset, header);
+    }
+}
+
 void RiffScan::TakeIndexChunk(UInt64 offset, const Header& header)
 {
     std::vector<UInt8> fields(32);
-    ++indexChunks;
     if (header.size < 24 || !Read(offset, fields.data(), fields.size())) {
         Note(offset, "index chunk is too short for its header");
         return;
@@ -173,8 +214,9 @@ void RiffScan::TakeIndexChunk(UInt64 offset, const Header& header)
         return;
     }
     // The header's fields take 32 bytes; some files have one word more before the records.
-    const bool oneWordMore = header.size == 28 + static_cast<UInt64>(entries) * recordSize;
-    indexesAt32 += oneWordMore ? 0 : 1;
+    const bool oneWordMore =
+        header.id != Code("indx") && header.size == 28 + static_cast<UInt64>(entries) * recordSize;
+    indexes.push_back({offset, base, header.id, fields[10] == 1, oneWordMore});
     if (24 + static_cast<UInt64>(entries) * recordSize > header.size) {
         Note(offset, fmt::format("index chunk claims {} records and has room for {}", entries,
                                  (header.size - 24) / recordSize));

@@ -22,6 +22,24 @@ struct ScannedChunk {
     UInt32 size;
 };
 
+// A chunk or list of the file's structure that is no media data.
+struct ScannedPart {
+    UInt64 offset; // of its header
+    UInt32 id;
+    UInt32 size;
+    UInt32 type;   // of a list, else 0
+    UInt32 parent; // type of the list that holds it; 0 at the top level
+};
+
+// An index chunk: ix##, or indx on one level.
+struct ScannedIndex {
+    UInt64 offset; // of its header
+    UInt64 base;
+    UInt32 id;
+    bool field;
+    bool oneWordMore; // its records begin 36 bytes behind its start and not 32
+};
+
 // A record of an index.
 struct ScannedRecord {
     UInt64 at;     // where the record stands
@@ -36,17 +54,24 @@ public:
     explicit RiffScan(const std::string& path);
 
     std::vector<ScannedChunk> media;
+    std::vector<ScannedPart> parts; // in file order, the first kMostParts
+    std::vector<ScannedIndex> indexes;
     std::vector<ScannedRecord> idx1;
     std::vector<ScannedRecord> openDml;
     std::vector<Anomaly> anomalies;
     UInt32 riffLists = 0;
     UInt32 streamLists = 0;
-    UInt32 indexChunks = 0;   // ix##
-    UInt32 indexesAt32 = 0;   // ix## chunks whose records begin 32 bytes behind their start
     UInt64 moviCode = 0;      // offset of the first "movi" code
+    UInt64 moviEnd = 0;       // of the first `movi` list
     UInt64 bytes = 0;         // of the file
+    bool idx1Promised = false; // by the main header
+
+    UInt32 IndexChunks() const; // ix##
+    UInt32 IndexesAt36() const; // those with one word more before their records
 
 private:
+    static constexpr size_t kMostParts = 100000;
+
     struct Header {
         UInt32 id;
         UInt32 size;
@@ -54,9 +79,18 @@ private:
 
     bool Read(UInt64 offset, void* buffer, size_t size);
     void Note(UInt64 offset, const std::string& text) { anomalies.push_back({offset, text}); }
-    void Walk(UInt64 offset, UInt64 end, int depth, bool inMovi);
-    UInt64 TakeChunk(UInt64 offset, UInt64 end, const Header& header, int depth, bool inMovi);
-    void TakeList(UInt64 offset, UInt64 end, const Header& header, int depth, bool inMovi);
+    struct Place {
+        int depth;     // lists around
+        UInt32 parent; // type of the innermost
+        bool inMovi;
+    };
+
+    void Walk(UInt64 offset, UInt64 end, const Place& place);
+    UInt64 TakeChunk(UInt64 offset, UInt64 end, const Header& header, const Place& place);
+    void TakeList(UInt64 offset, UInt64 end, const Header& header, const Place& place);
+    void NotePart(UInt64 offset, const Header& header, UInt32 type, const Place& place);
+    void TakeMainHeader(UInt64 offset);
+    void TakeOneLevelIndex(UInt64 offset, const Header& header);
     void TakeIdx1(UInt64 offset, UInt64 size);
     void TakeIndexChunk(UInt64 offset, const Header& header);
     void TakeRecords(UInt64 at, UInt64 end, UInt32 entries, UInt32 recordSize, UInt32 chunkId, UInt64 base);
@@ -68,5 +102,15 @@ private:
 };
 
 bool IsMediaId(UInt32 id);
+
+// A four-character code as the word that the file's bytes make.
+constexpr UInt32 Code(const char (&text)[5])
+{
+    return static_cast<UInt32>(static_cast<UInt8>(text[0])) | static_cast<UInt32>(static_cast<UInt8>(text[1])) << 8 |
+           static_cast<UInt32>(static_cast<UInt8>(text[2])) << 16 | static_cast<UInt32>(static_cast<UInt8>(text[3])) << 24;
+}
+
+// The stream number that the first two characters of a chunk identifier give.
+UInt32 StreamOf(UInt32 id);
 
 } // namespace lxavi

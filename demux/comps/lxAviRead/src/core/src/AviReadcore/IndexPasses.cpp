@@ -226,11 +226,12 @@ void AudioPlacer::Place()
 
 void AudioPlacer::Take(const IndexEntry& entry)
 {
-    // Quirk Q32: the size of this chunk is added to the start of the one before it
+    // Quirk Q32: by default the size of this chunk is added to the start of the one before it
+    const UInt64 bytePosition =
+        FollowsFormat(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
     const UInt32 time = m_state.bHaveChunk == 0
                             ? 0
-                            : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount,
-                                                          m_state.lastChunkBytePosition + entry.uiSize);
+                            : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount, bytePosition);
     if (m_cursor.valid == 1) {
         LX_LOG(kLevelIndex, "Atrk=%d(%d) vtrk=%d streamTime=%d seekedT=%d ", entry.uiStreamNr, m_uiTrack,
                m_pAviInfo->videoStreamNr, time, m_uiCursorTime);

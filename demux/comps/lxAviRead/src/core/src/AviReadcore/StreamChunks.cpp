@@ -162,17 +162,23 @@ void PlaceAudio(lxAviRead_ChunkData_t* pChunk, UInt32 track)
     pChunk->uiFrameNumber = lxalAviRead_AudioFrame[track];
 }
 
-// The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
-UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk,
-                     const lxAviReadCore_StreamInfo_t& stream, const lxAviRead_StrfAudio_t& format, const Entry& sync)
+// The bytes that leading audio is dropped in multiples of.
+UInt32 BlockBytes(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh_t& header)
 {
-    // milliseconds per block of dwScale bytes
-    const float block = static_cast<float>(static_cast<double>(stream.Header.dwScale) * 1000.0) /
-                        static_cast<float>(format.nAvgBytesPerSec);
+    return FollowsFormat(pAviInfo) ? header.dwSampleSize : header.dwScale; // Quirk Q53
+}
+
+// The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
+UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 blockBytes,
+                     const lxAviRead_StrfAudio_t& format, const Entry& sync)
+{
+    // milliseconds per block
+    const float block =
+        static_cast<float>(static_cast<double>(blockBytes) * 1000.0) / static_cast<float>(format.nAvgBytesPerSec);
     const UInt32 videoTime =
         lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0);
     const UInt32 audioTime = lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
-                                                         static_cast<UInt32>(pChunk->uiBytePosition));
+                                                         pChunk->uiBytePosition & PositionMask(pAviInfo));
     return ToUInt32((static_cast<float>(videoTime) - (block + static_cast<float>(audioTime))) / block);
 }
 
@@ -181,11 +187,12 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
 {
     const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, pChunk->uiStreamNr);
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
+    const UInt32 blockBytes = BlockBytes(pAviInfo, stream.Header);
     if (format.wFormatTag == LX_AVIREAD_FORMAT_AC3 || !IsConstantBitRate(stream.Header, format)) {
         return;
     }
-    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, stream, format, sync);
-    const UInt64 bytes = UInt64{blocks} * stream.Header.dwScale;
+    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, blockBytes, format, sync);
+    const UInt64 bytes = UInt64{blocks} * blockBytes;
     if (blocks == 0 || bytes >= pChunk->uiSize) {
         return;
     }

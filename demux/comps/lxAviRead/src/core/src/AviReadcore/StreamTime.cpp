@@ -5,6 +5,11 @@
 //   compressed, CBR  bytes ÷ nAvgBytesPerSec
 //   compressed, VBR  chunks × dwScale ÷ dwRate
 //
+// A caller that follows the format gets the time of any audio from its header, whatever the codec:
+//
+//   dwSampleSize ≠ 0  bytes ÷ dwSampleSize × dwScale ÷ dwRate
+//   dwSampleSize = 0  chunks × dwScale ÷ dwRate
+//
 // The single-precision steps and the grouping are part of the results: every target computes the same values.
 
 #include "internal/State.hpp"
@@ -79,8 +84,25 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
     return time;
 }
 
+// In units of the header: samples of dwSampleSize bytes, or chunks.
+UInt32 TimeByHeader(const lxAviRead_Strh_t& header, const StreamPosition& position)
+{
+    const double units = header.dwSampleSize != 0
+                             ? static_cast<double>(position.uiBytePosition) / static_cast<double>(header.dwSampleSize)
+                             : static_cast<double>(position.uiFrameNumber);
+    const UInt32 time = ToUInt32((static_cast<double>(header.dwStart) + units) * static_cast<double>(header.dwScale) *
+                                 1000.0 / static_cast<double>(header.dwRate));
+    LogTime("lxAviReadCore_GetStreamTime: by header. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+            position, time);
+    return time;
+}
+
 UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
+    if (FollowsFormat(&lxAviReadCore_AviInfo) && stream.StreamType == LX_AVIREAD_STREAM_AUDIO) { // Quirk Q52
+        return TimeByHeader(stream.Header, position);
+    }
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
     switch (format.wFormatTag) {
     case LX_AVIREAD_FORMAT_PCM:

@@ -1,0 +1,173 @@
+#!/usr/bin/env python3
+"""Compares where the tool's seeks land with where a general media tool lands. Usage: seeking.py LXAVI SAMPLES"""
+
+import csv
+import io
+import json
+import pathlib
+import random
+import shutil
+import subprocess
+import sys
+import unittest
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+from material import LXAVI, SAMPLES, corpus, made_files, rows, run  # noqa: E402
+
+TIMES = 50
+HEADER = 8  # the media tool tells the position of a packet's payload, we tell the chunk's
+
+
+class Packets:
+    """What the media tool says of the video."""
+
+    def __init__(self, path):
+        self.packets = self._probe(path)
+        self.keys = [p for p in self.packets if p[2]]
+
+    @staticmethod
+    def _probe(path, *options):
+        """(time in seconds, position of the chunk, whether it is a key frame) of each packet."""
+        result = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v:0", *options, "-show_entries",
+                                 "packet=dts_time,pos,flags", "-of", "csv=p=0", str(path)],
+                                capture_output=True, text=True, check=False)
+        packets = []
+        for line in csv.reader(io.StringIO(result.stdout)):
+            if len(line) >= 3 and line[1].lstrip("-").isdigit():
+                packets.append((None if line[0] == "N/A" else float(line[0]), int(line[1]) - HEADER, "K" in line[2]))
+        return packets
+
+    @staticmethod
+    def landings(path, seconds):
+        """Where seeks to these times land: one packet each."""
+        intervals = ",".join(f"{s:.6f}%+#1" for s in seconds)
+        return Packets._probe(path, "-read_intervals", intervals)
+
+
+def seek(path, time):
+    return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000"))
+
+
+def is_seekable(path):
+    result = subprocess.run([LXAVI, "seek", str(path), "0", "--json"], capture_output=True, text=True, check=False)
+    return result.returncode == 0
+
+
+class Film:
+    """One file, as our tool and as the media tool see it."""
+
+    def __init__(self, path):
+        self.path = path
+        self.packets = Packets(path)
+        self.table = [(int(r["time_ms"]), int(r["frame"])) for r in rows("index", path, "--budget", "1000000000")]
+        self.delivered = rows("chunks", path)
+        self.video = {int(r["frame"]): r for r in self.delivered if r["type"] == "video"}
+        info = json.loads(run(LXAVI, "info", str(path), "--json"))
+        self.frame = info["microseconds per frame"]
+        # The clocks: a whole number of microseconds a frame in the main header, a fraction in the stream's.
+        self.drift = 2 + self.table[-1][0] // 2000
+        size, _, _, start = info["segments"][-1].split()
+        self.end = int(start) + int(size)
+
+    def is_placeholder(self, offset):
+        """Frames of no byte or one repeat the frame before: the media tool leaves out the first, and takes some of the
+        second for key frames, which no index says."""
+        with open(self.path, "rb") as data:
+            data.seek(offset + 4)
+            return int.from_bytes(data.read(4), "little") <= 1
+
+    def key_offsets(self):
+        return {int(self.video[frame]["offset"]) for _, frame in self.table}
+
+    def times(self, source):
+        """Random times, none so close to a key frame that the two clocks may disagree about it, and all in the first
+        half of a frame: the media tool rounds a time to the nearest frame before it looks for the key frame."""
+        last, times = self.table[-1][0] + 500, []
+        for _ in range(100 * TIMES):
+            time = source.randrange(0, last)
+            early = time * 1000 % self.frame < self.frame * 0.4
+            if early and all(time - key > self.drift or time < key - self.drift or key == 0 for key, _ in self.table):
+                times.append(time)
+        return times[:TIMES]
+
+
+@unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+class Seeking(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.source = random.Random(11)
+        files = sorted(SAMPLES.glob("*.avi")) + made_files() + corpus()
+        cls.refused = [path.name for path in files if not is_seekable(path)]
+        films = [Film(path) for path in files if path.name not in cls.refused]
+        cls.foreign = [film.path.name for film in films if not film.packets.keys]
+        cls.films = [film for film in films if film.packets.keys]
+
+    def test_key_frames_are_those_of_the_media_tool(self):
+        for film in self.films:
+            with self.subTest(file=film.path.name):
+                ours, theirs = film.key_offsets(), {key[1] for key in film.packets.keys}
+                self.assertTrue(all(film.is_placeholder(o) for o in ours ^ theirs), sorted(ours ^ theirs))
+
+    def test_fifty_random_times_land_where_the_media_tool_lands(self):
+        seeks = 0
+        for film in self.films:
+            with self.subTest(file=film.path.name):
+                times = film.times(self.source)
+                theirs = Packets.landings(film.path, [time / 1000 for time in times])
+                for time, packet in zip(times, theirs):
+                    landed = seek(film.path, time)
+                    self.check_landing(film, landed, time)
+                    self.check_audio(film, landed)
+                    self.assertEqual(landed["first video"]["offset"], packet[1], (landed, packet))
+                    seeks += 1
+        print(f"{len(self.films)} files, {seeks} seeks; not seekable: {self.refused}; not read by the media tool: "
+              f"{self.foreign}", file=sys.stderr)
+        self.assertGreaterEqual(seeks, TIMES * 5)
+
+    def check_landing(self, film, landed, time):
+        down = max((k for k in film.table if k[0] <= time), default=film.table[0])
+        self.assertEqual(landed["landed on ms"], down[0], time)
+        self.assertTrue(landed["first video"]["key"])
+        self.assertEqual(landed["first video"]["offset"], int(film.video[down[1]]["offset"]))
+
+    def check_audio(self, film, landed):
+        """Audio resumes with what plays at the key frame's time, or one chunk before, and never after it."""
+        audio, video = landed.get("first audio"), landed["first video"]
+        if not audio or not audio["delivered"]:
+            return
+        self.assertLessEqual(audio["time ms"], video["time ms"], landed)
+        starts = [int(r["time_ms"]) for r in film.delivered if r["type"] == "audio"]
+        behind = [start for start in starts if start > audio["time ms"]]
+        if len(behind) > 1:
+            self.assertGreaterEqual(behind[1], video["time ms"], landed)
+
+    def test_from_there_on_every_chunk_is_delivered(self):
+        for film in self.films:
+            with self.subTest(file=film.path.name):
+                for time in film.times(self.source)[:4]:
+                    landed = seek(film.path, time)["first video"]["offset"]
+                    got = rows("chunks", film.path, "--from", str(time), "--budget", "1000000000")
+                    ours = [(int(r["offset"]), int(r["size"])) for r in got if r["type"] == "video"]
+                    want = [(int(r["offset"]), int(r["size"])) for r in film.video.values() if int(r["offset"]) >= landed]
+                    self.assertEqual(ours, want)
+                    # Behind the media data the media tool may find leftovers of another file.
+                    theirs = [p[1] for p in film.packets.packets if landed <= p[1] < film.end]
+                    self.assertEqual([offset for offset, size in ours if size > 0], theirs)
+                    self.check_audio_from(film, got)
+
+    def check_audio_from(self, film, got):
+        """All chunks of the track from the first one on; that one may have lost its beginning."""
+        ours = [r for r in got if r["type"] == "audio"]
+        if not ours:
+            return
+        all_of_track = [r for r in film.delivered if r["type"] == "audio"]
+        rest = [r for r in all_of_track if int(r["frame"]) >= int(ours[0]["frame"])]
+        self.assertEqual([(r["offset"], r["crc32"], r["frame"], r["byte_position"]) for r in ours[1:]],
+                         [(r["offset"], r["crc32"], r["frame"], r["byte_position"]) for r in rest[1:]])
+        end = int(rest[0]["byte_position"]) + int(rest[0]["size"])
+        self.assertEqual(int(ours[0]["byte_position"]) + int(ours[0]["size"]), end)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

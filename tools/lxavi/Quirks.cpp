@@ -1,0 +1,365 @@
+#include "Quirks.hpp"
+
+#include "Codecs.hpp"
+#include "Output.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+
+namespace lxavi {
+
+namespace {
+
+constexpr UInt64 kTwoGiB = UInt64{1} << 31;
+constexpr UInt64 kFourGiB = UInt64{1} << 32;
+
+// The oddities that a file can touch; the others are the interface's. doc/quirks.md has the paragraphs.
+constexpr QuirkTitle kTitles[] = {
+    {1, false, "Stream numbers weigh letters by ten"},
+    {7, true, "Seeks take 32 bits"},
+    {9, true, "JUNK behind the media data moves it"},
+    {10, true, "Unknown chunks before the media data are not counted"},
+    {11, true, "The rest of an `odml` list is walked one level up"},
+    {12, true, "Unknown lists in the header list take 4 bytes too many"},
+    {13, true, "A ninth audio stream stays on track 0"},
+    {14, true, "An index chunk ends its stream list"},
+    {19, true, "The last four bytes of a plain `movi` list are out of reach"},
+    {22, false, "A DRM descriptor is 10 bytes"},
+    {27, true, "Lookups take 32 bits"},
+    {29, true, "An absent track makes a jump to nowhere"},
+    {33, true, "`wb` records count for their stream's number, whatever the stream"},
+    {35, true, "OpenDML offsets lose the high word of their base"},
+    {36, true, "A one-level field index is counted as 8-byte records"},
+    {37, true, "A promised `idx1` turns one-level indexes off"},
+    {38, true, "A misplaced index chunk is read to the end of the file"},
+    {39, true, "OpenDML records are read 36 bytes behind the chunk's start"},
+    {40, true, "Parsing again after a one-level index loses the table"},
+    {41, true, "OpenDML audio is looked for directly behind the video"},
+    {43, false, "Frames before the first stored key frame are rejected"},
+    {44, false, "What is no chunk is slid over byte by byte"},
+    {45, true, "Protected key frames of OpenDML files are not recognised"},
+    {46, false, "Key-frame times leave out the stream's start"},
+    {47, true, "An unknown chunk behind the media data ends the walk"},
+    {48, true, "Relative offsets stay relative"},
+    {49, true, "An OpenDML index stands alone"},
+    {50, true, "An index without a key flag is no index"},
+    {51, true, "An index that ends early is no index"},
+    {52, true, "Audio times go by the codec"},
+    {53, true, "Leading audio is dropped in blocks of `dwScale` bytes"},
+};
+
+class Detector {
+public:
+    Detector(const Reader& reader, const RiffScan& scan) : m_reader(reader), m_scan(scan) {}
+
+    std::vector<TouchedQuirk> Run()
+    {
+        LookAtStructure();
+        LookAtStreams();
+        LookAtMedia();
+        LookAtIdx1();
+        LookAtIndexChunks();
+        LookAtTable();
+        std::vector<TouchedQuirk> all;
+        for (const auto& [number, quirk] : m_found) {
+            all.push_back(quirk);
+        }
+        return all;
+    }
+
+private:
+    // The first place counts.
+    void Note(UInt32 number, UInt64 offset, const std::string& what) { m_found.insert({number, {number, offset, what}}); }
+
+    const lxAviReadCore_AviInfo_t& State() const { return m_reader.State(); }
+
+    // ---- Lists and chunks ----
+
+    void LookAtStructure()
+    {
+        const ScannedPart* before = nullptr;
+        for (const ScannedPart& part : m_scan.parts) {
+            switch (part.parent) {
+            case Code("AVI "): LookAtTopLevel(part); break;
+            case Code("hdrl"): LookAtHeaderList(part); break;
+            case Code("odml"): LookAtOdml(part, before); break;
+            case Code("strl"): LookAtStreamList(part, before); break;
+            case Code("movi"):
+                if (part.id != Code("JUNK")) {
+                    Note(44, part.offset, fmt::format("'{}' among the media chunks", FourCCText(part.id)));
+                }
+                break;
+            default: break;
+            }
+            before = &part;
+        }
+    }
+
+    void LookAtTopLevel(const ScannedPart& part)
+    {
+        const bool behind = m_scan.moviCode != 0 && part.offset > m_scan.moviCode;
+        const std::string name = FourCCText(part.type != 0 ? part.type : part.id);
+        if (part.type == Code("movi") && part.size >= kTwoGiB) {
+            Note(7, part.offset, fmt::format("media data of {} bytes cannot be stepped over", part.size));
+        }
+        if (part.size == 0) {
+            Note(10, part.offset, fmt::format("'{}' of size 0", name));
+        } else if (behind && (part.id == Code("JUNK") || part.type == Code("INFO"))) {
+            Note(9, part.offset, fmt::format("'{}' behind the media data", name));
+        } else if (part.type == 0 && part.id != Code("JUNK") && part.id != Code("idx1")) {
+            Note(behind ? 47 : 10, part.offset,
+                 fmt::format("unknown chunk '{}' {} the media data", name, behind ? "behind" : "before"));
+        }
+    }
+
+    void LookAtHeaderList(const ScannedPart& part)
+    {
+        if (part.type != 0 && part.type != Code("strl") && part.type != Code("odml")) {
+            Note(12, part.offset, fmt::format("unknown list '{}' in the header list", FourCCText(part.type)));
+        }
+    }
+
+    void LookAtOdml(const ScannedPart& part, const ScannedPart* before)
+    {
+        if (before != nullptr && before->type != Code("odml")) {
+            Note(11, part.offset, fmt::format("'{}' is not the first chunk of its list", FourCCText(part.id)));
+        }
+    }
+
+    void LookAtStreamList(const ScannedPart& part, const ScannedPart* before)
+    {
+        if (before != nullptr && before->id == Code("indx") && before->parent == part.parent) {
+            Note(14, part.offset, fmt::format("'{}' behind 'indx' in its stream list", FourCCText(part.id)));
+        }
+    }
+
+    // ---- Streams ----
+
+    void LookAtStreams()
+    {
+        UInt32 audio = 0;
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(i);
+            if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO && ++audio == LX_AVIREAD_AUDIO_TRACKS + 1) {
+                Note(13, 0, fmt::format("stream {} is audio stream number {}", i, audio));
+            }
+            if (stream.StreamType == LX_AVIREAD_STREAM_VIDEO && stream.Header.dwStart != 0) {
+                Note(46, 0, fmt::format("the video starts at frame {}", stream.Header.dwStart));
+            }
+            if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO && stream.IndxChunk.pAviSuperIndexEntry != nullptr &&
+                (i == 0 || i > State().AudioTracksCount)) {
+                Note(41, 0, fmt::format("audio stream {} of {} has an index", i, State().AudioTracksCount));
+            }
+            if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
+                LookAtAudioClock(i, stream);
+            }
+            LookAtSuperIndex(i, stream);
+        }
+    }
+
+    // Where the time by the codec is not the time by the header.
+    void LookAtAudioClock(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
+    {
+        const lxAviRead_StrfAudio_t format = AudioFormatOf(stream);
+        const lxAviRead_Strh_t& header = stream.Header;
+        const double unitsPerSecond = header.dwScale != 0 ? static_cast<double>(header.dwRate) / header.dwScale : 0.0;
+        const double bytesPerSecond = unitsPerSecond * header.dwSampleSize;
+        double byCodec = 0.0; // bytes per second, where the codec counts bytes
+        switch (format.wFormatTag) {
+        case LX_AVIREAD_FORMAT_PCM:
+        case LX_AVIREAD_FORMAT_IEEE_FLOAT:
+        case LX_AVIREAD_FORMAT_AC3: byCodec = header.dwRate; break;
+        case LX_AVIREAD_FORMAT_MPEG:
+        case LX_AVIREAD_FORMAT_MPEG_LAYER3:
+        case LX_AVIREAD_FORMAT_AAC:
+            byCodec = header.dwSampleSize == 0 ? 0.0 : format.nAvgBytesPerSec;
+            break;
+        default:
+            Note(52, 0, fmt::format("audio stream {}: format {} has no time", number, format.wFormatTag));
+            return;
+        }
+        if (byCodec > 0.0 && std::abs(bytesPerSecond - byCodec) > byCodec / 1000) {
+            Note(52, 0, fmt::format("audio stream {}: {:.0f} bytes a second, by the codec {:.0f}", number, bytesPerSecond,
+                                    byCodec));
+        }
+        if (format.wFormatTag == LX_AVIREAD_FORMAT_PCM && header.dwScale % std::max<UInt32>(header.dwSampleSize, 1) != 0) {
+            Note(53, 0, fmt::format("audio stream {}: samples of {} bytes, scale {}", number, header.dwSampleSize,
+                                    header.dwScale));
+        }
+    }
+
+    // The index chunks that a super index names have to be where it says.
+    void LookAtSuperIndex(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
+    {
+        const auto& common = stream.IndxChunk.aviIndxcommonSection;
+        if (stream.IndxChunk.pAviSuperIndexEntry == nullptr || common.uiIndexType != 0) {
+            return;
+        }
+        std::set<UInt64> known;
+        for (const ScannedIndex& index : m_scan.indexes) {
+            known.insert(index.offset);
+        }
+        for (UInt32 i = 0; i < common.uiEntriesInUse; ++i) {
+            const UInt64 offset = stream.IndxChunk.pAviSuperIndexEntry[i].qwOffset;
+            if (known.contains(offset)) {
+                continue;
+            }
+            const std::string what = fmt::format("index chunk {} of stream {}", i, number);
+            if (offset + 8 > m_scan.bytes) {
+                Note(51, offset, what + " lies behind the end of the file");
+            } else {
+                Note(38, offset, what + " is not there");
+            }
+            if (!m_scan.idx1.empty()) {
+                Note(49, offset, "there is an idx1, too");
+            }
+        }
+    }
+
+    // ---- Media data ----
+
+    void LookAtMedia()
+    {
+        const bool openDml = State().bIndxPresent != 0;
+        for (const ScannedChunk& chunk : m_scan.media) {
+            const UInt32 twocc = chunk.id >> 16;
+            if (twocc == ('d' | 'd' << 8)) {
+                if (chunk.size != LX_AVIREAD_DRM_BYTES) {
+                    Note(22, chunk.offset, fmt::format("a descriptor of {} bytes", chunk.size));
+                }
+                if (openDml) {
+                    Note(45, chunk.offset, "a protected frame");
+                }
+            }
+            if ((chunk.id & 0xFF) >= 'A' || (chunk.id >> 8 & 0xFF) >= 'A') {
+                Note(1, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
+            }
+            if (chunk.offset >= kTwoGiB) {
+                Note(7, chunk.offset, "a chunk 2 GiB into the file");
+            }
+            if (chunk.offset >= kFourGiB) {
+                Note(27, chunk.offset, "a chunk 4 GiB into the file");
+            }
+        }
+        LookAtLastChunk();
+    }
+
+    void LookAtLastChunk()
+    {
+        if (m_scan.riffLists != 1 || State().bIndxPresent != 0 || m_scan.media.empty() || IsAbsolute()) {
+            return;
+        }
+        const ScannedChunk& last = m_scan.media.back();
+        if (last.offset + 12 > m_scan.moviEnd) {
+            Note(19, last.offset, fmt::format("the last chunk has {} bytes", last.size));
+        }
+    }
+
+    // ---- Indexes ----
+
+    bool IsAbsolute() const
+    {
+        return !m_scan.idx1.empty() && !m_scan.media.empty() && m_scan.idx1.front().offset >= m_scan.media.front().offset;
+    }
+
+    void LookAtIdx1()
+    {
+        for (const ScannedRecord& record : m_scan.idx1) {
+            const UInt32 stream = StreamOf(record.id);
+            const lxAviReadCore_StreamInfo_t* const info = m_reader.Stream(stream);
+            const bool known = info != nullptr && info->StreamType != LX_AVIREAD_STREAM_NONE;
+            if (record.id >> 16 == ('w' | 'b' << 8) && known && info->StreamType != LX_AVIREAD_STREAM_AUDIO) {
+                Note(33, record.at, fmt::format("a 'wb' record of stream {}", stream));
+            }
+        }
+        if (m_scan.idx1.empty()) {
+            return;
+        }
+        const UInt64 at = m_scan.idx1.front().at;
+        if (m_scan.riffLists > 1 && !IsAbsolute()) {
+            Note(48, at, fmt::format("relative offsets in a file of {} lists", m_scan.riffLists));
+        }
+        if (m_scan.idx1.size() < State().idx1Size / 16) {
+            Note(51, at, fmt::format("{} of {} records are there", m_scan.idx1.size(), State().idx1Size / 16));
+        }
+    }
+
+    void LookAtIndexChunks()
+    {
+        for (const ScannedIndex& index : m_scan.indexes) {
+            const bool oneLevel = index.id == Code("indx");
+            if (!oneLevel && !index.oneWordMore) {
+                Note(39, index.offset, fmt::format("records 32 bytes behind the start of '{}'", FourCCText(index.id)));
+            }
+            if (index.base >= kFourGiB) {
+                Note(35, index.offset, fmt::format("base offset {}", index.base));
+            }
+            if (oneLevel) {
+                Note(40, index.offset, "an index on one level");
+                if (index.field) {
+                    Note(36, index.offset, "a field index on one level");
+                }
+                if (m_scan.idx1Promised) {
+                    Note(37, index.offset, "an index on one level, and the main header promises an idx1");
+                }
+            }
+        }
+        const std::vector<ScannedRecord>& records = m_scan.openDml.empty() ? m_scan.idx1 : m_scan.openDml;
+        const auto isVideo = [&](const ScannedRecord& record) {
+            const UInt32 twocc = record.id >> 16;
+            return (twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8)) &&
+                   static_cast<int>(StreamOf(record.id)) == State().videoStreamNr;
+        };
+        const auto first = std::find_if(records.begin(), records.end(), isVideo);
+        if (first != records.end() && std::none_of(records.begin(), records.end(), [&](const ScannedRecord& record) {
+                return isVideo(record) && record.key;
+            })) {
+            Note(50, first->at, "no video record has a key flag");
+        }
+    }
+
+    void LookAtTable()
+    {
+        const auto table = m_reader.Table();
+        if (table.empty()) {
+            return;
+        }
+        if (table.front()->videoFrameNumber > 0) {
+            Note(43, table.front()->videoChunkOffset,
+                 fmt::format("{} frames before the first key frame", table.front()->videoFrameNumber));
+        }
+        const UInt32 tracks = std::min<UInt32>(State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS);
+        for (UInt32 track = 0; track < tracks; ++track) {
+            if (table.front()->audioChunkOffset[track] == 0) {
+                Note(29, 0, fmt::format("audio track {} has no chunk in the index", track));
+            }
+        }
+    }
+
+    const Reader& m_reader;
+    const RiffScan& m_scan;
+    std::map<UInt32, TouchedQuirk> m_found;
+};
+
+} // namespace
+
+const QuirkTitle& TitleOf(UInt32 quirk)
+{
+    return *std::find_if(std::begin(kTitles), std::end(kTitles), [&](const QuirkTitle& t) { return t.number == quirk; });
+}
+
+std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& scan)
+{
+    return Detector(reader, scan).Run();
+}
+
+std::string QuirkName(UInt32 quirk)
+{
+    return fmt::format("Q{:02}", quirk);
+}
+
+} // namespace lxavi
