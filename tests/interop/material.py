@@ -56,7 +56,7 @@ def large_file():
     path = pathlib.Path(SCRATCH.name) / "large.avi"
     subprocess.run(["ffmpeg", "-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i",
                     "color=c=red:size=1280x720:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000", "-frames:v",
-                    "400", "-shortest", "-c:v", "rawvideo", "-pix_fmt", "bgr24", "-c:a", "pcm_s16le", str(path)],
+                    "450", "-shortest", "-c:v", "rawvideo", "-pix_fmt", "bgr24", "-c:a", "pcm_s16le", str(path)],
                    check=True)
     return path
 
