@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <unistd.h>
+
 namespace avitest {
 namespace {
 
@@ -13,7 +15,7 @@ constexpr UInt64 kMiB = 1u << 20;
 
 class LargeFile : public ReaderTest {
 protected:
-    std::string path = ::testing::TempDir() + "lxaviread-large.avi";
+    std::string path = ::testing::TempDir() + "lxaviread-large-" + std::to_string(getpid()) + ".avi"; // tests run side by side
     std::ofstream out{path, std::ios::binary};
     UInt64 position = 0;
 
