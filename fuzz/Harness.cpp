@@ -3,42 +3,128 @@
 #include "lxDbgHost.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-extern "C" FILE* __wrap_fopen64(const char* path, const char* mode);
+extern "C" {
+FILE* __wrap_fopen64(const char* path, const char* mode);
+void* __wrap_malloc(size_t bytes);
+void* __wrap_realloc(void* pBlock, size_t bytes);
+void* __real_malloc(size_t bytes);
+void* __real_realloc(void* pBlock, size_t bytes);
+}
 
 namespace lxfuzz {
 namespace {
 
-const UInt8* s_pData;
-size_t s_size;
+Input s_file;
+std::int64_t s_position;
+
+// ---- Faults ----
+
+enum Fault : UInt8 { kShortRead, kFailedRead, kEndOfFile, kFailedSeek, kFailedAllocation, kAbort, kFaults };
+
+Input s_script;
+UInt32 s_turns[kFaults]; // operations so far, by the kind of fault they can meet
+
+// Whether an operation meets a fault of its kind now.
+bool Meets(Fault fault)
+{
+    const UInt32 turn = ++s_turns[fault];
+    for (size_t i = 0; i + 1 < s_script.size(); i += 2) {
+        if (s_script[i] % kFaults == fault && s_script[i + 1] == turn) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---- The file ----
+
+ssize_t Read(void* /*pCookie*/, char* pBuffer, size_t bytes)
+{
+    if (Meets(kAbort)) {
+        static_cast<void>(lxAviReadCore_SetAbortFlag(1));
+    }
+    if (Meets(kFailedRead)) {
+        errno = EIO;
+        return -1;
+    }
+    const auto size = static_cast<std::int64_t>(s_file.size());
+    if (Meets(kEndOfFile) || s_position >= size) {
+        return 0;
+    }
+    size_t given = std::min(bytes, static_cast<size_t>(size - s_position));
+    if (Meets(kShortRead)) {
+        given = (given + 1) / 2;
+    }
+    std::memcpy(pBuffer, s_file.data() + s_position, given);
+    s_position += static_cast<std::int64_t>(given);
+    return static_cast<ssize_t>(given);
+}
+
+int Seek(void* /*pCookie*/, off64_t* pOffset, int whence)
+{
+    const std::int64_t from[] = {0, s_position, static_cast<std::int64_t>(s_file.size())};
+    std::int64_t target = 0;
+    if (Meets(kFailedSeek) || __builtin_add_overflow(from[whence], *pOffset, &target) || target < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    s_position = target;
+    *pOffset = target;
+    return 0;
+}
+
+[[noreturn]] void Fail(const char* pText)
+{
+    std::fprintf(stderr, "broken: %s\n", pText);
+    std::abort();
+}
+
+// ---- The player ----
+
+// Reads a payload in pieces: its size is the file's word.
+bool ReadPayload(UInt32 size)
+{
+    UInt32 buffer[1024]; // four times a piece, as several read attempts need
+    for (UInt32 left = size; left > 0;) {
+        const UInt32 piece = std::min<UInt32>(left, sizeof buffer / 4);
+        if (lxAviReadCore_GetChunk(buffer, piece) != LX_OK) {
+            return false;
+        }
+        left -= piece;
+    }
+    return true;
+}
 
 } // namespace
 
-void Serve(const UInt8* pData, size_t size)
+void Serve(Input file)
 {
     lxDbg_LogToCallback(nullptr, nullptr, nullptr); // damaged input violates many an assertion
-    s_pData = pData;
-    s_size = size;
+    s_file = file;
+    ScriptFaults({});
+}
+
+void ScriptFaults(Input script)
+{
+    s_script = script;
+    std::memset(s_turns, 0, sizeof s_turns);
 }
 
 bool Play(UInt32 chunks, UInt32 audioTrack)
 {
-    UInt32 buffer[1024];
     for (; chunks > 0; --chunks) {
         lxAviRead_ChunkData_t chunk = {};
         Bool jumped = 0;
-        const UInt32 result = lxAviReadCore_NextChunk(&chunk, audioTrack, 0, &jumped);
-        switch (result) {
+        switch (lxAviReadCore_NextChunk(&chunk, audioTrack, 0, &jumped)) {
         case LX_OK:
-            for (UInt32 left = chunk.uiSize; left > 0;) {
-                const UInt32 piece = std::min<UInt32>(left, sizeof buffer / 4);
-                if (lxAviReadCore_GetChunk(buffer, piece) != LX_OK) {
-                    return false;
-                }
-                left -= piece;
+            if (!ReadPayload(chunk.uiSize)) {
+                return false;
             }
             break;
         case LX_AVIREAD_END_OF_MEDIA:
@@ -56,19 +142,82 @@ bool Play(UInt32 chunks, UInt32 audioTrack)
     return true;
 }
 
+void Call(UInt8 code, UInt8 argument)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = lxAviReadCore_GetAviInfo();
+    lxAviRead_ChunkData_t chunk = {};
+    Bool flag = 0;
+    const auto track = static_cast<Int32>(argument % 10) - 1;
+    switch (code % 18) {
+    case 0: Play(argument, argument % 9); break;
+    case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
+    case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
+    case 3: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&flag, track)); break;
+    case 4: static_cast<void>(lxAviReadCore_SetJumpToPrevKeyFrame(&flag, track)); break;
+    case 5: static_cast<void>(lxAviReadCore_JumpInKeyFrames(static_cast<Int32>(argument) - 128, track)); break;
+    case 6: static_cast<void>(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(track)); break;
+    case 7: lxAviReadCore_RewindToStart(); break;
+    case 8: static_cast<void>(lxAviReadCore_ParseIndex(0)); break;
+    case 9: static_cast<void>(lxAviReadCore_SetAbortFlag(argument & 1)); break;
+    case 10: static_cast<void>(lxAviReadCore_PositionTheFileHandleToPlayData(pAviInfo)); break;
+    case 11: static_cast<void>(lxAviReadCore_Open(0, "", argument % 3, argument * 8192u, argument, &flag)); break;
+    case 12: static_cast<void>(lxAviReadCore_Open(0, "input", argument % 3, argument * 8192u, argument, &flag)); break;
+    case 13: static_cast<void>(lxAviReadCore_Reset()); break;
+    case 14: static_cast<void>(lxAviReadCore_ConstructAvixInfo(0, pAviInfo)); break;
+    case 15: static_cast<void>(lxAviReadCore_FileSeek(pAviInfo, argument, 0)); break;
+    case 16: static_cast<void>(lxAviReadCore_NextChunk(&chunk, argument, argument, &flag)); break; // nothing skipped
+    default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
+    }
+}
+
+void CheckTable(UInt32 budget)
+{
+    const lxAviReadCore_AviInfo_t& info = *lxAviReadCore_GetAviInfo();
+    const UInt64 leafs = info.KeyFramesListAsArrayLength;
+    if (leafs * (sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*)) > budget) {
+        Fail("the table exceeds its budget");
+    }
+    for (UInt64 i = 0; i < leafs; ++i) {
+        const lxAviReadCore_KeyFrameLeaf_t& leaf = *info.KeyFramesListAsArray[i];
+        if (leaf.arrayLength > LEAF_ARRAY_LENGTH) {
+            Fail("a leaf is too long");
+        }
+        if (i > 0 && leaf.arrayLength > 0 && info.KeyFramesListAsArray[i - 1]->arrayLength != LEAF_ARRAY_LENGTH) {
+            Fail("a leaf before the last one in use is not full");
+        }
+    }
+}
+
 void CloseAndCheck()
 {
     static const lxAviReadCore_AviInfo_t kZero = {};
+    s_script = {};
     if (lxAviReadCore_Close() != LX_OK || std::memcmp(lxAviReadCore_GetAviInfo(), &kZero, sizeof kZero) != 0) {
-        std::abort();
+        Fail("Close leaves something in the state");
     }
+}
+
+Parts Split(const UInt8* pData, size_t size, size_t scriptBytes)
+{
+    const Input input(pData, size);
+    const size_t script = std::min(size, scriptBytes);
+    return {input.first(size - script), input.last(script)};
 }
 
 } // namespace lxfuzz
 
 FILE* __wrap_fopen64(const char* /*path*/, const char* mode)
 {
-    // A file of no bytes cannot be opened in memory.
-    return lxfuzz::s_size > 0 ? fmemopen(const_cast<UInt8*>(lxfuzz::s_pData), lxfuzz::s_size, mode)
-                              : fopen("/dev/null", mode);
+    lxfuzz::s_position = 0;
+    return fopencookie(nullptr, mode, {lxfuzz::Read, nullptr, lxfuzz::Seek, nullptr});
+}
+
+void* __wrap_malloc(size_t bytes)
+{
+    return lxfuzz::Meets(lxfuzz::kFailedAllocation) ? nullptr : __real_malloc(bytes);
+}
+
+void* __wrap_realloc(void* pBlock, size_t bytes)
+{
+    return lxfuzz::Meets(lxfuzz::kFailedAllocation) ? nullptr : __real_realloc(pBlock, bytes);
 }
