@@ -25,7 +25,9 @@ Bytes Chunk(const char* pCode, const Bytes& payload)
     Append(bytes, pCode, 4);
     Append(bytes, &size, sizeof size);
     Append(bytes, payload.data(), payload.size());
-    bytes.resize(bytes.size() + size % 2);
+    if (size % 2 != 0) {
+        bytes.push_back(0);
+    }
     return bytes;
 }
 

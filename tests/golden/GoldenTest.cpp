@@ -1,7 +1,8 @@
-// What the reader does by default, written down: results, positions, tables and messages over files of every kind and
-// oddity, compared line by line with letter.txt. A change of any of them shows here, wanted or not.
+// What the reader does, written down: results, positions, tables, times and messages over files of every kind and oddity,
+// compared line by line with letter.txt, which is the default, and format.txt, which follows the published formats. A
+// change of any of them shows here, wanted or not, and so does a target that computes other values.
 //
-// LXAVI_GOLDEN_OUT=FILE writes the lines to a file instead, for a change that is wanted.
+// LXAVI_GOLDEN_OUT=FOLDER writes the lines to the files of that folder instead, for a change that is wanted.
 //
 // Messages and assertions stand as their number and a sum over their texts, without addresses and source lines, and
 // without the expressions that announcements of calls quote from the source.
@@ -174,6 +175,7 @@ std::vector<Scenario> DamagedFiles()
 class Golden : public ReaderTest {
 protected:
     std::ostringstream out;
+    UInt8 mode = 0; // or-ed to every scenario's option
 
     void Messages()
     {
@@ -285,7 +287,8 @@ protected:
         out << "== " << scenario.name << "\n";
         bPayloadsMayBeCut = true;
         const UInt32 budget = scenario.budgetLeafs * kOneLeafBudget;
-        const UInt32 opened = Open(scenario.file, scenario.bSeekable, 1, budget, scenario.indxOption);
+        const UInt32 opened =
+            Open(scenario.file, scenario.bSeekable, 1, budget, static_cast<UInt8>(scenario.indxOption | mode));
         out << "open " << std::hex << opened << std::dec << " indexed " << int{allIndexed} << "\n";
         State();
         if (opened == LX_OK) {
@@ -310,25 +313,61 @@ protected:
         static_cast<void>(lxAviReadCore_Close());
         log.Clear();
     }
+
+    UInt32 OpenAs(const Bytes& file) { return Open(file, true, 1, kOneLeafBudget, static_cast<UInt8>(1 | mode)); }
+
+    void Times();
+    void Compare(const std::string& name);
 };
+
+// Times of random positions in streams of random headers: floating point, the same on every target.
+void Golden::Times()
+{
+    std::mt19937 random(5);
+    const auto below = [&](UInt32 limit) { return static_cast<UInt32>(random() % limit); };
+    constexpr UInt16 kFormats[] = {1, 2, 3, 0x50, 0x55, 0xFF, 0x2000};
+    for (UInt32 i = 0; i < 100; ++i) {
+        AviBuilder builder;
+        builder.avih.dwMicroSecPerFrame = below(100000);
+        Stream audio = PcmStream();
+        const UInt32 bytesPerSec = below(400000);
+        audio.format = AudioFormat(kFormats[below(7)], 2, below(96000), bytesPerSec, static_cast<UInt16>(below(5)), 16);
+        audio.header.dwScale = below(3000);
+        audio.header.dwRate = below(200000);
+        audio.header.dwSampleSize = below(5);
+        audio.header.dwStart = below(100);
+        builder.Add(VideoStream()).Add(audio);
+        ASSERT_EQ(OpenAs(builder.Build()), LX_OK);
+        out << "times";
+        for (UInt32 n = 0; n < 8; ++n) {
+            const UInt64 bytes = static_cast<UInt64>(random()) * (n < 6 ? 1 : 1000);
+            out << " " << lxAviReadCore_GetStreamTime(0, static_cast<UInt32>(random()) >> n * 3, 0) << " "
+                << lxAviReadCore_GetStreamTime(1, static_cast<UInt32>(random()) >> n * 3, bytes >> n);
+        }
+        out << "\n";
+        static_cast<void>(lxAviReadCore_Close());
+        log.Clear();
+    }
+}
 
 bool IsCompared(const std::string& line)
 {
     return sizeof(void*) == 8 || !line.starts_with("messages ");
 }
 
-TEST_F(Golden, WhatTheReaderDoesByDefaultIsWhatItAlwaysDid)
+void Golden::Compare(const std::string& name)
 {
     for (const auto& files : {SegmentedFiles(), OddFiles(), DamagedFiles()}) {
         for (const Scenario& scenario : files) {
             Run(scenario);
         }
     }
-    if (const char* path = std::getenv("LXAVI_GOLDEN_OUT")) {
-        std::ofstream(path) << out.str();
-        GTEST_SKIP() << "written to " << path;
+    Times();
+    if (const char* folder = std::getenv("LXAVI_GOLDEN_OUT")) {
+        std::ofstream(folder + ("/" + name)) << out.str();
+        GTEST_SKIP() << "written to " << folder;
     }
-    std::ifstream golden(LXAVIREAD_GOLDEN);
+    std::ifstream golden(std::string(LXAVIREAD_GOLDEN "/") + name);
     std::istringstream now(out.str());
     std::string want, got, scenario;
     UInt32 compared = 0;
@@ -342,6 +381,14 @@ TEST_F(Golden, WhatTheReaderDoesByDefaultIsWhatItAlwaysDid)
     }
     EXPECT_FALSE(std::getline(now, got)) << "more than the golden file has: " << got;
     EXPECT_GT(compared, 3000u);
+}
+
+TEST_F(Golden, WhatTheReaderDoesByDefaultIsWhatItAlwaysDid) { Compare("letter.txt"); }
+
+TEST_F(Golden, WhatFollowingTheFormatDoesIsWrittenDown)
+{
+    mode = LX_AVIREAD_FOLLOW_FORMAT;
+    Compare("format.txt");
 }
 
 } // namespace
