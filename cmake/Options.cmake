@@ -2,10 +2,12 @@
 
 option(LXAVIREAD_TOOLS "Build the command-line tool" ON)
 option(LXAVIREAD_TESTS "Build the tests" ON)
+option(LXAVIREAD_DISCOVER_TESTS "Make every test a test of ctest" ON)
 option(LXAVIREAD_FUZZERS "Build the libFuzzer programs (clang)" OFF)
 option(LXAVIREAD_BENCHMARKS "Build the benchmarks" OFF)
 option(LXAVIREAD_NAME_ARITH "Name the arithmetic library among the libraries that the reader needs" ON)
 option(LXAVIREAD_WERROR "Treat warnings as errors" OFF)
+set(LXAVIREAD_SOURCE_LIBS "" CACHE PATH "Folder with the headers of libraries that are compiled along, for other processors")
 option(LXAVIREAD_COVERAGE "Instrument for gcov" OFF)
 set(LXAVIREAD_SANITIZERS "" CACHE STRING "Sanitizers of the compiler, comma-separated")
 

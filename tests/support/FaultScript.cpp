@@ -46,7 +46,7 @@ namespace {
 // A stream over bytes in memory.
 struct Cookie {
     Bytes bytes;
-    size_t uiPosition = 0;
+    UInt64 uiPosition = 0; // may lie behind the end
 };
 
 ssize_t ReadCookie(void* pCookie, char* pBuffer, size_t bytes)
@@ -202,7 +202,8 @@ void FaultScript::EndRead() { m_pending.reset(); }
 long FaultScript::Read(void* pCookie, char* pBuffer, size_t bytes)
 {
     Cookie& cookie = *static_cast<Cookie*>(pCookie);
-    size_t wanted = std::min(bytes, cookie.bytes.size() - std::min(cookie.uiPosition, cookie.bytes.size()));
+    const auto position = static_cast<size_t>(std::min<UInt64>(cookie.uiPosition, cookie.bytes.size()));
+    size_t wanted = std::min(bytes, cookie.bytes.size() - position);
     if (m_pending) {
         wanted = std::min(wanted, m_pending->uiBytes);
         m_pending->uiBytes -= wanted;
@@ -231,7 +232,7 @@ int FaultScript::Seek(void* pCookie, long long* pOffset, int whence)
     if (base + *pOffset < 0) {
         return -1;
     }
-    cookie.uiPosition = static_cast<size_t>(base + *pOffset);
+    cookie.uiPosition = static_cast<UInt64>(base + *pOffset);
     *pOffset = static_cast<long long>(cookie.uiPosition);
     return 0;
 }

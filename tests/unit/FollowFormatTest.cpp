@@ -236,7 +236,7 @@ TEST_F(FollowFormat, PositionsAreTrueWhateverStandsAround)
             differences += bDefaultWorks ? 0 : 1;
             ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
             EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
-            EXPECT_EQ(Info().idx1Offset, Find(file, "idx1", builder.MoviOffset() + builder.MoviSize()) + 8);
+            EXPECT_EQ(Info().idx1Offset, Find(file, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())) + 8);
             EXPECT_EQ(Info().idx1Size, 20u * 16);
             EXPECT_EQ(Info().pCurrentAvix->moviDataOffset, builder.MoviOffset());
             EXPECT_EQ(TableOffsets(), KeyFrames());

@@ -122,7 +122,7 @@ TEST_F(KeyFrameTableTest, TheNextKeyFrameRollsOver)
     EXPECT_EQ(Info().KeyFramesListAsArray[0]->pNextLeaf, Info().KeyFramesListAsArray[1]);
     EXPECT_EQ(Info().KeyFramesListAsArray[1]->pPrevLeaf, Info().KeyFramesListAsArray[0]);
     EXPECT_TRUE(log.Has("Leaf 0 if full, filling 1 leaf"));
-    EXPECT_TRUE(log.Has("AviRead:Succeeded allocating 16 bytes for 2 leafs"));
+    EXPECT_TRUE(log.Has("AviRead:Succeeded allocating " + std::to_string(2 * sizeof(void*)) + " bytes for 2 leafs"));
     EXPECT_TRUE(log.Has("Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[2]"));
     EXPECT_TRUE(log.Has("AviRead:leafsCounter=2"));
     EXPECT_TRUE(log.Has("\tNumber of leafs                      =2"));
@@ -185,7 +185,8 @@ TEST_F(KeyFrameTableTest, AFailedAllocationLeavesNoTable)
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY) << n;
         EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
         if (n == 2) {
-            EXPECT_TRUE(log.Has("AviRead:Failed allocating 24 bytes for pAviInfo->KeyFramesListAsArray"));
+            EXPECT_TRUE(log.Has("AviRead:Failed allocating " + std::to_string(3 * sizeof(void*)) +
+                        " bytes for pAviInfo->KeyFramesListAsArray"));
         }
         if (n >= 3) {
             EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
