@@ -48,7 +48,8 @@ void AddMedia(AviBuilder& builder, UInt32 frames, UInt32 step, bool bDrm = false
     std::mt19937 random(frames * 31 + step);
     for (UInt32 i = 0; i < frames; ++i) {
         for (UInt32 stream = 1; stream < builder.streams.size(); ++stream) {
-            builder.Audio(stream, Fill(1 + random() % 300, static_cast<UInt8>(random())));
+            const size_t size = 1 + random() % 300; // arguments have no order of their own
+            builder.Audio(stream, Fill(size, static_cast<UInt8>(random())));
         }
         if (bDrm && i % 3 == 0) {
             builder.Drm(0, Fill(10, static_cast<UInt8>(i)));
@@ -162,7 +163,8 @@ std::vector<Scenario> DamagedFiles()
         for (UInt32 i = 0; i < 40; ++i) {
             Bytes damaged = whole;
             for (UInt32 n = 0; n < 3; ++n) {
-                damaged[random() % damaged.size()] = static_cast<UInt8>(random());
+                const size_t at = random() % damaged.size();
+                damaged[at] = static_cast<UInt8>(random());
             }
             all.push_back({kind + " damaged " + std::to_string(i), damaged});
         }
@@ -331,7 +333,9 @@ void Golden::Times()
         builder.avih.dwMicroSecPerFrame = below(100000);
         Stream audio = PcmStream();
         const UInt32 bytesPerSec = below(400000);
-        audio.format = AudioFormat(kFormats[below(7)], 2, below(96000), bytesPerSec, static_cast<UInt16>(below(5)), 16);
+        const UInt16 format = kFormats[below(7)];
+        const UInt32 samplesPerSec = below(96000);
+        audio.format = AudioFormat(format, 2, samplesPerSec, bytesPerSec, static_cast<UInt16>(below(5)), 16);
         audio.header.dwScale = below(3000);
         audio.header.dwRate = below(200000);
         audio.header.dwSampleSize = below(5);
@@ -340,9 +344,10 @@ void Golden::Times()
         ASSERT_EQ(OpenAs(builder.Build()), LX_OK);
         out << "times";
         for (UInt32 n = 0; n < 8; ++n) {
-            const UInt64 bytes = static_cast<UInt64>(random()) * (n < 6 ? 1 : 1000);
-            out << " " << lxAviReadCore_GetStreamTime(0, static_cast<UInt32>(random()) >> n * 3, 0) << " "
-                << lxAviReadCore_GetStreamTime(1, static_cast<UInt32>(random()) >> n * 3, bytes >> n);
+            const UInt64 bytes = UInt64{below(0xFFFFFFFF)} * (n < 6 ? 1 : 1000);
+            const UInt32 frame = below(0xFFFFFFFF) >> n * 3;
+            out << " " << lxAviReadCore_GetStreamTime(0, frame, 0) << " "
+                << lxAviReadCore_GetStreamTime(1, frame, bytes >> n);
         }
         out << "\n";
         static_cast<void>(lxAviReadCore_Close());
