@@ -265,8 +265,10 @@ protected:
             return 0;
         }
         const UInt32 blockBytes = follow ? stream.header.dwSampleSize : stream.header.dwScale;
-        const float block = static_cast<float>(blockBytes * 1000.0) /
-                            static_cast<float>(Get32(stream.format, 8));
+        const float block = follow ? static_cast<float>(stream.header.dwScale * 1000.0) /
+                                         static_cast<float>(stream.header.dwRate)
+                                   : static_cast<float>(blockBytes * 1000.0) /
+                                         static_cast<float>(Get32(stream.format, 8));
         const float video = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
         const auto audio = static_cast<float>(AudioTime(chunk.iTrack, model.audioNumber[chunk.iTrack], bytes));
         const float blocks = (video - (block + audio)) / block;

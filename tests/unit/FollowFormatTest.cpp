@@ -163,6 +163,66 @@ TEST_F(FollowFormat, AnIndexOfAnotherStreamIsUnusable)
     EXPECT_EQ(ParseAs(kFollow, file), LX_ERR_AVIREAD_INDEX_STREAM);
 }
 
+TEST_F(FollowFormat, AnIndexChunkHasNoMoreRecordsThanRoom)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    AddMedia(12, 4);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "ix00") + 12, 100);
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    Patch32(file, Find(file, "ix00") + 4, 23); // not even its own fields
+    EXPECT_EQ(ParseAs(kFollow, file), LX_ERR_AVIREAD_NO_INDEX);
+}
+
+TEST_F(FollowFormat, EntriesMadeInAdvanceAreNotUsed)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    AddSegments(3, 12, 4);
+    Bytes file = builder.Build();
+    const size_t second = Find(file, "indx") + 8 + 24 + 16;
+    Patch32(file, second, 0);
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Table().size(), 6u);
+
+    Patch32(file, second + 4, 0x80000000u); // where no file reaches
+    EXPECT_EQ(ParseAs(kFollow, file), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1);
+}
+
+TEST_F(FollowFormat, AnUnusableAudioIndexCostsTheTrackAlone)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    builder.Add(PcmStream());
+    for (UInt32 i = 0; i < 12; ++i) {
+        builder.Audio(1, Fill(640)).Audio(2, Fill(640)).Frame(0, Fill(10), i % 4 == 0);
+    }
+    for (const bool bIdx1Too : {false, true}) {
+        builder.bIdx1Too = bIdx1Too;
+        Bytes file = builder.Build();
+        const size_t second = Find(file, "indx", Find(file, "indx") + 4);
+        Patch32(file, second + 8 + 24, 400); // of the first audio stream
+        ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+        EXPECT_EQ(TableOffsets(), KeyFrames());
+        EXPECT_EQ(Entry(0, 1).audioChunkOffset[0], bIdx1Too ? builder.MediaItems()[12].uiOffset : 0u);
+        EXPECT_EQ(Entry(0, 1).audioChunkOffset[1], builder.MediaItems()[13].uiOffset);
+    }
+}
+
+TEST_F(FollowFormat, AnAudioIndexBelongsToTheStreamThatHoldsIt)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    AddMedia(12, 4);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "indx", Find(file, "indx") + 4) + 8 + 8, 0); // its chunk id
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Entry(0, 1).audioChunkOffset[0], builder.MediaItems()[8].uiOffset);
+}
+
 TEST_F(FollowFormat, ASuperIndexHasNoMoreEntriesThanRoom)
 {
     builder.eIndex = IndexKind::SuperStandard;
@@ -360,7 +420,139 @@ TEST_F(FollowFormat, AnInputThatCannotSeekIsDeliveredWhole)
     EXPECT_EQ(CountDelivered(), 12u);
 }
 
+TEST_F(FollowFormat, ATailOfZerosDoesNotHoldOpenUp)
+{
+    builder.eIndex = IndexKind::None;
+    AddMedia(4, 2);
+    Bytes file = builder.Build();
+    Patch32(file, 4, 0); // what the list's size would tell
+    file.resize(file.size() + (8u << 20), 0);
+    Faults().SetBuffered(true);
+    ASSERT_EQ(OpenAs(kFollow, file), LX_OK);
+    EXPECT_LT(Faults().Reads(), 400000u); // of more than two million
+    Position();
+    EXPECT_EQ(CountDelivered(), 8u);
+}
+
+TEST_F(FollowFormat, MediaDataWithoutTheirSizeEndWhereSomethingElseBegins)
+{
+    AddMedia(4, 2);
+    const Bytes whole = builder.Build();
+    for (const UInt32 size : {0u, 2u, 4u}) {
+        for (const bool bRiffToo : {false, true}) {
+            Bytes file = whole;
+            Patch32(file, Find(file, "movi") - 4, size);
+            Patch32(file, 4, bRiffToo ? 0 : Get32(file, 4));
+            ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+            EXPECT_EQ(Info().moviSize, builder.MoviSize());
+            EXPECT_EQ(TableOffsets(), KeyFrames());
+            EXPECT_EQ(CountDelivered(), 8u);
+            ExpectEverySeekLands();
+        }
+    }
+    const Bytes cut(whole.begin(), whole.begin() + static_cast<long>(builder.MediaItems()[5].uiOffset + 4));
+    Bytes unfinished = cut;
+    Patch32(unfinished, Find(unfinished, "movi") - 4, 0);
+    ASSERT_EQ(OpenAs(kFollow, unfinished), LX_OK);
+    Position();
+    EXPECT_EQ(CountDelivered(), 5u);
+}
+
+TEST_F(FollowFormat, FurtherMediaDataInTheFirstListGoOnWithThem)
+{
+    AddMedia(4, 2);
+    builder.behindMovi = List("movi", Chunk("00dc", Fill(10, 0x77)) + Chunk("01wb", Fill(8)));
+    const Bytes file = builder.Build();
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
+    EXPECT_EQ(Info().moviSize, builder.MoviSize());
+    EXPECT_EQ(CountDelivered(), 10u);
+    ExpectEverySeekLands();
+
+    // behind the list they are what an earlier file has left
+    builder.behindMovi.clear();
+    builder.eIndex = IndexKind::None;
+    Bytes leftover = builder.Build() + List("movi", Chunk("00dc", Fill(10, 0x77)));
+    Patch32(leftover, 4, Get32(leftover, 4) - 2); // the walk goes on behind a size that is too small
+    ASSERT_EQ(OpenAs(kFollow, leftover), LX_OK);
+    Position();
+    EXPECT_EQ(CountDelivered(), 8u);
+}
+
+TEST_F(FollowFormat, ListsThatDoNotKnowTheirSizeAreChained)
+{
+    builder.eIndex = IndexKind::None;
+    AddSegments(3, 4, 2);
+    const Bytes whole = builder.Build();
+    for (const UInt32 size : {0u, Get32(whole, 4) + 8, Get32(whole, 4) + 100}) {
+        Bytes file = whole;
+        Patch32(file, 4, size);
+        ASSERT_EQ(OpenAs(kFollow, file), LX_OK);
+        Position();
+        EXPECT_EQ(CountDelivered(), 24u);
+    }
+    Bytes last = whole;
+    const size_t third = Find(last, "AVIX", Find(last, "AVIX") + 4) - 4;
+    for (const UInt32 size : {0u, 4u, 11u}) {
+        Patch32(last, third, size);
+        ASSERT_EQ(OpenAs(kFollow, last), LX_OK);
+        Position();
+        EXPECT_EQ(CountDelivered(), 24u);
+    }
+}
+
+TEST_F(FollowFormat, AListWithoutRoomForItsTypeHasNone)
+{
+    builder.beforeMovi = ChunkOfSize("LIST", 0, {}) + ChunkOfSize("LIST", 2, Fill(2)) +
+                         ChunkOfSize("LIST", 0, Text("INFO")) + Chunk("ISFT", Text("tool"));
+    AddMedia(4, 2);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
+TEST_F(FollowFormat, AnInputThatCannotSeekIsNotReadForItsIndex)
+{
+    AddMedia(4, 2);
+    AviBuilder indexed = builder;
+    const Bytes with = indexed.Build();
+    builder.beforeMovi = Bytes(with.begin() + static_cast<long>(Find(with, "idx1")), with.end());
+    builder.eIndex = IndexKind::None;
+    indxOptionOfOpen = kFollow;
+    ASSERT_EQ(Open(builder.Build(), false), LX_OK);
+    EXPECT_EQ(Info().idx1Size, 8u * 16);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(CountDelivered(), 8u);
+}
+
 // ---- idx1 ----
+
+TEST_F(FollowFormat, ThePassesAloneConvertOffsets)
+{
+    AddMedia(12, 4);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    Bytes buffer = Fill(18000);
+    Info().pMetaDataBuffer = buffer.data();
+    Info().uiMaxRecordsInBuffer = 1125;
+    UInt32 skip = 0, leafs = 0, memory = 0, keys = 0;
+    const UInt32 size = Info().idx1Size;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_PreParseIdx1Chunk(&Info(), size, &skip, &leafs, &memory, &keys), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), size, skip, leafs), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    EXPECT_EQ(Entry(0, 1).audioChunkOffset[0], builder.MediaItems()[8].uiOffset);
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(FollowFormat, AFirstRecordThatPointsNowhereDoesNotMoveTheOthers)
+{
+    AddMedia(12, 4);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "idx1") + 8 + 8, 0); // as if it counted from the first chunk
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
 
 TEST_F(FollowFormat, RelativeOffsetsAreConverted)
 {
@@ -762,6 +954,12 @@ TEST_F(FollowFormat, LeadingAudioIsDroppedInWholeSamples)
     const Delivered audio = NextValid();
     EXPECT_EQ(audio.chunk.uiBytePosition, 2556u); // 80 ms are 640 samples; one is left before the key frame
     EXPECT_EQ(audio.payload.size(), 16000u - 2556);
+
+    // The format's own rate may be wrong: the header's clock counts.
+    builder.streams[1].format = AudioFormat(LX_AVIREAD_FORMAT_PCM, 2, 8000, 40000, 4, 16);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    static_cast<void>(lxAviReadCore_SeekToTime(80, 0, lxAviRead_SetPosRoundDown));
+    EXPECT_EQ(NextValid().chunk.uiBytePosition, 2556u);
 }
 
 // ---- Protected frames ----

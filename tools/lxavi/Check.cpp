@@ -93,14 +93,26 @@ private:
         CheckRecords(m_scan.openDml, 0, false);
     }
 
-    // What the offsets of idx1 count from: the file's start, or the "movi" code, which stands before the first chunk.
+    // What the offsets of idx1 count from: the file's start, the "movi" code, or the first chunk. The one that makes most
+    // of the first records chunks.
     UInt64 Idx1Base() const
     {
-        if (m_scan.idx1.empty() || m_scan.media.empty()) {
-            return 0;
+        constexpr size_t kTried = 16;
+        std::set<UInt64> chunks;
+        for (const ScannedChunk& chunk : m_scan.media) {
+            chunks.insert(chunk.offset);
         }
-        const UInt64 firstChunk = m_scan.media.front().offset;
-        return m_scan.idx1.front().offset >= firstChunk ? 0 : m_scan.moviCode;
+        UInt64 best = 0;
+        size_t most = 0;
+        for (const UInt64 base : {UInt64{0}, m_scan.moviCode, m_scan.moviCode + 4}) {
+            size_t right = 0;
+            for (size_t i = 0; i < std::min(m_scan.idx1.size(), kTried); ++i) {
+                right += chunks.count(base + m_scan.idx1[i].offset);
+            }
+            best = right > most ? base : best;
+            most = std::max(most, right);
+        }
+        return best;
     }
 
     void CheckRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)

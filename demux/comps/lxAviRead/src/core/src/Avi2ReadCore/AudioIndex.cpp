@@ -46,14 +46,16 @@ void RequireTable(const lxAviReadCore_AviInfo_t* pAviInfo)
 
 } // namespace
 
-UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream)
+UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 recordNr)
 {
+    const lxAviReadCore_StreamInfo_t& stream = *pAviInfo->StreamInfo[recordNr];
     RequireTable(pAviInfo);
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     const UInt32 chunkId = stream.IndxChunk.aviIndxcommonSection.dwChunkId;
-    const UInt32 streamNr = StreamNumber(LowHalf(chunkId));
+    // By default the index says which stream it belongs to, in its list or not.
+    const UInt32 streamNr = FollowsFormat(pAviInfo) ? recordNr : StreamNumber(LowHalf(chunkId));
     const UInt32 track = IndexedTrackOf(pAviInfo, streamNr);
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
            stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);
@@ -61,10 +63,10 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Stream
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
         LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-        return PlaceRun(pAviInfo,
-                        OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
-                                   chunk.header.qwBaseOffset, EntryKind::Audio),
-                        track, placer);
+        IndexRun run = OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
+                                  chunk.header.qwBaseOffset, EntryKind::Audio);
+        run.uiStreamNr = streamNr;
+        return PlaceRun(pAviInfo, run, track, placer);
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, stream, kAudioWalk, placeChunk));
     CompleteStream(streamNr, track, placer);
@@ -79,13 +81,19 @@ UInt32 PlaceAllStreams(lxAviReadCore_AviInfo_t* pAviInfo)
     const bool bEvery = FollowsFormat(pAviInfo);
     const UInt32 behindLast =
         bEvery ? LX_AVIREAD_STREAMS : std::min<UInt32>(pAviInfo->AudioTracksCount + 1, LX_AVIREAD_STREAMS);
+    UInt32 first = LX_OK; // of the failures
     for (UInt32 i = bEvery ? 0 : 1; i < behindLast; ++i) {
         const lxAviReadCore_StreamInfo_t* const pStream = pAviInfo->StreamInfo[i];
-        if (pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_AUDIO && HasSuperIndex(*pStream)) {
-            LX_AVIREAD_TRY(PlaceStream(pAviInfo, *pStream));
+        if (pStream == Null || pStream->StreamType != LX_AVIREAD_STREAM_AUDIO || !HasSuperIndex(*pStream)) {
+            continue;
         }
+        const UInt32 result = PlaceStream(pAviInfo, i);
+        if (result != LX_OK && !(bEvery && IsUnusableIndex(result))) {
+            return result;
+        }
+        first = first == LX_OK ? result : first;
     }
-    return LX_OK;
+    return first;
 }
 
 } // namespace

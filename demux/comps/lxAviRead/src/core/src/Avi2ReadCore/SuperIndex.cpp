@@ -16,12 +16,14 @@
 #include "../AviReadcore/internal/OpenDmlIndex.hpp"
 
 #include <cstddef>
+#include <iterator>
 
 namespace lxAviReadCore {
 namespace {
 
 constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
 constexpr UInt32 kTypeSpecificBytes = 12;
+constexpr UInt32 kIndexFieldBytes = kCommonBytes + kTypeSpecificBytes;
 constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
 constexpr UInt32 kHeaderOfChunk = 8; // offsets point behind it, the table's in front of it
 
@@ -208,6 +210,12 @@ UInt32 NoteAsSuperIndex(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_S
     return LX_OK;
 }
 
+UInt32 StreamNrOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t* pStrInfo)
+{
+    const auto* const pFound = std::find(std::begin(pAviInfo->StreamInfo), std::end(pAviInfo->StreamInfo), pStrInfo);
+    return static_cast<UInt32>(pFound - std::begin(pAviInfo->StreamInfo));
+}
+
 // Builds what the caller has asked Open to build: the table from the video's index, the audio once that is there.
 UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo)
 {
@@ -216,7 +224,7 @@ UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     if (pStrInfo == pVideo) {
         result = BuildVideoFromSuperIndex(instance, pAviInfo);
     } else if (pVideo != Null && pVideo->bIndexParsed == 1) {
-        result = PlaceStream(pAviInfo, *pStrInfo);
+        result = PlaceStream(pAviInfo, StreamNrOf(pAviInfo, pStrInfo));
     } else {
         return LX_OK;
     }
@@ -239,8 +247,7 @@ UInt32 TakeOneLevel(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviRea
     if (!SeekAndRemember(pAviInfo, behindChunk, kFromStart)) {
         return LX_ERR_AVIREAD_SEEK;
     }
-    const bool bStops = result == LX_ERR_AVIREAD_ABORTED || result == LX_ERR_AVIREAD_NO_MEMORY;
-    return result == LX_OK || bStops ? result : LX_ERR_AVIREAD_NO_INDEX;
+    return IsUnusableIndex(result) ? LX_ERR_AVIREAD_NO_INDEX : result;
 }
 
 UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
@@ -350,7 +357,10 @@ UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
 UInt32 BuildFromSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_AVIREAD_TRY(BuildVideoFromSuperIndex(instance, pAviInfo));
-    return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioSuperIndex(pAviInfo));
+    const UInt32 result = LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioSuperIndex(pAviInfo));
+    // Where nothing better is there, key frames without the audio of a track are worth more than none.
+    const bool bAudioAlone = IsUnusableIndex(result) && pAviInfo->idx1Size == 0 && FollowsFormat(pAviInfo);
+    return bAudioAlone ? LX_OK : result;
 }
 
 } // namespace
@@ -380,10 +390,25 @@ UInt32 SetBatchSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 entryBytes, UInt8 
     return LX_OK;
 }
 
+namespace {
+
+// A chunk has no more records than room.
+void KeepRecordsInChunk(IndexChunk::Header& header)
+{
+    const UInt32 room = header.uiSize > kIndexFieldBytes ? header.uiSize - kIndexFieldBytes : 0;
+    const UInt32 records = room / FormatOfSubType(header.common.uiSubIndexType).uiRecordSize;
+    header.common.uiEntriesInUse = std::min(header.common.uiEntriesInUse, records);
+}
+
+} // namespace
+
 UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
                        const IndexWalkRules& rules, IndexChunk& chunk)
 {
     LX_LOG(kLevelIndex, "Fseeking(%d) to offset: %d.%d \n", chunk.uiNr, LX_HILO(entry.qwOffset));
+    if (FollowsFormat(pAviInfo) && SeekDistance(pAviInfo, entry.qwOffset) < 0) {
+        return LX_ERR_AVIREAD_NO_INDEX; // no file is that large
+    }
     if (!SeekAndRemember(pAviInfo, entry.qwOffset, kFromStart)) {
         if (rules.pSeekFailedText != Null) {
             LX_LOG(kLevelError, rules.pSeekFailedText, static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
@@ -410,6 +435,9 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     }
     if (result != LX_OK && rules.pHeaderFailedText != Null) {
         LX_LOG(kLevelError, rules.pHeaderFailedText, __LINE__);
+    }
+    if (FollowsFormat(pAviInfo)) {
+        KeepRecordsInChunk(chunk.header);
     }
     return result;
 }

@@ -10,7 +10,7 @@
 // Three passes, each from the first record on: the key frames are counted, so that the table can be sized against the
 // budget; they are stored; and every stored key frame learns which audio chunks play at its time.
 
-#include "internal/IndexPasses.hpp"
+#include "internal/OpenDmlIndex.hpp"
 
 namespace lxAviReadCore {
 namespace {
@@ -78,9 +78,6 @@ constexpr PlacerTexts kIdx1PlacerTexts = {
     "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d", false};
 
-// Added to the offsets of the records while lxAviReadCore_ParseIdx1Chunk runs; 0 leaves them as they stand.
-UInt64 s_uiOffsetBase;
-
 IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
 {
     return {.pFormat = &kIdx1Format,
@@ -89,7 +86,7 @@ IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 ba
             .iVideoStreamNr = pAviInfo->videoStreamNr,
             .uiStreamNr = 0,
             .eKind = EntryKind::Other,
-            .qwBaseOffset = s_uiOffsetBase,
+            .qwBaseOffset = OffsetBase(),
             .uiOffsetMask = 0,
             .pBatchFailedText = Null};
 }
@@ -365,20 +362,36 @@ bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_
 }
 
 // What makes the offsets of the index absolute. Writers count from the file's start, from the "movi" code, or from
-// somewhere that makes the first record the first chunk's; the first record tells.
-UInt64 FindOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
+// somewhere that makes the first record the first chunk's: the first record tells, and for the last two have to agree.
+UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t (&records)[2])
 {
-    lxAviReadCore_IDXrecord_t first = {};
-    if (!SeekToIdx1(pAviInfo) || ReadRecord(pAviInfo, first) != LX_OK) {
-        return 0;
-    }
+    const lxAviReadCore_IDXrecord_t& first = records[0];
     const UInt64 fromMovi = pAviInfo->moviOffset - kStartInMovi;
-    for (const UInt64 base : {UInt64{0}, fromMovi, pAviInfo->moviOffset - first.uiOffset}) {
+    for (const UInt64 base : {UInt64{0}, fromMovi}) {
         if (IsChunkAt(pAviInfo, first, base)) {
             return base;
         }
     }
+    const UInt64 fromFirst = pAviInfo->moviOffset - first.uiOffset;
+    if (IsChunkAt(pAviInfo, first, fromFirst) && IsChunkAt(pAviInfo, records[1], fromFirst)) {
+        return fromFirst;
+    }
     return first.uiOffset >= pAviInfo->moviOffset ? 0 : fromMovi;
+}
+
+// Settles the base for the passes, and leaves the file where it stood: at the first record.
+void SettleOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    UInt64 base = 0;
+    UInt64 position = 0;
+    if (FollowsFormat(pAviInfo) && TellPosition(pAviInfo, position)) {
+        lxAviReadCore_IDXrecord_t records[2] = {};
+        const UInt32 result = ReadRecord(pAviInfo, records);
+        const bool bThere = result == LX_OK || AllowEarlyEnd(pAviInfo, result) == LX_OK;
+        base = bThere ? ChooseOffsetBase(pAviInfo, records) : 0;
+        SeekAndRemember(pAviInfo, position, kFromStart);
+    }
+    SetOffsetBase(base);
 }
 
 // ---- The choice of the index ----
@@ -417,6 +430,9 @@ void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
 // A file that has both indexes gets its table from the one that covers more of it, the OpenDML index if they are equal.
 UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
+    if (lxalAviRead_FileSeekPossible == 0) {
+        return LX_ERR_AVIREAD_NO_INDEX; // what is read to no purpose is lost for delivery
+    }
     ForgetStreamSizes(pAviInfo);
     if (pAviInfo->bIndxPresent == 0) {
         return ParseIdx1(instance, pAviInfo);
@@ -424,7 +440,7 @@ UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviIn
     const UInt32 framesInIdx1 = CountFramesInIdx1(pAviInfo);
     const UInt32 result = LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
     const bool bEnough = result == LX_OK && SurveyedFrames() >= framesInIdx1;
-    if (bEnough || framesInIdx1 == 0 || result == LX_ERR_AVIREAD_ABORTED || result == LX_ERR_AVIREAD_NO_MEMORY) {
+    if (bEnough || framesInIdx1 == 0 || (result != LX_OK && !IsUnusableIndex(result))) {
         return result;
     }
     ForgetStreamSizes(pAviInfo);
@@ -461,10 +477,7 @@ UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
 UInt32 lxAviReadCore_ParseIdx1Chunk(UInt32 instance)
 {
     LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIdx1Chunk");
-    s_uiOffsetBase = FollowsFormat(&lxAviReadCore_AviInfo) ? FindOffsetBase(&lxAviReadCore_AviInfo) : 0;
-    const UInt32 result = BuildFromIdx1(instance, &lxAviReadCore_AviInfo);
-    s_uiOffsetBase = 0;
-    return result;
+    return BuildFromIdx1(instance, &lxAviReadCore_AviInfo);
 }
 
 UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32* SkipKey,
@@ -478,6 +491,7 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     const UInt32 streams = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwStreams : 0;
     LX_LOG(kLevelIndex, "Num of Streams : %d, Frame rate : %d, ConsFramesThr : %d", streams, 0,
            ConsecutiveFramesThreshold(pAviInfo, streams));
+    SettleOffsetBase(pAviInfo);
     bool bFirst = true;
     KeyFrameCounter counter;
     ConsecutiveFramesLog log(streams > 1 && IsLogged(kLevelIndex));

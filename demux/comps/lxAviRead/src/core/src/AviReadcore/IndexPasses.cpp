@@ -53,6 +53,7 @@ enum class KeyFrameRule : UInt8 {
 struct IndexSurvey {
     KeyFrameRule eRule = KeyFrameRule::Flag;
     UInt32 uiFrames = 0;
+    UInt64 uiOffsetBase = 0;
 };
 
 IndexSurvey s_survey;
@@ -68,7 +69,8 @@ UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 
 UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter)
 {
-    s_survey = {KeyFrameRule::Flag, counter.uiFrames};
+    s_survey.eRule = KeyFrameRule::Flag;
+    s_survey.uiFrames = counter.uiFrames;
     if (counter.uiKeyFrames > 0 || counter.uiFrames == 0 || !FollowsFormat(pAviInfo)) { // Quirk Q50
         return counter.uiKeyFrames;
     }
@@ -79,6 +81,10 @@ UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCo
 }
 
 UInt32 SurveyedFrames() { return s_survey.uiFrames; }
+
+UInt64 OffsetBase() { return s_survey.uiOffsetBase; }
+
+void SetOffsetBase(UInt64 base) { s_survey.uiOffsetBase = base; }
 
 void ForgetIndexSurvey() { s_survey = {}; }
 

@@ -200,20 +200,6 @@ UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
 
 // ---- The way to the next media chunk ----
 
-bool IsMediaCode(UInt16 twocc)
-{
-    switch (twocc) {
-    case TwoCC("dc"): // compressed video frame
-    case TwoCC("db"): // uncompressed video frame
-    case TwoCC("wb"): // audio data
-    case TwoCC("st"): // subtitle text
-    case TwoCC("sb"): // subtitle bitmap
-    case TwoCC("dd"): // DRM descriptor of the following chunk
-        return true;
-    default: return false;
-    }
-}
-
 bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
     return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");

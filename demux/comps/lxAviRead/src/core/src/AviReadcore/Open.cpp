@@ -6,12 +6,12 @@
 //     LIST size "movi" chunk chunk …     moviOffset, moviSize, the first segment record
 //     idx1 size record record …          idx1Offset, idx1Size
 //
-// By default the two offsets are sums of the sizes that lead there, and some chunks are left out of a sum. A caller
-// that follows the format gets the positions that the walk has met.
-//
-// The table of key frames is not built here, and the file is left wherever the walk ended.
+// By default the two offsets are sums of the sizes that lead there, and some chunks are left out of a sum; a caller that
+// follows the format gets another walk (FormatWalk.cpp). The table of key frames is not built here, and the file is left
+// wherever the walk ended.
 
 #include "internal/Chunk.hpp"
+#include "internal/FormatWalk.hpp"
 #include "internal/IndexPasses.hpp"
 #include "internal/Memory.hpp"
 #include "internal/State.hpp"
@@ -28,9 +28,6 @@ constexpr char kModuleName[] = "lxAviRead";
 struct Walk {
     UInt32 instance;
     UInt64 uiRemaining; // bytes of the RIFF list behind the current chunk; wraps when chunks claim more than it has
-    UInt64 uiPosition = 0;  // where the file stands, by the sizes walked over
-    UInt64 uiMoviOffset = 0; // where the walk has met the first media chunk
-    UInt64 uiIdx1Offset = 0; // and the first record of the index, or where it would be
     UInt32 uiTolerance = kZeroSizeTolerance;
     bool bIndexFound = false;
     bool bMoviFound = false;
@@ -67,60 +64,17 @@ void MarkHasIndex(lxAviReadCore_AviInfo_t* pAviInfo, bool bHasIndex)
     }
 }
 
-// The file has ended where a chunk could begin: fine once `movi` was met.
-Step EndOfFile(const Walk& walk)
-{
-    if (walk.bMoviFound) {
-        return kFinish;
-    }
-    LX_LOG(kLevelEndOfFile, "Unexpected end of file. Didn't meet the movi chunk");
-    return Fail(LX_ERR_AVIREAD_EOF);
-}
-
-// Skips the rest of a chunk. Where the format is followed, chunks so large that a seek pays are no garbage, and a file
-// that ends inside one has ended behind the last whole one.
-Step Skip(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
-{
-    walk.uiPosition += size;
-    if (!FollowsFormat(pAviInfo)) {
-        return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)));
-    }
-    if (size == 0 || (size > kLargestUnknownChunk && SeekAndRemember(pAviInfo, size, kFromHere))) {
-        return kNextChunk;
-    }
-    const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
-    return AllowEarlyEnd(pAviInfo, result) != result ? EndOfFile(walk) : ContinueUnless(result);
-}
-
 // ---- The lists ----
 
 // Steps over the media data, be there none. A size of 2 GiB and more would lead backwards in a 32-bit seek: that
 // counts as failed, and is not tried.
-bool SeekPastMovi(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk)
+bool SeekPastMovi(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    if (SeekDistance(pAviInfo, pAviInfo->moviSize) < 0) {
+    if (static_cast<Int32>(static_cast<UInt32>(pAviInfo->moviSize)) < 0) {
         lxalAviRead_FileSeekPossible = 0;
         return false;
     }
-    walk.uiPosition += pAviInfo->moviSize;
     return SeekAndRemember(pAviInfo, pAviInfo->moviSize, kFromHere);
-}
-
-// The positions as the walk has met them, where the format is followed.
-void SettlePositions(lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk)
-{
-    if (FollowsFormat(pAviInfo)) {
-        pAviInfo->moviOffset = walk.uiMoviOffset;
-        pAviInfo->idx1Offset = walk.uiIdx1Offset;
-        pAviInfo->bAbsoluteOffsets = 1;
-    }
-}
-
-// Whether nothing more is looked for behind the media data. A list that a writer has left unfinished does not know its
-// own size, so that the format is followed up to the index, the next list or the end of the file.
-bool EndsHere(const lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk)
-{
-    return walk.uiRemaining == 0 && !FollowsFormat(pAviInfo);
 }
 
 // Starts the segment chain with the first `movi` list; a chain of an earlier list is released.
@@ -138,30 +92,26 @@ UInt32 StartSegmentChain(lxAviReadCore_AviInfo_t* pAviInfo)
 
 Step TakeMovi(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
 {
-    walk.uiMoviOffset = walk.uiPosition;
-    walk.uiIdx1Offset = walk.bIndexFound ? walk.uiIdx1Offset : walk.uiPosition + size - kListTypeBytes;
     pAviInfo->idx1Offset = pAviInfo->moviOffset + kListHeaderBytes;
     pAviInfo->moviOffset += kListHeaderBytes;
     LX_LOG(kLevelHeader, "AviReadCore : Found movi LIST chunk");
     pAviInfo->moviSize = size - kListTypeBytes; // wraps at 32 bits
-    if (lxalAviRead_FileSeekPossible == 0 || !SeekPastMovi(pAviInfo, walk)) {
+    if (lxalAviRead_FileSeekPossible == 0 || !SeekPastMovi(pAviInfo)) {
         return kFinish; // the file stays at the first media chunk
     }
     if (walk.uiRemaining != 0) {
         pAviInfo->idx1Offset += pAviInfo->moviSize;
     }
-    SettlePositions(pAviInfo, walk);
     if (const UInt32 result = StartSegmentChain(pAviInfo); result != LX_OK) {
         return Fail(result);
     }
     walk.bMoviFound = true;
-    return EndsHere(pAviInfo, walk) ? kFinish : kNextChunk;
+    return walk.uiRemaining == 0 ? kFinish : kNextChunk;
 }
 
-Step TakeHeaderList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
+Step TakeHeaderList(lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk, UInt32 size)
 {
     pAviInfo->moviOffset += UInt64{size} + kChunkHeaderBytes;
-    walk.uiPosition += size - kListTypeBytes;
     LX_LOG(kLevelHeader, "AviReadCore : Found header LIST chunk");
     return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_ParseListHdrl(walk.instance, pAviInfo, size)));
 }
@@ -173,7 +123,7 @@ Step SkipInfoList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
         return kNextChunk;
     }
     pAviInfo->moviOffset += UInt64{size} + kChunkHeaderBytes;
-    return Skip(pAviInfo, walk, size - kListTypeBytes);
+    return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - kListTypeBytes)));
 }
 
 Step SkipUnknownList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 type, UInt32 size)
@@ -182,21 +132,12 @@ Step SkipUnknownList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 type,
     if (IsTolerated(walk, size == 0)) {
         return kNextChunk;
     }
-    if (const Step step = Skip(pAviInfo, walk, size - kListTypeBytes); step.bFinished) {
-        return step;
+    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - kListTypeBytes)); result != LX_OK) {
+        return Fail(result);
     }
     UInt64& offset = walk.bMoviFound ? pAviInfo->idx1Offset : pAviInfo->moviOffset;
     offset += UInt64{size} + kChunkHeaderBytes;
     return kNextChunk;
-}
-
-// A list without room for its type: what was read as the type belongs to the chunk that follows. Only media data that
-// a writer has left unfinished have no size and are there all the same.
-Step LeaveEmptyList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
-{
-    const UInt64 back = UInt64{0} - (kListTypeBytes - size);
-    walk.uiPosition += back;
-    return SeekAndRemember(pAviInfo, back, kFromHere) ? kNextChunk : Fail(LX_ERR_AVIREAD_SEEK);
 }
 
 Step TakeList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
@@ -204,11 +145,7 @@ Step TakeList(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
     LX_LOG(kLevelHeader, "AviReadCore : Found LIST");
     UInt32 type = 0;
     if (const UInt32 result = LX_AVIREAD_CALL(ReadRecord(pAviInfo, type)); result != LX_OK) {
-        return AllowEarlyEnd(pAviInfo, result) == LX_OK ? EndOfFile(walk) : Fail(result);
-    }
-    walk.uiPosition += kListTypeBytes;
-    if (size < kListTypeBytes && type != FourCC("movi") && FollowsFormat(pAviInfo)) {
-        return LeaveEmptyList(pAviInfo, walk, size);
+        return Fail(result);
     }
     switch (type) {
     case FourCC("movi"): return TakeMovi(pAviInfo, walk, size);
@@ -226,7 +163,7 @@ Step SkipJunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
         return kNextChunk;
     }
     pAviInfo->moviOffset += UInt64{size} + kChunkHeaderBytes; // Quirk Q09: behind `movi`, too
-    return Skip(pAviInfo, walk, size);
+    return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)));
 }
 
 Step TakeIdx1(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
@@ -235,31 +172,22 @@ Step TakeIdx1(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
     walk.bIndexFound = true;
     pAviInfo->idx1Size = size;
     pAviInfo->idx1Offset += kChunkHeaderBytes;
-    walk.uiIdx1Offset = walk.uiPosition;
-    const bool bMoviMayFollow = FollowsFormat(pAviInfo) && !walk.bMoviFound;
-    return bMoviMayFollow ? Skip(pAviInfo, walk, size) : kFinish;
-}
-
-// Garbage of that size is stepped through 8 bytes at a time, until a known chunk lines up. The format knows no largest
-// chunk, but a chunk that its list has no room for is garbage, too.
-bool IsGarbage(const lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk, UInt32 size)
-{
-    const UInt64 endOfRiff = pAviInfo->riffSize + kListHeaderBytes;
-    return size > kLargestUnknownChunk && (!FollowsFormat(pAviInfo) || walk.uiPosition + size > endOfRiff);
+    return kFinish;
 }
 
 Step SkipUnknownChunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size)
 {
-    if (IsTolerated(walk, size == 0) || IsTolerated(walk, IsGarbage(pAviInfo, walk, size))) {
+    // Garbage of that size is stepped through 8 bytes at a time, until a known chunk lines up.
+    if (IsTolerated(walk, size == 0) || IsTolerated(walk, size > kLargestUnknownChunk)) {
         return kNextChunk;
     }
-    if (walk.bMoviFound && !FollowsFormat(pAviInfo)) { // Quirk Q47
+    if (walk.bMoviFound) { // Quirk Q47
         LX_LOG(kLevelHeader, "lxAviReadCore_Open: index not found after movi chunk, jump back to movi junk!");
         SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart);
         return kFinish;
     }
-    if (const Step step = Skip(pAviInfo, walk, size); step.bFinished) {
-        return step;
+    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
+        return Fail(result);
     }
     pAviInfo->idx1Offset += size; // Quirk Q10: moviOffset does not count this chunk
     return kNextChunk;
@@ -267,9 +195,6 @@ Step SkipUnknownChunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, UInt32 size
 
 Step TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, const ChunkHeader& chunk)
 {
-    if (chunk.uiCode == FourCC("RIFF") && FollowsFormat(pAviInfo)) {
-        return EndOfFile(walk); // of this list, that is: the next one begins
-    }
     switch (chunk.uiCode) {
     case FourCC("JUNK"): return SkipJunk(pAviInfo, walk, chunk.uiSize);
     case FourCC("LIST"): return TakeList(pAviInfo, walk, chunk.uiSize);
@@ -279,6 +204,16 @@ Step TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, const ChunkHeader&
 }
 
 // ---- The walk ----
+
+// The file has ended where a chunk could begin: fine once `movi` was met.
+Step EndOfFile(const Walk& walk)
+{
+    if (walk.bMoviFound) {
+        return kFinish;
+    }
+    LX_LOG(kLevelEndOfFile, "Unexpected end of file. Didn't meet the movi chunk");
+    return Fail(LX_ERR_AVIREAD_EOF);
+}
 
 Step ReadWalkHeader(lxAviReadCore_AviInfo_t* pAviInfo, const Walk& walk, ChunkHeader& chunk)
 {
@@ -302,12 +237,11 @@ Step WalkOneChunk(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk)
         return step;
     }
     walk.uiRemaining -= UInt64{kChunkHeaderBytes} + chunk.uiSize;
-    walk.uiPosition += kChunkHeaderBytes;
     return TakeChunk(pAviInfo, walk, chunk);
 }
 
-// Reads "RIFF", size, "AVI " and sets out at the first chunk.
-UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk)
+// Reads "RIFF", size, "AVI ".
+UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     ChunkHeader riff = {};
     UInt32 form = 0;
@@ -321,8 +255,6 @@ UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk)
     }
     LX_LOG(kLevelHeader, "AviReadCore : Found Avi file (size= %d)", riff.uiSize);
     pAviInfo->riffSize = riff.uiSize - kListTypeBytes; // wraps at 32 bits
-    walk.uiRemaining = pAviInfo->riffSize;
-    walk.uiPosition = kListHeaderBytes;
     pAviInfo->moviOffset = kListHeaderBytes;
     pAviInfo->audioStreamNr = -1;
     pAviInfo->videoStreamNr = -1;
@@ -345,32 +277,45 @@ void ForgetParsedIndexes(lxAviReadCore_AviInfo_t* pAviInfo)
     }
 }
 
-// Whether the file is searched for extension lists. By default its OpenDML header has to promise them; the format is
-// followed to whatever is there, as long as that does not cost the first chunks of an input that cannot seek.
-bool MayHaveExtensions(const lxAviReadCore_AviInfo_t* pAviInfo)
+// Walks the first RIFF list; whether it holds an `idx1`.
+UInt32 WalkFirstList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& bIndexFound)
 {
-    return FollowsFormat(pAviInfo) ? lxalAviRead_FileSeekPossible != 0 : pAviInfo->bAvixPresent == 1;
-}
-
-// Walks the first RIFF list and concludes what follows from it.
-UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, Walk& walk, Bool* pAllIndexed)
-{
-    LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo, walk));
+    if (FollowsFormat(pAviInfo)) {
+        return WalkByFormat(pAviInfo, instance, bIndexFound);
+    }
+    Walk walk = {instance, pAviInfo->riffSize};
     Step step = kNextChunk;
     while (!step.bFinished) {
         step = WalkOneChunk(pAviInfo, walk);
     }
-    LX_AVIREAD_TRY(step.uiResult);
+    bIndexFound = walk.bIndexFound;
+    return step.uiResult;
+}
 
-    SettlePositions(pAviInfo, walk);
-    MarkHasIndex(pAviInfo, walk.bIndexFound || pAviInfo->bIndxPresent != 0);
-    *pAllIndexed = IsIndexParsed(pAviInfo, pAviInfo->videoStreamNr) && IsIndexParsed(pAviInfo, pAviInfo->audioStreamNr);
-    pAviInfo->CurrentOffset = pAviInfo->bAbsoluteOffsets == 1 ? pAviInfo->moviOffset : kStartInMovi;
-    if (!MayHaveExtensions(pAviInfo)) {
+// Adds the lists behind the first RIFF list to the segment chain. By default its OpenDML header has to promise them; the
+// format is followed to whatever is there, as long as that does not cost the first chunks of an input that cannot seek.
+UInt32 FindExtensions(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance)
+{
+    const bool bLook = FollowsFormat(pAviInfo) ? lxalAviRead_FileSeekPossible != 0 : pAviInfo->bAvixPresent == 1;
+    if (!bLook) {
         return LX_OK;
     }
     pAviInfo->bAvixPresent = 0;
-    return LX_AVIREAD_CALL(lxAviReadCore_ConstructAvixInfo(walk.instance, pAviInfo));
+    const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_ConstructAvixInfo(instance, pAviInfo));
+    GoToFirstSegment(pAviInfo);
+    return result;
+}
+
+// Walks the first RIFF list and concludes what follows from it.
+UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllIndexed)
+{
+    bool bIndexFound = false;
+    LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo));
+    LX_AVIREAD_TRY(WalkFirstList(pAviInfo, instance, bIndexFound));
+    MarkHasIndex(pAviInfo, bIndexFound || pAviInfo->bIndxPresent != 0);
+    *pAllIndexed = IsIndexParsed(pAviInfo, pAviInfo->videoStreamNr) && IsIndexParsed(pAviInfo, pAviInfo->audioStreamNr);
+    pAviInfo->CurrentOffset = pAviInfo->bAbsoluteOffsets == 1 ? pAviInfo->moviOffset : kStartInMovi;
+    return FindExtensions(pAviInfo, instance);
 }
 
 // ---- The file ----
@@ -432,7 +377,6 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
     // What is missing shows where it is needed: a file of few streams opens without the last records.
     static_cast<void>(lxAviReadCore_Alloc(instance));
 
-    Walk walk = {instance, 0};
     UInt32 result = OpenPath(pAviInfo, path);
     if (result == LX_OK) {
         pAviInfo->maxReadAttempts = maxReadAttempts;
@@ -442,7 +386,7 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
         lxalAviRead_FileSeekPossible = 1;
         ForgetParsedIndexes(pAviInfo);
         ForgetIndexSurvey();
-        result = ParseFile(pAviInfo, walk, pAllIndexed);
+        result = ParseFile(pAviInfo, instance, pAllIndexed);
     }
     if (result != LX_OK) {
         CleanUpAfterFailure(pAviInfo);

@@ -9,6 +9,7 @@
 // The walk ends at the end of the file, at anything that is no RIFF list, and where it would not get further on.
 
 #include "internal/Chunk.hpp"
+#include "internal/FormatWalk.hpp"
 #include "internal/Memory.hpp"
 #include "internal/State.hpp"
 
@@ -26,7 +27,8 @@ struct RiffHeader {
     UInt32 uiForm;
 };
 
-// Appends a cleared record behind `pTail`, or starts the chain when there is none.
+} // namespace
+
 lxAviReadCore_AvixRiff_t* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_AvixRiff_t* pTail)
 {
     lxAviReadCore_AvixRiff_t* const pSegment = AllocateRecord<lxAviReadCore_AvixRiff_t>();
@@ -42,6 +44,8 @@ lxAviReadCore_AvixRiff_t* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, lxAvi
     pSegment->pPrevAvix = pTail;
     return pSegment;
 }
+
+namespace {
 
 // Releases the records behind the current one, which an earlier walk may have left.
 void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo)
@@ -113,9 +117,11 @@ void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
 // Looks for the `movi` list among whatever else an "AVIX" list holds; `found` is where it begins, 0 when there is none.
 UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffSize, UInt64& found)
 {
+    const UInt64 first = position + kRiffHeaderBytes;
     const UInt64 end = position + kChunkHeaderBytes + riffSize;
     found = 0;
-    for (UInt64 at = position + kRiffHeaderBytes; at + kChunkHeaderBytes + kListTypeBytes <= end;) {
+    // The first one is there whatever the size says: a writer that was stopped has not written it.
+    for (UInt64 at = first; at == first || at + kListHeaderBytes <= end;) {
         ChunkHeader chunk = {};
         UInt32 type = 0;
         if (!SeekAndRemember(pAviInfo, at, kFromStart)) {

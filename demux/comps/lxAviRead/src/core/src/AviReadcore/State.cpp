@@ -7,6 +7,7 @@
 // Everything the state points to is allocated and freed here, but for the key-frame table and the segment chain,
 // whose chapters construct them.
 
+#include "internal/FormatWalk.hpp"
 #include "internal/IndexPasses.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Memory.hpp"
@@ -302,9 +303,7 @@ void lxAviReadCore_RewindToStart(void)
     if (lxalAviRead_FileSeekPossible != 0) {
         SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart);
     }
-    while (pAviInfo->pCurrentAvix != Null && pAviInfo->pCurrentAvix->pPrevAvix != Null) {
-        pAviInfo->pCurrentAvix = pAviInfo->pCurrentAvix->pPrevAvix;
-    }
+    GoToFirstSegment(pAviInfo);
     lxalAviRead_VideoFrame = 0;
     lastPlayedKeyFrame = {};
     pAviInfo->audioSyncLeafNr = 0; // Quirk Q04: a pending JumpOffset outlives the rewind

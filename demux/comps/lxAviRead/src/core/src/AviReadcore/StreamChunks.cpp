@@ -162,19 +162,26 @@ void PlaceAudio(lxAviRead_ChunkData_t* pChunk, UInt32 track)
     pChunk->uiFrameNumber = lxalAviRead_AudioFrame[track];
 }
 
-// The bytes that leading audio is dropped in multiples of.
-UInt32 BlockBytes(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh_t& header)
+// What leading audio is dropped in multiples of.
+struct AudioBlock {
+    UInt32 uiBytes;
+    float milliseconds;
+};
+
+AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh_t& header,
+                   const lxAviRead_StrfAudio_t& format)
 {
-    return FollowsFormat(pAviInfo) ? header.dwSampleSize : header.dwScale; // Quirk Q53
+    const auto scaleMsec = static_cast<float>(static_cast<double>(header.dwScale) * 1000.0);
+    if (FollowsFormat(pAviInfo)) { // Quirk Q53
+        return {header.dwSampleSize, scaleMsec / static_cast<float>(header.dwRate)};
+    }
+    return {header.dwScale, scaleMsec / static_cast<float>(format.nAvgBytesPerSec)};
 }
 
 // The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
-UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 blockBytes,
-                     const lxAviRead_StrfAudio_t& format, const Entry& sync)
+UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
+                     const Entry& sync)
 {
-    // milliseconds per block
-    const float block =
-        static_cast<float>(static_cast<double>(blockBytes) * 1000.0) / static_cast<float>(format.nAvgBytesPerSec);
     const UInt32 videoTime =
         lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0);
     const UInt32 audioTime = lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
@@ -187,12 +194,12 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
 {
     const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, pChunk->uiStreamNr);
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
-    const UInt32 blockBytes = BlockBytes(pAviInfo, stream.Header);
     if (format.wFormatTag == LX_AVIREAD_FORMAT_AC3 || !IsConstantBitRate(stream.Header, format)) {
         return;
     }
-    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, blockBytes, format, sync);
-    const UInt64 bytes = UInt64{blocks} * blockBytes;
+    const AudioBlock block = BlockOf(pAviInfo, stream.Header, format);
+    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, block.milliseconds, sync);
+    const UInt64 bytes = UInt64{blocks} * block.uiBytes;
     if (blocks == 0 || bytes >= pChunk->uiSize) {
         return;
     }

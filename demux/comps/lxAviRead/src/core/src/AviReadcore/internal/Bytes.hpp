@@ -28,6 +28,21 @@ consteval UInt16 TwoCC(const char (&text)[3])
     return static_cast<UInt16>(static_cast<UInt8>(text[0]) | static_cast<UInt8>(text[1]) << 8);
 }
 
+// The type of a media chunk: the last two characters of its identifier.
+constexpr bool IsMediaCode(UInt16 twocc)
+{
+    switch (twocc) {
+    case TwoCC("dc"): // compressed video frame
+    case TwoCC("db"): // uncompressed video frame
+    case TwoCC("wb"): // audio data
+    case TwoCC("st"): // subtitle text
+    case TwoCC("sb"): // subtitle bitmap
+    case TwoCC("dd"): // DRM descriptor of the following chunk
+        return true;
+    default: return false;
+    }
+}
+
 constexpr UInt16 LowHalf(UInt32 word) { return static_cast<UInt16>(word); }
 constexpr UInt16 HighHalf(UInt32 word) { return static_cast<UInt16>(word >> 16); }
 

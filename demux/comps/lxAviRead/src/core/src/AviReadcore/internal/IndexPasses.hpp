@@ -110,6 +110,10 @@ struct KeyFrameCounter {
 // Frames of the main video stream that the index surveyed last covers.
 UInt32 SurveyedFrames();
 
+// What the offsets of `idx1` count from; 0 leaves them as they stand.
+UInt64 OffsetBase();
+void SetOffsetBase(UInt64 base);
+
 // Forgets what first passes have settled.
 void ForgetIndexSurvey();
 

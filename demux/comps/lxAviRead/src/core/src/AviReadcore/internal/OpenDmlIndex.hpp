@@ -88,7 +88,13 @@ inline UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
 }
 
 // Gives the stored key frames the audio of one stream that has a super index.
-[[nodiscard]] UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
+[[nodiscard]] UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
+
+// Whether a failure is the index's own, so that something else may serve instead.
+constexpr bool IsUnusableIndex(UInt32 result)
+{
+    return result != LX_OK && result != LX_ERR_AVIREAD_ABORTED && result != LX_ERR_AVIREAD_NO_MEMORY;
+}
 
 // Hands every index chunk of a super index to `visit`, with the file at its first record. The first failure ends it.
 template <typename Visitor>
@@ -99,6 +105,9 @@ template <typename Visitor>
     UInt32 result = LX_OK;
     for (UInt32 i = 0; i < IndexChunkCount(stream) && result == LX_OK; ++i) {
         const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
+        if (entry.qwOffset == 0 && FollowsFormat(pAviInfo)) {
+            continue; // made in advance, and not used
+        }
         IndexChunk chunk = {};
         chunk.uiNr = i;
         chunk.uiStreamNr = StreamNumber(LowHalf(stream.IndxChunk.aviIndxcommonSection.dwChunkId));
