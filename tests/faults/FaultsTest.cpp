@@ -1,5 +1,7 @@
 // Faults to exhaustion: the n-th allocation, read or seek fails, for n = 1, 2, … until a run meets no failure, once and
-// from n on. After each: a defined code, no leak, Close leaves nothing, and the next Open delivers everything.
+// from n on. A run opens, indexes, plays to the end, seeks and resumes, steps, rewinds, opens the open file again, and
+// closes; over files of every kind of index, by default and with the format followed. After each: a defined code, no
+// leak, Close leaves nothing, and the next Open delivers everything.
 
 #include "ReaderTest.hpp"
 
@@ -46,6 +48,27 @@ protected:
         return builder;
     }
 
+    // Files on which more depends where the format is followed.
+    static AviBuilder Hybrid()
+    {
+        AviBuilder builder = Super();
+        builder.eLayout = IxLayout::At32;
+        builder.bIdx1Too = true;
+        builder.behindMovi = Chunk("abcd", Fill(6));
+        return builder;
+    }
+
+    static AviBuilder Protected()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = IndexKind::OneLevelField;
+        for (UInt32 i = 0; i < 6; ++i) {
+            builder.Audio(1, Fill(640)).Drm(0, Fill(10)).Frame(0, Fill(9), i % 3 == 0);
+        }
+        return builder;
+    }
+
     static void AddMedia(AviBuilder& builder, UInt32 from, UInt32 to)
     {
         for (UInt32 i = from; i < to; ++i) {
@@ -62,12 +85,12 @@ protected:
             first = first == kNone ? code : first;
             return code;
         };
-        if (note(lxAviReadCore_Open(0, "test.avi", attempts, kPlenty, 1, &allIndexed)) != LX_OK) {
+        if (note(lxAviReadCore_Open(0, "test.avi", attempts, kPlenty, option, &allIndexed)) != LX_OK) {
             return first;
         }
         lxAviRead_SetPositionRangeInfo_t range = {};
         EXPECT_EQ(lxAviReadCore_GetSetPositionRangeInfo(&range), LX_OK);
-        if (range.uiLastKeyFrameNr == 0xFFFFFFFFu) {
+        if (range.uiLastKeyFrameNr == 0xFFFFFFFFu || option != 1) {
             note(lxAviReadCore_ParseIndex(0));
         }
         note(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()));
@@ -78,9 +101,15 @@ protected:
             note(PlayToTheEnd());
             EXPECT_EQ(lxAviReadCore_SetJumpToPrevKeyFrame(&found, 0), LX_OK);
             note(PlayToTheEnd());
+            EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(-2, 0), LX_OK);
+            EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0), LX_OK);
+            note(PlayToTheEnd());
         }
         lxAviReadCore_RewindToStart();
         note(PlayToTheEnd());
+        if (lxAviReadCore_FileSeek(&Info(), 0, 0) == 1) {
+            note(lxAviReadCore_Open(0, "", attempts, kPlenty, option, &allIndexed)); // the file that is open
+        }
         return first;
     }
 
@@ -157,11 +186,17 @@ protected:
 
     void ExhaustAllFiles(const std::function<void(UInt64, bool)>& arm, UInt32 attempts)
     {
+        option = 1;
         for (AviBuilder builder : {Plain(), Super(), OneLevel()}) {
+            Exhaust(builder.Build(), arm, attempts);
+        }
+        option = LX_AVIREAD_FOLLOW_FORMAT | 1;
+        for (AviBuilder builder : {Plain(), Hybrid(), Protected()}) {
             Exhaust(builder.Build(), arm, attempts);
         }
     }
 
+    UInt8 option = 1;
     std::set<UInt32> m_codes;
 };
 
@@ -211,8 +246,8 @@ TEST_P(ReadFaultLoops, TheAbortFlagIsRaisedAtEveryRead)
     ExhaustAllFiles(
         [this](UInt64 n, bool bFromThenOn) {
             Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 1}, bFromThenOn);
-            Faults().onRead = [n](UInt64 read) {
-                if (read == n) {
+            Faults().onRead = [n, bFromThenOn](UInt64 read) {
+                if (read == n || (bFromThenOn && read > n)) {
                     static_cast<void>(lxAviReadCore_SetAbortFlag(1));
                 }
             };
