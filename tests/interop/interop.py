@@ -147,5 +147,13 @@ class Corpus(unittest.TestCase):
                     self.assertEqual(set(got), every)
 
 
+    @unittest.skipUnless(os.environ.get("LXAVI_CORPUS") and shutil.which("ffprobe"), "no files, or no media tool")
+    def test_every_file_agrees_with_the_media_tool(self):
+        script = pathlib.Path(__file__).parents[2] / "scripts" / "corpus"
+        result = subprocess.run([script, os.environ["LXAVI_CORPUS"], "--lxavi", LXAVI], capture_output=True, text=True,
+                                check=False)
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
+
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1], verbosity=2)
