@@ -35,7 +35,8 @@ AviBuilder Film(IndexKind eKind, IxLayout eLayout, UInt32 lists)
 Bytes Script(bool bFollow)
 {
     Bytes script = {1, 64, static_cast<UInt8>(bFollow ? 0x81 : 1), 8, 0, 10, 0, 0, 30, 1, 5, 0, 9, 2, 1, 0, 9, 4, 1, 0, 9, 6, 1};
-    script.resize(35);
+    script.resize(34);
+    script.push_back(script[2]); // where the last byte alone is the option
     return script;
 }
 

@@ -194,6 +194,9 @@ protected:
         for (AviBuilder builder : {Plain(), Hybrid(), Protected()}) {
             Exhaust(builder.Build(), arm, attempts);
         }
+        Bytes unfinished = Plain().Build();
+        Patch32(unfinished, Find(unfinished, "movi") - 4, 0);
+        Exhaust(unfinished, arm, attempts);
     }
 
     UInt8 option = 1;

@@ -177,11 +177,12 @@ std::vector<Scenario> DamagedFiles()
 class Golden : public ReaderTest {
 protected:
     std::ostringstream out;
+    bool bQuiet = false;
     UInt8 mode = 0; // or-ed to every scenario's option
 
     void Messages()
     {
-        static const std::regex kVolatile("(0x[0-9a-f]{6,}|\\(nil\\)|:\\d+$|:\\d+\\)|line:\\d+|at line \\d+|line \\d+)");
+        static const std::regex kVolatile("(Free\\( 0x[0-9a-f]+|0x[0-9a-f]{6,}|\\(nil\\)|:\\d+$|:\\d+\\)|line:\\d+|at line \\d+|line \\d+)");
         UInt32 sum = 2166136261u;
         for (const LogLine& line : log.Lines()) {
             const bool bQuotesSource = line.text.starts_with("Calling ");
@@ -368,7 +369,7 @@ void Golden::Compare(const std::string& name)
         }
     }
     Times();
-    if (const char* folder = std::getenv("LXAVI_GOLDEN_OUT")) {
+    if (const char* folder = bQuiet ? nullptr : std::getenv("LXAVI_GOLDEN_OUT")) {
         std::ofstream(folder + ("/" + name)) << out.str();
         GTEST_SKIP() << "written to " << folder;
     }
@@ -379,7 +380,7 @@ void Golden::Compare(const std::string& name)
     while (std::getline(golden, want)) {
         ASSERT_TRUE(std::getline(now, got)) << "nothing more, where the golden file has: " << want;
         scenario = want.starts_with("== ") ? want : scenario;
-        if (IsCompared(want)) {
+        if (IsCompared(want) && !(bQuiet && want.starts_with("messages "))) {
             ASSERT_EQ(got, want) << "in " << scenario;
             ++compared;
         }
@@ -389,6 +390,13 @@ void Golden::Compare(const std::string& name)
 }
 
 TEST_F(Golden, WhatTheReaderDoesByDefaultIsWhatItAlwaysDid) { Compare("letter.txt"); }
+
+TEST_F(Golden, NothingDependsOnWhatIsLogged)
+{
+    bQuiet = true;
+    log.SetMask(0);
+    Compare("letter.txt");
+}
 
 TEST_F(Golden, WhatFollowingTheFormatDoesIsWrittenDown)
 {

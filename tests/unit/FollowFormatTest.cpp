@@ -511,6 +511,62 @@ TEST_F(FollowFormat, AListWithoutRoomForItsTypeHasNone)
     EXPECT_EQ(TableOffsets(), KeyFrames());
 }
 
+TEST_F(FollowFormat, AnInputThatCannotSeekCannotGoBackBehindAnEmptyList)
+{
+    builder.beforeMovi = ChunkOfSize("LIST", 0, {});
+    AddMedia(4, 2);
+    indxOptionOfOpen = kFollow;
+    EXPECT_EQ(Open(builder.Build(), false), LX_ERR_AVIREAD_SEEK);
+
+    builder.beforeMovi = ChunkOfSize("LIST", 2, Text("hdrl"));
+    EXPECT_NE(Open(builder.Build(), false), LX_OK);
+
+    builder.beforeMovi.clear();
+    Bytes unfinished = builder.Build();
+    Patch32(unfinished, Find(unfinished, "movi") - 4, 0);
+    ASSERT_EQ(Open(unfinished, false), LX_OK);
+    EXPECT_EQ(Info().moviSize, 0xFFFFFFFEu);
+    EXPECT_GE(CountDelivered(), 8u);
+}
+
+TEST_F(FollowFormat, TheFirstOfTwoIndexesCounts)
+{
+    AddMedia(4, 2);
+    builder.behindIdx1 = Chunk("idx1", Fill(32));
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(Info().idx1Size, 8u * 16);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
+TEST_F(FollowFormat, MediaDataOfEveryKindAreMeasured)
+{
+    builder.Media("JUNK", Fill(6), false, false).Media("ix00", Fill(6), false, false).Raw(List("rec ", Chunk("00dc", Fill(8))));
+    AddMedia(2, 1);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "movi") - 4, 0);
+    ASSERT_EQ(OpenAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Info().moviSize, builder.MoviSize());
+}
+
+TEST_F(FollowFormat, WithoutRoomForTheMainHeaderAFileOfNoStreamsOpens)
+{
+    builder = AviBuilder();
+    builder.dmlhTotalFrames = 7;
+    Bytes file = builder.Build();
+    std::memcpy(file.data() + Find(file, "avih"), "none", 4);
+    for (const UInt8 as : {kDefault, kFollow}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        Faults().FailAllocation(2); // the main header's record
+        ASSERT_EQ(lxAviReadCore_Alloc(0), LX_ERR_AVIREAD_NO_MEMORY);
+        Faults().FailAllocation(1); // and again when Open completes the records
+        indxOptionOfOpen = as;
+        ASSERT_EQ(Open(file), LX_OK);
+        EXPECT_EQ(Info().AviHdr, nullptr);
+        EXPECT_EQ(Info().dmlhTotalFrames, 7u);
+        EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 10, 0), 0u);
+    }
+}
+
 TEST_F(FollowFormat, AnInputThatCannotSeekIsNotReadForItsIndex)
 {
     AddMedia(4, 2);

@@ -239,5 +239,53 @@ TEST_F(KeyFrameTableTest, PrintingChangesNothing)
     EXPECT_EQ(log.CountPrefix("lxAviReadCore_PrintIndex: "), 400u);
 }
 
+TEST_F(KeyFrameTableTest, WithoutALeafNothingIsStored)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream());
+    ASSERT_EQ(Open(builder), LX_OK);
+    Bytes batch = Fill(18000);
+    Info().pMetaDataBuffer = batch.data();
+    Info().uiMaxRecordsInBuffer = 2;
+    lxAviReadCore_KeyFrameLeaf_t* pLeaf = nullptr;
+    UInt32 frame = 0, skip = 0;
+    for (UInt32 leafNr : {0u, 1u, 9u}) { // no table; then one leaf, of which the second and the tenth are asked for
+        ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+        frame = 0;
+        EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 2, 0, 0, 0, 1, &skip, &leafNr), LX_OK);
+        EXPECT_EQ(pLeaf, nullptr);
+        EXPECT_EQ(frame, 2u);
+        ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 1), LX_OK);
+    }
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(KeyFrameTableTest, EveryResultHasToHaveItsPlace)
+{
+    UInt32 a = 1, b = 0, c = 0, d = 0;
+    lxAviReadCore_KeyFrameLeaf_t* pLeaf = nullptr;
+    EXPECT_EQ(lxAviReadCore_CalcLeafsNeededAndSkipValue(&Info(), nullptr, &b, &c, &d), LX_OK);
+    EXPECT_EQ(lxAviReadCore_CalcLeafsNeededAndSkipValue(&Info(), &a, nullptr, &c, &d), LX_OK);
+    EXPECT_EQ(lxAviReadCore_CalcLeafsNeededAndSkipValue(&Info(), &a, &b, nullptr, &d), LX_OK);
+    EXPECT_EQ(lxAviReadCore_CalcLeafsNeededAndSkipValue(&Info(), &a, &b, &c, nullptr), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), nullptr, &a, 1, 0, 0, 0, 1, &b, &c), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, nullptr, 1, 0, 0, 0, 1, &b, &c), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &a, 1, 0, 0, 0, 1, nullptr, &c), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &a, 1, 0, 0, 0, 1, &b, nullptr), LX_OK);
+    lxAvi2ReadCore_AudioIndexState_t state = {};
+    lxAviReadCore_KeyFramePosition_t cursor = {};
+    EXPECT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, 0, 0, 0, nullptr, &cursor, &a), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, 0, 0, 0, &state, nullptr, &a), LX_OK);
+    EXPECT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, 0, 0, 0, &state, &cursor, nullptr), LX_OK);
+    EXPECT_EQ(log.Assertions().size(), 11u);
+    lxAviRead_Strh_t header = {};
+    EXPECT_EQ(lxAviReadCore_GetStrhData(0, nullptr, &a), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStrhData(0, &header, nullptr), LX_OK);
+    Bool bPresent = 0;
+    EXPECT_EQ(lxAviReadCore_GetStrdData(0, nullptr, &bPresent), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStrdData(0, &header, nullptr), LX_OK);
+    EXPECT_EQ(log.Assertions().size(), 15u);
+}
+
 } // namespace
 } // namespace avitest

@@ -304,5 +304,18 @@ TEST_F(Seek, AnAbsentTrackMakesAJumpToNowhere)
     EXPECT_FALSE(Next().bJumped);
 }
 
+TEST_F(Seek, ALeafWhoseBoundLiesBehindItsLastEntryIsSearchedToItsEnd)
+{
+    AviBuilder film;
+    film.Add(VideoStream());
+    for (UInt32 i = 0; i < 9; ++i) {
+        film.Frame(0, Fill(8), i % 3 == 0);
+    }
+    OpenIndexed(film);
+    Info().KeyFramesListAsArray[0]->EndTimeMsec = 500;
+    EXPECT_EQ(lxAviReadCore_SeekToTime(240, -1, lxAviRead_SetPosRoundUp), 240u);
+    EXPECT_EQ(Info().audioSyncItemNr, 2u);
+}
+
 } // namespace
 } // namespace avitest

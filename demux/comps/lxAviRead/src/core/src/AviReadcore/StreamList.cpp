@@ -164,7 +164,7 @@ Step TakeIndex(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32
         // Quirk Q14: an index that was taken in ends the list, whatever follows
         return FollowsFormat(pAviInfo) ? ContinueUnless(result) : Step{true, result};
     }
-    if (pAviInfo->AviHdr != Null) {
+    if (pAviInfo->AviHdr != Null) { // GCOVR_EXCL_BR_LINE: no stream without it
         pAviInfo->AviHdr->dwFlags &= ~LX_AVIREAD_HAS_INDEX;
     }
     return ContinueUnless(LX_OK);

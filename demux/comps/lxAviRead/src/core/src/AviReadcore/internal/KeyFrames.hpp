@@ -49,9 +49,8 @@ private:
     UInt32 m_uiLeafs;
 };
 
-// The key frame whose chunk begins at `offset`; `found` is not valid where none does. LX_ERR_AVIREAD_NO_INDEX without a
-// table.
-[[nodiscard]] UInt32 FindKeyFrameAt(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Position& found);
+// The key frame whose chunk begins at `offset`, not valid where none does. Needs a table that is not empty.
+Position FindKeyFrameAt(const KeyFrameTable& table, UInt64 offset);
 
 // The messages in which the index families differ while they build the table.
 struct TableTexts {
