@@ -601,6 +601,16 @@ TEST_F(FollowFormat, ThePassesAloneConvertOffsets)
     Info().pMetaDataBuffer = nullptr;
 }
 
+TEST_F(FollowFormat, OneRecordIsEnoughToCountFromTheFirstChunk)
+{
+    builder.Frame(0, Fill(10), true);
+    builder.behindIdx1 = Chunk("JUNK", Fill(20));
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "idx1") + 8 + 8, 0);
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
 TEST_F(FollowFormat, AFirstRecordThatPointsNowhereDoesNotMoveTheOthers)
 {
     AddMedia(12, 4);

@@ -46,16 +46,16 @@ void RequireTable(const lxAviReadCore_AviInfo_t* pAviInfo)
 
 } // namespace
 
-UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 recordNr)
+UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 listNr)
 {
-    const lxAviReadCore_StreamInfo_t& stream = *pAviInfo->StreamInfo[recordNr];
+    const lxAviReadCore_StreamInfo_t& stream = *pAviInfo->StreamInfo[listNr];
     RequireTable(pAviInfo);
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     const UInt32 chunkId = stream.IndxChunk.aviIndxcommonSection.dwChunkId;
-    // By default the index says which stream it belongs to, in its list or not.
-    const UInt32 streamNr = FollowsFormat(pAviInfo) ? recordNr : StreamNumber(LowHalf(chunkId));
+    // By default the index says which stream it belongs to, whatever list holds it.
+    const UInt32 streamNr = FollowsFormat(pAviInfo) ? listNr : StreamNumber(LowHalf(chunkId));
     const UInt32 track = IndexedTrackOf(pAviInfo, streamNr);
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
            stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);

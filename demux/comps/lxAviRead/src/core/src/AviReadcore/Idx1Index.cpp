@@ -362,7 +362,7 @@ bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_
 }
 
 // What makes the offsets of the index absolute. Writers count from the file's start, from the "movi" code, or from
-// somewhere that makes the first record the first chunk's: the first record tells, and for the last two have to agree.
+// somewhere that makes the first record the first chunk's: the first record tells, and for the last the second has to agree.
 UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t (&records)[2])
 {
     const lxAviReadCore_IDXrecord_t& first = records[0];
@@ -373,7 +373,8 @@ UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_I
         }
     }
     const UInt64 fromFirst = pAviInfo->moviOffset - first.uiOffset;
-    if (IsChunkAt(pAviInfo, first, fromFirst) && IsChunkAt(pAviInfo, records[1], fromFirst)) {
+    const bool bAgreed = pAviInfo->idx1Size < sizeof records || IsChunkAt(pAviInfo, records[1], fromFirst);
+    if (bAgreed && IsChunkAt(pAviInfo, first, fromFirst)) {
         return fromFirst;
     }
     return first.uiOffset >= pAviInfo->moviOffset ? 0 : fromMovi;

@@ -87,8 +87,8 @@ inline UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
     return HasSuperIndex(stream) ? count : 0;
 }
 
-// Gives the stored key frames the audio of one stream that has a super index.
-[[nodiscard]] UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
+// Gives the stored key frames the audio of a stream that has a super index; `listNr` is the number of its stream list.
+[[nodiscard]] UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 listNr);
 
 // Whether a failure is the index's own, so that something else may serve instead.
 constexpr bool IsUnusableIndex(UInt32 result)
