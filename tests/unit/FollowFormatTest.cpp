@@ -842,6 +842,33 @@ TEST_F(FollowFormat, EqualIndexesAreReadFromOpenDml)
     EXPECT_EQ(TableOffsets(), KeyFrames());
 }
 
+TEST_F(FollowFormat, TheMainHeaderTellsWhetherThereIsAnIndex)
+{
+    for (const IndexKind eKind : {IndexKind::None, IndexKind::Idx1Relative, IndexKind::SuperStandard}) {
+        builder = AviBuilder();
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = eKind;
+        builder.avih.dwFlags = eKind == IndexKind::None ? LX_AVIREAD_HAS_INDEX | 0x100 : 0x100;
+        AddMedia(2, 1);
+        ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+        EXPECT_EQ(Info().AviHdr->dwFlags, eKind == IndexKind::None ? 0x100u : LX_AVIREAD_HAS_INDEX | 0x100u);
+    }
+}
+
+TEST_F(FollowFormat, ASuperIndexWithoutEntriesIsOne)
+{
+    builder.eIndex = IndexKind::Idx1Relative;
+    const Bytes fields = U16(4) + Bytes{0, 0} + U32(0) + Text("00dc") + Fill(12, 0);
+    builder.streams[0].extra = Chunk("indx", fields);
+    AddMedia(4, 2);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK); // from idx1
+    EXPECT_NE(Info().StreamInfo[0]->IndxChunk.pAviSuperIndexEntry, nullptr);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    builder.streams[0].extra = Chunk("indx", Bytes(fields.begin(), fields.end() - 2));
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[0]->IndxChunk.pAviSuperIndexEntry, nullptr); // too short for its fields
+}
+
 TEST_F(FollowFormat, AnAbortIsNoReasonForAnotherIndex)
 {
     builder.eIndex = IndexKind::SuperStandard;
