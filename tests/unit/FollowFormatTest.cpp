@@ -458,6 +458,25 @@ TEST_F(FollowFormat, MediaDataWithoutTheirSizeEndWhereSomethingElseBegins)
     EXPECT_EQ(CountDelivered(), 5u);
 }
 
+TEST_F(FollowFormat, AFileCutInsideItsMediaDataPlaysUpToThere)
+{
+    for (const UInt32 frames : {4u, 400u}) { // a few KB, and more than a quarter of a MiB
+        builder = AviBuilder();
+        builder.Add(VideoStream()).Add(PcmStream());
+        AddMedia(frames, 2);
+        const Bytes whole = builder.Build();
+        for (const bool bMeasured : {false, true}) {
+            Bytes cut(whole.begin(), whole.begin() + static_cast<long>(builder.MediaItems()[6].uiOffset + 100)); // in audio
+            Patch32(cut, Find(cut, "movi") - 4, bMeasured ? 0 : Get32(cut, Find(cut, "movi") - 4));
+            ASSERT_EQ(OpenAs(kFollow, cut), LX_OK);
+            EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
+            Position();
+            bPayloadsMayBeCut = true;
+            EXPECT_EQ(CountDelivered(), 7u); // the last one in part
+        }
+    }
+}
+
 TEST_F(FollowFormat, FurtherMediaDataInTheFirstListGoOnWithThem)
 {
     AddMedia(4, 2);

@@ -20,7 +20,7 @@ namespace lxAviReadCore {
 namespace {
 
 constexpr UInt32 kTolerance = 0x20000;     // chunks of no known kind that one walk steps over
-constexpr UInt32 kWorthASeek = 0x38000;    // steps above this seek; garbage below it is stepped over like a chunk
+constexpr UInt32 kLargestStray = 0x38000;  // a chunk up to this is stepped over even where its list has no room for it
 constexpr UInt32 kLargestSize = 0xFFFFFFFEu;
 constexpr UInt64 kListHeaderBytes = 12;    // "LIST", size, type
 
@@ -42,30 +42,24 @@ struct Place {
 };
 
 constexpr UInt32 kGoOn = LX_OK;
-constexpr UInt32 kWalkEnds = LX_AVIREAD_END_OF_MEDIA; // for good
+constexpr UInt32 kWalkEnds = LX_AVIREAD_END_OF_MEDIA; // everything was found
+constexpr UInt32 kListEnds = LX_ERR_AVIREAD_EOF;      // here, or with the file: fine once the media data were met
 
-// The list has ended: fine once the media data were met.
-UInt32 EndOfWalk(const Walk& walk)
+UInt32 ConcludeWalk(const Walk& walk, UInt32 result)
 {
-    if (walk.bMoviFound) {
-        return kWalkEnds;
+    if (result == kListEnds && !walk.bMoviFound) {
+        LX_LOG(kLevelEndOfFile, "Unexpected end of file. Didn't meet the movi chunk");
+        return LX_ERR_AVIREAD_EOF;
     }
-    LX_LOG(kLevelEndOfFile, "Unexpected end of file. Didn't meet the movi chunk");
-    return LX_ERR_AVIREAD_EOF;
-}
-
-UInt32 EndOfWalkIfEof(const Walk& walk, UInt32 result)
-{
-    return result == LX_ERR_AVIREAD_EOF ? EndOfWalk(walk) : result;
+    return result == kListEnds || result == kWalkEnds ? LX_OK : result;
 }
 
 // Moves on to `target`. An input that cannot seek is read, and cannot go back.
 UInt32 GoTo(Walk& walk, UInt64 target)
 {
     const UInt64 distance = target - walk.uiAt;
-    const bool bSeeks = target < walk.uiAt || distance > kWorthASeek;
     walk.uiAt = target;
-    if (distance == 0 || (bSeeks && SeekAndRemember(walk.pAviInfo, target, kFromStart))) {
+    if (distance == 0 || (lxalAviRead_FileSeekPossible != 0 && SeekAndRemember(walk.pAviInfo, target, kFromStart))) {
         return LX_OK;
     }
     if (distance > kLargestSize) {
@@ -185,11 +179,11 @@ UInt32 TakeIdx1(Walk& walk, const Place& place)
 UInt32 StepOver(Walk& walk, const Place& place)
 {
     if (walk.uiTolerance == 0) {
-        return EndOfWalk(walk);
+        return kListEnds;
     }
     --walk.uiTolerance;
-    const bool bGarbage = place.chunk.uiSize > kWorthASeek && place.uiNext > walk.uiEnd;
-    return EndOfWalkIfEof(walk, GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
+    const bool bGarbage = place.chunk.uiSize > kLargestStray && place.uiNext > walk.uiEnd;
+    return GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext);
 }
 
 // A list too short for its type has none: the next chunk begins there. Only media data and information that have not got
@@ -203,9 +197,7 @@ UInt32 TakeList(Walk& walk, Place& place)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found LIST");
     UInt32 type = 0;
-    if (const UInt32 result = Read(walk, type); result != LX_OK) {
-        return EndOfWalkIfEof(walk, result);
-    }
+    LX_AVIREAD_TRY(Read(walk, type));
     if (type == FourCC("movi") && (!walk.bMoviFound || place.uiOffset < walk.uiEnd)) {
         return TakeMovi(walk, place);
     }
@@ -221,7 +213,7 @@ UInt32 TakeChunk(Walk& walk, Place& place)
     switch (place.chunk.uiCode) {
     case FourCC("LIST"): return TakeList(walk, place);
     case FourCC("idx1"): return TakeIdx1(walk, place);
-    case FourCC("RIFF"): walk.pAviInfo->riffSize = place.uiOffset - kListHeaderBytes; return EndOfWalk(walk);
+    case FourCC("RIFF"): walk.pAviInfo->riffSize = place.uiOffset - kListHeaderBytes; return kListEnds;
     default: return StepOver(walk, place);
     }
 }
@@ -235,11 +227,11 @@ UInt32 WalkByFormat(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& bI
     while (result == kGoOn) {
         Place place = {};
         result = ReadHeader(walk, place);
-        result = result == LX_OK ? TakeChunk(walk, place) : EndOfWalkIfEof(walk, result);
+        result = result == LX_OK ? TakeChunk(walk, place) : result;
     }
     bIndexFound = walk.bIndexFound;
     pAviInfo->bAbsoluteOffsets = 1;
-    return result == kWalkEnds ? LX_OK : result;
+    return ConcludeWalk(walk, result);
 }
 
 } // namespace lxAviReadCore
