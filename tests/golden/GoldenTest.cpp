@@ -404,5 +404,31 @@ TEST_F(Golden, WhatFollowingTheFormatDoesIsWrittenDown)
     Compare("format.txt");
 }
 
+// What became of opening each scenario, by a golden file.
+std::vector<std::pair<std::string, bool>> Opened(const std::string& name)
+{
+    std::vector<std::pair<std::string, bool>> opened;
+    std::ifstream golden(std::string(LXAVIREAD_GOLDEN "/") + name);
+    std::string line, scenario;
+    while (std::getline(golden, line)) {
+        scenario = line.starts_with("== ") ? line : scenario;
+        if (line.starts_with("open ")) {
+            opened.emplace_back(scenario, line.starts_with("open 0 "));
+        }
+    }
+    return opened;
+}
+
+TEST(GoldenFiles, FollowingTheFormatOpensWhateverTheDefaultOpens)
+{
+    const auto byDefault = Opened("letter.txt");
+    const auto byFormat = Opened("format.txt");
+    ASSERT_EQ(byDefault.size(), byFormat.size());
+    ASSERT_GT(byDefault.size(), 200u);
+    for (size_t i = 0; i < byDefault.size(); ++i) {
+        EXPECT_TRUE(byFormat[i].second || !byDefault[i].second) << byDefault[i].first;
+    }
+}
+
 } // namespace
 } // namespace avitest
