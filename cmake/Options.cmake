@@ -32,3 +32,9 @@ if(LXAVIREAD_SANITIZERS)
   add_compile_options(-fsanitize=${LXAVIREAD_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${LXAVIREAD_SANITIZERS})
 endif()
+
+# The driver that links programs in C: checks for undefined behaviour in the libraries below them are of the C++ run-time library.
+set(LXAVIREAD_C_LINKER C)
+if(LXAVIREAD_SANITIZERS MATCHES undefined)
+  set(LXAVIREAD_C_LINKER CXX)
+endif()

@@ -68,7 +68,7 @@ protected:
     UInt32 AudioTime(int track, UInt32 number, UInt64 bytes) const
     {
         const Stream& stream = tracks[static_cast<size_t>(track)];
-        const UInt32 tag = stream.format[0] | stream.format[1] << 8;
+        const UInt32 tag = static_cast<UInt32>(stream.format[0] | stream.format[1] << 8);
         if (follow) {
             const double units =
                 stream.header.dwSampleSize != 0 ? static_cast<double>(bytes) / stream.header.dwSampleSize : number;
@@ -260,7 +260,7 @@ protected:
     UInt32 Trim(const Chunk0& chunk, UInt64 bytes) const
     {
         const Stream& stream = tracks[static_cast<size_t>(chunk.iTrack)];
-        const UInt32 tag = stream.format[0] | stream.format[1] << 8;
+        const UInt32 tag = static_cast<UInt32>(stream.format[0] | stream.format[1] << 8);
         if (tag == 0x2000 || stream.header.dwSampleSize == 0) {
             return 0;
         }

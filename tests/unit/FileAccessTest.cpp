@@ -38,6 +38,7 @@ TEST_F(FileAccess, ReadingNothingSucceeds)
     UInt32 word = 5;
     EXPECT_EQ(lxAviReadCore_FileRead(&Info(), &word, 0), LX_OK);
     EXPECT_EQ(word, 5u);
+    EXPECT_EQ(Faults().Reads(), 0u);
 }
 
 TEST_F(FileAccess, TheEndOfTheFileEndsAReadAtOnceHoweverManyAttempts)
@@ -206,6 +207,14 @@ TEST_F(FileAccess, ASkipInSeveralAttemptsStaysInItsBuffer)
     Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 900}); // the rest would land at 3600 of 1024
     EXPECT_EQ(lxAviReadCore_RemoveChunk(2000), LX_OK);
     EXPECT_EQ(ftell(Info().pFile), 2000);
+}
+
+TEST_F(FileAccess, WhatHasNoRoomIsReadInOneAttempt)
+{
+    Attach(2);
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 300}); // the other 724 would land at 1200 of 1024
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(1024), LX_OK);
+    EXPECT_EQ(ftell(Info().pFile), 1024);
 }
 
 TEST_F(FileAccess, ARecordReadInSeveralAttemptsStaysInItsRecord)

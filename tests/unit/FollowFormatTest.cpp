@@ -523,11 +523,81 @@ TEST_F(FollowFormat, ListsThatDoNotKnowTheirSizeAreChained)
 TEST_F(FollowFormat, AListWithoutRoomForItsTypeHasNone)
 {
     builder.beforeMovi = ChunkOfSize("LIST", 0, {}) + ChunkOfSize("LIST", 2, Fill(2)) +
-                         ChunkOfSize("LIST", 0, Text("INFO")) + Chunk("ISFT", Text("tool"));
+                         ChunkOfSize("LIST", 0, Text("INFO")) + Chunk("ISFT", Text("a tool")) +
+                         ChunkOfSize("LIST", 4, Text("hdrl"));
     AddMedia(4, 2);
     ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
     EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
     EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
+TEST_F(FollowFormat, AHeaderListHoldsItsTypeAtLeast)
+{
+    builder.beforeMovi = ChunkOfSize("LIST", 4, Text("hdrl"));
+    AddMedia(4, 2);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(log.Count("AviReadCore : Found header LIST chunk"), 2u);
+}
+
+TEST_F(FollowFormat, OfStrayChunksOnlyWhatIsLargeAndHasNoRoomIsGarbage)
+{
+    constexpr UInt32 kLargestStray = 0x38000;
+    const Bytes decoy = List("movi", Chunk("00dc", Fill(4)));
+    builder.eIndex = IndexKind::None;
+    AddMedia(4, 2);
+    const auto foundDecoy = [&](UInt32 size, Int32 room) {
+        builder.beforeMovi = Chunk("abcd", decoy + Fill(size - decoy.size()));
+        Bytes file = builder.Build();
+        const auto behind = static_cast<UInt32>(Find(file, "abcd") + 8 + size);
+        Patch32(file, 4, behind - 8 + static_cast<UInt32>(room));
+        EXPECT_EQ(OpenAs(kFollow, file), LX_OK);
+        return Info().moviOffset != builder.MoviOffset();
+    };
+    EXPECT_FALSE(foundDecoy(kLargestStray, -100));
+    EXPECT_TRUE(foundDecoy(kLargestStray + 2, -2));
+    EXPECT_FALSE(foundDecoy(kLargestStray + 2, 0));
+    EXPECT_FALSE(foundDecoy(kLargestStray + 2, 100));
+}
+
+TEST_F(FollowFormat, AnIndexAloneIsNoEndOfTheWalk)
+{
+    const Bytes headers = List("hdrl", Chunk("avih", Fill(56, 0)));
+    EXPECT_EQ(OpenAs(kFollow, Riff("AVI ", headers + Chunk("idx1", Fill(16)))), LX_ERR_AVIREAD_EOF);
+
+    builder.behindIdx1 = List("movi", Chunk("00dc", Fill(10, 0x77)) + Chunk("01wb", Fill(8)));
+    AddMedia(4, 2);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    Position();
+    EXPECT_EQ(CountDelivered(), 10u);
+}
+
+TEST_F(FollowFormat, MediaDataDirectlyBehindTheListAreNotOfIt)
+{
+    builder.eIndex = IndexKind::None;
+    builder.behindMovi = Chunk("JUNK", Fill(20));
+    AddMedia(4, 2);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build() + List("movi", Chunk("00dc", Fill(10, 0x77)))), LX_OK);
+    Position();
+    EXPECT_EQ(CountDelivered(), 8u);
+}
+
+TEST_F(FollowFormat, AnInputThatCannotSeekIsReadOverTheLargestSize)
+{
+    builder.beforeMovi = ChunkOfSize("idx1", 0xFFFFFFFE, {});
+    AddMedia(4, 2);
+    indxOptionOfOpen = kFollow;
+    EXPECT_EQ(Open(builder.Build(), false), LX_ERR_AVIREAD_EOF);
+}
+
+TEST_F(FollowFormat, AnAudioIndexBeforeTheVideosWaits)
+{
+    builder = AviBuilder();
+    builder.Add(PcmStream()).Add(VideoStream());
+    builder.eIndex = IndexKind::OneLevelStandard;
+    builder.Audio(0, Fill(640)).Frame(1, Fill(10), true);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[0]->bIndexParsed, 0);
+    EXPECT_EQ(Info().StreamInfo[1]->bIndexParsed, 1);
 }
 
 TEST_F(FollowFormat, AnInputThatCannotSeekCannotGoBackBehindAnEmptyList)

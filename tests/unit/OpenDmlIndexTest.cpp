@@ -343,6 +343,8 @@ TEST_F(OpenDmlIndex, AnIndexChunkOfAnotherStreamIsRefused)
     ASSERT_EQ(Open(file), LX_OK);
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_INDEX_STREAM);
     EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
+    EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u); // by the walk that counts
+    EXPECT_EQ(lxAvi2ReadCore_ParseVideoSuperIndex(0, &Info(), 1, 1), LX_ERR_AVIREAD_INDEX_STREAM);
 }
 
 TEST_F(OpenDmlIndex, AMisplacedIndexChunkIsReadToTheEndOfTheFile)
@@ -797,8 +799,8 @@ TEST_F(OpenDmlIndex, OneLevelFailuresPassThroughTheCommonExit)
     const Bytes file = builder.Build();
     // the budget
     EXPECT_EQ(Open(file, true, 1, 100), LX_ERR_AVIREAD_NO_MEMORY);
-    // allocations: two and 17 times three by Alloc, then the batch buffer, the array, the leaf
-    for (UInt64 n = 54; n <= 56; ++n) {
+    // allocations: two and 17 times three by Alloc, then the batch buffer, the array, the leaf, the audio's batch buffer
+    for (UInt64 n = 54; n <= 57; ++n) {
         ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
         Faults().FailAllocation(n);
         EXPECT_EQ(Open(file), LX_ERR_AVIREAD_NO_MEMORY) << n;
@@ -980,9 +982,141 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     Info().pMetaDataBuffer = nullptr;
 }
 
+// ---- What the passes leave alone, and what they leave behind ----
+
+TEST_F(OpenDmlIndex, ATrackBeyondTheLastIsWalkedAndNotPlaced)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    AddMedia(0, 20);
+    OpenIndexed(builder);
+    const auto table = Table();
+    ASSERT_EQ(table.size(), 5u);
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    ASSERT_EQ(lxAvi2ReadCore_ParseAudioSuperIndex(&Info()), LX_OK);
+    EXPECT_TRUE(log.Has("\tAudio frames in stream# 01 =-1"));
+    EXPECT_EQ(std::memcmp(Table().data(), table.data(), 5 * sizeof table[0]), 0);
+}
+
+TEST_F(OpenDmlIndex, TheFirstLeafHasNoPredecessorOncePlacingBegins)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    AddMedia(0, 8);
+    OpenIndexed(builder);
+    Info().KeyFramesListAsArray[0]->pPrevLeaf = Info().KeyFramesListAsArray[0];
+    ASSERT_EQ(lxAvi2ReadCore_ParseAudioSuperIndex(&Info()), LX_OK);
+    EXPECT_EQ(Info().KeyFramesListAsArray[0]->pPrevLeaf, nullptr);
+    const auto* const pBuffer = static_cast<const UInt8*>(Info().pMetaDataBuffer);
+    ASSERT_NE(pBuffer, nullptr);
+    EXPECT_EQ(Bytes(pBuffer, pBuffer + 18000), Fill(18000, 0)); // no records are left behind
+
+    const auto audio = Info().StreamInfo[1]->IndxChunk.aviIndxcommonSection;
+    const lxAviReadCore_AviIndxChunkCommonSection_t common = {2, 0, 1, 8, audio.dwChunkId};
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset(), 0), 1);
+    ASSERT_EQ(lxAvi2ReadCore_ParseAudioStdIndex(0, &Info(), &common, 0, 0), LX_OK);
+    EXPECT_EQ(Bytes(pBuffer, pBuffer + 18000), Fill(18000, 0));
+}
+
+TEST_F(OpenDmlIndex, AnUnusableAudioIndexEndsThePlacing)
+{
+    builder.Add(PcmStream());
+    builder.eIndex = IndexKind::SuperStandard;
+    for (UInt32 i = 0; i < 8; ++i) {
+        builder.Audio(1, Fill(640)).Audio(2, Fill(640)).Frame(0, Fill(10), true);
+    }
+    Bytes file = builder.Build();
+    file[Find(file, "ix01") + 8] = 0; // entries of size 0
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    ASSERT_EQ(Info().KeyFramesListAsArrayLength, 1u);
+    EXPECT_EQ(Entry(0, 7).videoFrameNumber, 7u);
+    EXPECT_EQ(Entry(0, 7).audioChunkOffset[0], 0u);
+    EXPECT_EQ(Entry(0, 7).audioChunkOffset[1], 0u); // the second track's index was not looked at
+}
+
+TEST_F(OpenDmlIndex, AReadThatFailsInASuperIndexLeavesItAtOnceAndWithoutEntries)
+{
+    const Bytes super = Chunk("indx", IndxHead(4, 0, 0, 2) + Fill(12) + Fill(32) + Fill(600));
+    ASSERT_EQ(OpenWithIndx(super), LX_OK);
+    const auto& sizes = Faults().ReadSizes();
+    const std::vector<UInt64> fields = {12, 12, 32, 600}; // common, reserved, entries, padding
+    const auto found = std::search(sizes.begin(), sizes.end(), fields.begin(), fields.end());
+    ASSERT_NE(found, sizes.end());
+    const auto common = static_cast<UInt64>(found - sizes.begin()) + 1;
+    for (UInt64 n = common; n <= common + 2; ++n) {
+        Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 5});
+        EXPECT_EQ(OpenWithIndx(super), LX_ERR_AVIREAD_READ) << n;
+        EXPECT_EQ(Faults().Reads(), n);
+        EXPECT_EQ(Info().StreamInfo[0]->IndxChunk.pAviSuperIndexEntry, nullptr);
+    }
+}
+
+TEST_F(OpenDmlIndex, AStreamWhoseOneLevelIndexIsTakenInPassesOverAnother)
+{
+    builder.eIndex = IndexKind::OneLevelStandard;
+    AddMedia(0, 8);
+    ASSERT_EQ(Open(builder), LX_OK);
+    lxAviReadCore_StreamInfo_t& video = *Info().StreamInfo[0];
+    ASSERT_EQ(video.bIndexParsed, 1);
+    const Bytes file = builder.Build();
+    const UInt64 indx = Find(file, "indx");
+    const UInt64 next = Find(file, "LIST", indx);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), indx + 8, 0), 1);
+    const auto size = static_cast<UInt32>(next - indx - 8);
+    // What a table is built from is left out, and skipped with the rest of the chunk.
+    EXPECT_EQ(lxAvi2ReadCore_ParseChunkIndx(0, &Info(), size, &video, 1), LX_OK);
+    EXPECT_EQ(video.bIndexParsed, 1);
+    EXPECT_EQ(ftello64(Info().pFile), static_cast<std::int64_t>(next));
+}
+
+TEST_F(OpenDmlIndex, EveryIndexChunkSetsItsOwnBatchSize)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.dmlhTotalFrames = 3000;
+    AddMediaWithoutAudio();
+    builder.NextRiff();
+    AddMediaWithoutAudio();
+    Bytes file = builder.Build();
+    file[Find(file, "ix00") + 8] = 4; // the first chunk's entries count as 16 bytes: 1125 are read at a time
+    ASSERT_EQ(Open(file), LX_OK);
+    const size_t before = Faults().ReadSizes().size();
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    std::vector<UInt64> batches;
+    for (size_t i = before; i < Faults().ReadSizes().size(); ++i) {
+        if (Faults().ReadSize(i) >= 750 * 8) {
+            batches.push_back(Faults().ReadSize(i));
+        }
+    }
+    const std::vector<UInt64> once = {9000, 9000, 6000, 18000, 6000}; // 1125 + 1125 + 750, 2250 + 750
+    std::vector<UInt64> twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    EXPECT_EQ(batches, twice);
+}
+
+TEST_F(OpenDmlIndex, AOneLevelTableIsBuiltWithABatchSizeOfItsOwn)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(96, 0), true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
+    Info().uiMaxRecordsInBuffer = 1;
+    const lxAviReadCore_AviIndxChunkCommonSection_t common = {3, 1, 1, 8, Code("00dc")};
+    ASSERT_EQ(lxAvi2ReadCore_ParseVideoStdIndex(0, &Info(), 0, &common, 1000, 0, 1, 1), LX_OK);
+    EXPECT_EQ(Info().uiMaxRecordsInBuffer, 1500u);
+    const auto* const pBuffer = static_cast<const UInt8*>(Info().pMetaDataBuffer);
+    EXPECT_EQ(Bytes(pBuffer, pBuffer + 18000), Fill(18000, 0)); // no records are left behind
+}
+
 TEST_F(OpenDmlIndex, AudioNeedsATable)
 {
+    builder.eIndex = IndexKind::SuperStandard;
+    AddMedia(0, 8);
     ASSERT_EQ(Open(builder), LX_OK);
+    static_cast<void>(lxAvi2ReadCore_ParseAudioSuperIndex(&Info()));
+    EXPECT_TRUE(log.HasAssertion("pCurrentLeaf!=Null", "List structure must be allocated"));
+
+    builder.eIndex = IndexKind::None;
+    ASSERT_EQ(Open(builder), LX_OK);
+    log.Clear();
     const lxAviReadCore_AviIndxChunkCommonSection_t common = {2, 0, 1, 0, Code("01wb")};
     EXPECT_EQ(lxAvi2ReadCore_ParseAudioStdIndex(0, &Info(), &common, 0, 0), LX_OK);
     EXPECT_TRUE(log.HasAssertion("pCurrentLeaf!=Null", "List structure must be allocated"));
