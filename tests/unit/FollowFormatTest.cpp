@@ -759,6 +759,25 @@ TEST_F(FollowFormat, TheFileTellsWhereOffsetsCountFrom)
     }
     ASSERT_EQ(ParseAs(kFollow, fromChunk), LX_OK);
     EXPECT_EQ(TableOffsets(), KeyFrames());
+
+    // From anywhere, so that the first record is the first chunk's.
+    for (size_t at = Find(fromChunk, "idx1") + 8; at < fromChunk.size(); at += 16) {
+        Patch32(fromChunk, at + 8, Get32(fromChunk, at + 8) + 300);
+    }
+    ASSERT_EQ(ParseAs(kFollow, fromChunk), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
+TEST_F(FollowFormat, OfTwoRecordsBothHaveToCountFromTheFirstChunk)
+{
+    AddMedia(1, 1);
+    Bytes file = builder.Build();
+    const size_t records = Find(file, "idx1") + 8;
+    ASSERT_EQ(file.size(), records + 32);
+    Patch32(file, records + 8, 300);
+    Patch32(file, records + 24, 302); // nothing there
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(TableOffsets(), (std::vector<UInt64>{builder.MoviOffset() - 4 + 302}));
 }
 
 TEST_F(FollowFormat, ARecordThatIsNowhereLeavesTheBaseToTheRule)
@@ -1276,6 +1295,12 @@ TEST_F(FollowFormat, ShortListsInTheHeadersAreNone)
     ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
     EXPECT_EQ(Info().dmlhTotalFrames, 5u);
     EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
+
+    // What has room for its type, or for its header, is there.
+    builder.inHeaderList = ChunkOfSize("LIST", 4, Text("strl")) + Chunk("abcd", {});
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    EXPECT_EQ(log.Count("AviReadCore : Found stream LIST chunk"), 3u);
+    EXPECT_EQ(log.CountPrefix("AviReadCore : read data unknown"), 1u);
 }
 
 // ---- Reads ----

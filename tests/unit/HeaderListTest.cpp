@@ -157,5 +157,12 @@ TEST_F(HeaderList, AnEmptyHeaderListIsNoHeaders)
     EXPECT_TRUE(log.Has("Leaving lxAviReadCore_ParseListHdrl"));
 }
 
+TEST_F(HeaderList, AHeaderListBeginsWithoutAnIndex)
+{
+    Info().bIndxPresent = 1;
+    EXPECT_EQ(lxAviReadCore_ParseListHdrl(0, &Info(), 4), LX_OK); // its type alone
+    EXPECT_EQ(Info().bIndxPresent, 0);
+}
+
 } // namespace
 } // namespace avitest

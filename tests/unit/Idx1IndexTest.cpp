@@ -4,6 +4,8 @@
 
 #include "internal/Bytes.hpp"
 
+#include <functional>
+
 namespace avitest {
 namespace {
 
@@ -86,6 +88,10 @@ TEST_F(Idx1Index, WithoutVideoAmongTheDeclaredStreamsTheThresholdIsZero)
     ASSERT_EQ(Open(late), LX_OK);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_TRUE(log.Has("Num of Streams : 1, Frame rate : 0, ConsFramesThr : 0"));
+    late.avih.dwStreams = 2;
+    ASSERT_EQ(Open(late), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_TRUE(log.Has("Num of Streams : 2, Frame rate : 0, ConsFramesThr : 125"));
 }
 
 TEST_F(Idx1Index, RecordsAreLoggedWhereThereAreSeveralStreams)
@@ -512,6 +518,75 @@ TEST_F(SinglePass, LeafFailuresAreToldInItsOwnWords)
     EXPECT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), 16, 1, 1), LX_ERR_AVIREAD_NO_MEMORY);
     EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
                         " bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"));
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(SinglePass, TracksAreFilledSideBySide)
+{
+    builder.Add(PcmStream());
+    ASSERT_EQ(BuildSinglePass(Record("01wb", 0, 10, 100) + Record("02wb", 0, 11, 200) + Record("00dc", 0x10, 12, 1) +
+                              Record("00dc", 0x10, 13, 1) + Record("02wb", 0, 14, 50) + Record("01wb", 0, 15, 60)),
+              LX_OK);
+    const auto table = Table();
+    ASSERT_EQ(table.size(), 2u);
+    Expect(table[0], 0, {0, 10, 0});
+    Expect(table[0], 1, {0, 11, 0});
+    Expect(table[1], 0, {1, 15, 100});
+    Expect(table[1], 1, {1, 14, 200});
+}
+
+TEST_F(SinglePass, EachPassLeavesNoRecordsInTheBatchBuffer)
+{
+    const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);
+    ASSERT_EQ(ParseRecords(records), LX_OK);
+    Info().pMetaDataBuffer = buffer.data();
+    UInt32 skip = 0, leafs = 0, memory = 0, keyFrames = 0;
+    const auto size = static_cast<UInt32>(records.size());
+    const std::function<UInt32()> passes[] = {
+        [&] { return lxAviReadCore_PreParseIdx1Chunk(&Info(), size, &skip, &leafs, &memory, &keyFrames); },
+        [&] { return lxAviReadCore_ParseIndex_Video(0, &Info(), size, 1, 1); },
+        [&] { return lxAviReadCore_ParseIndex_Audio(&Info(), size, 1); },
+        [&] { return lxAviReadCore_ParseVideoAudioIndex(0, &Info(), size, 1, 1); }};
+    for (const auto& pass : passes) {
+        buffer = Fill(18000, 0);
+        ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+        ASSERT_EQ(pass(), LX_OK);
+        EXPECT_EQ(buffer, Fill(18000, 0));
+    }
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(SinglePass, TheAudioPassStartsFromTheFirstLeafIfThereIsOne)
+{
+    builder.Frame(0, Fill(40), true);
+    ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1)), LX_OK);
+    Info().pMetaDataBuffer = buffer.data();
+    Info().KeyFramesListAsArray[0]->pPrevLeaf = Info().KeyFramesListAsArray[0];
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_OK);
+    EXPECT_EQ(Info().KeyFramesListAsArray[0]->pPrevLeaf, nullptr);
+    Info().pMetaDataBuffer = nullptr;
+
+    ASSERT_EQ(Open(builder), LX_OK); // no table yet
+    Info().pMetaDataBuffer = buffer.data();
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    EXPECT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_OK);
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(SinglePass, ATrackBeyondTheLastIsPassedOver)
+{
+    const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);
+    ASSERT_EQ(ParseRecords(records), LX_OK);
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    log.Clear();
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_TRUE(log.Has("lxAviReadCore_ParseIndex: Audio chunk found 8 "));
+    Info().StreamInfo[1]->uiStreamSize = 0;
+    Info().pMetaDataBuffer = buffer.data();
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), 32, 1, 1), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[1]->uiStreamSize, 0u);
     Info().pMetaDataBuffer = nullptr;
 }
 

@@ -233,8 +233,7 @@ private:
                 continue;
             }
             WriteAudio(entry, track, audio.state);
-            audio.state.bHaveChunk = 0;
-            audio.uiWaiting = 0;
+            audio.state.bHaveChunk = 0; // and no key frame waits: the chunk went to those that did
             Log("lxAviReadCore_ParseIndex: Store audio data ahead of video for %d item: tr=%d  fr#=%d offset=%d.%d "
                 "abp=%d.%d",
                 m_video.Builder().ItemNr(), track, entry);
@@ -387,8 +386,7 @@ void SettleOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
     UInt64 position = 0;
     if (FollowsFormat(pAviInfo) && TellPosition(pAviInfo, position)) {
         lxAviReadCore_IDXrecord_t records[2] = {};
-        const UInt32 result = ReadRecord(pAviInfo, records);
-        const bool bThere = result == LX_OK || AllowEarlyEnd(pAviInfo, result) == LX_OK;
+        const bool bThere = AllowEarlyEnd(pAviInfo, ReadRecord(pAviInfo, records)) == LX_OK;
         base = bThere ? ChooseOffsetBase(pAviInfo, records) : 0;
         SeekAndRemember(pAviInfo, position, kFromStart);
     }
