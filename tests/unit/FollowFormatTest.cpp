@@ -935,6 +935,14 @@ TEST_F(FollowFormat, OfTwoIndexesTheOneThatCoversTheFileWins)
     const auto keys = KeyFrames();
     EXPECT_EQ(TableOffsets(), std::vector<UInt64>(keys.begin(), keys.begin() + 3));
     EXPECT_EQ(Info().StreamInfo[0]->uiStreamSize, 120u);
+
+    // Nor has it a key flag: what it needs to have key frames at all does not hold for idx1.
+    for (size_t record = 0; record < 6; ++record) {
+        const size_t size = Find(file, "ix00") + 32 + 8 * record + 4;
+        Patch32(file, size, Get32(file, size) | 0x80000000u);
+    }
+    ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
+    EXPECT_EQ(TableOffsets(), std::vector<UInt64>(keys.begin(), keys.begin() + 3));
 }
 
 TEST_F(FollowFormat, EqualIndexesAreReadFromOpenDml)

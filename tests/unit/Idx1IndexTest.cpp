@@ -574,6 +574,21 @@ TEST_F(SinglePass, TheAudioPassStartsFromTheFirstLeafIfThereIsOne)
     Info().pMetaDataBuffer = nullptr;
 }
 
+TEST_F(SinglePass, APassAloneTakesOffsetsAsTheyStand)
+{
+    const Bytes records = Record("00dc", 0x10, 104, 1);
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(40), true);
+    builder.behindMovi = Chunk("idx1", records);
+    ASSERT_EQ(Open(builder), LX_OK);
+    Info().pMetaDataBuffer = buffer.data();
+    Info().uiMaxRecordsInBuffer = 1125;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 16, 1, 1), LX_OK);
+    EXPECT_EQ(Entry(0, 0).videoChunkOffset, 104u);
+    Info().pMetaDataBuffer = nullptr;
+}
+
 TEST_F(SinglePass, ATrackBeyondTheLastIsPassedOver)
 {
     const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);

@@ -192,6 +192,7 @@ TEST_F(KeyFrameTableTest, AFailedAllocationLeavesNoTable)
             EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
                                 " bytes for pAviInfo->KeyFramesListAsArray[" + std::to_string(n - 3) + "]"));
             EXPECT_LE(Faults().LiveAllocations(), live + 2); // the leaves are freed at once
+            EXPECT_EQ(Info().KeyFramesListAsArray[0], nullptr);
         }
         Faults().FailAllocation(0);
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK); // and the next try works

@@ -960,6 +960,13 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     EXPECT_EQ(pLeaf->array[1].videoFrameNumber, 4u);
     EXPECT_EQ(pLeaf->array[2].videoChunkOffset, 1800u);
 
+    // where every key frame is kept none is skipped, and a counter that says so stays as it is
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
+    ASSERT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 5, 0, Code("00dc"), 0, 1, &skip, &leafNr),
+              LX_OK);
+    EXPECT_EQ(skip, 1u);
+    EXPECT_EQ(pLeaf->arrayLength, 3u);
+
     lxAvi2ReadCore_AudioIndexState_t state = {};
     lxAviReadCore_KeyFramePosition_t cursor = {0, 0, 0, 1};
     UInt32 cursorTime = 0;

@@ -20,7 +20,7 @@ UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32&
     if (IsAborted(pAviInfo)) {
         return LX_ERR_AVIREAD_ABORTED;
     }
-    UInt32 lacking = wanted * recordSize;
+    UInt32 lacking = 0;
     const UInt32 result = ReadLoop(pAviInfo, *run.pFormat->pRead, pAviInfo->pMetaDataBuffer, kMetaDataBytes,
                                    wanted * recordSize, &lacking);
     if (IsAborted(pAviInfo)) {
@@ -258,7 +258,6 @@ void AudioPlacer::Complete()
         WriteAudio(*pEntry, m_uiTrack, m_state);
         pEntry = table.Next(m_cursor) ? table.At(m_cursor) : Null;
     }
-    m_cursor = {};
 }
 
 } // namespace lxAviReadCore
