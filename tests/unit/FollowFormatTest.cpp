@@ -482,6 +482,9 @@ TEST_F(FollowFormat, FurtherMediaDataInTheFirstListGoOnWithThem)
     AddMedia(4, 2);
     builder.behindMovi = List("movi", Chunk("00dc", Fill(10, 0x77)) + Chunk("01wb", Fill(8)));
     const Bytes file = builder.Build();
+    ASSERT_EQ(OpenAs(kFollow, file), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->pPrevAvix, nullptr); // delivery begins in the first
+    ASSERT_NE(Info().pCurrentAvix->pNextAvix, nullptr);
     ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
     EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
     EXPECT_EQ(Info().moviSize, builder.MoviSize());
@@ -1227,6 +1230,32 @@ TEST_F(FollowFormat, OnlyADescriptorDirectlyBeforeTheFrameBelongsToIt)
         EXPECT_EQ(got.chunk.bDrm, 0);
         EXPECT_EQ(got.chunk.uiFrameNumber, frame);
     }
+}
+
+TEST_F(FollowFormat, BeforeTheFirstChunkThereIsNoDescriptor)
+{
+    AddSegments(2, 2, 1);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    const UInt64 second = Info().pCurrentAvix->pNextAvix->moviDataOffset;
+    for (const UInt64 first : {Info().moviOffset, second}) {
+        for (const UInt64 distance : {UInt64{0}, UInt64{17}}) {
+            Info().JumpOffset = first + distance;
+            const UInt64 seeks = Faults().Seeks();
+            static_cast<void>(Next());
+            EXPECT_EQ(Faults().Seeks(), seeks + 1);
+        }
+    }
+    Info().JumpOffset = Info().moviOffset + 18;
+    const UInt64 seeks = Faults().Seeks();
+    static_cast<void>(Next());
+    EXPECT_EQ(Faults().Seeks(), seeks + 2); // there might be one
+
+    // the same where no segment was noted
+    Faults().Free(Info().pCurrentAvix->pNextAvix);
+    Faults().Free(Info().pCurrentAvix);
+    Info().pCurrentAvix = nullptr;
+    Info().JumpOffset = Info().moviOffset;
+    EXPECT_EQ(Next().uiResult, LX_OK);
 }
 
 // ---- Header lists ----

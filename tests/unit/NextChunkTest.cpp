@@ -128,6 +128,16 @@ TEST_F(NextChunk, EmptyJunkIsSteppedOver)
     EXPECT_EQ(Next().payload, Fill(6));
 }
 
+TEST_F(NextChunk, EmptyJunkThatFillsTheListIsSteppedOverToo)
+{
+    builder.Frame(0, Fill(6), true).Raw(Chunk("JUNK", {})).Raw(Fill(4)); // the last four bytes are out of reach
+    OpenToPlay();
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    EXPECT_EQ(Info().CurrentOffset, Info().moviSize);
+    EXPECT_TRUE(log.HasPrefix("lxAviReadCore_RemoveChunk : size == 0"));
+}
+
 TEST_F(NextChunk, JunkThatReachesBeyondTheListEndsIt)
 {
     builder.Frame(0, Fill(6), true).Raw(ChunkOfSize("JUNK", 500, Fill(40)));
@@ -198,6 +208,77 @@ TEST_F(NextChunk, ADrmDescriptorWithoutRoomBehindItEndsTheList)
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
     EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+}
+
+TEST_F(NextChunk, ADrmDescriptorNeedsRoomForTheHeaderBehindIt)
+{
+    builder.Frame(0, Fill(6), true).Raw(ChunkOfSize("00dd", 10, Fill(10)));
+    AviBuilder enough = builder;
+    builder.Raw(ChunkOfSize("00dc", 4, Fill(2))); // the last four bytes are out of reach: 6 of 8
+    enough.Raw(ChunkOfSize("00dc", 4, Fill(4)));
+    OpenToPlay();
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    OpenToPlay(enough.Build());
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(Next().chunk.bDrm, 1);
+}
+
+TEST_F(NextChunk, SlidingEndsWithTheList)
+{
+    AviBuilder indexed; // what follows the list looks like chunks
+    indexed.Add(VideoStream()).Frame(0, Fill(6), true).Raw(Fill(20));
+    OpenToPlay(indexed.Build());
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    EXPECT_EQ(Info().CurrentOffset, Info().moviSize);
+}
+
+TEST_F(NextChunk, ACodeWithoutRoomForItsSizeEndsTheList)
+{
+    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("00dc")).Raw(U32(2)); // four bytes are out of reach
+    OpenToPlay();
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+}
+
+TEST_F(NextChunk, AChunkWithoutADescriptorIsNotProtected)
+{
+    builder.Frame(0, Fill(6), true);
+    OpenToPlay();
+    lxAviRead_ChunkData_t chunk = {};
+    chunk.bDrm = 1; // of the chunk before
+    Bool jumped = 0;
+    ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
+    EXPECT_EQ(chunk.bDrm, 0);
+}
+
+TEST_F(NextChunk, ThePadByteOfJunkBelongsToIt)
+{
+    builder.Raw(Chunk("JUNK", Fill(41))).Frame(0, Fill(6), true);
+    OpenToPlay();
+    const size_t before = Faults().ReadSizes().size();
+    EXPECT_EQ(Next().payload, Fill(6));
+    const std::vector<UInt64> sizes(Faults().ReadSizes().begin() + static_cast<std::ptrdiff_t>(before),
+                                    Faults().ReadSizes().end());
+    EXPECT_EQ(sizes, (std::vector<UInt64>{4, 4, 42, 4, 4, 6}));
+}
+
+TEST_F(NextChunk, AChunkOfABadStreamIsOfNoType)
+{
+    AviBuilder bad;
+    bad.eIndex = IndexKind::None;
+    bad.Add(VideoStream()).Media("17dc", Fill(6)).Media("05dc", Fill(6)).Raw(Fill(4));
+    OpenToPlay(bad.Build());
+    for (int i = 0; i < 2; ++i) {
+        lxAviRead_ChunkData_t chunk = {};
+        chunk.eStreamType = LX_AVIREAD_STREAM_VIDEO; // of the chunk before
+        Bool jumped = 0;
+        EXPECT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_ERR_AVIREAD_BAD_STREAM);
+        EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_NONE);
+        ASSERT_EQ(lxAviReadCore_RemoveChunk(6), LX_OK);
+        lxAviReadCore_IncreaseOffset(6);
+    }
 }
 
 TEST_F(NextChunk, StreamDigitsAreWeightedByTen)
@@ -481,6 +562,17 @@ TEST_F(Segments, ATargetAtTheEndOfTheCurrentListStaysInIt)
     EXPECT_TRUE(chunk.bJumped);
 }
 
+TEST_F(Segments, ATargetAtTheEndOfAListAheadIsOfTheListBehindIt)
+{
+    OpenSegments();
+    const auto* const pAhead = Info().pCurrentAvix->pNextAvix;
+    Info().JumpOffset = pAhead->moviDataOffset + pAhead->moviDataSize;
+    const UInt64 seeks = Faults().Seeks();
+    EXPECT_EQ(Next().payload, Fill(16, 4));
+    EXPECT_EQ(SegmentNr(), 2u);
+    EXPECT_EQ(Faults().Seeks(), seeks + 1); // no list was entered in between
+}
+
 TEST_F(Segments, ATargetOutsideEveryListIsRefused)
 {
     OpenSegments();
@@ -504,6 +596,10 @@ TEST_F(Segments, ATargetBetweenTwoListsIsFoundForwardAndNotBack)
     Info().JumpOffset = Offset(4);
     ASSERT_EQ(Next().uiResult, LX_OK);
     Info().JumpOffset = between;
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
+    const auto* const pBefore = Info().pCurrentAvix->pPrevAvix;
+    ASSERT_NE(pBefore, nullptr);
+    Info().JumpOffset = pBefore->moviDataOffset + pBefore->moviDataSize; // its end is no part of it, on the way back
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
 }
 
