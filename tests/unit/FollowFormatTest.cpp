@@ -1501,6 +1501,19 @@ TEST_F(FollowFormat, ExtensionListsAreFoundWithoutBeingPromised)
     EXPECT_EQ(CountDelivered(), 24u);
 }
 
+TEST_F(FollowFormat, AListThatEndsBeforeItsFirstChunkIsEmpty)
+{
+    builder.eIndex = IndexKind::None;
+    Bytes file = builder.Build();
+    ASSERT_EQ(Find(file, "movi") + 4, file.size());
+    const Bytes extension = Riff("AVIX", List("movi", Chunk("00dc", Fill(10)) + Chunk("01wb", Fill(8))));
+    Patch32(file, file.size() - 8, static_cast<UInt32>(4 + extension.size())); // claims all that follows
+    ASSERT_EQ(OpenAs(kFollow, file + extension), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, 0u);
+    Position();
+    EXPECT_EQ(CountDelivered(), 2u);
+}
+
 TEST_F(FollowFormat, AnExtensionListMayHoldMoreThanMediaData)
 {
     builder.beforeMoviInAvix = Chunk("JUNK", Fill(30)) + List("more", Fill(4));

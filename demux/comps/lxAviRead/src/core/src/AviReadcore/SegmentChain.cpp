@@ -108,7 +108,7 @@ struct ChainEnd {
 // A list that claims to reach into the RIFF list at `position` ends there: no byte is delivered twice.
 void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
 {
-    if (pSegment != Null && position > pSegment->moviDataOffset) {
+    if (pSegment != Null && position >= pSegment->moviDataOffset) {
         const UInt64 room = position - pSegment->moviDataOffset;
         pSegment->moviDataSize = static_cast<UInt32>(std::min<UInt64>(pSegment->moviDataSize, room));
     }
