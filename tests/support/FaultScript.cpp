@@ -49,6 +49,8 @@ struct Cookie {
     UInt64 uiPosition = 0; // may lie behind the end
 };
 
+UInt64 s_uiOpenFiles = 0;
+
 ssize_t ReadCookie(void* pCookie, char* pBuffer, size_t bytes)
 {
     return FaultScript::Get().Read(pCookie, pBuffer, bytes);
@@ -65,6 +67,7 @@ int SeekCookie(void* pCookie, off64_t* pOffset, int whence)
 int CloseCookie(void* pCookie)
 {
     delete static_cast<Cookie*>(pCookie);
+    --s_uiOpenFiles;
     return 0;
 }
 
@@ -129,6 +132,8 @@ void FaultScript::Meet()
     ++m_uiInjected;
 }
 
+UInt64 FaultScript::OpenFiles() const { return s_uiOpenFiles; }
+
 void* FaultScript::Allocate(size_t bytes)
 {
     if (m_failAllocation.Is(++m_uiAllocations)) {
@@ -137,6 +142,7 @@ void* FaultScript::Allocate(size_t bytes)
     }
     void* const pBlock = __real_malloc(bytes);
     if (pBlock != nullptr) {
+        std::memset(pBlock, 0xCD, bytes); // nobody has cleared it
         m_live.insert(pBlock);
         m_uiLiveBytes += malloc_usable_size(pBlock);
         m_uiPeakBytes = std::max(m_uiPeakBytes, m_uiLiveBytes);
@@ -174,6 +180,7 @@ FILE* FaultScript::Open(const char* path, const char* mode)
         functions.seek = file.second ? SeekCookie : nullptr;
         functions.close = CloseCookie;
         FILE* const pFile = fopencookie(new Cookie{file.first}, mode, functions);
+        ++s_uiOpenFiles;
         if (!m_bBuffered) {
             setvbuf(pFile, nullptr, _IONBF, 0);
         }

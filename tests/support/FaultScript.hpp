@@ -45,6 +45,7 @@ public:
 
     UInt64 Allocations() const { return m_uiAllocations; }
     UInt64 LiveAllocations() const { return m_live.size(); }
+    UInt64 OpenFiles() const; // served and not closed
     UInt64 LiveBytes() const { return m_uiLiveBytes; }
     UInt64 PeakBytes() const { return m_uiPeakBytes; }
     UInt64 LargestAllocation() const { return m_uiLargest; }

@@ -19,6 +19,7 @@ ReaderTest::~ReaderTest()
     EXPECT_TRUE(std::all_of(state.begin(), state.end(), [](UInt8 byte) { return byte == 0; }))
         << "Close left something in the state";
     EXPECT_EQ(Faults().LiveAllocations(), 0u) << "leaked";
+    EXPECT_EQ(Faults().OpenFiles(), 0u) << "left open";
     Faults().Clear();
 }
 

@@ -1389,7 +1389,7 @@ TEST_F(FollowFormat, WithoutAKeyFlagEveryFrameOfSomeCodecsIsAKeyFrame)
         const char* code;
         bool bIntra;
     };
-    for (const Codec& codec : {Codec{"MJPG", true}, Codec{"mjpg", true}, Codec{"DIB ", true}, Codec{"dvsd", true},
+    for (const Codec& codec : {Codec{"MJPG", true}, Codec{"mjpa", true}, Codec{"DIB ", true}, Codec{"dvsd", true},
                                Codec{"YUY2", true}, Codec{"\0\0\0\0", true}, Codec{"HFYU", true}, Codec{"XVID", false},
                                Codec{"\1\0\0\0", false}, Codec{"H264", false}}) {
         builder = AviBuilder();

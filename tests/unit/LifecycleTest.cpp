@@ -137,6 +137,107 @@ TEST_F(Lifecycle, ResetForgetsTheFileAndKeepsTheRecords)
     EXPECT_EQ(Info().AviHdr->dwMicroSecPerFrame, 0u);
 }
 
+TEST_F(Lifecycle, ResetGivesEveryFieldTheValueOfTheStateWithoutAFile)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    const auto soil = [this](lxAviReadCore_AviInfo_t& state) {
+        const lxAviReadCore_AviInfo_t before = Info();
+        std::memset(&state, 0xA5, sizeof state); // the bytes between the fields, too
+        state.pFile = before.pFile;
+        state.AviHdr = before.AviHdr;
+        std::copy(std::begin(before.StreamInfo), std::end(before.StreamInfo), std::begin(state.StreamInfo));
+        state.KeyFramesListAsArray = nullptr;
+        state.pCurrentAvix = before.pCurrentAvix;
+        state.bAbort = 1;
+    };
+    lxAviReadCore_AviInfo_t expected;
+    soil(expected);
+    soil(Info());
+    lxalAviRead_FileSeekPossible = 0;
+    lxalAviRead_VideoFrame = 7;
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+
+    expected.pFile = nullptr;
+    expected.pMetaDataBuffer = nullptr;
+    expected.moviSize = 0;
+    expected.idx1Size = 0;
+    expected.idx1Offset = 0;
+    expected.moviOffset = 0;
+    expected.riffSize = 0;
+    expected.uiUnused1 = 0;
+    expected.audioStreamNr = 0;
+    expected.videoStreamNr = 0;
+    expected.JumpOffset = 0;
+    expected.CurrentOffset = 4;
+    expected.AudioTracksCount = 0;
+    expected.SubtitleTracksCount = 0;
+    expected.uiUnused2 = 0;
+    expected.KeyFramesListAsArrayLength = 0;
+    expected.memoryUsageLimit = 0;
+    std::fill(std::begin(expected.TrackNumber), std::end(expected.TrackNumber), 0);
+    expected.bAudioSync = 0;
+    expected.bIndxPresent = 0;
+    expected.bJumpToVideo = 0;
+    expected.IndxOption = 1;
+    expected.bDmlhPresent = 0;
+    expected.dmlhTotalFrames = 0;
+    expected.bAbsoluteOffsets = 0;
+    expected.audioSyncLeafNr = 0;
+    expected.audioSyncItemNr = 0;
+    expected.uiMaxRecordsInBuffer = 0;
+    expected.pCurrentAvix = nullptr;
+    expected.bAvixPresent = 0;
+    expected.maxReadAttempts = 0;
+    EXPECT_EQ(AsBytes(Info()), AsBytes(expected)); // and the abort flag is still set
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1);
+    EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
+    EXPECT_EQ(Faults().OpenFiles(), 0u);
+}
+
+TEST_F(Lifecycle, ResetGivesEveryFieldOfAStreamTheValueOfNone)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    ASSERT_EQ(Open(builder), LX_OK);
+    lxAviReadCore_StreamInfo_t& stream = *Info().StreamInfo[0];
+    ASSERT_NE(stream.IndxChunk.pAviSuperIndexEntry, nullptr);
+    stream.bIndexParsed = 1;
+    stream.iFrameSize = 5;
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(stream.bIndexParsed, 0);
+    EXPECT_EQ(stream.iFrameSize, 0);
+    EXPECT_EQ(stream.IndxChunk.pAviSuperIndexEntry, nullptr);
+    EXPECT_EQ(stream.IndxChunk.aviIndxcommonSection.wLongsPerEntry, 0);
+    EXPECT_EQ(stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse, 0u);
+    EXPECT_EQ(stream.IndxChunk.aviIndxcommonSection.dwChunkId, 0u);
+}
+
+TEST_F(Lifecycle, FreeingTheRecordsForgetsTheCountersAndTheBatchBuffer)
+{
+    Bytes file = builder.Build();
+    file.resize(file.size() - 8); // the index ends early
+    ASSERT_EQ(Open(file), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    ASSERT_NE(Info().pMetaDataBuffer, nullptr);
+    lxalAviRead_VideoFrame = 7;
+    lxalAviRead_AudioFrame[2] = 8;
+    lxAviReadCore_FreeAllocatedMemory(&Info());
+    EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
+    EXPECT_EQ(Info().AviHdr, nullptr);
+    EXPECT_EQ(Info().StreamInfo[0], nullptr);
+    EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
+    EXPECT_EQ(lxalAviRead_AudioFrame[2], 0u);
+}
+
+TEST_F(Lifecycle, TheBatchBufferIsClearWhenItIsMade)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Faults().FaultRead(1, {ReadFault::Kind::EndOfFile, 0});
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    const auto* const pBuffer = static_cast<const UInt8*>(Info().pMetaDataBuffer);
+    ASSERT_NE(pBuffer, nullptr);
+    EXPECT_EQ(Bytes(pBuffer, pBuffer + 18000), Fill(18000, 0));
+}
+
 TEST_F(Lifecycle, ResetClearsTheCounters)
 {
     builder.eIndex = IndexKind::None;
@@ -197,6 +298,20 @@ TEST_F(Lifecycle, RewindWithoutSeekingOnlyResetsTheCounters)
     EXPECT_EQ(Info().CurrentOffset, 4u);
     EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
     EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);
+}
+
+TEST_F(Lifecycle, RewindForgetsWhereASeekHasLed)
+{
+    OpenIndexed(builder);
+    Info().audioSyncLeafNr = 3;
+    Info().audioSyncItemNr = 4;
+    Info().bAudioSync = 1;
+    Info().bJumpToVideo = 1;
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Info().audioSyncLeafNr, 0u);
+    EXPECT_EQ(Info().audioSyncItemNr, 0u);
+    EXPECT_EQ(Info().bAudioSync, 0);
+    EXPECT_EQ(Info().bJumpToVideo, 0);
 }
 
 TEST_F(Lifecycle, RewindStoresTheSeeksOutcome)

@@ -108,7 +108,58 @@ TEST_F(StreamChunks, TheProcessorsRejectWhatBelongsElsewhere)
     EXPECT_EQ(chunk.bValid, 0);
 }
 
+TEST_F(StreamChunks, TheProcessorsSayWhatTheChunkIsAndWhetherItCounts)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Add(VideoStream()).Add(PcmStream()).Add(TextStream());
+    OpenToPlay();
+    lxAviRead_ChunkData_t chunk;
+    const auto soil = [&chunk](UInt32 streamNr) {
+        std::memset(&chunk, 0x7B, sizeof chunk);
+        chunk.uiStreamNr = streamNr;
+        chunk.uiSize = 4;
+    };
+    soil(0);
+    EXPECT_EQ(lxAviReadCore_ProcessNextVideoChunk(&Info(), &chunk, 0), LX_OK);
+    EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_VIDEO);
+    EXPECT_EQ(chunk.bKeyFrame, 0);
+    EXPECT_EQ(chunk.bValid, 1);
+    soil(1);
+    EXPECT_EQ(lxAviReadCore_ProcessNextAudioChunk(&Info(), &chunk, 0), LX_OK);
+    EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_AUDIO);
+    EXPECT_EQ(chunk.bValid, 1);
+    EXPECT_EQ(lxAviReadCore_ProcessNextAudioChunk(&Info(), &chunk, 1), LX_ERR_AVIREAD_AUDIO_SKIPPED);
+    EXPECT_EQ(chunk.bValid, 0);
+    soil(2);
+    EXPECT_EQ(lxAviReadCore_ProcessNextSubtitleChunk(&Info(), &chunk, 0), LX_OK);
+    EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_SUBTITLE);
+    EXPECT_EQ(chunk.bValid, 1);
+}
+
+TEST_F(StreamChunks, ATrackBeyondTheLastIsNeitherPlayedNorCounted)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Add(VideoStream()).Add(PcmStream()).Audio(1, Fill(10)).Audio(1, Fill(10)).Frame(0, Fill(4), true);
+    OpenToPlay();
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    for (const UInt32 selected : {0u, UInt32{LX_AVIREAD_AUDIO_TRACKS}}) {
+        const Delivered chunk = Next(selected);
+        EXPECT_EQ(chunk.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
+        SkipRejected(chunk);
+    }
+    EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);
+}
+
 // ---- With a table ----
+
+TEST_F(StreamChunks, AJumpToVideoThatIsStillToBeMadeIsNotAtItsEnd)
+{
+    builder.Add(VideoStream()).Frame(0, Fill(4), true).Frame(0, Fill(6), true);
+    OpenIndexed(builder);
+    Info().bJumpToVideo = 1;
+    EXPECT_EQ(Next().chunk.bKeyFrame, 1);
+    EXPECT_EQ(Info().bJumpToVideo, 1);
+}
 
 TEST_F(StreamChunks, KeyFramesOfTheTableAreMarkedAndNumbered)
 {
