@@ -85,6 +85,11 @@ TEST_F(StreamList, ANinthSubtitleStreamIsTrackZero)
     EXPECT_EQ(Info().TrackNumber[7], 7u);
     EXPECT_EQ(Info().TrackNumber[8], 0u);
     EXPECT_EQ(Info().SubtitleTracksCount, 10u);
+    // whatever it was before
+    Info().TrackNumber[8] = 5;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+    ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_OK);
+    EXPECT_EQ(Info().TrackNumber[8], 0u);
 }
 
 TEST_F(StreamList, UnknownTypesBelongToNoKind)
@@ -95,6 +100,10 @@ TEST_F(StreamList, UnknownTypesBelongToNoKind)
     EXPECT_EQ(Info().videoStreamNr, 1);
     EXPECT_TRUE(log.HasPrefix("AviReadCore : Fourcc error! Stream 0 type (auds/vids) not defined 7364696d ( s d i m) "
                               "(line:"));
+    Info().StreamInfo[0]->StreamType = LX_AVIREAD_STREAM_AUDIO; // whatever it was before
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+    ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[0]->StreamType, LX_AVIREAD_STREAM_NONE);
 }
 
 TEST_F(StreamList, AStrfBeforeItsStrhIsRejected)
@@ -167,6 +176,37 @@ TEST_F(StreamList, ASecondFormatOfTheMainVideoStreamMakesItASubtitleStream)
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().StreamInfo[0]->StreamType, 3u);
     EXPECT_EQ(Info().videoStreamNr, 0);
+    // An index there is of subtitles, and of no use.
+    builder.streams[0].extra = Chunk("strf", video.format) + Chunk("indx", Fill(40, 0));
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(Info().bIndxPresent, 1);
+    EXPECT_EQ(Info().StreamInfo[0]->IndxChunk.pAviSuperIndexEntry, nullptr);
+    // Stream data make it the video stream again.
+    builder.streams[0].extra = Chunk("strf", video.format) + Chunk("strd", Fill(2232, 1));
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[0]->StreamType, 2u);
+    // Where they come first, they are of a stream that is no video stream any more.
+    builder.streams[0].extra = Chunk("strd", Fill(2232, 1)) + Chunk("strf", video.format);
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(Info().StreamInfo[0]->bStrdPresent, 1);
+    Bytes data(2232);
+    Bool present = 7;
+    ASSERT_EQ(lxAviReadCore_GetStrdData(0, data.data(), &present), LX_OK);
+    EXPECT_EQ(present, 0);
+    EXPECT_EQ(data, Fill(2232, 0));
+}
+
+TEST_F(StreamList, AnUnusableIndexTakesThePromiseOfAnIndexBack)
+{
+    // An input that cannot tell its position has no use for an index on one level.
+    const Bytes indx = Chunk("indx", U16(2) + Bytes{0, 1} + U32(1) + Text("00dc") + Fill(12, 0) + U32(8) + U32(4));
+    builder.eIndex = IndexKind::None;
+    builder.Add(VideoStream()).Raw(indx);
+    indxOptionOfOpen = LX_AVIREAD_FOLLOW_FORMAT | 1;
+    ASSERT_EQ(Open(builder.Build(), false), LX_OK); // and stands at the chunk
+    Info().AviHdr->dwFlags |= LX_AVIREAD_HAS_INDEX;
+    EXPECT_EQ(lxAviReadCore_ParseListStrl(0, &Info(), static_cast<UInt32>(indx.size()), 0), LX_OK);
+    EXPECT_EQ(Info().AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX, 0u);
 }
 
 TEST_F(StreamList, ACallForAStreamThatHasNoRecordIsAnswered)
