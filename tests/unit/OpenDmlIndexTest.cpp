@@ -874,6 +874,32 @@ TEST_F(OpenDmlIndex, RecordsThatASuperIndexNamesOverAndOverAreNotReadOverAndOver
     EXPECT_LT(Faults().Reads() - reads, 3u * 20u); // 6000 bytes of file hold 320 bytes of records not 20 times
 }
 
+TEST_F(OpenDmlIndex, RecordsAreReadAsOftenAsTheyHaveRoomBeforeTheFurthest)
+{
+    // 40 records of 8 bytes, or of 12, at a multiple of their size: n + 1 times fits exactly.
+    for (const UInt32 recordBytes : {8u, 12u}) {
+        const UInt32 bytes = 40 * recordBytes;
+        AviBuilder one;
+        one.eIndex = IndexKind::None;
+        one.Add(VideoStream());
+        one.streams[0].extra = Chunk("indx", IndxHead(4, 0, 0, 20) + Fill(12) + Fill(20 * 16, 0));
+        one.Raw(Chunk("ix00", IndxHead(recordBytes / 4, recordBytes == 12 ? 1 : 0, 1, 40) + Fill(16, 0) + Fill(bytes)));
+        const size_t unaligned = Find(one.Build(), "ix00");
+        one.beforeMovi = Chunk("JUNK", Fill(bytes - (unaligned + 8) % bytes));
+        Bytes file = one.Build();
+        const size_t at = Find(file, "ix00");
+        ASSERT_EQ(at % bytes, 0u);
+        for (UInt32 i = 0; i < 20; ++i) {
+            Patch32(file, Find(file, "indx") + 8 + 24 + 16 * i, static_cast<UInt32>(at));
+        }
+        log.SetMask(0x200);
+        ASSERT_EQ(Open(file), LX_OK);
+        log.Clear();
+        EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+        EXPECT_EQ(log.CountPrefix("Fseeking("), at / bytes + 2); // the last one is refused
+    }
+}
+
 TEST_F(OpenDmlIndex, AChunkNamedTwiceIsReadTwiceWhereThatIsNoHarm)
 {
     builder.eIndex = IndexKind::SuperStandard;

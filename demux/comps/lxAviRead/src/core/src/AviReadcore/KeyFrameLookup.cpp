@@ -137,7 +137,7 @@ UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
         return LX_OK;
     }
     // Quirk Q28: bJumpToVideo stays as it is, and without audio so do the audio counters.
-    const JumpRules rules = {.bToEarlierAudio = track >= 0, .bLoadVideoCounter = true, .bLoadAudioCounters = track >= 0};
+    const JumpRules rules = {.bLoadVideoCounter = true, .bLoadAudioCounters = track >= 0};
     const bool bToAudio = ArmJump(pAviInfo, lastPlayedKeyFrame, *pEntry, track, rules);
     if (track >= 0) {
         LogRearmed(pAviInfo, *pEntry, static_cast<UInt32>(track), bToAudio);

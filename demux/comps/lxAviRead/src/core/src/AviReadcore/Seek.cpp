@@ -19,7 +19,7 @@ bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules)
 {
-    const bool bToAudio = rules.bToEarlierAudio && HasEarlierAudio(pAviInfo, entry, track, position.Offset);
+    const bool bToAudio = HasEarlierAudio(pAviInfo, entry, track, position.Offset);
     pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
     if (rules.eVideoFirst != VideoFirst::Keep) {
         pAviInfo->bJumpToVideo = rules.eVideoFirst == VideoFirst::Require || !bToAudio ? 1 : 0;
@@ -209,10 +209,8 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
                        __LINE__)) {
         return;
     }
-    const JumpRules rules = {.bToEarlierAudio = track >= 0,
-                             .eVideoFirst = VideoFirst::UnlessToAudio,
-                             .bLoadVideoCounter = true,
-                             .bLoadAudioCounters = true};
+    const JumpRules rules = {
+        .eVideoFirst = VideoFirst::UnlessToAudio, .bLoadVideoCounter = true, .bLoadAudioCounters = true};
     if (ArmJump(pAviInfo, position, *pEntry, track, rules)) {
         LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: audio(offset=%d.%d) ahead of video(offset=%d.%d)",
                LX_HILO(pAviInfo->JumpOffset), LX_HILO(position.Offset));

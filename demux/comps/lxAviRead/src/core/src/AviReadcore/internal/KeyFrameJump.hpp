@@ -14,7 +14,6 @@ enum class VideoFirst : UInt8 {
 
 // What the jumps differ in.
 struct JumpRules {
-    bool bToEarlierAudio = false; // go to the track's audio chunk where it lies before the key frame
     VideoFirst eVideoFirst = VideoFirst::Keep;
     bool bLoadVideoCounter = false;
     bool bLoadAudioCounters = false; // of all tracks, so that a later switch finds them right
@@ -23,7 +22,8 @@ struct JumpRules {
 // Whether the chunk that `track` resumes with at `entry` lies before the key frame; never for track -1.
 bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset);
 
-// Arms the jump to `entry` at `position`; `track` is -1 when no audio is played. True when it goes to an audio chunk.
+// Arms the jump to `entry` at `position`, or to the chunk that `track` resumes with where that lies before it; `track` is
+// -1 when no audio is played. True when it goes to an audio chunk.
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules);
 
