@@ -1432,6 +1432,23 @@ TEST_F(FollowFormat, WhatOneFileNeededIsForgottenForTheNext)
     EXPECT_EQ(Table()[0].videoFrameNumber, 1u);
 }
 
+TEST_F(FollowFormat, WhatOneOpenNeededIsForgottenForTheNextOfTheSameFile)
+{
+    builder.Frame(0, Fill(10), false).Frame(0, Fill(10), false);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    ASSERT_EQ(Table().size(), 1u); // the first frame, without a flag
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+    ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, kDefault, &allIndexed), LX_OK);
+    // the pass that fills the table, without the one that counts
+    Bytes buffer(18000);
+    Info().pMetaDataBuffer = buffer.data();
+    Info().uiMaxRecordsInBuffer = 1125;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), Info().idx1Size, 1, 1), LX_OK);
+    EXPECT_EQ(Info().KeyFramesListAsArray[0]->arrayLength, 0u);
+    Info().pMetaDataBuffer = nullptr;
+}
+
 TEST_F(FollowFormat, AnIdx1ThatEndsEarlyCoversWhatItHas)
 {
     AddMedia(1000, 4); // 2000 records: two batches
@@ -1527,6 +1544,20 @@ TEST_F(FollowFormat, AnExtensionListMayHoldMoreThanMediaData)
     EXPECT_EQ(TableOffsets(), KeyFrames());
     EXPECT_EQ(CountDelivered(), 24u);
     ExpectEverySeekLands();
+}
+
+TEST_F(FollowFormat, AnExtensionListHoldsItsMediaDataWhole)
+{
+    builder.eIndex = IndexKind::None;
+    AddMedia(2, 1);
+    const Bytes first = builder.Build();
+    // a list of media data that ends with the extension list belongs to it, one directly behind does not
+    const Bytes junk = Chunk("JUNK", Fill(30));
+    ASSERT_EQ(OpenAs(kFollow, first + Riff("AVIX", junk + List("movi", {}))), LX_OK);
+    ASSERT_NE(Info().pCurrentAvix->pNextAvix, nullptr);
+    EXPECT_EQ(Info().pCurrentAvix->pNextAvix->moviDataOffset, first.size() + 12 + 38 + 12);
+    ASSERT_EQ(OpenAs(kFollow, first + Riff("AVIX", junk) + List("movi", Chunk("00dc", Fill(4)))), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->pNextAvix, nullptr);
 }
 
 TEST_F(FollowFormat, AFileCutInsideAListHeaderHasTheListsBefore)

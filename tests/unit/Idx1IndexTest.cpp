@@ -736,12 +736,20 @@ TEST_F(Idx1Index, ASecondParseForgetsOnlyPositionsThatWouldDangle)
     EXPECT_EQ(Info().audioSyncItemNr, 1u);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_EQ(Info().audioSyncItemNr, 1u); // still an entry
+    Info().JumpOffset = 0;
+    ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1), LX_OK);
+    EXPECT_EQ(Info().JumpOffset, Relative(1)); // as is the key frame played last
+    Info().audioSyncLeafNr = 1;                // which is none
     Info().idx1Size = 16;                  // one record is left
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_EQ(Info().audioSyncItemNr, 0u);
+    EXPECT_EQ(Info().audioSyncLeafNr, 0u);
     Info().JumpOffset = 0;
+    log.SetMask(0x20);
+    log.Clear();
     ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1), LX_OK);
     EXPECT_EQ(Info().JumpOffset, 0u); // the key frame played last is forgotten
+    EXPECT_TRUE(log.Has("lastPlayedKeyFrame.valid==false"));
 }
 
 } // namespace

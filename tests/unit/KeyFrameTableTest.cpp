@@ -212,6 +212,18 @@ TEST_F(KeyFrameTableTest, ASecondParseReleasesTheFirstTable)
     EXPECT_EQ(Table().size(), 400u);
 }
 
+TEST_F(KeyFrameTableTest, OfATableThatCouldNotBeMadeOnlyTheArrayIsLeft)
+{
+    OpenFrames(800); // three leaves
+    Faults().FailAllocation(4); // behind the batch buffer, the array and a leaf
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY);
+    Faults().FailAllocation(0);
+    log.SetMask(0x800);
+    log.Clear();
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_EQ(log.CountPrefix("lxalAviRead_Free( 0x"), 2u); // the array, and the batch buffer at the end
+}
+
 TEST_F(KeyFrameTableTest, TheCleanUpTracesItsFrees)
 {
     OpenFrames(400);

@@ -218,7 +218,9 @@ TEST_F(NextChunk, ADrmDescriptorNeedsRoomForTheHeaderBehindIt)
     enough.Raw(ChunkOfSize("00dc", 4, Fill(4)));
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
-    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    const Delivered cut = Next();
+    EXPECT_EQ(cut.uiResult, LX_AVIREAD_END_OF_MEDIA);
+    EXPECT_EQ(cut.chunk.bDrm, 0);
     OpenToPlay(enough.Build());
     EXPECT_EQ(Next().uiResult, LX_OK);
     EXPECT_EQ(Next().chunk.bDrm, 1);

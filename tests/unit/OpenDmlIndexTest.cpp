@@ -970,7 +970,7 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     Info().uiMaxRecordsInBuffer = 2250;
     Bytes buffer(18000);
     Info().pMetaDataBuffer = buffer.data();
-    ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 1), LX_OK);
+    ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 2), LX_OK);
     lxAviReadCore_KeyFrameLeaf_t* pLeaf = Info().KeyFramesListAsArray[0];
     UInt32 frame = 0, skip = 0, leafNr = 0;
     for (int half = 0; half < 2; ++half) {
@@ -985,6 +985,23 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     ASSERT_EQ(pLeaf->arrayLength, 3u); // key frames 0, 4 and 8 of 0, 2, 4, 6, 8
     EXPECT_EQ(pLeaf->array[1].videoFrameNumber, 4u);
     EXPECT_EQ(pLeaf->array[2].videoChunkOffset, 1800u);
+
+    // a leaf that is rolled over to begins empty
+    frame = skip = leafNr = 0;
+    pLeaf->arrayLength = kLeaf;
+    Info().KeyFramesListAsArray[1]->arrayLength = 7;
+    Info().KeyFramesListAsArray[1]->array[3].videoFrameNumber = 7;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
+    ASSERT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 5, 0, Code("00dc"), 0, 1, &skip, &leafNr),
+              LX_OK);
+    EXPECT_EQ(leafNr, 1u);
+    EXPECT_EQ(pLeaf->arrayLength, 3u);
+    EXPECT_EQ(pLeaf->array[3].videoFrameNumber, 0u);
+    EXPECT_EQ(pLeaf->pPrevLeaf, Info().KeyFramesListAsArray[0]);
+    pLeaf = Info().KeyFramesListAsArray[0];
+    pLeaf->arrayLength = 3;
+    leafNr = 0;
+    skip = 1;
 
     // where every key frame is kept none is skipped, and a counter that says so stays as it is
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
@@ -1101,6 +1118,7 @@ TEST_F(OpenDmlIndex, AStreamWhoseOneLevelIndexIsTakenInPassesOverAnother)
     const UInt64 next = Find(file, "LIST", indx);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), indx + 8, 0), 1);
     const auto size = static_cast<UInt32>(next - indx - 8);
+    Info().AviHdr->dwFlags = 0; // no idx1 is promised
     // What a table is built from is left out, and skipped with the rest of the chunk.
     EXPECT_EQ(lxAvi2ReadCore_ParseChunkIndx(0, &Info(), size, &video, 1), LX_OK);
     EXPECT_EQ(video.bIndexParsed, 1);
@@ -1134,7 +1152,7 @@ TEST_F(OpenDmlIndex, EveryIndexChunkSetsItsOwnBatchSize)
 TEST_F(OpenDmlIndex, AOneLevelTableIsBuiltWithABatchSizeOfItsOwn)
 {
     builder.eIndex = IndexKind::None;
-    builder.Frame(0, Fill(96, 0), true);
+    builder.Frame(0, Fill(96, 0x11), true);
     ASSERT_EQ(Open(builder), LX_OK);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
     Info().uiMaxRecordsInBuffer = 1;

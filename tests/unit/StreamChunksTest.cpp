@@ -101,7 +101,7 @@ TEST_F(StreamChunks, TheProcessorsRejectWhatBelongsElsewhere)
     EXPECT_EQ(lxAviReadCore_ProcessNextVideoChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_VIDEO_SKIPPED);
     EXPECT_EQ(chunk.eStreamType, 2u);
     EXPECT_TRUE(log.Has("Video chunk with invalid stream number and size=5"));
-    chunk.uiStreamNr = 40; // no track at all
+    chunk.uiStreamNr = LX_AVIREAD_STREAMS; // no track at all
     EXPECT_EQ(lxAviReadCore_ProcessNextAudioChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_AUDIO_SKIPPED);
     EXPECT_EQ(lxAviReadCore_ProcessNextSubtitleChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_SUBTITLE_SKIPPED);
     EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);

@@ -120,8 +120,6 @@ UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
 UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
 {
     ReleaseKeyFrameTable(m_pAviInfo, TableReleaseTrace::IndexDriver);
-    m_uiLeafNr = 0;
-    m_bFull = false;
     const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
     m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
     if (m_pAviInfo->KeyFramesListAsArray == Null) {

@@ -74,7 +74,7 @@ public:
     // Continues in a table that another builder has begun.
     void Resume(UInt32 leafNr) { m_uiLeafNr = leafNr; }
 
-    // Releases what is there and allocates `neededLeafs` cleared leaves.
+    // Releases what is there and allocates `neededLeafs` cleared leaves; once, before anything is appended.
     [[nodiscard]] UInt32 Create(UInt32 neededLeafs);
 
     // The place of the next entry, cleared and counted; null when the last leaf is full.
