@@ -226,7 +226,7 @@ UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     } else if (pVideo != Null && pVideo->bIndexParsed == 1) {
         result = PlaceStream(pAviInfo, StreamNrOf(pAviInfo, pStrInfo));
     } else {
-        return LX_OK;
+        return LX_OK; // its turn comes with lxAviReadCore_ParseIndex
     }
     pStrInfo->bIndexParsed = result == LX_OK ? 1 : 0;
     return result;
