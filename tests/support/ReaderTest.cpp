@@ -14,6 +14,9 @@ ReaderTest::ReaderTest()
 ReaderTest::~ReaderTest()
 {
     Faults().FailAllocation(0);
+    if (bBufferLent) {
+        Info().pMetaDataBuffer = nullptr;
+    }
     EXPECT_EQ(lxAviReadCore_Close(), LX_OK);
     const Bytes state = AsBytes(Info());
     EXPECT_TRUE(std::all_of(state.begin(), state.end(), [](UInt8 byte) { return byte == 0; }))

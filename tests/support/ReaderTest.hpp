@@ -51,6 +51,13 @@ protected:
     std::vector<Delivered> All(UInt32 audioTrack = 0, UInt32 subtitleTrack = 0);
     void SkipRejected(const Delivered& delivered);
 
+    // Lends the reader a batch buffer, for passes that are called by themselves; taken back at the end of the test at the latest.
+    void LendBuffer(Bytes& buffer)
+    {
+        Info().pMetaDataBuffer = buffer.data();
+        bBufferLent = true;
+    }
+
     lxAviReadCore_KeyFrameEntry_t& Entry(UInt32 leafNr, UInt32 itemNr);
     // All entries of the table in order, after its invariants were checked.
     std::vector<lxAviReadCore_KeyFrameEntry_t> Table();
@@ -59,6 +66,7 @@ protected:
     UInt8 indxOptionOfOpen = 1; // Open's IndxOption where a test gives none
     Bool allIndexed = 7;
     bool bPayloadsMayBeCut = false; // in damaged files
+    bool bBufferLent = false;
 };
 
 // One more than the table can hold: for the leaf bounds.

@@ -5,6 +5,7 @@
 #include "lxDbgHost.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -80,7 +81,7 @@ TEST(DebugLibrary, AssertionsReachTheCallbackAndCarryOn)
 
 TEST(DebugLibrary, TheFileSinkAppendsLines)
 {
-    const std::string path = ::testing::TempDir() + "lxdbg-test.log";
+    const std::string path = ::testing::TempDir() + "lxdbg-test-" + std::to_string(getpid()) + ".log";
     std::remove(path.c_str());
     ASSERT_EQ(lxDbg_LogToFile(path.c_str()), 0u);
     lxDbg_Print(Unit("writer"), 0x40, "hello");

@@ -592,6 +592,33 @@ TEST_F(FollowFormat, AnInputThatCannotSeekIsReadOverTheLargestSize)
     EXPECT_EQ(Open(builder.Build(), false), LX_ERR_AVIREAD_EOF);
 }
 
+TEST_F(FollowFormat, TheStartOfTheFileIsAPositionToo)
+{
+    AddMedia(2, 1);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    Bytes buffer(18000);
+    LendBuffer(buffer);
+    Info().uiMaxRecordsInBuffer = 1125;
+    UInt32 skip = 0, leafs = 0, memory = 0, keyFrames = 0;
+    EXPECT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+    const UInt64 seeks = Faults().Seeks();
+    static_cast<void>(lxAviReadCore_PreParseIdx1Chunk(&Info(), 16, &skip, &leafs, &memory, &keyFrames));
+    EXPECT_GE(Faults().Seeks(), seeks + 2); // the base was looked for, and the file put back
+    Info().pMetaDataBuffer = nullptr;
+}
+
+TEST_F(FollowFormat, AnIndexThatHasToWaitIsNoFailure)
+{
+    const Bytes payload = U16(2) + Bytes{0, 1} + U32(1) + Text("01wb") + Fill(12, 0) + U32(8) + U32(4);
+    builder.eIndex = IndexKind::None;
+    builder.Raw(payload);
+    ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset(), 0), 1);
+    EXPECT_EQ(lxAvi2ReadCore_ParseChunkIndx(0, &Info(), static_cast<UInt32>(payload.size()), Info().StreamInfo[1], kFollow),
+              LX_OK);
+    EXPECT_EQ(Info().StreamInfo[1]->bIndexParsed, 0);
+}
+
 TEST_F(FollowFormat, AnAudioIndexBeforeTheVideosWaits)
 {
     builder = AviBuilder();
@@ -680,7 +707,7 @@ TEST_F(FollowFormat, ThePassesAloneConvertOffsets)
     AddMedia(12, 4);
     ASSERT_EQ(OpenAs(kFollow, builder.Build()), LX_OK);
     Bytes buffer = Fill(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Info().uiMaxRecordsInBuffer = 1125;
     UInt32 skip = 0, leafs = 0, memory = 0, keys = 0;
     const UInt32 size = Info().idx1Size;
@@ -777,6 +804,7 @@ TEST_F(FollowFormat, OfTwoRecordsBothHaveToCountFromTheFirstChunk)
     Bytes file = builder.Build();
     const size_t records = Find(file, "idx1") + 8;
     ASSERT_EQ(file.size(), records + 32);
+    ASSERT_GT(builder.MoviOffset(), 302u); // or the offsets would count from the file's start
     Patch32(file, records + 8, 300);
     Patch32(file, records + 24, 302); // nothing there
     ASSERT_EQ(ParseAs(kFollow, file), LX_OK);
@@ -1432,6 +1460,22 @@ TEST_F(FollowFormat, WhatOneFileNeededIsForgottenForTheNext)
     EXPECT_EQ(Table()[0].videoFrameNumber, 1u);
 }
 
+TEST_F(FollowFormat, WhatAFileNeededIsForgottenWithIt)
+{
+    builder.Frame(0, Fill(10), false).Frame(0, Fill(10), false);
+    ASSERT_EQ(ParseAs(kFollow, builder.Build()), LX_OK);
+    const UInt64 records = Info().idx1Offset;
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    Info().pFile = Faults().Open("test.avi", "rb");
+    Bytes buffer(18000);
+    LendBuffer(buffer);
+    Info().uiMaxRecordsInBuffer = 1125;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), records, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 32, 1, 1), LX_OK);
+    EXPECT_EQ(Info().KeyFramesListAsArray[0]->arrayLength, 0u); // frames without a flag are no key frames
+    Info().pMetaDataBuffer = nullptr;
+}
+
 TEST_F(FollowFormat, WhatOneOpenNeededIsForgottenForTheNextOfTheSameFile)
 {
     builder.Frame(0, Fill(10), false).Frame(0, Fill(10), false);
@@ -1441,7 +1485,7 @@ TEST_F(FollowFormat, WhatOneOpenNeededIsForgottenForTheNextOfTheSameFile)
     ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, kDefault, &allIndexed), LX_OK);
     // the pass that fills the table, without the one that counts
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), Info().idx1Size, 1, 1), LX_OK);
@@ -1521,10 +1565,14 @@ TEST_F(FollowFormat, ExtensionListsAreFoundWithoutBeingPromised)
 TEST_F(FollowFormat, AListThatEndsBeforeItsFirstChunkIsEmpty)
 {
     builder.eIndex = IndexKind::None;
+    builder.dmlhTotalFrames = 1;
     Bytes file = builder.Build();
     ASSERT_EQ(Find(file, "movi") + 4, file.size());
     const Bytes extension = Riff("AVIX", List("movi", Chunk("00dc", Fill(10)) + Chunk("01wb", Fill(8))));
-    Patch32(file, file.size() - 8, static_cast<UInt32>(4 + extension.size())); // claims all that follows
+    const auto claimed = static_cast<UInt32>(extension.size()); // all that follows
+    Patch32(file, file.size() - 8, 4 + claimed);
+    ASSERT_EQ(OpenAs(kDefault, file + extension), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, claimed);
     ASSERT_EQ(OpenAs(kFollow, file + extension), LX_OK);
     EXPECT_EQ(Info().pCurrentAvix->moviDataSize, 0u);
     Position();

@@ -254,7 +254,7 @@ TEST_F(Idx1Index, ASkippedKeyFrameCancelsThePendingDrmPosition)
     ASSERT_EQ(ParseRecords(records), LX_OK);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 4 * 16, 2, 1), LX_OK);
     Info().pMetaDataBuffer = nullptr;
     ASSERT_EQ(Table().size(), 2u);
@@ -274,7 +274,7 @@ TEST_F(Idx1Index, SkippingKeepsEverySecondKeyFrame)
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 31 * 16, 2, 1), LX_OK);
     Info().pMetaDataBuffer = nullptr;
     const auto table = Table();
@@ -426,7 +426,7 @@ protected:
         for (auto* pStream : Info().StreamInfo) {
             pStream->uiStreamSize = 0;
         }
-        Info().pMetaDataBuffer = buffer.data();
+        LendBuffer(buffer);
         log.Clear();
         const UInt64 reads = Faults().ReadSizes().size();
         const UInt32 result =
@@ -505,7 +505,7 @@ TEST_F(SinglePass, TheBatchBufferIsNeeded)
     EXPECT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_ERR_AVIREAD_NO_MEMORY);
     Info().uiMaxRecordsInBuffer = 0;
     Bytes scratch(18000);
-    Info().pMetaDataBuffer = scratch.data();
+    LendBuffer(scratch);
     EXPECT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_ERR_AVIREAD_NO_INDEX);
     Info().pMetaDataBuffer = nullptr;
 }
@@ -513,7 +513,7 @@ TEST_F(SinglePass, TheBatchBufferIsNeeded)
 TEST_F(SinglePass, LeafFailuresAreToldInItsOwnWords)
 {
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1)), LX_OK);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Faults().FailAllocation(2);
     EXPECT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), 16, 1, 1), LX_ERR_AVIREAD_NO_MEMORY);
     EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
@@ -539,7 +539,7 @@ TEST_F(SinglePass, EachPassLeavesNoRecordsInTheBatchBuffer)
 {
     const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);
     ASSERT_EQ(ParseRecords(records), LX_OK);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     UInt32 skip = 0, leafs = 0, memory = 0, keyFrames = 0;
     const auto size = static_cast<UInt32>(records.size());
     const std::function<UInt32()> passes[] = {
@@ -560,7 +560,7 @@ TEST_F(SinglePass, TheAudioPassStartsFromTheFirstLeafIfThereIsOne)
 {
     builder.Frame(0, Fill(40), true);
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1)), LX_OK);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Info().KeyFramesListAsArray[0]->pPrevLeaf = Info().KeyFramesListAsArray[0];
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_OK);
@@ -568,7 +568,7 @@ TEST_F(SinglePass, TheAudioPassStartsFromTheFirstLeafIfThereIsOne)
     Info().pMetaDataBuffer = nullptr;
 
     ASSERT_EQ(Open(builder), LX_OK); // no table yet
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     EXPECT_EQ(lxAviReadCore_ParseIndex_Audio(&Info(), 16, 1), LX_OK);
@@ -582,7 +582,7 @@ TEST_F(SinglePass, APassAloneTakesOffsetsAsTheyStand)
     builder.Frame(0, Fill(40), true);
     builder.behindMovi = Chunk("idx1", records);
     ASSERT_EQ(Open(builder), LX_OK);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 16, 1, 1), LX_OK);
@@ -594,12 +594,12 @@ TEST_F(SinglePass, ATrackBeyondTheLastIsPassedOver)
 {
     const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);
     ASSERT_EQ(ParseRecords(records), LX_OK);
-    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // which no file brings about
     log.Clear();
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_TRUE(log.Has("lxAviReadCore_ParseIndex: Audio chunk found 8 "));
     Info().StreamInfo[1]->uiStreamSize = 0;
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     ASSERT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), 32, 1, 1), LX_OK);
     EXPECT_EQ(Info().StreamInfo[1]->uiStreamSize, 0u);
@@ -660,7 +660,7 @@ TEST_F(Idx1Index, TheTableIsConstructedBeforeTheAbortFlagIsLookedAt)
     builder.Frame(0, Fill(4), true);
     ASSERT_EQ(Open(builder), LX_OK);
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
     EXPECT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 16, 1, 3), LX_ERR_AVIREAD_ABORTED);
     EXPECT_EQ(Info().KeyFramesListAsArrayLength, 3u);

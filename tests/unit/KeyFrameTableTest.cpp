@@ -258,7 +258,7 @@ TEST_F(KeyFrameTableTest, WithoutALeafNothingIsStored)
     builder.Add(VideoStream());
     ASSERT_EQ(Open(builder), LX_OK);
     Bytes batch = Fill(18000);
-    Info().pMetaDataBuffer = batch.data();
+    LendBuffer(batch);
     Info().uiMaxRecordsInBuffer = 2;
     lxAviReadCore_KeyFrameLeaf_t* pLeaf = nullptr;
     UInt32 frame = 0, skip = 0;

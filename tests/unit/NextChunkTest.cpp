@@ -266,6 +266,30 @@ TEST_F(NextChunk, ThePadByteOfJunkBelongsToIt)
     EXPECT_EQ(sizes, (std::vector<UInt64>{4, 4, 42, 4, 4, 6}));
 }
 
+TEST_F(NextChunk, ANumberWithoutAStreamLeavesTheTypeUntilTheSizeIsThere)
+{
+    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("17dc")).Raw(U32(2)); // four bytes are out of reach
+    OpenToPlay();
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    lxAviRead_ChunkData_t chunk = {};
+    chunk.eStreamType = LX_AVIREAD_STREAM_VIDEO;
+    Bool jumped = 0;
+    EXPECT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_AVIREAD_END_OF_MEDIA);
+    EXPECT_EQ(chunk.uiStreamNr, 17u);
+    EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_VIDEO);
+}
+
+TEST_F(NextChunk, AStreamOfATypeThatNobodyKnowsIsDelivered)
+{
+    builder.Frame(0, Fill(6), true);
+    OpenToPlay();
+    Info().StreamInfo[0]->StreamType = 4;
+    const Delivered chunk = Next();
+    EXPECT_EQ(chunk.uiResult, LX_OK);
+    EXPECT_EQ(chunk.chunk.eStreamType, 4u);
+    EXPECT_EQ(chunk.payload, Fill(6));
+}
+
 TEST_F(NextChunk, AChunkOfABadStreamIsOfNoType)
 {
     AviBuilder bad;

@@ -969,7 +969,7 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
     Info().uiMaxRecordsInBuffer = 2250;
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 2), LX_OK);
     lxAviReadCore_KeyFrameLeaf_t* pLeaf = Info().KeyFramesListAsArray[0];
     UInt32 frame = 0, skip = 0, leafNr = 0;
@@ -1003,12 +1003,12 @@ TEST_F(OpenDmlIndex, TheFillFunctionsGoOnFromRunToRun)
     leafNr = 0;
     skip = 1;
 
-    // where every key frame is kept none is skipped, and a counter that says so stays as it is
+    // a counter that is not 0 passes over one key frame, also where every one is kept
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
     ASSERT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 5, 0, Code("00dc"), 0, 1, &skip, &leafNr),
               LX_OK);
-    EXPECT_EQ(skip, 1u);
-    EXPECT_EQ(pLeaf->arrayLength, 3u);
+    EXPECT_EQ(skip, 0u);
+    EXPECT_EQ(pLeaf->arrayLength, 5u);
 
     lxAvi2ReadCore_AudioIndexState_t state = {};
     lxAviReadCore_KeyFramePosition_t cursor = {0, 0, 0, 1};
@@ -1041,7 +1041,7 @@ TEST_F(OpenDmlIndex, ATrackBeyondTheLastIsWalkedAndNotPlaced)
     OpenIndexed(builder);
     const auto table = Table();
     ASSERT_EQ(table.size(), 5u);
-    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // which no file brings about
     ASSERT_EQ(lxAvi2ReadCore_ParseAudioSuperIndex(&Info()), LX_OK);
     EXPECT_TRUE(log.Has("\tAudio frames in stream# 01 =-1"));
     EXPECT_EQ(std::memcmp(Table().data(), table.data(), 5 * sizeof table[0]), 0);
@@ -1161,6 +1161,17 @@ TEST_F(OpenDmlIndex, AOneLevelTableIsBuiltWithABatchSizeOfItsOwn)
     EXPECT_EQ(Info().uiMaxRecordsInBuffer, 1500u);
     const auto* const pBuffer = static_cast<const UInt8*>(Info().pMetaDataBuffer);
     EXPECT_EQ(Bytes(pBuffer, pBuffer + 18000), Fill(18000, 0)); // no records are left behind
+}
+
+TEST_F(OpenDmlIndex, WithoutABatchBufferNothingIsTouched)
+{
+    builder.eIndex = IndexKind::None;
+    ASSERT_EQ(Open(builder), LX_OK);
+    log.Clear();
+    Faults().FailAllocation(1);
+    const lxAviReadCore_AviIndxChunkCommonSection_t common = {2, 0, 1, 1, Code("01wb")};
+    EXPECT_EQ(lxAvi2ReadCore_ParseAudioStdIndex(0, &Info(), &common, 0, 0), LX_ERR_AVIREAD_NO_MEMORY);
+    EXPECT_TRUE(log.Assertions().empty()); // the table is not looked at
 }
 
 TEST_F(OpenDmlIndex, AudioNeedsATable)

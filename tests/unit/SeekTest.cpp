@@ -70,6 +70,16 @@ TEST_F(Seek, AtAndBeyondTheLastKeyFrameIsTheLast)
     }
 }
 
+TEST_F(Seek, TheLastKeyFrameNeedsNoSearch)
+{
+    OpenVideo(50, 10);
+    log.Clear();
+    EXPECT_EQ(Sought(1600, kDown), 40u);
+    EXPECT_FALSE(log.HasPrefix(" Found the Leaf:"));
+    EXPECT_EQ(Sought(1599, kDown), 30u);
+    EXPECT_TRUE(log.HasPrefix(" Found the Leaf:"));
+}
+
 TEST_F(Seek, AnExactTimeIsThatKeyFrame)
 {
     OpenVideo(50, 10);
@@ -283,7 +293,7 @@ TEST_F(Seek, SearchesAndRangesEndAtTheLastLeafInUse)
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     Bytes buffer(18000);
-    Info().pMetaDataBuffer = buffer.data();
+    LendBuffer(buffer);
     ASSERT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 5 * 16, 1, 3), LX_OK);
     Info().pMetaDataBuffer = nullptr;
     EXPECT_EQ(Info().KeyFramesListAsArrayLength, 3u);

@@ -141,7 +141,7 @@ TEST_F(StreamChunks, ATrackBeyondTheLastIsNeitherPlayedNorCounted)
     builder.eIndex = IndexKind::None;
     builder.Add(VideoStream()).Add(PcmStream()).Audio(1, Fill(10)).Audio(1, Fill(10)).Frame(0, Fill(4), true);
     OpenToPlay();
-    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // as a subtitle stream may be numbered
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // which no file brings about
     for (const UInt32 selected : {0u, UInt32{LX_AVIREAD_AUDIO_TRACKS}}) {
         const Delivered chunk = Next(selected);
         EXPECT_EQ(chunk.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);

@@ -144,7 +144,7 @@ Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
 void KeyFrameFiller::PassOver(bool bKeyFrame)
 {
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Video non Key Frame found");
-    if (bKeyFrame && m_uiSkipKey > 1 && ++m_uiSkipCounter >= m_uiSkipKey) {
+    if (bKeyFrame && ++m_uiSkipCounter >= m_uiSkipKey) {
         m_uiSkipCounter = 0;
     }
 }

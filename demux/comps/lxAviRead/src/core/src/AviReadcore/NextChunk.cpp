@@ -273,12 +273,12 @@ UInt32 RejectBadStream(lxAviRead_ChunkData_t* pChunk)
 UInt32 Dispatch(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 audioTrackNumber,
                 UInt32 subtitleTrackNumber, Bool bJumped)
 {
-    switch (pChunk->eStreamType) { // GCOVR_EXCL_BR_LINE: a stream of no kind has been rejected
+    switch (pChunk->eStreamType) {
     case LX_AVIREAD_STREAM_VIDEO: return lxAviReadCore_ProcessNextVideoChunk(pAviInfo, pChunk, bJumped);
     case LX_AVIREAD_STREAM_AUDIO: return lxAviReadCore_ProcessNextAudioChunk(pAviInfo, pChunk, audioTrackNumber);
     case LX_AVIREAD_STREAM_SUBTITLE:
         return lxAviReadCore_ProcessNextSubtitleChunk(pAviInfo, pChunk, subtitleTrackNumber);
-    default: return LX_OK; // GCOVR_EXCL_LINE
+    default: return LX_OK; // no file brings it about
     }
 }
 

@@ -105,10 +105,12 @@ struct ChainEnd {
     bool bFirst = true; // no "AVIX" list was met yet
 };
 
-// A list that claims to reach into the RIFF list at `position` ends there: no byte is delivered twice.
-void EndBefore(lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
+// A list that claims to reach into the RIFF list at `position` ends there: no byte is delivered twice. By default one that
+// would not keep its first byte keeps its claim.
+void EndBefore(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_AvixRiff_t* pSegment, UInt64 position)
 {
-    if (pSegment != Null && position >= pSegment->moviDataOffset) {
+    const UInt64 kept = FollowsFormat(pAviInfo) ? 0 : 1;
+    if (pSegment != Null && position >= pSegment->moviDataOffset + kept) {
         const UInt64 room = position - pSegment->moviDataOffset;
         pSegment->moviDataSize = static_cast<UInt32>(std::min<UInt64>(pSegment->moviDataSize, room));
     }
@@ -142,7 +144,7 @@ UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
 UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt64 movi, ChainEnd& end)
 {
     LX_LOG(kLevelHeader, "Found AVIX RIFF");
-    EndBefore(end.pTail, position);
+    EndBefore(pAviInfo, end.pTail, position);
     lxAviReadCore_AvixRiff_t* const pSegment = AppendSegment(pAviInfo, end.pTail);
     if (pSegment == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY;

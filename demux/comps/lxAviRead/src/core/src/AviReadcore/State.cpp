@@ -266,6 +266,7 @@ UInt32 lxAviReadCore_Reset(void)
     lxalAviRead_VideoFrame = 0;
     ClearAudioCounters();
     ForgetFile(pAviInfo);
+    ForgetIndexSurvey();
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);
     for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
