@@ -2,7 +2,7 @@
 
 #include "ReaderTest.hpp"
 
-#include <numeric>
+#include <algorithm>
 
 namespace avitest {
 namespace {
@@ -11,7 +11,10 @@ class FileAccess : public ReaderTest {
 protected:
     Bytes data = Fill(4096);
 
-    FileAccess() { std::iota(data.begin(), data.end(), UInt8{0}); }
+    FileAccess()
+    {
+        std::generate(data.begin(), data.end(), [value = 0u]() mutable { return static_cast<UInt8>(value++); });
+    }
 
     // A reader on the bytes, without any header parsed.
     void Attach(UInt32 attempts)
