@@ -1114,8 +1114,8 @@ TEST_F(OpenDmlIndex, AStreamWhoseOneLevelIndexIsTakenInPassesOverAnother)
     lxAviReadCore_StreamInfo_t& video = *Info().StreamInfo[0];
     ASSERT_EQ(video.bIndexParsed, 1);
     const Bytes file = builder.Build();
-    const UInt64 indx = Find(file, "indx");
-    const UInt64 next = Find(file, "LIST", indx);
+    const size_t indx = Find(file, "indx");
+    const size_t next = Find(file, "LIST", indx);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), indx + 8, 0), 1);
     const auto size = static_cast<UInt32>(next - indx - 8);
     Info().AviHdr->dwFlags = 0; // no idx1 is promised
