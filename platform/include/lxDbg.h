@@ -50,11 +50,16 @@ const char* lxDbg_StrAssertFormat(const char* format, ...) LX_DBG_PRINTF(1, 2);
  *  @param line      line in that source */
 void lxDbg_AssertError(const char* condition, const char* text, const char* file, int line);
 
+/** The levels that are printed of `unit`: its own and those of all units. */
+static inline UInt32 lxDbg_MaskOf(lxDbg_Unit_t unit)
+{
+    return kvStbDbg_DbgUnit[unit % LX_DBG_UNITS] | kvStbDbg_DbgUnit[LX_DBG_GLOBAL_UNIT];
+}
+
 /** True when a message of `level` by `unit` is to be printed. */
 static inline Bool lxDbg_LevelIsOn(lxDbg_Unit_t unit, UInt32 level)
 {
-    const UInt32 mask = kvStbDbg_DbgUnit[unit % LX_DBG_UNITS] | kvStbDbg_DbgUnit[LX_DBG_GLOBAL_UNIT];
-    return (Bool)((mask & level) != 0);
+    return (Bool)((lxDbg_MaskOf(unit) & level) != 0);
 }
 
 #ifdef __cplusplus

@@ -1,7 +1,7 @@
 // The audio positions from the audio streams' OpenDML indexes: for every key frame of the table, the chunk of each
 // track that plays at its time. Each stream's index is walked once, on one level or over the chunks of a super index.
 
-#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
 #include "../AviReadcore/internal/OpenDmlIndex.hpp"
 
 namespace lxAviReadCore {

@@ -1,6 +1,6 @@
 // The reads of the OpenDML index: the read loop of the reader, without the abort flag and with messages of its own.
 
-#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
 #include "../AviReadcore/internal/Chunk.hpp"
 
 namespace lxAviReadCore {

@@ -12,7 +12,7 @@
 // A super index is only noted while the headers are parsed; the key-frame table is built from it afterwards, in two
 // walks over the video stream's index chunks and one over those of every audio stream.
 
-#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
 #include "../AviReadcore/internal/OpenDmlIndex.hpp"
 
 #include <cstddef>

@@ -4,7 +4,7 @@
 //   ix00 ──► records ─────────────┼──► every skipKey-th key frame into the table
 //   ix00 ──► records ─────────────┘    frame number and skip counter go on from chunk to chunk
 
-#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
+#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
 #include "../AviReadcore/internal/OpenDmlIndex.hpp"
 
 namespace lxAviReadCore {

@@ -123,7 +123,7 @@ UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
                                      "Wrong audio track number in lxAviReadCore_SetOnKeyFrame_AudioAndVideo (%d must be < %s",
-                                     __LINE__);
+                                     LX_AVIREAD_PLACE);
     if (lastPlayedKeyFrame.valid != 1) {
         LX_LOG(kLevelSeek, "lastPlayedKeyFrame.valid==false");
         return LX_OK;
@@ -133,7 +133,7 @@ UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
                        "lastPlayedKeyFrame.Offset == pAviInfo->KeyFramesListAsArray[lastPlayedKeyFrame.leafNr]"
                        "->array[lastPlayedKeyFrame.itemNr].videoChunkOffset",
                        "Data is inconsistent lastPlayedKeyFrame.Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d",
-                       __LINE__)) {
+                       LX_AVIREAD_PLACE)) {
         return LX_OK;
     }
     // Quirk Q28: bJumpToVideo stays as it is, and without audio so do the audio counters.

@@ -37,24 +37,22 @@ bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const 
     return bToAudio;
 }
 
-Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, int line)
+Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, SourcePlace place)
 {
     if (audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS) {
         return audioTrackNumber < 0 ? -1 : audioTrackNumber;
     }
-    lxDbg_AssertError(pCondition, lxDbg_StrAssertFormat(pText, audioTrackNumber, "LX_AVIREAD_AUDIO_TRACKS"),
-                      LX_AVIREAD_MODULE, line);
+    ReportAssertion(pCondition, place, pText, audioTrackNumber, "LX_AVIREAD_AUDIO_TRACKS");
     return -1;
 }
 
-bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText, int line)
+bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText,
+                   SourcePlace place)
 {
     const UInt64 offset = pEntry != Null ? pEntry->videoChunkOffset : 0;
     if (pEntry == Null || position.Offset != offset) {
-        lxDbg_AssertError(pCondition,
-                          lxDbg_StrAssertFormat(pText, LX_HILO(position.Offset), position.leafNr, position.itemNr,
-                                                LX_HILO(offset)),
-                          LX_AVIREAD_MODULE, line);
+        ReportAssertion(pCondition, place, pText, LX_HILO(position.Offset), position.leafNr, position.itemNr,
+                        LX_HILO(offset));
     }
     return pEntry != Null;
 }
@@ -169,7 +167,7 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
     const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS",
-                                     "Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s", __LINE__);
+                                     "Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s", LX_AVIREAD_PLACE);
     const KeyFrameTable table(pAviInfo);
     LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
               "Set position cannot be called when KeyFramesListAsArrayLength  <  0");
@@ -196,7 +194,7 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
     }
     const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
                                      "Wrong audio track number in lxAviReadCore_SetPointerOnKF (%d must be < %s",
-                                     __LINE__);
+                                     LX_AVIREAD_PLACE);
     Position position = *keyFrame;
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(position);
     if (pEntry != Null && position.Offset == 0) {
@@ -206,7 +204,7 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
                        "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
                        ".videoChunkOffset",
                        "Data is inconsistent keyFrame->Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d",
-                       __LINE__)) {
+                       LX_AVIREAD_PLACE)) {
         return;
     }
     const JumpRules rules = {

@@ -10,9 +10,11 @@
 #include "lxAviRead.h"
 #include "lxDbg.h"
 
-// The path that checked calls and assertions report; the OpenDML index sources define their own before any include.
+#include <cstddef>
+
+// The module that checked calls and assertions report; the OpenDML index sources define their own before any include.
 #ifndef LX_AVIREAD_MODULE
-#define LX_AVIREAD_MODULE "src/demux/comps/lxAviRead/src/core/src/AviReadcore"
+#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::AviReadcore
 #endif
 
 namespace lxAviReadCore {
@@ -31,44 +33,102 @@ constexpr UInt32 kLevelEndOfFile = 0x8180;
 constexpr UInt32 kLevelOversize = 0x8200;      // records longer than the reader keeps
 constexpr UInt32 kLevelBadParameter = 0x8400;
 
+// The levels in force. Out of line, as all that follows: hundreds of places ask, and what each of them costs counts.
+[[gnu::pure]] UInt32 LogMask();
+
 inline bool IsLogged(UInt32 level)
 {
-    return lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0;
+    return (LogMask() & level) != 0;
 }
+
+template <typename... Args>
+[[gnu::noinline, gnu::cold]] void PrintLog(UInt32 level, const char* pFormat, Args... args)
+{
+    lxDbg_Print(glxalAviRead_debug_unit, level, pFormat, args...);
+}
+
+// ---- Places in the source ----
+
+enum class Module : UInt32 { AviReadcore, Avi2ReadCore };
+
+// Module and line in one word.
+using SourcePlace = UInt32;
+
+constexpr SourcePlace PlaceAt(Module eModule, UInt32 line)
+{
+    return static_cast<UInt32>(eModule) << 16 | line;
+}
+
+constexpr int LineOf(SourcePlace place)
+{
+    return static_cast<int>(place & 0xFFFF);
+}
+
+// The path that messages name.
+const char* PathOf(SourcePlace place);
+
+// ---- Checked calls and assertions ----
+
+void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place);
 
 // Reports the outcome of a checked call, and returns it unchanged.
-inline UInt32 ReportCall(UInt32 result, const char* module, int line)
+UInt32 ReportCall(UInt32 result, SourcePlace place);
+
+template <typename... Args>
+[[gnu::noinline, gnu::cold]] void ReportAssertion(const char* pCondition, SourcePlace place, const char* pFormat,
+                                                  Args... args)
 {
-    if (result != LX_OK) {
-        if (IsLogged(kLevelError)) {
-            lxDbg_Print(glxalAviRead_debug_unit, kLevelError,
-                        "Error 0x%x (%d )returned from function call at %s:%d", result, static_cast<Int32>(result),
-                        module, line);
-        }
-    } else if (IsLogged(kLevelCall)) {
-        lxDbg_Print(glxalAviRead_debug_unit, kLevelCall, "Successfully returned from function call at %s:%d", module,
-                    line);
-    }
-    return result;
+    lxDbg_AssertError(pCondition, lxDbg_StrAssertFormat(pFormat, args...), PathOf(place), LineOf(place));
 }
 
-inline void AnnounceCall(const char* call, const char* caller, const char* module, int line)
+// ---- The name of what is called ----
+
+template <size_t kLength>
+struct Name {
+    char text[kLength + 1];
+};
+
+// A call's source text without its arguments.
+consteval size_t CalleeLength(const char* pCall)
 {
-    if (IsLogged(kLevelCall)) {
-        lxDbg_Print(glxalAviRead_debug_unit, kLevelCall, "Calling %s from %s at %s:%d", call, caller, module, line);
+    size_t length = 0;
+    while (pCall[length] != '(' && pCall[length] != '\0') {
+        ++length;
     }
+    return length;
 }
+
+template <size_t kLength>
+consteval Name<kLength> CalleeOf(const char* pCall)
+{
+    Name<kLength> name = {};
+    for (size_t i = 0; i < kLength; ++i) {
+        name.text[i] = pCall[i];
+    }
+    return name;
+}
+
+// One copy of each name, however many calls there are.
+template <Name kName>
+constexpr const char* kCallee = kName.text;
 
 } // namespace lxAviReadCore
 
 // The two arguments of "%d.%d" for a 64-bit value: high word, low word.
 #define LX_HILO(value) static_cast<UInt32>(static_cast<UInt64>(value) >> 32), static_cast<UInt32>(value)
 
-// Prints a message; the arguments are not evaluated while the level is off.
+// Here.
+#define LX_AVIREAD_PLACE ::lxAviReadCore::PlaceAt(LX_AVIREAD_MODULE, __LINE__)
+
+// Prints a message; the arguments are not evaluated while the level is off. The compiler checks them against the format
+// of the call that is never made.
 #define LX_LOG(level, ...)                                                                                            \
     do {                                                                                                              \
         if (::lxAviReadCore::IsLogged(level)) {                                                                       \
-            lxDbg_Print(glxalAviRead_debug_unit, level, __VA_ARGS__);                                                 \
+            ::lxAviReadCore::PrintLog(level, __VA_ARGS__);                                                            \
+            if constexpr (false) {                                                                                    \
+                lxDbg_Print(0, level, __VA_ARGS__);                                                                   \
+            }                                                                                                         \
         }                                                                                                             \
     } while (0)
 
@@ -76,17 +136,23 @@ inline void AnnounceCall(const char* call, const char* caller, const char* modul
 #define LX_ASSERT(holds, text, ...)                                                                                   \
     do {                                                                                                              \
         if (!(holds)) {                                                                                               \
-            lxDbg_AssertError(text, lxDbg_StrAssertFormat(__VA_ARGS__), LX_AVIREAD_MODULE, __LINE__);                 \
+            ::lxAviReadCore::ReportAssertion(text, LX_AVIREAD_PLACE, __VA_ARGS__);                                    \
+            if constexpr (false) {                                                                                    \
+                static_cast<void>(lxDbg_StrAssertFormat(__VA_ARGS__));                                                \
+            }                                                                                                         \
         }                                                                                                             \
     } while (0)
 
 // Makes a call whose failure is worth a message; yields its code.
-#define LX_AVIREAD_CALL(expr) LX_AVIREAD_CALL_AS(#expr, expr)
+#define LX_AVIREAD_CALL(expr)                                                                                         \
+    LX_AVIREAD_CALL_AS((::lxAviReadCore::kCallee<::lxAviReadCore::CalleeOf<                                           \
+                            ::lxAviReadCore::CalleeLength(#expr)>(#expr)>),                                           \
+                       expr)
 
 // The same, announced in the system's words.
 #define LX_AVIREAD_CALL_AS(text, expr)                                                                                \
-    (::lxAviReadCore::AnnounceCall(text, __func__, LX_AVIREAD_MODULE, __LINE__),                                      \
-     ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_MODULE, __LINE__))
+    (::lxAviReadCore::AnnounceCall(text, __func__, LX_AVIREAD_PLACE),                                                 \
+     ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_PLACE))
 
 // Leaves the function with the code of `expr` unless it is LX_OK.
 #define LX_AVIREAD_TRY(expr)                                                                                          \

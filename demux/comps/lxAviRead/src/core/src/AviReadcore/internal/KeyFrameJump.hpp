@@ -28,10 +28,12 @@ bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const 
              const JumpRules& rules);
 
 // A track number in a call: negative for none. One that is out of range is reported, and taken for none.
-Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, int line);
+Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText,
+                   SourcePlace place);
 
 // Whether the position designates an entry and agrees with its offset; what does not is reported. A wrong offset alone
 // does no harm.
-bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText, int line);
+bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText,
+                   SourcePlace place);
 
 } // namespace lxAviReadCore

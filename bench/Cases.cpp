@@ -1,0 +1,87 @@
+// What is measured.
+
+#include "Contender.hpp"
+
+#include "lxAviRead.h"
+
+namespace bench {
+namespace {
+
+struct Budget {
+    const char* pName;
+    UInt32 uiBytes;
+};
+
+constexpr Budget kBudgets[] = {
+    {"one leaf", static_cast<UInt32>(sizeof(lxAviReadCore_KeyFrameLeaf_t))},
+    {"64 KiB", 64u << 10},
+    {"1 MiB", 1u << 20},
+    {"unlimited", 0xFFFFFFFF},
+};
+
+constexpr UInt32 kPassesOfIdx1 = 3; // count, store, place audio
+
+void AddIndexing(std::vector<Case>& cases, UInt32 records)
+{
+    for (const Budget& budget : kBudgets) {
+        cases.push_back({"open+index idx1 " + std::to_string(records) + ", " + budget.pName,
+                         [=] { return ReaderIndexing(SmallChunks(records), budget.uiBytes); },
+                         [=] { return LimitIdx1(SmallChunks(records), kPassesOfIdx1); },
+                         [=] { return PeerIndexing(SmallChunks(records)); }});
+    }
+    for (const Budget& budget : kBudgets) {
+        cases.push_back({"open+index OpenDML " + std::to_string(records) + ", " + budget.pName,
+                         [=] { return ReaderIndexing(SmallChunksOpenDml(records), budget.uiBytes); },
+                         [=] { return LimitOpenDml(SmallChunksOpenDml(records)); },
+                         [=] { return PeerIndexing(SmallChunksOpenDml(records)); }});
+    }
+}
+
+void AddDelivery(std::vector<Case>& cases, const std::string& name, const std::function<const Input&()>& input,
+                 Rejected eRejected = Rejected::None)
+{
+    cases.push_back({name, [=] { return ReaderDelivery(input(), eRejected); },
+                     [=] { return LimitDelivery(input(), eRejected); },
+                     [=] { return PeerDelivery(input(), eRejected); }});
+}
+
+void AddStepping(std::vector<Case>& cases, const std::string& name, Steps eSteps)
+{
+    cases.push_back({name, [=] { return ReaderStepping(Film(), eSteps); },
+                     [=] { return LimitStepping(Film(), eSteps); }, [=] { return PeerStepping(Film(), eSteps); }});
+}
+
+void AddLookup(std::vector<Case>& cases, const std::string& name, Lookups eLookups)
+{
+    cases.push_back({name, [=] { return ReaderLookup(Film(), eLookups); },
+                     [=] { return LimitLookup(Film(), eLookups); }, [=] { return PeerLookup(Film(), eLookups); }});
+}
+
+} // namespace
+
+std::vector<Case> Cases()
+{
+    std::vector<Case> cases;
+    for (const UInt32 records : {10000u, 100000u, 1000000u}) {
+        AddIndexing(cases, records);
+    }
+    for (const UInt32 chunks : {6000u, 60000u, 600000u}) {
+        AddDelivery(cases, "small chunks " + std::to_string(chunks), [=]() -> const Input& { return SmallChunks(chunks); });
+    }
+    AddDelivery(cases, "large chunks 1 GiB", LargeChunks);
+    AddDelivery(cases, "rejected, skipped by the caller", [] () -> const Input& { return TwoTracks(600000, 60); },
+                Rejected::SkippedByCaller);
+    AddDelivery(cases, "rejected, resynchronised", [] () -> const Input& { return TwoTracks(60000, 2000); },
+                Rejected::LeftToResync);
+    cases.push_back({"seek + first chunks", [] { return ReaderSeeking(Film()); }, [] { return LimitSeeking(Film()); },
+                     [] { return PeerSeeking(Film()); }});
+    AddStepping(cases, "key-frame step forward", Steps::Forward);
+    AddStepping(cases, "key-frame step back", Steps::Back);
+    AddLookup(cases, "lookup in order", Lookups::InOrder);
+    AddLookup(cases, "lookup at random", Lookups::Random);
+    cases.push_back({"lxavi extract", [] { return ReaderExtraction(Film()); }, [] { return LimitExtraction(Film()); },
+                     [] { return PeerExtraction(Film()); }});
+    return cases;
+}
+
+} // namespace bench

@@ -1,0 +1,85 @@
+// The same work done in three ways, on the same file:
+//
+//   reader   the library, driven as a player drives it
+//   limit    the barest loop over the same calls of stdio, which decides nothing: what the machine allows
+//   peer     a general-purpose media framework through its public interface, where it is installed
+
+#pragma once
+
+#include "Inputs.hpp"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// One way to do the work of a case.
+class Contender {
+public:
+    Contender() = default;
+    virtual ~Contender() = default;
+    Contender(const Contender&) = delete;
+    Contender& operator=(const Contender&) = delete;
+
+    // Does the work once; how many items that were (records, chunks, bytes, jumps).
+    virtual UInt64 Run() = 0;
+};
+
+using MakeContender = std::function<std::unique_ptr<Contender>()>;
+
+struct Case {
+    std::string name;
+    MakeContender reader, limit, peer; // empty: there is none
+};
+
+// All cases, in the order of the table.
+std::vector<Case> Cases();
+
+// What one Run of them does.
+constexpr UInt32 kJumps = 1000;
+constexpr UInt32 kLookups = 100000;
+
+enum class Rejected { None, SkippedByCaller, LeftToResync };
+enum class Steps { Forward, Back };
+enum class Lookups { InOrder, Random };
+
+std::unique_ptr<Contender> ReaderIndexing(const Input& input, UInt32 budget);
+std::unique_ptr<Contender> ReaderDelivery(const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> ReaderSeeking(const Input& input);
+std::unique_ptr<Contender> ReaderStepping(const Input& input, Steps eSteps);
+std::unique_ptr<Contender> ReaderLookup(const Input& input, Lookups eLookups);
+std::unique_ptr<Contender> ReaderExtraction(const Input& input);
+
+std::unique_ptr<Contender> LimitIdx1(const Input& input, UInt32 passes);
+std::unique_ptr<Contender> LimitOpenDml(const Input& input);
+std::unique_ptr<Contender> LimitDelivery(const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> LimitSeeking(const Input& input);
+std::unique_ptr<Contender> LimitStepping(const Input& input, Steps eSteps);
+std::unique_ptr<Contender> LimitLookup(const Input& input, Lookups eLookups);
+std::unique_ptr<Contender> LimitExtraction(const Input& input);
+
+// Null where the framework is not installed.
+std::unique_ptr<Contender> PeerIndexing(const Input& input);
+std::unique_ptr<Contender> PeerDelivery(const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> PeerSeeking(const Input& input);
+std::unique_ptr<Contender> PeerStepping(const Input& input, Steps eSteps);
+std::unique_ptr<Contender> PeerLookup(const Input& input, Lookups eLookups);
+std::unique_ptr<Contender> PeerExtraction(const Input& input);
+bool HasPeer();
+
+// The same pseudo-random numbers for all.
+class Dice {
+public:
+    UInt32 Below(UInt32 limit)
+    {
+        m_uiState = m_uiState * 6364136223846793005u + 1442695040888963407u;
+        return static_cast<UInt32>((m_uiState >> 33) % limit);
+    }
+
+private:
+    UInt64 m_uiState = 1;
+};
+
+} // namespace bench

@@ -1,0 +1,195 @@
+#include "Inputs.hpp"
+
+#include "AviBuilder.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace bench {
+namespace {
+
+using namespace avitest;
+
+constexpr UInt64 kLargeFile = 1u << 30;
+constexpr UInt32 kLargePayload = 460000;
+constexpr UInt32 kLargestSmallPayload = 60;
+constexpr UInt32 kFramesOfAList = 50000;
+constexpr UInt32 kIndexHeaderBytes = 24; // of an ix## chunk, before its records
+
+// The inputs by name, and the folder that holds their files for as long as the program runs.
+class Folder {
+public:
+    Folder() : m_path(std::filesystem::temp_directory_path() / ("lxaviread-bench-" + std::to_string(getpid())))
+    {
+        std::filesystem::create_directories(m_path);
+    }
+    ~Folder() { std::filesystem::remove_all(m_path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    const Input& Get(const std::string& name, const std::function<void(Input&)>& make)
+    {
+        const auto [found, isNew] = m_inputs.try_emplace(name);
+        if (isNew) {
+            found->second.path = (m_path / (name + ".avi")).string();
+            make(found->second);
+        }
+        return found->second;
+    }
+
+private:
+    std::filesystem::path m_path;
+    std::map<std::string, Input> m_inputs;
+};
+
+Folder& Files()
+{
+    static Folder s_folder;
+    return s_folder;
+}
+
+void Put(std::ofstream& file, const Bytes& bytes)
+{
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+UInt32 WordAt(const Bytes& bytes, size_t at)
+{
+    UInt32 word = 0;
+    std::memcpy(&word, &bytes.at(at), sizeof word);
+    return word;
+}
+
+// Notes where the index is: walks through the lists, without the ones that hold headers.
+void FindIndex(Input& input, const Bytes& bytes, size_t begin, size_t end)
+{
+    for (size_t at = begin; at + 12 <= end;) {
+        const UInt32 code = WordAt(bytes, at);
+        const UInt32 size = WordAt(bytes, at + 4);
+        if (code == Code("RIFF") || (code == Code("LIST") && WordAt(bytes, at + 8) == Code("movi"))) {
+            FindIndex(input, bytes, at + 12, at + 8 + size);
+        } else if (code == Code("idx1")) {
+            input.uiIdx1 = at + 8;
+            input.uiIdx1Bytes = size;
+        } else if (code == Code("ix00") || code == Code("ix01")) {
+            input.indexChunks.push_back({at, size - kIndexHeaderBytes, code == Code("ix00")});
+        }
+        at += 8 + size + size % 2;
+    }
+}
+
+void Write(Input& input, AviBuilder& builder)
+{
+    const Bytes bytes = builder.Build();
+    FindIndex(input, bytes, 0, bytes.size());
+    std::ofstream file(input.path, std::ios::binary);
+    Put(file, bytes);
+    if (!file.flush()) {
+        throw std::runtime_error("no room for " + input.path);
+    }
+    input.uiChunks = builder.MediaItems().size();
+    input.uiMovi = builder.MoviOffset();
+    input.uiMoviEnd = builder.MoviOffset() + builder.MoviSize();
+}
+
+// 0 to 60 bytes, every size as often as any other.
+Bytes SmallPayload(UInt32 n) { return Fill(n * 37u % (kLargestSmallPayload + 1)); }
+
+void AddSmallChunks(AviBuilder& builder, UInt32 chunks)
+{
+    builder.Add(VideoStream()).Add(PcmStream());
+    for (UInt32 frame = 0; frame < chunks / 2; ++frame) {
+        builder.Audio(1, SmallPayload(2 * frame)).Frame(0, SmallPayload(2 * frame + 1), frame % 10 == 0);
+    }
+}
+
+// A list of one chunk, which is then written as often as it takes: the file would not fit into a small machine's memory.
+void WriteLarge(Input& input)
+{
+    AviBuilder builder;
+    builder.eIndex = IndexKind::None;
+    builder.Add(VideoStream()).Frame(0, Fill(kLargePayload), true);
+    Bytes head = builder.Build();
+    const Bytes chunk = Chunk("00dc", Fill(kLargePayload));
+    const size_t movi = builder.MoviOffset();
+    input.uiChunks = kLargeFile / chunk.size();
+    input.uiMovi = movi;
+    input.uiMoviEnd = movi + input.uiChunks * chunk.size();
+    head.resize(movi);
+    const auto patch = [&head](size_t at, UInt64 size) { std::ranges::copy(U32(size), head.begin() + static_cast<long>(at)); };
+    patch(4, input.uiMoviEnd - 8);
+    patch(movi - 8, input.uiMoviEnd - movi + 4);
+    std::ofstream file(input.path, std::ios::binary);
+    Put(file, head);
+    for (UInt64 i = 0; i < input.uiChunks; ++i) {
+        Put(file, chunk);
+    }
+    if (!file.flush()) {
+        throw std::runtime_error("no room for " + input.path);
+    }
+}
+
+} // namespace
+
+const Input& SmallChunks(UInt32 chunks)
+{
+    return Files().Get("small-" + std::to_string(chunks), [&](Input& input) {
+        AviBuilder builder;
+        AddSmallChunks(builder, chunks);
+        Write(input, builder);
+    });
+}
+
+const Input& SmallChunksOpenDml(UInt32 chunks)
+{
+    return Files().Get("opendml-" + std::to_string(chunks), [&](Input& input) {
+        AviBuilder builder;
+        builder.eIndex = IndexKind::SuperStandard;
+        builder.eLayout = IxLayout::At32;
+        builder.Add(VideoStream()).Add(PcmStream());
+        for (UInt32 frame = 0; frame < chunks / 2; ++frame) {
+            if (frame > 0 && frame % kFramesOfAList == 0) {
+                builder.NextRiff();
+            }
+            builder.Audio(1, SmallPayload(2 * frame)).Frame(0, SmallPayload(2 * frame + 1), frame % 10 == 0);
+        }
+        Write(input, builder);
+    });
+}
+
+const Input& LargeChunks()
+{
+    return Files().Get("large", WriteLarge);
+}
+
+const Input& TwoTracks(UInt32 chunks, UInt32 payload)
+{
+    return Files().Get("tracks-" + std::to_string(payload), [&](Input& input) {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream()).Add(PcmStream());
+        for (UInt32 frame = 0; frame < chunks / 3; ++frame) {
+            builder.Audio(1, Fill(60)).Audio(2, Fill(payload)).Frame(0, Fill(40), frame % 10 == 0);
+            input.uiRejected += payload;
+        }
+        Write(input, builder);
+    });
+}
+
+const Input& Film()
+{
+    return Files().Get("film", [](Input& input) {
+        AviBuilder builder;
+        builder.Add(VideoStream(1000 / kFilmFrameMsec)).Add(PcmStream());
+        for (UInt32 frame = 0; frame < kFilmFrames; ++frame) {
+            builder.Audio(1, Fill(640)).Frame(0, Fill(600), frame % kFilmKeyDistance == 0);
+        }
+        Write(input, builder);
+    });
+}
+
+} // namespace bench

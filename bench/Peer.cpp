@@ -1,0 +1,234 @@
+// A general-purpose media framework at the same work, through its public interface. Its lists of streams and indexes
+// are built when a file is opened.
+
+#include "Contender.hpp"
+
+#include <filesystem>
+#include <stdexcept>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace bench {
+namespace {
+
+constexpr int kVideo = 0;
+constexpr int kAudio = 1;
+constexpr int kSecondTrack = 2;
+
+void Expect(bool holds, const char* pWhat)
+{
+    if (!holds) {
+        throw std::runtime_error(std::string("the peer could not ") + pWhat);
+    }
+}
+
+class OpenPeer : public Contender {
+public:
+    explicit OpenPeer(const Input& input) : m_input(input), m_pPacket(av_packet_alloc())
+    {
+        av_log_set_level(AV_LOG_QUIET);
+        Open();
+    }
+    ~OpenPeer() override
+    {
+        avformat_close_input(&m_pContext);
+        av_packet_free(&m_pPacket);
+    }
+
+protected:
+    void Open() { Expect(avformat_open_input(&m_pContext, m_input.path.c_str(), nullptr, nullptr) == 0, "open"); }
+    void Close() { avformat_close_input(&m_pContext); }
+
+    // The stream of the next packet, or -1 at the end.
+    int Next()
+    {
+        if (av_read_frame(m_pContext, m_pPacket) < 0) {
+            return -1;
+        }
+        const int stream = m_pPacket->stream_index;
+        m_bKeyFrame = (m_pPacket->flags & AV_PKT_FLAG_KEY) != 0;
+        av_packet_unref(m_pPacket);
+        return stream;
+    }
+
+    void Seek(UInt32 frame)
+    {
+        Expect(av_seek_frame(m_pContext, kVideo, frame, AVSEEK_FLAG_BACKWARD) >= 0, "seek");
+    }
+
+    void PlayTo(int stream)
+    {
+        for (int next = Next(); next != stream; next = Next()) {
+            Expect(next >= 0, "play");
+        }
+    }
+
+    const Input& m_input;
+    AVFormatContext* m_pContext = nullptr;
+    AVPacket* m_pPacket;
+    bool m_bKeyFrame = false;
+};
+
+class Indexing : public OpenPeer {
+public:
+    using OpenPeer::OpenPeer;
+
+    UInt64 Run() override
+    {
+        Close();
+        Open();
+        return m_input.uiChunks;
+    }
+};
+
+class Delivery : public OpenPeer {
+public:
+    Delivery(const Input& input, Rejected eRejected) : OpenPeer(input), m_eRejected(eRejected)
+    {
+        if (eRejected != Rejected::None) {
+            m_pContext->streams[kSecondTrack]->discard = AVDISCARD_ALL;
+        }
+    }
+
+    UInt64 Run() override
+    {
+        Seek(0);
+        UInt64 delivered = 0;
+        while (Next() >= 0) {
+            ++delivered;
+        }
+        Expect(delivered > m_input.uiChunks / 2, "deliver the file");
+        return m_eRejected == Rejected::LeftToResync ? m_input.uiRejected : m_input.uiChunks;
+    }
+
+private:
+    Rejected m_eRejected;
+};
+
+class Seeking : public OpenPeer {
+public:
+    using OpenPeer::OpenPeer;
+
+    UInt64 Run() override
+    {
+        Dice dice;
+        for (UInt32 i = 0; i < kJumps; ++i) {
+            Seek(dice.Below(kFilmFrames));
+            bool bVideo = false;
+            bool bAudio = false;
+            while (!bVideo || !bAudio) {
+                const int stream = Next();
+                Expect(stream >= 0, "play behind a seek");
+                bVideo |= stream == kVideo;
+                bAudio |= stream == kAudio;
+            }
+        }
+        return kJumps;
+    }
+};
+
+class Stepping : public OpenPeer {
+public:
+    Stepping(const Input& input, Steps eSteps) : OpenPeer(input), m_eSteps(eSteps) {}
+
+    UInt64 Run() override
+    {
+        for (UInt32 i = 0; i < kJumps; ++i) {
+            const UInt32 keyFrame = m_eSteps == Steps::Forward ? i : kFilmFrames / kFilmKeyDistance - 1 - i;
+            Seek(keyFrame * kFilmKeyDistance);
+            PlayTo(kVideo);
+            Expect(m_bKeyFrame, "step");
+        }
+        return kJumps;
+    }
+
+private:
+    Steps m_eSteps;
+};
+
+// Its index has no search by offset; this is the one by time.
+class Lookup : public OpenPeer {
+public:
+    Lookup(const Input& input, Lookups eLookups) : OpenPeer(input)
+    {
+        Dice dice;
+        for (UInt32 i = 0; i < kAsked; ++i) {
+            m_asked.push_back(eLookups == Lookups::InOrder ? i * kFilmKeyDistance : dice.Below(kFilmFrames));
+        }
+    }
+
+    UInt64 Run() override
+    {
+        int found = 0;
+        for (UInt32 i = 0; i < kLookups; ++i) {
+            found += av_index_search_timestamp(m_pContext->streams[kVideo], m_asked[i % kAsked], AVSEEK_FLAG_BACKWARD);
+        }
+        m_iFound = found;
+        return kLookups;
+    }
+
+private:
+    static constexpr UInt32 kAsked = 4096;
+    std::vector<UInt32> m_asked;
+    volatile int m_iFound = 0;
+};
+
+// Its own tool, as one process.
+class Extraction : public Contender {
+public:
+    explicit Extraction(const Input& input)
+        : m_input(input), m_video(input.path + ".m4v"), m_audio(input.path + ".wav"),
+          m_command("ffmpeg -v quiet -y -i '" + input.path + "' -map 0:v -c copy -f rawvideo '" + m_video +
+                    "' -map 0:a -c copy '" + m_audio + "' </dev/null")
+    {
+    }
+    ~Extraction() override
+    {
+        std::filesystem::remove(m_video);
+        std::filesystem::remove(m_audio);
+    }
+
+    UInt64 Run() override
+    {
+        Expect(std::system(m_command.c_str()) == 0, "extract");
+        return m_input.uiChunks;
+    }
+
+private:
+    const Input& m_input;
+    std::string m_video;
+    std::string m_audio;
+    std::string m_command;
+};
+
+} // namespace
+
+bool HasPeer() { return true; }
+
+std::unique_ptr<Contender> PeerIndexing(const Input& input) { return std::make_unique<Indexing>(input); }
+
+std::unique_ptr<Contender> PeerDelivery(const Input& input, Rejected eRejected)
+{
+    return std::make_unique<Delivery>(input, eRejected);
+}
+
+std::unique_ptr<Contender> PeerSeeking(const Input& input) { return std::make_unique<Seeking>(input); }
+
+std::unique_ptr<Contender> PeerStepping(const Input& input, Steps eSteps)
+{
+    return std::make_unique<Stepping>(input, eSteps);
+}
+
+std::unique_ptr<Contender> PeerLookup(const Input& input, Lookups eLookups)
+{
+    return std::make_unique<Lookup>(input, eLookups);
+}
+
+std::unique_ptr<Contender> PeerExtraction(const Input& input)
+{
+    return std::system("command -v ffmpeg >/dev/null") == 0 ? std::make_unique<Extraction>(input) : nullptr;
+}
+
+} // namespace bench

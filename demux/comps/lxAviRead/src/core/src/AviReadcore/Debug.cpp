@@ -1,0 +1,34 @@
+// What every message goes through: the levels in force, and the words of checked calls.
+
+#include "internal/Debug.hpp"
+
+namespace lxAviReadCore {
+
+UInt32 LogMask()
+{
+    return lxDbg_MaskOf(glxalAviRead_debug_unit);
+}
+
+const char* PathOf(SourcePlace place)
+{
+    return place < PlaceAt(Module::Avi2ReadCore, 0) ? "src/demux/comps/lxAviRead/src/core/src/AviReadcore"
+                                                    : "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore";
+}
+
+void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place)
+{
+    LX_LOG(kLevelCall, "Calling %s from %s at %s:%d", pCall, pCaller, PathOf(place), LineOf(place));
+}
+
+UInt32 ReportCall(UInt32 result, SourcePlace place)
+{
+    if (result != LX_OK) {
+        LX_LOG(kLevelError, "Error 0x%x (%d )returned from function call at %s:%d", result, static_cast<Int32>(result),
+               PathOf(place), LineOf(place));
+    } else {
+        LX_LOG(kLevelCall, "Successfully returned from function call at %s:%d", PathOf(place), LineOf(place));
+    }
+    return result;
+}
+
+} // namespace lxAviReadCore
