@@ -84,7 +84,8 @@ private:
 
 class Delivery : public OpenReader {
 public:
-    Delivery(const Input& input, Rejected eRejected) : OpenReader(input, false), m_eRejected(eRejected) {}
+    // With the table in place where the file has an index: each chunk of video is looked up in it.
+    Delivery(const Input& input, Rejected eRejected) : OpenReader(input, input.uiIdx1 != 0), m_eRejected(eRejected) {}
 
     // Items: chunks of the file; bytes of rejected payload where those are gone through.
     UInt64 Run() override

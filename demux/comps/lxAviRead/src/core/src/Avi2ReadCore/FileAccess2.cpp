@@ -16,7 +16,7 @@ using namespace lxAviReadCore;
 UInt32 lxAvi2ReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size)
 {
     LX_ASSERT(buffer != Null, "buffer!= Null", "Parameter for lxAvi2ReadCore_FileRead shouldn't be a null pointer");
-    return buffer != Null ? ReadLoop(pAviInfo, kOpenDmlRead, buffer, kCapacityOfCaller, size) : LX_OK;
+    return ReadForCaller(pAviInfo, kOpenDmlRead, buffer, size);
 }
 
 Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo)

@@ -51,6 +51,16 @@ size_t ReadPiece(FILE* pFile, UInt8* pBuffer, size_t capacity, UInt64 position, 
     return got < wanted ? got : got + ReadAndDrop(pFile, left - wanted);
 }
 
+UInt32 SkipPiece(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+{
+    if (pAviInfo->pFile != Null && BufferedBytes(pAviInfo->pFile) >= bytes) {
+        PassBuffered(pAviInfo->pFile, bytes);
+        return LX_OK;
+    }
+    UInt32 junk[kJunkBytes / sizeof(UInt32)];
+    return ReadLoop(pAviInfo, kCoreRead, junk, sizeof junk, bytes);
+}
+
 } // namespace
 
 UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pBuffer, size_t capacity,
@@ -90,6 +100,15 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
     return LX_ERR_AVIREAD_READ;
 }
 
+UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer, UInt32 size)
+{
+    constexpr size_t kAnyCapacity = SIZE_MAX;
+    if (pBuffer == Null || TakeBuffered(pAviInfo->pFile, pBuffer, size)) {
+        return LX_OK;
+    }
+    return ReadLoop(pAviInfo, family, pBuffer, kAnyCapacity, size);
+}
+
 UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk)
 {
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, chunk.uiCode));
@@ -112,7 +131,7 @@ using namespace lxAviReadCore;
 UInt32 lxAviReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size)
 {
     LX_ASSERT(buffer != Null, "buffer!= Null", "Parameter for lxAviReadCore_FileRead shouldn't be a null pointer");
-    return buffer != Null ? ReadLoop(pAviInfo, kCoreRead, buffer, kCapacityOfCaller, size) : LX_OK;
+    return ReadForCaller(pAviInfo, kCoreRead, buffer, size);
 }
 
 Bool lxAviReadCore_FileSeek(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Int32 origin)
@@ -153,10 +172,9 @@ UInt32 lxAviReadCore_RemoveChunk(UInt32 size)
                "lxAviReadCore_RemoveChunk : size == 0 something is wrong returning LX_ERR_BAD_PARAMETER");
         return LX_OK;
     }
-    UInt32 junk[kJunkBytes / sizeof(UInt32)];
     for (UInt32 left = size; left > 0;) {
         const UInt32 piece = std::min(left, kJunkBytes);
-        LX_AVIREAD_TRY(ReadLoop(&lxAviReadCore_AviInfo, kCoreRead, junk, sizeof junk, piece));
+        LX_AVIREAD_TRY(SkipPiece(&lxAviReadCore_AviInfo, piece));
         left -= piece;
     }
     return LX_OK;

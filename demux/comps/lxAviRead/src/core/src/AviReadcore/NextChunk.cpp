@@ -11,6 +11,8 @@
 #include "internal/Chunk.hpp"
 #include "internal/State.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 namespace {
 
@@ -220,13 +222,34 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return ReadCounted(pAviInfo, id, kIdText, __LINE__);
 }
 
-// Quirk Q44: lets the identifier slide one byte further over the file, be it a list header, a pad byte or damage.
+constexpr UInt32 SlideOn(UInt32 id, UInt8 next)
+{
+    return id >> 8 | static_cast<UInt32>(next) << 24;
+}
+
+// Slides on over what is read ahead and belongs to the list, to the next identifier that means something.
+void SlideThroughBuffered(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+{
+    const UInt64 limit = Limit(pAviInfo);
+    const UInt64 room = pAviInfo->CurrentOffset <= limit ? limit - pAviInfo->CurrentOffset : 0;
+    const UInt64 bytes = std::min<UInt64>(room, BufferedBytes(pAviInfo->pFile));
+    const UInt8* const pBytes = BufferedAt(pAviInfo->pFile);
+    size_t passed = 0;
+    while (passed < bytes && !IsMediaCode(HighHalf(id)) && !IsSteppedOver(pAviInfo, id)) {
+        id = SlideOn(id, pBytes[passed++]);
+    }
+    PassBuffered(pAviInfo->pFile, passed);
+    pAviInfo->CurrentOffset += passed;
+}
+
+// Quirk Q44: lets the identifier slide further over the file, be it a list header, a pad byte or damage.
 UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));
     UInt8 next = 0;
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, next, kSlideText, __LINE__));
-    id = id >> 8 | static_cast<UInt32>(next) << 24;
+    id = SlideOn(id, next);
+    SlideThroughBuffered(pAviInfo, id);
     return LX_OK;
 }
 
@@ -359,5 +382,5 @@ UInt32 lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTra
 UInt32 lxAviReadCore_GetChunk(UInt32* buffer, UInt32 size)
 {
     LX_ASSERT(buffer != Null, "buffer!= Null", "Parameter for lxAviReadCore_GetChunk shouldn't be a null pointer");
-    return buffer != Null ? ReadLoop(&lxAviReadCore_AviInfo, kCoreRead, buffer, kCapacityOfCaller, size) : LX_OK;
+    return ReadForCaller(&lxAviReadCore_AviInfo, kCoreRead, buffer, size);
 }

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "Buffered.hpp"
 #include "Bytes.hpp"
 #include "Debug.hpp"
 
@@ -17,19 +18,23 @@ struct ReadFamily {
 extern const ReadFamily kCoreRead;
 extern const ReadFamily kOpenDmlRead;
 
-constexpr size_t kCapacityOfCaller = SIZE_MAX; // the exported reads: the caller answers for the room
-
 // Reads `size` bytes into `pBuffer`, with bounded retries. What would land behind `capacity` is consumed and dropped.
 // Where the file ends inside the read, `pLeft`, if given, tells how many bytes it lacks.
 [[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pBuffer,
                               size_t capacity, UInt32 size, UInt32* pLeft = Null);
+
+// Reads bytes for a caller of the library, who answers for the room.
+[[nodiscard]] UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer,
+                                   UInt32 size);
 
 // Reads one record (or word) whole.
 template <typename Record>
 [[nodiscard]] UInt32 ReadRecord(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const ReadFamily& family = kCoreRead)
 {
     static_assert(std::is_trivially_copyable_v<Record> && !std::is_pointer_v<Record>);
-    return ReadLoop(pAviInfo, family, &record, sizeof record, sizeof record);
+    return TakeBuffered(pAviInfo->pFile, &record, sizeof record)
+               ? LX_OK
+               : ReadLoop(pAviInfo, family, &record, sizeof record, sizeof record);
 }
 
 // A chunk's header: code, and size made even.
