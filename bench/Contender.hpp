@@ -8,6 +8,8 @@
 
 #include "Inputs.hpp"
 
+#include "lxAviReadState.h"
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +39,9 @@ struct Case {
 // All cases, in the order of the table.
 std::vector<Case> Cases();
 
+// Bytes of a key-frame table of one leaf, as the budget counts them.
+constexpr UInt32 kOneLeaf = sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*);
+
 // What one Run of them does.
 constexpr UInt32 kJumps = 1000;
 constexpr UInt32 kLookups = 100000;
@@ -53,7 +58,7 @@ std::unique_ptr<Contender> ReaderLookup(const Input& input, Lookups eLookups);
 std::unique_ptr<Contender> ReaderExtraction(const Input& input);
 
 std::unique_ptr<Contender> LimitIdx1(const Input& input, UInt32 passes);
-std::unique_ptr<Contender> LimitOpenDml(const Input& input);
+std::unique_ptr<Contender> LimitOpenDml(const Input& input, UInt32 passes);
 std::unique_ptr<Contender> LimitDelivery(const Input& input, Rejected eRejected);
 std::unique_ptr<Contender> LimitSeeking(const Input& input);
 std::unique_ptr<Contender> LimitStepping(const Input& input, Steps eSteps);

@@ -86,22 +86,27 @@ private:
     UInt32 m_uiPasses;
 };
 
-// The records of video are read twice, to count the key frames and to store them, those of audio once.
+// The records of video are read twice, to count the key frames and to store them, those of audio in the third pass.
 class OpenDml : public LimitFile {
 public:
-    using LimitFile::LimitFile;
+    OpenDml(const Input& input, UInt32 passes) : LimitFile(input), m_uiPasses(passes) {}
 
     UInt64 Run() override
     {
-        for (const IndexChunk& chunk : m_input.indexChunks) {
-            for (UInt32 pass = 0; pass < (chunk.bVideo ? 2u : 1u); ++pass) {
-                Seek(chunk.uiOffset);
-                Read(m_buffer.data(), kIndexHeaderBytes);
-                ReadInPieces(chunk.uiBytes, kBatchBytes);
+        for (UInt32 pass = 0; pass < m_uiPasses; ++pass) {
+            for (const IndexChunk& chunk : m_input.indexChunks) {
+                if (chunk.bVideo == (pass < 2)) {
+                    Seek(chunk.uiOffset);
+                    Read(m_buffer.data(), kIndexHeaderBytes);
+                    ReadInPieces(chunk.uiBytes, kBatchBytes);
+                }
             }
         }
         return m_input.uiChunks;
     }
+
+private:
+    UInt32 m_uiPasses;
 };
 
 class Delivery : public LimitFile {
@@ -248,7 +253,10 @@ std::unique_ptr<Contender> LimitIdx1(const Input& input, UInt32 passes)
     return std::make_unique<Idx1>(input, passes);
 }
 
-std::unique_ptr<Contender> LimitOpenDml(const Input& input) { return std::make_unique<OpenDml>(input); }
+std::unique_ptr<Contender> LimitOpenDml(const Input& input, UInt32 passes)
+{
+    return std::make_unique<OpenDml>(input, passes);
+}
 
 std::unique_ptr<Contender> LimitDelivery(const Input& input, Rejected eRejected)
 {

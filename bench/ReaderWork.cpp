@@ -90,7 +90,7 @@ void CountPeak(const char* pIndex, const bench::Input& input, UInt32 budget)
 void CountHeap()
 {
     CountAllocationsOfDelivery();
-    for (const UInt32 budget : {static_cast<UInt32>(sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*)), 1u << 20, 0xFFFFFFFFu}) {
+    for (const UInt32 budget : {bench::kOneLeaf, 1u << 20, 0xFFFFFFFFu}) {
         for (const UInt32 records : {10000u, 100000u, 1000000u}) {
             CountPeak("idx1", bench::SmallChunks(records), budget);
             CountPeak("OpenDML", bench::SmallChunksOpenDml(records), budget);

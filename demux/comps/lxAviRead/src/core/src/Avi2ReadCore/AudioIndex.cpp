@@ -17,7 +17,7 @@ constexpr IndexWalkRules kAudioWalk = {false, Null, "ParseAudioSuperIndex : Erro
 // Takes the records of one run. Those of no track are read and dropped.
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
 {
-    const UInt32 result = ForEachEntry(pAviInfo, run, [&](const IndexEntry& entry) {
+    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo, run, [&](const IndexEntry& entry) {
         if (track < LX_AVIREAD_AUDIO_TRACKS) {
             placer.Take(entry);
         }

@@ -24,31 +24,9 @@ namespace {
 constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
 constexpr UInt32 kTypeSpecificBytes = 12;
 constexpr UInt32 kIndexFieldBytes = kCommonBytes + kTypeSpecificBytes;
-constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
-constexpr UInt32 kHeaderOfChunk = 8; // offsets point behind it, the table's in front of it
-
-struct StandardRecord {
-    UInt32 dwOffset;
-    UInt32 dwSize;
-};
-static_assert(sizeof(StandardRecord) == 8);
-
-// Both record formats begin alike, and the second field is not looked at.
-IndexEntry DecodeOpenDml(const UInt8* pRecord, const IndexRun& run)
-{
-    const auto record = Load<StandardRecord>(pRecord);
-    // Quirk Q35: the low word of the base alone counts, unless all positions have 64 bits
-    const UInt64 offset = (run.qwBaseOffset + record.dwOffset - kHeaderOfChunk) & run.uiOffsetMask;
-    return {.eKind = run.eKind,
-            .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,
-            .uiStreamNr = run.uiStreamNr,
-            .uiSize = record.dwSize & ~kNoKeyFrameBit,
-            .uiOffset = offset};
-}
-
 constexpr char kBatchFailedText[] = "Error reading %d records with size %d into the metadatabuffer";
-constexpr IndexFormat kStandardFormat = {8, DecodeOpenDml, &kOpenDmlRead};
-constexpr IndexFormat kFieldFormat = {12, DecodeOpenDml, &kOpenDmlRead};
+constexpr IndexFormat kStandardFormat = {8, &kOpenDmlRead};
+constexpr IndexFormat kFieldFormat = {12, &kOpenDmlRead};
 
 const IndexFormat& FormatOfSubType(UInt8 subType)
 {
@@ -330,7 +308,7 @@ UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 ent
 {
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries, 0, 0, EntryKind::MainVideo);
     run.pBatchFailedText = Null;
-    return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, counter);
+    return entries == 0 ? LX_OK : ForEachEntry<OpenDmlDecoder>(pAviInfo, run, counter);
 }
 
 // Counts the key frames of one index chunk; a sub type that is unknown has none.

@@ -34,7 +34,7 @@ UInt32 FillFromChunk(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk,
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-    return ForEachEntry(pAviInfo,
+    return ForEachEntry<OpenDmlDecoder>(pAviInfo,
                         OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
                                    chunk.header.qwBaseOffset, EntryKind::MainVideo),
                         filler);
@@ -75,7 +75,7 @@ UInt32 lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ForEachEntry(pAviInfo,
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ForEachEntry<OpenDmlDecoder>(pAviInfo,
                                                 OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse,
                                                            pCommon->dwChunkId, qwBaseOffset, EntryKind::MainVideo),
                                                 filler)));
@@ -122,7 +122,7 @@ UInt32 lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInf
     }
     KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
     filler.Resume(*pLeafNumber, *pFrameNumber, *pSkipCounter);
-    const UInt32 result = ForEachEntry(pAviInfo,
+    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo,
                                        OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset,
                                                   EntryKind::MainVideo),
                                        filler);

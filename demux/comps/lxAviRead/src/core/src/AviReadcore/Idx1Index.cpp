@@ -22,16 +22,6 @@ constexpr UInt32 kKeyFrameFlag = 0x10;
 constexpr UInt64 kStartInMovi = 4;
 constexpr double kConsecutiveSeconds = 5.0;
 
-// As it stands in the file.
-struct lxAviReadCore_IDXrecord_t {
-    UInt16 uiStreamCharacters;
-    UInt16 uiChunkType;
-    UInt32 uiFlags;
-    UInt32 uiOffset;
-    UInt32 uiSize;
-};
-static_assert(sizeof(lxAviReadCore_IDXrecord_t) == kRecordBytes);
-
 EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
 {
     switch (chunkType) {
@@ -43,18 +33,61 @@ EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
     }
 }
 
-IndexEntry DecodeIdx1(const UInt8* pRecord, const IndexRun& run)
-{
-    const auto record = Load<lxAviReadCore_IDXrecord_t>(pRecord);
-    const UInt16 streamNr = StreamNumber(record.uiStreamCharacters);
-    return {.eKind = KindOf(record.uiChunkType, Int32{streamNr} == run.iVideoStreamNr),
-            .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
-            .uiStreamNr = streamNr,
-            .uiSize = record.uiSize,
-            .uiOffset = record.uiOffset + run.qwBaseOffset};
-}
+// As it stands in the file.
+struct lxAviReadCore_IDXrecord_t {
+    UInt16 uiStreamCharacters;
+    UInt16 uiChunkType;
+    UInt32 uiFlags;
+    UInt32 uiOffset;
+    UInt32 uiSize;
+};
+static_assert(sizeof(lxAviReadCore_IDXrecord_t) == kRecordBytes);
 
-constexpr IndexFormat kIdx1Format = {kRecordBytes, DecodeIdx1, &kCoreRead};
+// Tells what a record says. The few identifiers of a file come again and again: what they mean is worked out once, and
+// kept by the last digit of the stream.
+class Idx1Decoder {
+public:
+    explicit Idx1Decoder(const IndexRun& run)
+        : m_iVideoStreamNr(run.iVideoStreamNr), m_qwBaseOffset(run.qwBaseOffset),
+          m_meanings{MeaningOf(0), MeaningOf(0), MeaningOf(0), MeaningOf(0)}
+    {
+    }
+
+    [[gnu::always_inline]] IndexEntry operator()(const UInt8* pRecord)
+    {
+        const auto record = Load<lxAviReadCore_IDXrecord_t>(pRecord);
+        const auto id = Load<UInt32>(pRecord);
+        Meaning& meaning = m_meanings[ByteOf(id, 1) % kMeanings];
+        if (meaning.uiId != id) {
+            meaning = MeaningOf(id);
+        }
+        return {.eKind = meaning.eKind,
+                .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
+                .uiStreamNr = meaning.uiStreamNr,
+                .uiSize = record.uiSize,
+                .uiOffset = record.uiOffset + m_qwBaseOffset};
+    }
+
+private:
+    struct Meaning {
+        UInt32 uiId;
+        UInt16 uiStreamNr;
+        EntryKind eKind;
+    };
+    static constexpr UInt32 kMeanings = 4;
+
+    Meaning MeaningOf(UInt32 id) const
+    {
+        const UInt16 streamNr = StreamNumber(LowHalf(id));
+        return {id, streamNr, KindOf(HighHalf(id), Int32{streamNr} == m_iVideoStreamNr)};
+    }
+
+    Int32 m_iVideoStreamNr;
+    UInt64 m_qwBaseOffset;
+    Meaning m_meanings[kMeanings];
+};
+
+constexpr IndexFormat kIdx1Format = {kRecordBytes, &kCoreRead};
 
 constexpr TableTexts kIdx1Texts = {
     "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
@@ -95,7 +128,7 @@ IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 ba
 template <typename Visitor>
 UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor& visit)
 {
-    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, visit));
+    return AllowEarlyEnd(pAviInfo, ForEachEntry<Idx1Decoder>(pAviInfo, run, visit));
 }
 
 // ---- The first pass ----
@@ -159,6 +192,9 @@ public:
         : m_pAviInfo(pAviInfo), m_placers{Placer(0), Placer(1), Placer(2), Placer(3),
                                           Placer(4), Placer(5), Placer(6), Placer(7)}
     {
+        for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
+            m_trackOfStream[i] = IndexedTrackOf(pAviInfo, i);
+        }
     }
 
     void operator()(const IndexEntry& entry)
@@ -166,7 +202,7 @@ public:
         if (entry.eKind != EntryKind::Audio) {
             return;
         }
-        const UInt32 track = IndexedTrackOf(m_pAviInfo, entry.uiStreamNr);
+        const UInt32 track = entry.uiStreamNr < LX_AVIREAD_STREAMS ? m_trackOfStream[entry.uiStreamNr] : kNoTrack;
         if (track >= LX_AVIREAD_AUDIO_TRACKS) {
             LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
             return;
@@ -186,6 +222,7 @@ private:
 
     const lxAviReadCore_AviInfo_t* m_pAviInfo;
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
+    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS];
 };
 
 // ---- Single pass ----

@@ -4,14 +4,6 @@
 
 namespace lxAviReadCore {
 
-// An index record counts for a stream that has been described; the slot of any other number is empty.
-void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
-{
-    if (StreamTypeOf(pAviInfo, entry.uiStreamNr) != LX_AVIREAD_STREAM_NONE) {
-        pAviInfo->StreamInfo[entry.uiStreamNr]->uiStreamSize += entry.uiSize;
-    }
-}
-
 UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32& records)
 {
     const UInt32 wanted = records;
@@ -89,6 +81,12 @@ void SetOffsetBase(UInt64 base) { s_survey.uiOffsetBase = base; }
 
 void ForgetIndexSurvey() { s_survey = {}; }
 
+KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey)
+    : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey),
+      m_bEveryFrame(s_survey.eRule != KeyFrameRule::Flag || IsLogged(kLevelIndex))
+{
+}
+
 bool KeyFrameFiller::IsKeyFrame(const IndexEntry& entry) const
 {
     switch (s_survey.eRule) {
@@ -107,9 +105,9 @@ void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounte
 
 // A "dd" chunk belongs to the frame of the main video stream that follows it. Video and "dd" records of other streams
 // may stand between the two; anything else parts them.
-Entry* KeyFrameFiller::Take(const IndexEntry& entry)
+Entry* KeyFrameFiller::TakeAny(const IndexEntry& entry)
 {
-    switch (entry.eKind) { // GCOVR_EXCL_BR_LINE: all kinds are there
+    switch (entry.eKind) {
     case EntryKind::MainVideo: return TakeMainVideo(entry);
     case EntryKind::OtherVideo: CountPayload(m_pAviInfo, entry); return Null;
     case EntryKind::MainDrm:
@@ -118,11 +116,8 @@ Entry* KeyFrameFiller::Take(const IndexEntry& entry)
         m_uiDrmOffset = entry.uiOffset;
         m_bDrmPending = true;
         return Null;
-    case EntryKind::OtherDrm: return Null;
-    case EntryKind::Audio:
-    case EntryKind::Other: m_bDrmPending = false; return Null;
+    default: return Null;
     }
-    return Null; // GCOVR_EXCL_LINE: all kinds are there
 }
 
 Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
@@ -136,8 +131,7 @@ Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
     } else {
         PassOver(bKeyFrame);
     }
-    m_bDrmPending = false;
-    ++m_uiFrameNumber;
+    PassOn();
     return pStored;
 }
 
@@ -182,15 +176,17 @@ void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
 }
 
 AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts)
-    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track)
+    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track), m_bLogged(IsLogged(kLevelIndex | kLevelChunk))
 {
 }
 
 AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts,
                          const AudioState& state, const Position& cursor, UInt32 cursorTime)
-    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track), m_state(state), m_cursor(cursor),
-      m_uiCursorTime(cursorTime)
+    : AudioPlacer(pAviInfo, track, texts)
 {
+    m_state = state;
+    m_cursor = cursor;
+    m_uiCursorTime = cursorTime;
 }
 
 void AudioPlacer::LogStored(const Position& position) const
@@ -210,6 +206,7 @@ Position AudioPlacer::Advance()
 {
     const KeyFrameTable table(m_pAviInfo);
     const Position before = m_cursor;
+    m_reach = {};
     if (!table.Next(m_cursor)) {
         m_cursor = {};
     }
@@ -231,11 +228,30 @@ void AudioPlacer::Place()
     m_pTexts->bMovedFirst ? LogStored(before) : LogMoved(before);
 }
 
-void AudioPlacer::Take(const IndexEntry& entry)
+// Finds out how far the track can go before its time can have passed the cursor's: to where the time would be the
+// cursor's if it went on as until now, provided that it really is no later there. Time never runs backwards, as long as
+// the count of chunks does not wrap, so that nothing in between needs to be asked.
+void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
-    // Quirk Q32: by default the size of this chunk is added to the start of the one before it
-    const UInt64 bytePosition =
-        FollowsFormat(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);
+    if (time == 0 || time >= m_uiCursorTime || pStream == Null) {
+        return;
+    }
+    const double ratio = static_cast<double>(m_uiCursorTime) / static_cast<double>(time);
+    const double chunks = static_cast<double>(m_state.chunkCount) * ratio;
+    const double bytes = static_cast<double>(bytePosition) * ratio;
+    if (chunks + static_cast<double>(pStream->Header.dwStart) >= 4294967295.0 || bytes >= 9e18) {
+        return;
+    }
+    const Reach reach = {static_cast<UInt32>(chunks), static_cast<UInt64>(bytes)};
+    if (lxAviReadCore_GetStreamTime(streamNr, reach.uiChunks, reach.uiBytes) <= m_uiCursorTime) {
+        m_reach = reach;
+    }
+}
+
+// Gives the last chunk to the key frames that the chunk to come plays after.
+void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
+{
     const UInt32 time = m_state.bHaveChunk == 0
                             ? 0
                             : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount, bytePosition);
@@ -246,6 +262,24 @@ void AudioPlacer::Take(const IndexEntry& entry)
     while (m_uiCursorTime < time && m_state.bHaveChunk == 1 && m_cursor.valid == 1) {
         Place();
     }
+    LookAhead(entry.uiStreamNr, bytePosition, time);
+}
+
+// Messages want the time of every chunk.
+bool AudioPlacer::NeedsTime(UInt64 bytePosition) const
+{
+    const bool bWithinReach = m_state.chunkCount <= m_reach.uiChunks && bytePosition <= m_reach.uiBytes;
+    return m_bLogged || (m_state.bHaveChunk == 1 && m_cursor.valid == 1 && !bWithinReach);
+}
+
+void AudioPlacer::Take(const IndexEntry& entry)
+{
+    // Quirk Q32: by default the size of this chunk is added to the start of the one before it
+    const UInt64 bytePosition =
+        FollowsFormat(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
+    if (NeedsTime(bytePosition)) {
+        PlaceBefore(entry, bytePosition);
+    }
     CountPayload(m_pAviInfo, entry);
     CountAudioChunk(m_state, entry);
 }
@@ -253,11 +287,16 @@ void AudioPlacer::Take(const IndexEntry& entry)
 void AudioPlacer::Complete()
 {
     const KeyFrameTable table(m_pAviInfo);
-    Entry* pEntry = m_cursor.valid == 1 ? table.At(m_cursor) : Null;
-    while (pEntry != Null) {
-        WriteAudio(*pEntry, m_uiTrack, m_state);
-        pEntry = table.Next(m_cursor) ? table.At(m_cursor) : Null;
+    if (m_cursor.valid == 0 || table.At(m_cursor) == Null) {
+        return;
     }
+    UInt32 itemNr = m_cursor.itemNr;
+    for (UInt32 leafNr = m_cursor.leafNr; leafNr < table.LeafCount(); ++leafNr, itemNr = 0) {
+        for (; itemNr < table.LeafAt(leafNr).arrayLength; ++itemNr) {
+            WriteAudio(*table.At(leafNr, itemNr), m_uiTrack, m_state);
+        }
+    }
+    m_cursor = table.Last();
 }
 
 } // namespace lxAviReadCore

@@ -62,14 +62,14 @@ T Load(const UInt8* pBytes)
 }
 
 // One digit of a stream number. Letters count on from 10, whatever the letter.
-constexpr UInt32 StreamDigit(UInt8 character)
+[[gnu::always_inline]] constexpr UInt32 StreamDigit(UInt8 character)
 {
     return character < 'A' ? static_cast<UInt32>(character) - '0' : static_cast<UInt32>(character) - 55u;
 }
 
 // The stream number that the first two characters of a chunk identifier give, 16 bits wide. Tens count ten, even
 // where the digit is a letter, so "1A" and "20" name the same stream.
-constexpr UInt16 StreamNumber(UInt16 characters)
+[[gnu::always_inline]] constexpr UInt16 StreamNumber(UInt16 characters)
 {
     // Quirk Q01
     return static_cast<UInt16>(StreamDigit(ByteOf(characters, 0)) * 10u + StreamDigit(ByteOf(characters, 1)));

@@ -1,7 +1,7 @@
 // The passes over an index, whatever its family: batches of records are read and decoded, and visitors count key
 // frames, fill the table, and place the audio. What differs between the families is data: record size, decoder, read.
 //
-//   ForEachEntry(run, visitor)          one run of records: batches, abort tests, the family's read
+//   ForEachEntry<Decoder>(run, visitor) one run of records: batches, abort tests, the family's read
 //     KeyFrameCounter                   how many key frames
 //     KeyFrameFiller                    every SkipKey-th of them into the table
 //     AudioPlacer                       which chunk of an audio track plays at each stored key frame
@@ -43,7 +43,6 @@ struct IndexRun {
 
 struct IndexFormat {
     UInt32 uiRecordSize;
-    IndexEntry (*pfnDecode)(const UInt8* pRecord, const IndexRun& run);
     const ReadFamily* pRead;
 };
 
@@ -65,8 +64,9 @@ inline UInt32 AllowEarlyEnd(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 resu
     return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result; // Quirk Q51
 }
 
-// Hands every record of a run to `visit`, in file order. Needs the batch buffer.
-template <typename Visitor>
+// Hands every record of a run to `visit`, in file order. Needs the batch buffer. A `Decoder` of the run tells what a
+// record says.
+template <typename Decoder, typename Visitor>
 [[nodiscard]] UInt32 ForEachEntry(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
 {
     const UInt32 recordSize = run.pFormat->uiRecordSize;
@@ -77,12 +77,13 @@ template <typename Visitor>
     if (largest == 0) {
         return LX_ERR_AVIREAD_NO_INDEX;
     }
+    Decoder decode(run);
     for (UInt32 left = run.uiEntries; left > 0;) {
         UInt32 batch = std::min(left, largest);
         const UInt32 result = ReadBatch(pAviInfo, run, batch);
         const UInt8* pRecord = static_cast<const UInt8*>(pAviInfo->pMetaDataBuffer);
         for (UInt32 i = 0; i < batch; ++i, pRecord += recordSize) {
-            visit(run.pFormat->pfnDecode(pRecord, run));
+            visit(decode(pRecord));
         }
         LX_AVIREAD_TRY(result);
         left -= batch;
@@ -117,16 +118,20 @@ void SetOffsetBase(UInt64 base);
 // Forgets what first passes have settled.
 void ForgetIndexSurvey();
 
-// Adds a chunk to the total of its stream, unless the file has no such stream.
-void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry);
+// Adds a chunk to the total of its stream. An index record counts for a stream that has been described; the slot of any
+// other number is empty.
+inline void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
+{
+    lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, entry.uiStreamNr);
+    if (pStream != Null && pStream->StreamType != LX_AVIREAD_STREAM_NONE) {
+        pStream->uiStreamSize += entry.uiSize;
+    }
+}
 
 // Stores every SkipKey-th key frame of the main video stream, and totals the video payload.
 class KeyFrameFiller {
 public:
-    KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey)
-        : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey)
-    {
-    }
+    KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey);
 
     KeyFrameTableBuilder& Builder() { return m_builder; }
     UInt32 FrameNumber() const { return m_uiFrameNumber; } // video frames seen so far
@@ -135,13 +140,33 @@ public:
     // Continues where another run has ended.
     void Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter);
 
-    // Takes one record; the entry that it stored, or null.
-    Entry* Take(const IndexEntry& entry);
+    // Takes one record; the entry that it stored, or null. Most records are passed over, and that is quick.
+    Entry* Take(const IndexEntry& entry)
+    {
+        if (entry.eKind == EntryKind::Audio || entry.eKind == EntryKind::Other) {
+            m_bDrmPending = false;
+            return Null;
+        }
+        if (entry.eKind == EntryKind::MainVideo && !m_bEveryFrame && !entry.bKeyFrame) {
+            CountPayload(m_pAviInfo, entry);
+            PassOn();
+            return Null;
+        }
+        return TakeAny(entry);
+    }
 
     void operator()(const IndexEntry& entry) { Take(entry); }
 
 private:
+    // On to the next frame of the main video stream.
+    void PassOn()
+    {
+        m_bDrmPending = false;
+        ++m_uiFrameNumber;
+    }
+
     bool IsKeyFrame(const IndexEntry& entry) const;
+    Entry* TakeAny(const IndexEntry& entry);
     Entry* TakeMainVideo(const IndexEntry& entry);
     void PassOver(bool bKeyFrame);
     Entry* Store(const IndexEntry& entry);
@@ -149,6 +174,7 @@ private:
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
+    bool m_bEveryFrame; // is looked at: it may be a key frame without the flag, or is logged
     UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
     UInt32 m_uiFrameNumber = 0;
     UInt64 m_uiDrmOffset = 0; // of the "dd" chunk before the next frame
@@ -176,6 +202,15 @@ public:
     UInt32 CursorTime() const { return m_uiCursorTime; }
 
 private:
+    // How far into a track a chunk is.
+    struct Reach {
+        UInt32 uiChunks = 0;
+        UInt64 uiBytes = 0;
+    };
+
+    bool NeedsTime(UInt64 bytePosition) const;
+    void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
+    void LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time);
     void Place();
     Position Advance();
     void LogStored(const Position& position) const;
@@ -187,6 +222,8 @@ private:
     AudioState m_state = {};
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
+    bool m_bLogged;
+    Reach m_reach;                    // chunks up to here are known not to play after it
 };
 
 // Makes `chunk` the last one of the track: what the placers and the single-pass builder count alike.

@@ -12,6 +12,37 @@ constexpr UInt8 kFieldIndex = 1;    // 12 bytes a record
 constexpr UInt8 kIndexOfIndexes = 0; // uiIndexType
 constexpr UInt8 kIndexOfChunks = 1;
 
+// As it stands in the file. Records of both sub types begin alike, and the second field is not looked at.
+struct OpenDmlRecord {
+    UInt32 dwOffset;
+    UInt32 dwSize;
+};
+static_assert(sizeof(OpenDmlRecord) == 8);
+
+// Tells what a record says. The stream, and so the kind, is that of the index.
+class OpenDmlDecoder {
+public:
+    explicit OpenDmlDecoder(const IndexRun& run) : m_run(run) {}
+
+    [[gnu::always_inline]] IndexEntry operator()(const UInt8* pRecord) const
+    {
+        const auto record = Load<OpenDmlRecord>(pRecord);
+        // Quirk Q35: the low word of the base alone counts, unless all positions have 64 bits
+        const UInt64 offset = (m_run.qwBaseOffset + record.dwOffset - kHeaderOfChunk) & m_run.uiOffsetMask;
+        return {.eKind = m_run.eKind,
+                .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,
+                .uiStreamNr = m_run.uiStreamNr,
+                .uiSize = record.dwSize & ~kNoKeyFrameBit,
+                .uiOffset = offset};
+    }
+
+private:
+    static constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
+    static constexpr UInt32 kHeaderOfChunk = 8; // offsets point behind it, the table's in front of it
+
+    IndexRun m_run; // a copy, which no visitor can change: its fields stay in registers
+};
+
 // The records of one index, standard or field, as a run of one kind.
 IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt32 chunkId,
                     UInt64 baseOffset, EntryKind eKind);
