@@ -7,12 +7,17 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr PlacerTexts kOpenDmlPlacerTexts = {"Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
-                                             "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;", true};
+constexpr PlacerTexts kOpenDmlPlacerTexts = {
+    LX_TEXT(kLevelIndex, "Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
+    LX_TEXT(kLevelIndex, "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;"), true};
 
-constexpr IndexWalkRules kAudioWalk = {false, Null, "ParseAudioSuperIndex : Error Reading data at line:%d",
-                                       "ParseAudioSuperIndex : Error Reading data1,line:%d",
-                                       "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x", Null};
+constexpr IndexWalkRules kAudioWalk = {
+    false,
+    Null,
+    LX_TEXT(kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"),
+    LX_TEXT(kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"),
+    LX_TEXT(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"),
+    Null};
 
 // Takes the records of one run. Those of no track are read and dropped.
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)

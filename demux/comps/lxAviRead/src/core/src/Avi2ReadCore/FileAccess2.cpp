@@ -6,8 +6,9 @@
 namespace lxAviReadCore {
 
 const ReadFamily kOpenDmlRead = {
-    false, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread",
-    "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread"};
+    false,
+    LX_TEXT(kLevelEndOfFile, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"),
+    LX_TEXT(kLevelLeave, "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread")};
 
 } // namespace lxAviReadCore
 

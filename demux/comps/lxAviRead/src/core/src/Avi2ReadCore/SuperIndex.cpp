@@ -24,7 +24,8 @@ namespace {
 constexpr UInt32 kCommonBytes = sizeof(lxAviReadCore_AviIndxChunkCommonSection_t);
 constexpr UInt32 kTypeSpecificBytes = 12;
 constexpr UInt32 kIndexFieldBytes = kCommonBytes + kTypeSpecificBytes;
-constexpr char kBatchFailedText[] = "Error reading %d records with size %d into the metadatabuffer";
+constexpr const char* kBatchFailedText =
+    LX_TEXT(kLevelError, "Error reading %d records with size %d into the metadatabuffer");
 constexpr IndexFormat kStandardFormat = {8, &kOpenDmlRead};
 constexpr IndexFormat kFieldFormat = {12, &kOpenDmlRead};
 
@@ -301,8 +302,9 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
     return LX_OK;
 }
 
-constexpr IndexWalkRules kCountRules = {true, "PreParseIndxChunk avi2: Error %d",
-                                        "PreParseIndxChunk avi2:Error Reading data at line:%d", Null, Null, Null};
+constexpr IndexWalkRules kCountRules = {
+    true, LX_TEXT(kLevelError, "PreParseIndxChunk avi2: Error %d"),
+    LX_TEXT(kLevelError, "PreParseIndxChunk avi2:Error Reading data at line:%d"), Null, Null, Null};
 
 UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, KeyFrameCounter& counter)
 {
@@ -391,13 +393,13 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     }
     if (!SeekAndRemember(pAviInfo, entry.qwOffset, kFromStart)) {
         if (rules.pSeekFailedText != Null) {
-            LX_LOG(kLevelError, rules.pSeekFailedText, static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
+            LX_LOG_TEXT(rules.pSeekFailedText, static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
         }
         return LX_ERR_AVIREAD_SEEK;
     }
     UInt32 code = 0;
     if (const UInt32 result = ReadIndexCode(pAviInfo, code); result != LX_OK) {
-        LX_LOG(kLevelError, rules.pCodeFailedText, __LINE__);
+        LX_LOG_TEXT(rules.pCodeFailedText, __LINE__);
         return result;
     }
     if (LowHalf(code) == TwoCC("ix")) {
@@ -411,10 +413,10 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     const UInt32 result = ReadLoop(pAviInfo, kOpenDmlRead, &chunk.header, sizeof chunk.header, bytes);
     LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
     if (rules.pEnteredText != Null) {
-        LX_LOG(kLevelIndex, rules.pEnteredText, chunk.uiNr, result);
+        LX_LOG_TEXT(rules.pEnteredText, chunk.uiNr, result);
     }
     if (result != LX_OK && rules.pHeaderFailedText != Null) {
-        LX_LOG(kLevelError, rules.pHeaderFailedText, __LINE__);
+        LX_LOG_TEXT(rules.pHeaderFailedText, __LINE__);
     }
     if (FollowsFormat(pAviInfo)) {
         KeepRecordsInChunk(chunk.header);

@@ -11,17 +11,21 @@ namespace lxAviReadCore {
 namespace {
 
 constexpr TableTexts kOpenDmlTexts = {
-    "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
-    "AviRead:Succeeded allocating %d bytes for %d leafs",
-    "Failed allocating %d bytes for KeyFramesListAsArray[%d]",
+    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
+    LX_TEXT(kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"),
     Null,
-    "Allocating %d no of leafs",
-    "Leaf %d is full, filling %d leaf",
-    "List structure must be initialized"};
+    LX_TEXT(kLevelIndex, "Allocating %d no of leafs"),
+    LX_TEXT(kLevelIndex, "Leaf %d is full, filling %d leaf"),
+    LX_TEXT(0, "List structure must be initialized")};
 
-constexpr IndexWalkRules kVideoWalk = {true, Null, "ParseVideoSuperIndex : Error reading data at line:%d",
-                                       "ParseVideoSuperIndex : Error Reading data1,line:%d", Null,
-                                       "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"};
+constexpr IndexWalkRules kVideoWalk = {
+    true,
+    Null,
+    LX_TEXT(kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"),
+    LX_TEXT(kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"),
+    Null,
+    LX_TEXT(kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x")};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {

@@ -2,11 +2,36 @@
 
 #include "internal/Debug.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 
 UInt32 LogMask()
 {
     return lxDbg_MaskOf(glxalAviRead_debug_unit);
+}
+
+const char* WantedText(const char* pPacked)
+{
+    return IsLogged(LevelOf(pPacked)) ? pPacked : Null;
+}
+
+Unpacked::Unpacked(const char* pPacked)
+{
+    char* pEnd = m_text;
+    while (*++pPacked != '\0') {
+        const auto code = static_cast<UInt8>(*pPacked);
+        if (code < kFirstPhrase) {
+            *pEnd++ = *pPacked;
+            continue;
+        }
+        Phrase phrase(kPhrases);
+        for (UInt8 i = kFirstPhrase; i < code; ++i) {
+            phrase = phrase.Next();
+        }
+        pEnd = std::copy_n(phrase.pBegin, phrase.uiLength, pEnd);
+    }
+    *pEnd = '\0';
 }
 
 const char* PathOf(SourcePlace place)
@@ -17,7 +42,8 @@ const char* PathOf(SourcePlace place)
 
 void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place)
 {
-    LX_LOG(kLevelCall, "Calling %s from %s at %s:%d", pCall, pCaller, PathOf(place), LineOf(place));
+    LX_LOG(kLevelCall, "Calling %s from %s at %s:%d", static_cast<const char*>(Unpacked(pCall)),
+           static_cast<const char*>(Unpacked(pCaller)), PathOf(place), LineOf(place));
 }
 
 UInt32 ReportCall(UInt32 result, SourcePlace place)

@@ -18,7 +18,7 @@
 namespace lxAviReadCore {
 
 const ReadFamily kCoreRead = {
-    true, "leaving lxAviReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread", Null};
+    true, LX_TEXT(kLevelEndOfFile, "leaving lxAviReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"), Null};
 
 namespace {
 
@@ -83,7 +83,7 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
                 *pLeft = left - static_cast<UInt32>(got);
             }
             // Quirk Q05: the message names the read error, the result is the end of the file.
-            LX_LOG(kLevelEndOfFile, family.pEofText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
+            LX_LOG_TEXT(family.pEofText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
                    left);
             return LX_ERR_AVIREAD_EOF;
         }
@@ -95,7 +95,7 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
         }
     } while (attempts < pAviInfo->maxReadAttempts);
     if (family.pExhaustedText != Null) {
-        LX_LOG(kLevelLeave, family.pExhaustedText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ), left);
+        LX_LOG_TEXT(family.pExhaustedText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ), left);
     }
     return LX_ERR_AVIREAD_READ;
 }

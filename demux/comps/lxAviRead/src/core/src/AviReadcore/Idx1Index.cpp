@@ -90,26 +90,27 @@ private:
 constexpr IndexFormat kIdx1Format = {kRecordBytes, &kCoreRead};
 
 constexpr TableTexts kIdx1Texts = {
-    "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
-    "AviRead:Succeeded allocating %d bytes for %d leafs",
-    "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]",
+    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
+    LX_TEXT(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"),
     Null,
-    "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]",
-    "Leaf %d if full, filling %d leaf",
-    "List structure must be initialized"};
+    LX_TEXT(kLevelIndex, "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"),
+    LX_TEXT(kLevelIndex, "Leaf %d if full, filling %d leaf"),
+    LX_TEXT(0, "List structure must be initialized")};
 
 constexpr TableTexts kSinglePassTexts = {
-    "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray",
-    "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray",
-    "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]",
-    "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]",
+    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray"),
+    LX_TEXT(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
+    LX_TEXT(kLevelIndex, "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
     Null,
-    "Leaf %d if full, filling %d leaf",
-    "List structure must be initialized"};
+    LX_TEXT(kLevelIndex, "Leaf %d if full, filling %d leaf"),
+    LX_TEXT(0, "List structure must be initialized")};
 
 constexpr PlacerTexts kIdx1PlacerTexts = {
-    "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d",
-    "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d", false};
+    LX_TEXT(kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
+    LX_TEXT(kLevelIndex, "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"),
+    false};
 
 IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
 {
@@ -257,7 +258,7 @@ private:
 
     void Log(const char* pText, UInt32 itemNr, UInt32 track, const Entry& entry) const
     {
-        LX_LOG(kLevelIndex, pText, itemNr, track, entry.audioFrameNumber[track],
+        LX_LOG_TEXT(pText, itemNr, track, entry.audioFrameNumber[track],
                LX_HILO(entry.audioChunkOffset[track]), LX_HILO(entry.audioBytePosition[track]));
     }
 
@@ -271,8 +272,8 @@ private:
             }
             WriteAudio(entry, track, audio.state);
             audio.state.bHaveChunk = 0; // and no key frame waits: the chunk went to those that did
-            Log("lxAviReadCore_ParseIndex: Store audio data ahead of video for %d item: tr=%d  fr#=%d offset=%d.%d "
-                "abp=%d.%d",
+            Log(LX_TEXT(kLevelIndex, "lxAviReadCore_ParseIndex: Store audio data ahead of video for %d item: tr=%d  fr#=%d offset=%d.%d "
+                             "abp=%d.%d"),
                 m_video.Builder().ItemNr(), track, entry);
         }
     }
@@ -288,7 +289,7 @@ private:
                       "reached start of List structure but tempAudioData.storeNext[audioTrackNumber]>0");
             if (bThere) {
                 WriteAudio(*table.At(position), track, audio.state);
-                Log("lxAviReadCore_ParseIndex: Store audio data for %d item: tr=%d  fr#=%d offset=%d.%d abp=%d.%d",
+                Log(LX_TEXT(kLevelIndex, "lxAviReadCore_ParseIndex: Store audio data for %d item: tr=%d  fr#=%d offset=%d.%d abp=%d.%d"),
                     position.itemNr, track, *table.At(position));
                 bThere = table.Prev(position);
             }
@@ -306,7 +307,7 @@ private:
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
-        LX_LOG(kLevelError, kIdx1Texts.pArrayFailed, kMetaDataBytes); // the passes need it as they need the table
+        LX_LOG_TEXT(kIdx1Texts.pArrayFailed, kMetaDataBytes); // the passes need it as they need the table
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     LX_AVIREAD_TRY(builder.Create(neededLeafs));

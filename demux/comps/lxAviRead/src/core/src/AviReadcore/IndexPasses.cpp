@@ -26,7 +26,7 @@ UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32&
         records = (wanted * recordSize - lacking) / recordSize;
     }
     if (run.pBatchFailedText != Null) {
-        LX_LOG(kLevelError, run.pBatchFailedText, wanted, recordSize);
+        LX_LOG_TEXT(run.pBatchFailedText, wanted, recordSize);
     }
     return result;
 }
@@ -191,13 +191,13 @@ AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, 
 
 void AudioPlacer::LogStored(const Position& position) const
 {
-    LX_LOG(kLevelIndex, m_pTexts->pStored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
+    LX_LOG_TEXT(m_pTexts->pStored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
            LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
 }
 
 void AudioPlacer::LogMoved(const Position& before) const
 {
-    LX_LOG(kLevelIndex, m_pTexts->pMoved, before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
+    LX_LOG_TEXT(m_pTexts->pMoved, before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
            before.valid, m_cursor.leafNr, m_cursor.itemNr, static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
 }
 
@@ -234,7 +234,7 @@ void AudioPlacer::Place()
 void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);
-    if (time == 0 || time >= m_uiCursorTime || pStream == Null) {
+    if (m_bLogged || time == 0 || time >= m_uiCursorTime || pStream == Null) {
         return;
     }
     const double ratio = static_cast<double>(m_uiCursorTime) / static_cast<double>(time);
@@ -265,7 +265,7 @@ void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
     LookAhead(entry.uiStreamNr, bytePosition, time);
 }
 
-// Messages want the time of every chunk.
+// Messages tell the time of every chunk, and of no other place.
 bool AudioPlacer::NeedsTime(UInt64 bytePosition) const
 {
     const bool bWithinReach = m_state.chunkCount <= m_reach.uiChunks && bytePosition <= m_reach.uiBytes;

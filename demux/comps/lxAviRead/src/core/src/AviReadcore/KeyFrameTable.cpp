@@ -31,7 +31,7 @@ void FreeLeafs(Leaf** ppLeafs, UInt32 count)
 void TraceRelease(TableReleaseTrace trace, const char* pText, const void* pBlock)
 {
     if (trace == TableReleaseTrace::CleanUp) {
-        LX_LOG(kLevelMemory, "%s", pText);
+        LX_LOG_TEXT(pText);
     } else {
         LX_LOG(kLevelMemory, "lxalAviRead_Free( 0x%x )", static_cast<UInt32>(reinterpret_cast<std::uintptr_t>(pBlock)));
     }
@@ -106,12 +106,12 @@ UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
     for (UInt32 i = 0; i < neededLeafs; ++i) {
         ppLeafs[i] = AllocateRecord<Leaf>();
         if (ppLeafs[i] == Null) {
-            LX_LOG(kLevelError, m_texts.pLeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
+            LX_LOG_TEXT(m_texts.pLeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
             FreeLeafs(ppLeafs, i);
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
         if (m_texts.pLeafSucceeded != Null) {
-            LX_LOG(kLevelIndex, m_texts.pLeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
+            LX_LOG_TEXT(m_texts.pLeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
         }
     }
     return LX_OK;
@@ -123,15 +123,15 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
     const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
     m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
     if (m_pAviInfo->KeyFramesListAsArray == Null) {
-        LX_LOG(kLevelError, m_texts.pArrayFailed, bytes);
+        LX_LOG_TEXT(m_texts.pArrayFailed, bytes);
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    LX_LOG(kLevelIndex, m_texts.pArraySucceeded, bytes, neededLeafs);
+    LX_LOG_TEXT(m_texts.pArraySucceeded, bytes, neededLeafs);
     LX_AVIREAD_TRY(AllocateLeafs(neededLeafs));
     m_pAviInfo->KeyFramesListAsArrayLength = neededLeafs;
     s_uiOwnedLeafs = neededLeafs;
     if (m_texts.pLeafsSucceeded != Null) {
-        LX_LOG(kLevelIndex, m_texts.pLeafsSucceeded, neededLeafs);
+        LX_LOG_TEXT(m_texts.pLeafsSucceeded, neededLeafs);
     }
     return LX_OK;
 }
@@ -141,10 +141,10 @@ bool KeyFrameTableBuilder::RollOver()
     if (m_bFull) {
         return false; // reported once
     }
-    LX_LOG(kLevelIndex, m_texts.pLeafFull, m_uiLeafNr, m_uiLeafNr + 1);
+    LX_LOG_TEXT(m_texts.pLeafFull, m_uiLeafNr, m_uiLeafNr + 1);
     m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
-    LX_ASSERT(!m_bFull, "pCurrentLeaf!=Null", "%s", m_texts.pNoLeafText);
     if (m_bFull) {
+        ReportAssertion(LX_TEXT(0, "pCurrentLeaf!=Null"), LX_AVIREAD_PLACE, m_texts.pNoLeafText);
         return false;
     }
     Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
@@ -197,10 +197,10 @@ void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace t
 {
     if (pAviInfo->KeyFramesListAsArray != Null) {
         for (UInt32 i = 0; i < s_uiOwnedLeafs; ++i) {
-            TraceRelease(trace, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]", pAviInfo->KeyFramesListAsArray[i]);
+            TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]"), pAviInfo->KeyFramesListAsArray[i]);
         }
         FreeLeafs(pAviInfo->KeyFramesListAsArray, s_uiOwnedLeafs);
-        TraceRelease(trace, "Freeing pAviInfo->KeyFramesListAsArray", pAviInfo->KeyFramesListAsArray);
+        TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray"), pAviInfo->KeyFramesListAsArray);
         std::free(pAviInfo->KeyFramesListAsArray);
     }
     pAviInfo->KeyFramesListAsArray = Null;

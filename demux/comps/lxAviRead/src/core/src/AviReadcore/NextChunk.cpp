@@ -24,19 +24,19 @@ constexpr UInt32 kDrmChunkBytes = kHeaderBytes + LX_AVIREAD_DRM_BYTES;
 // Behind a "dd" code: its size, its descriptor, and the code of the next chunk; then the next chunk's size.
 constexpr UInt32 kDrmBytes = kSizeBytes + LX_AVIREAD_DRM_BYTES + kCodeBytes;
 
-constexpr char kIdText[] = "lxAviReadCore_NextChunk : Error reding data at line:%d";
-constexpr char kSteppedSizeText[] = "lxAviReadCore_NextChunk : Error reading dwSize at line:%d";
-constexpr char kSlideText[] = "lxAviReadCore_NextChunk : Error reding data1 at line:%d";
-constexpr char kDrmSizeText[] = "lxAviReadCore_NextChunk : Error reding i at line:%d";
-constexpr char kDrmText[] = "lxAviReadCore_NextChunk : Error reding wDrmKeyNr at line:%d";
-constexpr char kSizeText[] = "lxAviReadCore_NextChunk : Error reding size at line:%d";
+constexpr const char* kIdText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding data at line:%d");
+constexpr const char* kSteppedSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reading dwSize at line:%d");
+constexpr const char* kSlideText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding data1 at line:%d");
+constexpr const char* kDrmSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding i at line:%d");
+constexpr const char* kDrmText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding wDrmKeyNr at line:%d");
+constexpr const char* kSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding size at line:%d");
 
 // Every failure of a header read is the same to the caller, the end of the file and an abort included.
 template <typename Record>
 UInt32 ReadHeaderPart(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pErrorText, int line)
 {
     if (ReadRecord(pAviInfo, record) != LX_OK) {
-        LX_LOG(kLevelError, pErrorText, line);
+        LX_LOG_TEXT(pErrorText, line);
         return LX_ERR_AVIREAD_READ;
     }
     return LX_OK;

@@ -18,24 +18,26 @@ namespace {
 // What the format parsers differ in.
 struct FormatRule {
     UInt32 uiLimit;
-    UInt32 uiOversizeLevel;
     const char* pOversizeText;
     const char* pEnterText;
     const char* pLeaveText;
 };
 
 constexpr FormatRule kVideoFormat = {
-    sizeof(lxAviRead_StrfVideo_t), kLevelError,
-    "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n",
-    "Entered lxAviReadCore_ParseListStrf_video", "Leaving lxAviReadCore_ParseListStrf_video"};
+    sizeof(lxAviRead_StrfVideo_t),
+    LX_TEXT(kLevelError, "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n"),
+    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_video"),
+    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_video")};
 constexpr FormatRule kAudioFormat = {
-    sizeof(lxAviRead_StrfAudio_t), kLevelHeader,
-    "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n",
-    "Entered lxAviReadCore_ParseListStrf_audio", "Leaving lxAviReadCore_ParseListStrf_audio"};
+    sizeof(lxAviRead_StrfAudio_t),
+    LX_TEXT(kLevelHeader, "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n"),
+    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_audio"),
+    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_audio")};
 constexpr FormatRule kTextFormat = {
-    sizeof(lxAviRead_StrfText_t), kLevelError,
-    "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n",
-    "Entered lxAviReadCore_ParseListStrf_textSubtitle", "Leaving lxAviReadCore_ParseListStrf_textSubtitle"};
+    sizeof(lxAviRead_StrfText_t),
+    LX_TEXT(kLevelError, "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n"),
+    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_textSubtitle"),
+    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_textSubtitle")};
 
 // Reads the first `limit` bytes of a chunk into `pBuffer`.
 UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 limit, UInt32 size)
@@ -55,13 +57,13 @@ UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
 UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UInt32 size,
                    lxAviReadCore_StreamInfo_t* pStrInfo)
 {
-    LX_LOG(kLevelEnter, "%s", rule.pEnterText);
+    LX_LOG_TEXT(rule.pEnterText);
     if (size > rule.uiLimit) {
-        LX_LOG(rule.uiOversizeLevel, rule.pOversizeText, size, rule.uiLimit);
+        LX_LOG_TEXT(rule.pOversizeText, size, rule.uiLimit);
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
     LX_AVIREAD_TRY(SkipRestOfChunk(rule.uiLimit, size));
-    LX_LOG(kLevelLeave, "%s", rule.pLeaveText);
+    LX_LOG_TEXT(rule.pLeaveText);
     return LX_OK;
 }
 

@@ -31,7 +31,7 @@ UInt32 MicroSecPerFrame()
 
 void LogTime(const char* pText, const StreamPosition& position, UInt32 time)
 {
-    LX_LOG(kLevelChunk, pText, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
+    LX_LOG_TEXT(pText, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
            MicroSecPerFrame(), time);
 }
 
@@ -41,8 +41,8 @@ UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
     // Quirk Q23: the count passes through single precision; above 2^24 it loses its lowest bits
     const double rounded = static_cast<double>(static_cast<float>(frames));
     const UInt32 time = ToUInt32(rounded * (static_cast<double>(MicroSecPerFrame()) / 1000.0));
-    LogTime("lxAviReadCore_GetStreamTime: Video. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: Video. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
             position, time);
     return time;
 }
@@ -57,8 +57,8 @@ UInt32 UncompressedTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPo
 {
     const double bytes = StartBytes(stream) + static_cast<double>(position.uiBytePosition);
     const UInt32 time = ToUInt32(bytes * 1000.0 / static_cast<double>(stream.Header.dwRate));
-    LogTime("lxAviReadCore_GetStreamTime: AC3 or PCM.stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: AC3 or PCM.stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
             position, time);
     return time;
 }
@@ -68,8 +68,8 @@ UInt32 ConstantBitRateTime(const lxAviReadCore_StreamInfo_t& stream, const lxAvi
 {
     const UInt32 bytes = ToUInt32(StartBytes(stream) + static_cast<double>(position.uiBytePosition));
     const UInt32 time = ToUInt32(static_cast<double>(bytes) * 1000.0 / static_cast<double>(format.nAvgBytesPerSec));
-    LogTime("lxAviReadCore_GetStreamTime: CBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: CBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
             position, time);
     return time;
 }
@@ -79,8 +79,8 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
     const UInt32 chunks = header.dwStart + position.uiFrameNumber;
     const UInt32 time = ToUInt32(static_cast<double>(chunks) *
                                  (static_cast<double>(header.dwScale) * (1000.0 / static_cast<double>(header.dwRate))));
-    LogTime("lxAviReadCore_GetStreamTime: VBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: VBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
             position, time);
     return time;
 }
@@ -93,8 +93,8 @@ UInt32 TimeByHeader(const lxAviRead_Strh_t& header, const StreamPosition& positi
                              : static_cast<double>(position.uiFrameNumber);
     const UInt32 time = ToUInt32((static_cast<double>(header.dwStart) + units) * static_cast<double>(header.dwScale) *
                                  1000.0 / static_cast<double>(header.dwRate));
-    LogTime("lxAviReadCore_GetStreamTime: by header. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-            "dwMicroSecPerFrame=% 7d streamTime=% 7d",
+    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: by header. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
+                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
             position, time);
     return time;
 }

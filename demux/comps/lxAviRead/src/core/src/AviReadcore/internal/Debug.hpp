@@ -1,4 +1,4 @@
-// Logging and assertions of the reader: the levels by name, messages that cost one test when they are off, checked
+// Logging and assertions of the reader: messages that cost one test when they are off, checked
 // calls that report a failed code in the system's words and hand it on.
 
 #pragma once
@@ -7,10 +7,13 @@
 #define LX_AVIREAD_NODISCARD_RESULTS
 #endif
 
+#include "Texts.hpp"
+
 #include "lxAviRead.h"
 #include "lxDbg.h"
 
 #include <cstddef>
+#include <type_traits>
 
 // The module that checked calls and assertions report; the OpenDML index sources define their own before any include.
 #ifndef LX_AVIREAD_MODULE
@@ -18,20 +21,6 @@
 #endif
 
 namespace lxAviReadCore {
-
-// Levels are bit masks; a message is printed when it shares a bit with a mask in force. 0x8000 marks trouble.
-constexpr UInt32 kLevelChunk = 0x10;           // delivered chunks
-constexpr UInt32 kLevelSeek = 0x20;            // jumps, seeks and key-frame steps
-constexpr UInt32 kLevelEnter = 0x40;           // entry traces
-constexpr UInt32 kLevelLeave = 0x80;           // exit traces
-constexpr UInt32 kLevelHeader = 0x100;         // what the headers hold
-constexpr UInt32 kLevelIndex = 0x200;          // what the index holds, and the table built from it
-constexpr UInt32 kLevelMemory = 0x800;         // what is freed
-constexpr UInt32 kLevelCall = 0x1000;          // checked calls, before and after
-constexpr UInt32 kLevelError = 0x8100;
-constexpr UInt32 kLevelEndOfFile = 0x8180;
-constexpr UInt32 kLevelOversize = 0x8200;      // records longer than the reader keeps
-constexpr UInt32 kLevelBadParameter = 0x8400;
 
 // The levels in force. Out of line, as all that follows: hundreds of places ask, and what each of them costs counts.
 [[gnu::pure]] UInt32 LogMask();
@@ -41,10 +30,34 @@ inline bool IsLogged(UInt32 level)
     return (LogMask() & level) != 0;
 }
 
-template <typename... Args>
-[[gnu::noinline, gnu::cold]] void PrintLog(UInt32 level, const char* pFormat, Args... args)
+// The message, or null while its level is off.
+[[gnu::pure]] const char* WantedText(const char* pPacked);
+
+// Numbers of all types go the same way; texts and addresses as they are.
+template <typename Argument>
+constexpr auto AsWord(Argument argument)
 {
-    lxDbg_Print(glxalAviRead_debug_unit, level, pFormat, args...);
+    if constexpr (std::is_pointer_v<Argument>) {
+        return argument;
+    } else {
+        static_assert(sizeof argument <= sizeof(UInt32));
+        return static_cast<UInt32>(argument);
+    }
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security" // formats are checked where they are written
+
+template <typename... Words>
+[[gnu::noinline, gnu::cold]] void PrintWords(const char* pPacked, Words... words)
+{
+    lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), Unpacked(pPacked), words...);
+}
+
+template <typename... Arguments>
+[[gnu::always_inline]] inline void PrintLog(const char* pPacked, Arguments... arguments)
+{
+    PrintWords(pPacked, AsWord(arguments)...);
 }
 
 // ---- Places in the source ----
@@ -74,43 +87,37 @@ void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place);
 // Reports the outcome of a checked call, and returns it unchanged.
 UInt32 ReportCall(UInt32 result, SourcePlace place);
 
-template <typename... Args>
-[[gnu::noinline, gnu::cold]] void ReportAssertion(const char* pCondition, SourcePlace place, const char* pFormat,
-                                                  Args... args)
+template <typename... Words>
+[[gnu::noinline, gnu::cold]] void ReportWords(const char* pCondition, SourcePlace place, const char* pPacked, Words... words)
 {
-    lxDbg_AssertError(pCondition, lxDbg_StrAssertFormat(pFormat, args...), PathOf(place), LineOf(place));
+    lxDbg_AssertError(Unpacked(pCondition), lxDbg_StrAssertFormat(Unpacked(pPacked), words...), PathOf(place),
+                      LineOf(place));
 }
+
+template <typename... Arguments>
+[[gnu::always_inline]] inline void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked,
+                                                   Arguments... arguments)
+{
+    ReportWords(pCondition, place, pPacked, AsWord(arguments)...);
+}
+
+#pragma GCC diagnostic pop
 
 // ---- The name of what is called ----
 
-template <size_t kLength>
 struct Name {
-    char text[kLength + 1];
+    char text[kLongestText];
 };
 
 // A call's source text without its arguments.
-consteval size_t CalleeLength(const char* pCall)
+consteval Name CalleeOf(const char* pCall)
 {
-    size_t length = 0;
-    while (pCall[length] != '(' && pCall[length] != '\0') {
-        ++length;
-    }
-    return length;
-}
-
-template <size_t kLength>
-consteval Name<kLength> CalleeOf(const char* pCall)
-{
-    Name<kLength> name = {};
-    for (size_t i = 0; i < kLength; ++i) {
+    Name name = {};
+    for (size_t i = 0; pCall[i] != '(' && pCall[i] != '\0'; ++i) {
         name.text[i] = pCall[i];
     }
     return name;
 }
-
-// One copy of each name, however many calls there are.
-template <Name kName>
-constexpr const char* kCallee = kName.text;
 
 } // namespace lxAviReadCore
 
@@ -120,38 +127,52 @@ constexpr const char* kCallee = kName.text;
 // Here.
 #define LX_AVIREAD_PLACE ::lxAviReadCore::PlaceAt(LX_AVIREAD_MODULE, __LINE__)
 
+// Whether a message is wanted: its text, or null. What runs for every chunk asks on the spot.
+#ifdef LX_AVIREAD_HOT
+#define LX_AVIREAD_WANTED(level, text)                                                                                \
+    (lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0 ? LX_TEXT(level, text) : Null)
+#else
+#define LX_AVIREAD_WANTED(level, text) ::lxAviReadCore::WantedText(LX_TEXT(level, text))
+#endif
+
 // Prints a message; the arguments are not evaluated while the level is off. The compiler checks them against the format
 // of the call that is never made.
-#define LX_LOG(level, ...)                                                                                            \
+#define LX_LOG(level, text, ...)                                                                                      \
     do {                                                                                                              \
-        if (::lxAviReadCore::IsLogged(level)) {                                                                       \
-            ::lxAviReadCore::PrintLog(level, __VA_ARGS__);                                                            \
+        if (const char* const pWanted = LX_AVIREAD_WANTED(level, text); pWanted != Null) {                            \
+            ::lxAviReadCore::PrintLog(pWanted __VA_OPT__(, ) __VA_ARGS__);                                            \
             if constexpr (false) {                                                                                    \
-                lxDbg_Print(0, level, __VA_ARGS__);                                                                   \
+                lxDbg_Print(0, level, text __VA_OPT__(, ) __VA_ARGS__);                                               \
             }                                                                                                         \
         }                                                                                                             \
     } while (0)
 
-// Reports a failed assertion when `holds` is false, and carries on. `text` is the condition in the system's words.
-#define LX_ASSERT(holds, text, ...)                                                                                   \
+// The same with a text that is kept (LX_TEXT).
+#define LX_LOG_TEXT(kept, ...)                                                                                        \
+    do {                                                                                                              \
+        if (const char* const pWanted = ::lxAviReadCore::WantedText(kept); pWanted != Null) {                         \
+            ::lxAviReadCore::PrintLog(pWanted __VA_OPT__(, ) __VA_ARGS__);                                            \
+        }                                                                                                             \
+    } while (0)
+
+// Reports a failed assertion when `holds` is false, and carries on. `condition` is its text in the system's words.
+#define LX_ASSERT(holds, condition, text, ...)                                                                        \
     do {                                                                                                              \
         if (!(holds)) {                                                                                               \
-            ::lxAviReadCore::ReportAssertion(text, LX_AVIREAD_PLACE, __VA_ARGS__);                                    \
+            ::lxAviReadCore::ReportAssertion(LX_TEXT(0, condition), LX_AVIREAD_PLACE,                                 \
+                                             LX_TEXT(0, text) __VA_OPT__(, ) __VA_ARGS__);                            \
             if constexpr (false) {                                                                                    \
-                static_cast<void>(lxDbg_StrAssertFormat(__VA_ARGS__));                                                \
+                static_cast<void>(lxDbg_StrAssertFormat(text __VA_OPT__(, ) __VA_ARGS__));                            \
             }                                                                                                         \
         }                                                                                                             \
     } while (0)
 
 // Makes a call whose failure is worth a message; yields its code.
-#define LX_AVIREAD_CALL(expr)                                                                                         \
-    LX_AVIREAD_CALL_AS((::lxAviReadCore::kCallee<::lxAviReadCore::CalleeOf<                                           \
-                            ::lxAviReadCore::CalleeLength(#expr)>(#expr)>),                                           \
-                       expr)
+#define LX_AVIREAD_CALL(expr) LX_AVIREAD_CALL_AS(::lxAviReadCore::CalleeOf(#expr).text, expr)
 
 // The same, announced in the system's words.
 #define LX_AVIREAD_CALL_AS(text, expr)                                                                                \
-    (::lxAviReadCore::AnnounceCall(text, __func__, LX_AVIREAD_PLACE),                                                 \
+    (::lxAviReadCore::AnnounceCall(LX_TEXT(0, text), LX_TEXT(0, __func__), LX_AVIREAD_PLACE),                         \
      ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_PLACE))
 
 // Leaves the function with the code of `expr` unless it is LX_OK.

@@ -148,7 +148,7 @@ template <typename Visitor>
             result = budget.Allows(offset, chunk) ? visit(chunk) : LX_ERR_AVIREAD_NO_INDEX;
         }
         if (rules.pResultText != Null) {
-            LX_LOG(kLevelIndex, rules.pResultText, i, result);
+            LX_LOG_TEXT(rules.pResultText, i, result);
         }
     }
     return AllowEarlyEnd(pAviInfo, result);
