@@ -8,16 +8,17 @@ namespace lxAviReadCore {
 namespace {
 
 constexpr PlacerTexts kOpenDmlPlacerTexts = {
-    LX_TEXT(kLevelIndex, "Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
-    LX_TEXT(kLevelIndex, "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;"), true};
+    kTextList<LX_PACKED(kLevelIndex, "Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
+              LX_PACKED(kLevelIndex, "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;")>,
+    true};
 
 constexpr IndexWalkRules kAudioWalk = {
     false,
-    Null,
-    LX_TEXT(kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"),
-    LX_TEXT(kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"),
-    LX_TEXT(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"),
-    Null};
+    kTextList<LX_NO_TEXT,
+              LX_PACKED(kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"),
+              LX_PACKED(kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"),
+              LX_PACKED(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"),
+              LX_NO_TEXT>};
 
 // Takes the records of one run. Those of no track are read and dropped.
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
@@ -64,7 +65,8 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 listNr)
     const UInt32 track = IndexedTrackOf(pAviInfo, streamNr);
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
            stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);
-    AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
+    AudioPlacer placer;
+    placer.Begin(pAviInfo, track, kOpenDmlPlacerTexts);
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
         LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
@@ -119,7 +121,8 @@ UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     }
     if (result == LX_OK) {
         RequireTable(pAviInfo);
-        AudioPlacer placer(pAviInfo, track, kOpenDmlPlacerTexts);
+        AudioPlacer placer;
+        placer.Begin(pAviInfo, track, kOpenDmlPlacerTexts);
         const IndexRun run = OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, pCommon->dwChunkId,
                                         qwBaseOffset, EntryKind::Audio);
         result = LX_AVIREAD_CALL(PlaceRun(pAviInfo, run, track, placer));
@@ -153,7 +156,9 @@ UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, 
     if (!bGiven) {
         return LX_OK;
     }
-    AudioPlacer placer(pAviInfo, audioTrackNumber, kOpenDmlPlacerTexts, *pState, *pCursor, *pCursorTimeMsec);
+    AudioPlacer placer;
+    placer.Begin(pAviInfo, audioTrackNumber, kOpenDmlPlacerTexts);
+    placer.Resume(*pState, *pCursor, *pCursorTimeMsec);
     const UInt32 result = PlaceRun(
         pAviInfo,
         OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset, EntryKind::Audio),

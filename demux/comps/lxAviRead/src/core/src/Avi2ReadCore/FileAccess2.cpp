@@ -7,8 +7,8 @@ namespace lxAviReadCore {
 
 const ReadFamily kOpenDmlRead = {
     false,
-    LX_TEXT(kLevelEndOfFile, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"),
-    LX_TEXT(kLevelLeave, "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread")};
+    kTextList<LX_PACKED(kLevelEndOfFile, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"),
+              LX_PACKED(kLevelLeave, "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread")>};
 
 } // namespace lxAviReadCore
 

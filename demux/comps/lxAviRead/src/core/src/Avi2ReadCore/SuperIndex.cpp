@@ -303,8 +303,12 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 }
 
 constexpr IndexWalkRules kCountRules = {
-    true, LX_TEXT(kLevelError, "PreParseIndxChunk avi2: Error %d"),
-    LX_TEXT(kLevelError, "PreParseIndxChunk avi2:Error Reading data at line:%d"), Null, Null, Null};
+    true,
+    kTextList<LX_PACKED(kLevelError, "PreParseIndxChunk avi2: Error %d"),
+              LX_PACKED(kLevelError, "PreParseIndxChunk avi2:Error Reading data at line:%d"),
+              LX_NO_TEXT,
+              LX_NO_TEXT,
+              LX_NO_TEXT>};
 
 UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, KeyFrameCounter& counter)
 {
@@ -382,8 +386,7 @@ void KeepRecordsInChunk(IndexChunk::Header& header)
     header.common.uiEntriesInUse = std::min(header.common.uiEntriesInUse, records);
 }
 
-} // namespace
-
+// Seeks to the `ix##` chunk that an entry of the super index names, and reads its header.
 UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
                        const IndexWalkRules& rules, IndexChunk& chunk)
 {
@@ -392,14 +395,12 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
         return LX_ERR_AVIREAD_NO_INDEX; // no file is that large
     }
     if (!SeekAndRemember(pAviInfo, entry.qwOffset, kFromStart)) {
-        if (rules.pSeekFailedText != Null) {
-            LX_LOG_TEXT(rules.pSeekFailedText, static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
-        }
+        LX_LOG_TEXT(TextOf(rules.texts, WalkText::SeekFailed), static_cast<Int32>(LX_ERR_AVIREAD_SEEK));
         return LX_ERR_AVIREAD_SEEK;
     }
     UInt32 code = 0;
     if (const UInt32 result = ReadIndexCode(pAviInfo, code); result != LX_OK) {
-        LX_LOG_TEXT(rules.pCodeFailedText, __LINE__);
+        LX_LOG_TEXT(TextOf(rules.texts, WalkText::CodeFailed), __LINE__);
         return result;
     }
     if (LowHalf(code) == TwoCC("ix")) {
@@ -412,16 +413,67 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     const UInt32 bytes = FollowsFormat(pAviInfo) ? offsetof(IndexChunk::Header, uiFirstWord) : sizeof chunk.header;
     const UInt32 result = ReadLoop(pAviInfo, kOpenDmlRead, &chunk.header, sizeof chunk.header, bytes);
     LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
-    if (rules.pEnteredText != Null) {
-        LX_LOG_TEXT(rules.pEnteredText, chunk.uiNr, result);
-    }
-    if (result != LX_OK && rules.pHeaderFailedText != Null) {
-        LX_LOG_TEXT(rules.pHeaderFailedText, __LINE__);
+    LX_LOG_TEXT(TextOf(rules.texts, WalkText::Entered), chunk.uiNr, result);
+    if (result != LX_OK) {
+        LX_LOG_TEXT(TextOf(rules.texts, WalkText::HeaderFailed), __LINE__);
     }
     if (FollowsFormat(pAviInfo)) {
         KeepRecordsInChunk(chunk.header);
     }
     return result;
+}
+
+// Keeps the work of a walk within the size of the file: however often a damaged index names the same records, no more
+// of them are read than there is room for before the furthest of them.
+class IndexWalkBudget {
+public:
+    // `offset` is where the chunk begins, as far as a seek goes.
+    bool Allows(UInt64 offset, const IndexChunk& chunk)
+    {
+        const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
+        const UInt64 bytes = recordSize * chunk.header.common.uiEntriesInUse;
+        m_uiTotal += bytes;
+        m_uiFurthest = std::max(m_uiFurthest, offset + bytes);
+        return m_uiTotal <= m_uiFurthest;
+    }
+
+private:
+    UInt64 m_uiTotal = 0;
+    UInt64 m_uiFurthest = 0;
+};
+
+// The index chunks of the stream. An index on one level that was noted as a super index is the one chunk of that.
+UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const auto& common = stream.IndxChunk.aviIndxcommonSection;
+    const UInt32 count = common.uiIndexType == kIndexOfChunks ? 1 : common.uiEntriesInUse;
+    return HasSuperIndex(stream) ? count : 0;
+}
+
+} // namespace
+
+UInt32 WalkIndexChunks(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+                       const IndexWalkRules& rules, UInt32 (*pfnVisit)(void* pVisitor, const IndexChunk& chunk),
+                       void* pVisitor)
+{
+    IndexWalkBudget budget;
+    UInt32 result = LX_OK;
+    for (UInt32 i = 0; i < IndexChunkCount(stream) && result == LX_OK; ++i) {
+        const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
+        if (entry.qwOffset == 0 && FollowsFormat(pAviInfo)) {
+            continue; // made in advance, and not used
+        }
+        IndexChunk chunk = {};
+        chunk.uiNr = i;
+        chunk.uiStreamNr = StreamNumber(LowHalf(stream.IndxChunk.aviIndxcommonSection.dwChunkId));
+        result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
+        if (result == LX_OK) {
+            const UInt64 offset = entry.qwOffset & PositionMask(pAviInfo);
+            result = budget.Allows(offset, chunk) ? pfnVisit(pVisitor, chunk) : LX_ERR_AVIREAD_NO_INDEX;
+        }
+        LX_LOG_TEXT(TextOf(rules.texts, WalkText::Result), i, result);
+    }
+    return AllowEarlyEnd(pAviInfo, result);
 }
 
 } // namespace lxAviReadCore

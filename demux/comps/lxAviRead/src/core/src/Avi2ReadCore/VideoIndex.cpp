@@ -10,22 +10,21 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr TableTexts kOpenDmlTexts = {
-    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
-    LX_TEXT(kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"),
-    Null,
-    LX_TEXT(kLevelIndex, "Allocating %d no of leafs"),
-    LX_TEXT(kLevelIndex, "Leaf %d is full, filling %d leaf"),
-    LX_TEXT(0, "List structure must be initialized")};
+constexpr TextList kOpenDmlTexts = kTextList<    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
+    LX_PACKED(kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"),
+    LX_NO_TEXT,
+    LX_PACKED(kLevelIndex, "Allocating %d no of leafs"),
+    LX_PACKED(kLevelIndex, "Leaf %d is full, filling %d leaf"),
+    LX_PACKED(0, "List structure must be initialized")>;
 
 constexpr IndexWalkRules kVideoWalk = {
     true,
-    Null,
-    LX_TEXT(kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"),
-    LX_TEXT(kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"),
-    Null,
-    LX_TEXT(kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x")};
+    kTextList<LX_NO_TEXT,
+              LX_PACKED(kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"),
+              LX_PACKED(kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"),
+              LX_NO_TEXT,
+              LX_PACKED(kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x")>};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {

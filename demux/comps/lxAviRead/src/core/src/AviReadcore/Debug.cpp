@@ -3,6 +3,8 @@
 #include "internal/Debug.hpp"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 
 namespace lxAviReadCore {
 
@@ -14,6 +16,53 @@ UInt32 LogMask()
 const char* WantedText(const char* pPacked)
 {
     return IsLogged(LevelOf(pPacked)) ? pPacked : Null;
+}
+
+namespace {
+
+// A message in full. Texts are short, and so is what stands for each of their at most 16 arguments.
+struct Message {
+    char text[kLongestText + 16 * 20];
+};
+
+Message Format(const char* pPacked, va_list arguments)
+{
+    Message message;
+    std::vsnprintf(message.text, sizeof message.text, Unpacked(pPacked), arguments);
+    return message;
+}
+
+} // namespace
+
+void PrintLog(const char* pPacked, ...)
+{
+    va_list arguments;
+    va_start(arguments, pPacked);
+    lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), "%s", Format(pPacked, arguments).text);
+    va_end(arguments);
+}
+
+void Say(const char* pPacked)
+{
+    if (WantedText(pPacked) != Null) {
+        PrintLog(pPacked);
+    }
+}
+
+void SayOf(const char* pPacked, const char* pName)
+{
+    if (WantedText(pPacked) != Null) {
+        lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), Unpacked(pPacked), pName);
+    }
+}
+
+void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked, ...)
+{
+    va_list arguments;
+    va_start(arguments, pPacked);
+    lxDbg_AssertError(Unpacked(pCondition), lxDbg_StrAssertFormat("%s", Format(pPacked, arguments).text), PathOf(place),
+                      LineOf(place));
+    va_end(arguments);
 }
 
 Unpacked::Unpacked(const char* pPacked)

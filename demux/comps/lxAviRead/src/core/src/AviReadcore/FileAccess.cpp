@@ -18,7 +18,9 @@
 namespace lxAviReadCore {
 
 const ReadFamily kCoreRead = {
-    true, LX_TEXT(kLevelEndOfFile, "leaving lxAviReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"), Null};
+    true,
+    kTextList<LX_PACKED(kLevelEndOfFile, "leaving lxAviReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"),
+              LX_NO_TEXT>};
 
 namespace {
 
@@ -26,7 +28,7 @@ constexpr UInt32 kJunkBytes = 1024; // skipped at a time; a seek would not do fo
 constexpr UInt64 kMoviCodeBytes = 4;
 
 // The bytes of the pieces that a buffer has no room for.
-size_t ReadAndDrop(FILE* pFile, size_t left)
+[[gnu::cold]] size_t ReadAndDrop(FILE* pFile, size_t left)
 {
     UInt8 dropped[256];
     size_t total = 0;
@@ -83,7 +85,7 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
                 *pLeft = left - static_cast<UInt32>(got);
             }
             // Quirk Q05: the message names the read error, the result is the end of the file.
-            LX_LOG_TEXT(family.pEofText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
+            LX_LOG_TEXT(TextOf(family.texts, ReadText::EndOfFile), LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
                    left);
             return LX_ERR_AVIREAD_EOF;
         }
@@ -94,9 +96,8 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
             return LX_ERR_AVIREAD_ABORTED;
         }
     } while (attempts < pAviInfo->maxReadAttempts);
-    if (family.pExhaustedText != Null) {
-        LX_LOG_TEXT(family.pExhaustedText, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ), left);
-    }
+    LX_LOG_TEXT(TextOf(family.texts, ReadText::Exhausted), LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
+                left);
     return LX_ERR_AVIREAD_READ;
 }
 

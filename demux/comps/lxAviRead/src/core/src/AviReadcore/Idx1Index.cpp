@@ -89,27 +89,25 @@ private:
 
 constexpr IndexFormat kIdx1Format = {kRecordBytes, &kCoreRead};
 
-constexpr TableTexts kIdx1Texts = {
-    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
-    LX_TEXT(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"),
-    Null,
-    LX_TEXT(kLevelIndex, "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"),
-    LX_TEXT(kLevelIndex, "Leaf %d if full, filling %d leaf"),
-    LX_TEXT(0, "List structure must be initialized")};
+constexpr TextList kIdx1Texts = kTextList<    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
+    LX_PACKED(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"),
+    LX_NO_TEXT,
+    LX_PACKED(kLevelIndex, "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"),
+    LX_PACKED(kLevelIndex, "Leaf %d if full, filling %d leaf"),
+    LX_PACKED(0, "List structure must be initialized")>;
 
-constexpr TableTexts kSinglePassTexts = {
-    LX_TEXT(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_TEXT(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray"),
-    LX_TEXT(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
-    LX_TEXT(kLevelIndex, "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
-    Null,
-    LX_TEXT(kLevelIndex, "Leaf %d if full, filling %d leaf"),
-    LX_TEXT(0, "List structure must be initialized")};
+constexpr TextList kSinglePassTexts = kTextList<    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray"),
+    LX_PACKED(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
+    LX_PACKED(kLevelIndex, "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
+    LX_NO_TEXT,
+    LX_PACKED(kLevelIndex, "Leaf %d if full, filling %d leaf"),
+    LX_PACKED(0, "List structure must be initialized")>;
 
 constexpr PlacerTexts kIdx1PlacerTexts = {
-    LX_TEXT(kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
-    LX_TEXT(kLevelIndex, "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"),
+    kTextList<LX_PACKED(kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
+              LX_PACKED(kLevelIndex, "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d")>,
     false};
 
 IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
@@ -150,30 +148,50 @@ Int32 ConsecutiveFramesThreshold(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     return 0;
 }
 
-// Logs every record, and how many of the video stream stand in a row.
-class ConsecutiveFramesLog {
+// Counts the frames, notes where the first record points, and tells of every record where that is wanted.
+class FirstPass {
 public:
-    explicit ConsecutiveFramesLog(bool bOn) : m_bOn(bOn) {}
+    explicit FirstPass(bool bLogged) : m_bLogged(bLogged) {}
 
     void operator()(const IndexEntry& entry)
     {
-        if (!m_bOn) {
-            return;
+        if (m_uiRecords++ == 0) {
+            m_uiFirstOffset = entry.uiOffset;
         }
+        m_counter(entry);
+        if (m_bLogged) {
+            Log(entry);
+        }
+    }
+
+    const KeyFrameCounter& Counter() const { return m_counter; }
+    bool IsEmpty() const { return m_uiRecords == 0; }
+    UInt64 FirstOffset() const { return m_uiFirstOffset; }
+
+private:
+    // The record, and how many frames of the video stream stand in a row.
+    void Log(const IndexEntry& entry)
+    {
         m_uiInARow = entry.eKind == EntryKind::MainVideo ? m_uiInARow + 1 : 0;
         if (m_uiInARow > 0) {
             LX_LOG(kLevelIndex, "Video Consecutive Frames Counter : %d", m_uiInARow);
         }
-        LX_LOG(kLevelIndex, "lxAviReadCore_PerParseIndex: Record( %d)  Offset =%u ", m_uiRecord,
+        LX_LOG(kLevelIndex, "lxAviReadCore_PerParseIndex: Record( %d)  Offset =%u ", m_uiRecords - 1,
                static_cast<UInt32>(entry.uiOffset));
-        ++m_uiRecord;
     }
 
-private:
-    bool m_bOn;
+    bool m_bLogged;
+    KeyFrameCounter m_counter;
+    UInt64 m_uiFirstOffset = 0;
+    UInt32 m_uiRecords = 0;
     UInt32 m_uiInARow = 0;
-    UInt32 m_uiRecord = 0;
 };
+
+// Walks over the index once.
+UInt32 RunFirstPass(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch, FirstPass& pass)
+{
+    return ForEachRecord(pAviInfo, Idx1Run(pAviInfo, size, batch), pass);
+}
 
 // The first record tells whether offsets count from the file's start: no chunk lies before the media data. Where the
 // format is followed they have been converted.
@@ -190,9 +208,10 @@ void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 class AudioByTrack {
 public:
     explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
-        : m_pAviInfo(pAviInfo), m_placers{Placer(0), Placer(1), Placer(2), Placer(3),
-                                          Placer(4), Placer(5), Placer(6), Placer(7)}
     {
+        for (UInt32 track = 0; track < LX_AVIREAD_AUDIO_TRACKS; ++track) {
+            m_placers[track].Begin(pAviInfo, track, kIdx1PlacerTexts);
+        }
         for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
             m_trackOfStream[i] = IndexedTrackOf(pAviInfo, i);
         }
@@ -219,9 +238,6 @@ public:
     }
 
 private:
-    AudioPlacer Placer(UInt32 track) const { return AudioPlacer(m_pAviInfo, track, kIdx1PlacerTexts); }
-
-    const lxAviReadCore_AviInfo_t* m_pAviInfo;
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
     UInt32 m_trackOfStream[LX_AVIREAD_STREAMS];
 };
@@ -307,7 +323,7 @@ private:
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
-        LX_LOG_TEXT(kIdx1Texts.pArrayFailed, kMetaDataBytes); // the passes need it as they need the table
+        LX_LOG_TEXT(TextOf(kIdx1Texts, TableText::ArrayFailed), kMetaDataBytes); // the passes need it as they need the table
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     LX_AVIREAD_TRY(builder.Create(neededLeafs));
@@ -446,10 +462,10 @@ UInt32 ParseIdx1(UInt32 instance, const lxAviReadCore_AviInfo_t* pAviInfo)
 // Frames of the main video stream in `idx1`; 0 when it cannot be read.
 UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    KeyFrameCounter counter;
+    FirstPass pass(false);
     if (HasUsableIdx1(pAviInfo) && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
-        const UInt32 result = ForEachRecord(pAviInfo, Idx1Run(pAviInfo, pAviInfo->idx1Size, kRecordsPerRead), counter);
-        return result == LX_OK ? counter.uiFrames : 0;
+        const UInt32 result = RunFirstPass(pAviInfo, pAviInfo->idx1Size, kRecordsPerRead, pass);
+        return result == LX_OK ? pass.Counter().uiFrames : 0;
     }
     return 0;
 }
@@ -529,19 +545,13 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     LX_LOG(kLevelIndex, "Num of Streams : %d, Frame rate : %d, ConsFramesThr : %d", streams, 0,
            ConsecutiveFramesThreshold(pAviInfo, streams));
     SettleOffsetBase(pAviInfo);
-    bool bFirst = true;
-    KeyFrameCounter counter;
-    ConsecutiveFramesLog log(streams > 1 && IsLogged(kLevelIndex));
-    const auto visit = [&](const IndexEntry& entry) {
-        if (bFirst) {
-            DecideOffsetBase(pAviInfo, entry.uiOffset);
-            bFirst = false;
-        }
-        counter(entry);
-        log(entry);
-    };
-    LX_AVIREAD_TRY(ForEachRecord(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), visit));
-    *numberOfKeyFrames += SettleKeyFrames(pAviInfo, counter);
+    FirstPass pass(streams > 1 && IsLogged(kLevelIndex));
+    const UInt32 passed = RunFirstPass(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer, pass);
+    if (!pass.IsEmpty()) {
+        DecideOffsetBase(pAviInfo, pass.FirstOffset());
+    }
+    LX_AVIREAD_TRY(passed);
+    *numberOfKeyFrames += SettleKeyFrames(pAviInfo, pass.Counter());
     const UInt32 result =
         lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, SkipKey);
     ClearMetaDataBuffer(pAviInfo);

@@ -4,29 +4,47 @@
 
 namespace lxAviReadCore {
 
-UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32& records)
+IndexBatches::IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
+    : m_pAviInfo(pAviInfo), m_run(run), m_uiLargest(std::min(run.uiBatch, kMetaDataBytes / run.pFormat->uiRecordSize)),
+      m_uiLeft(run.uiEntries)
 {
-    const UInt32 wanted = records;
-    const UInt32 recordSize = run.pFormat->uiRecordSize;
-    records = 0;
-    if (IsAborted(pAviInfo)) {
-        return LX_ERR_AVIREAD_ABORTED;
+    if (pAviInfo->pMetaDataBuffer == Null) {
+        m_uiResult = LX_ERR_AVIREAD_NO_MEMORY;
+    } else if (m_uiLargest == 0) {
+        m_uiResult = LX_ERR_AVIREAD_NO_INDEX;
     }
+}
+
+bool IndexBatches::Next()
+{
+    if (m_uiResult != LX_OK || m_uiLeft == 0) {
+        return false;
+    }
+    const UInt32 wanted = std::min(m_uiLeft, m_uiLargest);
+    m_uiLeft -= wanted;
+    m_uiCount = 0;
+    m_uiResult = IsAborted(m_pAviInfo) ? UInt32{LX_ERR_AVIREAD_ABORTED} : Read(wanted);
+    return m_uiCount > 0;
+}
+
+UInt32 IndexBatches::Read(UInt32 records)
+{
+    const UInt32 recordSize = m_run.pFormat->uiRecordSize;
     UInt32 lacking = 0;
-    const UInt32 result = ReadLoop(pAviInfo, *run.pFormat->pRead, pAviInfo->pMetaDataBuffer, kMetaDataBytes,
-                                   wanted * recordSize, &lacking);
-    if (IsAborted(pAviInfo)) {
+    const UInt32 result = ReadLoop(m_pAviInfo, *m_run.pFormat->pRead, m_pAviInfo->pMetaDataBuffer, kMetaDataBytes,
+                                   records * recordSize, &lacking);
+    if (IsAborted(m_pAviInfo)) {
         return LX_ERR_AVIREAD_ABORTED;
     }
     if (result == LX_OK) {
-        records = wanted;
+        m_uiCount = records;
         return LX_OK;
     }
-    if (AllowEarlyEnd(pAviInfo, result) == LX_OK) {
-        records = (wanted * recordSize - lacking) / recordSize;
+    if (AllowEarlyEnd(m_pAviInfo, result) == LX_OK) {
+        m_uiCount = (records * recordSize - lacking) / recordSize;
     }
-    if (run.pBatchFailedText != Null) {
-        LX_LOG_TEXT(run.pBatchFailedText, wanted, recordSize);
+    if (m_run.pBatchFailedText != Null) {
+        LX_LOG_TEXT(m_run.pBatchFailedText, records, recordSize);
     }
     return result;
 }
@@ -81,7 +99,7 @@ void SetOffsetBase(UInt64 base) { s_survey.uiOffsetBase = base; }
 
 void ForgetIndexSurvey() { s_survey = {}; }
 
-KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey)
+KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TextList texts, UInt32 skipKey)
     : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey),
       m_bEveryFrame(s_survey.eRule != KeyFrameRule::Flag || IsLogged(kLevelIndex))
 {
@@ -175,14 +193,15 @@ void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
     entry.audioBytePosition[track] = state.lastChunkBytePosition;
 }
 
-AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts)
-    : m_pAviInfo(pAviInfo), m_pTexts(&texts), m_uiTrack(track), m_bLogged(IsLogged(kLevelIndex | kLevelChunk))
+void AudioPlacer::Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts)
 {
+    m_pAviInfo = pAviInfo;
+    m_pTexts = &texts;
+    m_uiTrack = track;
+    m_bLogged = IsLogged(kLevelIndex | kLevelChunk);
 }
 
-AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts,
-                         const AudioState& state, const Position& cursor, UInt32 cursorTime)
-    : AudioPlacer(pAviInfo, track, texts)
+void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime)
 {
     m_state = state;
     m_cursor = cursor;
@@ -191,13 +210,13 @@ AudioPlacer::AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, 
 
 void AudioPlacer::LogStored(const Position& position) const
 {
-    LX_LOG_TEXT(m_pTexts->pStored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
+    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Stored), m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
            LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
 }
 
 void AudioPlacer::LogMoved(const Position& before) const
 {
-    LX_LOG_TEXT(m_pTexts->pMoved, before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
+    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Moved), before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
            before.valid, m_cursor.leafNr, m_cursor.itemNr, static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
 }
 
@@ -222,6 +241,10 @@ void AudioPlacer::Place()
 {
     if (Entry* const pEntry = KeyFrameTable(m_pAviInfo).At(m_cursor); pEntry != Null) {
         WriteAudio(*pEntry, m_uiTrack, m_state);
+    }
+    if (!m_bLogged) {
+        Advance();
+        return;
     }
     m_pTexts->bMovedFirst ? LogMoved(m_cursor) : LogStored(m_cursor);
     const Position before = Advance();

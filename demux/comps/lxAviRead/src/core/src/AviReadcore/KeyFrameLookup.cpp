@@ -3,6 +3,7 @@
 // In playback order the answer is at hand: the chunk is the key frame played last, the one after it, or lies between
 // the two. Only what follows a jump needs the search: the leaf by its first offset, then halving inside the leaf.
 
+#define LX_AVIREAD_HOT
 #include "internal/KeyFrames.hpp"
 #include "internal/KeyFrameJump.hpp"
 
@@ -11,7 +12,7 @@
 namespace lxAviReadCore {
 namespace {
 
-UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
+[[gnu::cold]] UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
     const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartOffset, offset);
@@ -21,7 +22,7 @@ UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
     return currentLeaf;
 }
 
-Position SearchTable(const KeyFrameTable& table, UInt64 offset)
+[[gnu::cold]] Position SearchTable(const KeyFrameTable& table, UInt64 offset)
 {
     LX_LOG(kLevelSeek, "lxAviReadCore_GetChunkInfo - performing full search");
     const UInt32 leafNr = FindLeaf(table, offset);
@@ -77,7 +78,7 @@ Position Lookup(const KeyFrameTable& table, UInt64 offset)
     return SearchTable(table, offset);
 }
 
-void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UInt32 track, bool bToAudio)
+[[gnu::cold]] void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UInt32 track, bool bToAudio)
 {
     LX_LOG(kLevelSeek, "%s", bToAudio ? "Pointer is on prev audio chunk" : "Pointer is on key video chunk");
     LX_LOG(kLevelSeek,

@@ -106,13 +106,11 @@ UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
     for (UInt32 i = 0; i < neededLeafs; ++i) {
         ppLeafs[i] = AllocateRecord<Leaf>();
         if (ppLeafs[i] == Null) {
-            LX_LOG_TEXT(m_texts.pLeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
+            LX_LOG_TEXT(TextOf(m_texts, TableText::LeafFailed), static_cast<UInt32>(sizeof(Leaf)), i);
             FreeLeafs(ppLeafs, i);
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
-        if (m_texts.pLeafSucceeded != Null) {
-            LX_LOG_TEXT(m_texts.pLeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
-        }
+        LX_LOG_TEXT(TextOf(m_texts, TableText::LeafSucceeded), static_cast<UInt32>(sizeof(Leaf)));
     }
     return LX_OK;
 }
@@ -123,16 +121,14 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
     const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
     m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
     if (m_pAviInfo->KeyFramesListAsArray == Null) {
-        LX_LOG_TEXT(m_texts.pArrayFailed, bytes);
+        LX_LOG_TEXT(TextOf(m_texts, TableText::ArrayFailed), bytes);
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    LX_LOG_TEXT(m_texts.pArraySucceeded, bytes, neededLeafs);
+    LX_LOG_TEXT(TextOf(m_texts, TableText::ArraySucceeded), bytes, neededLeafs);
     LX_AVIREAD_TRY(AllocateLeafs(neededLeafs));
     m_pAviInfo->KeyFramesListAsArrayLength = neededLeafs;
     s_uiOwnedLeafs = neededLeafs;
-    if (m_texts.pLeafsSucceeded != Null) {
-        LX_LOG_TEXT(m_texts.pLeafsSucceeded, neededLeafs);
-    }
+    LX_LOG_TEXT(TextOf(m_texts, TableText::LeafsSucceeded), neededLeafs);
     return LX_OK;
 }
 
@@ -141,10 +137,10 @@ bool KeyFrameTableBuilder::RollOver()
     if (m_bFull) {
         return false; // reported once
     }
-    LX_LOG_TEXT(m_texts.pLeafFull, m_uiLeafNr, m_uiLeafNr + 1);
+    LX_LOG_TEXT(TextOf(m_texts, TableText::LeafFull), m_uiLeafNr, m_uiLeafNr + 1);
     m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
     if (m_bFull) {
-        ReportAssertion(LX_TEXT(0, "pCurrentLeaf!=Null"), LX_AVIREAD_PLACE, m_texts.pNoLeafText);
+        ReportAssertion(LX_TEXT(0, "pCurrentLeaf!=Null"), LX_AVIREAD_PLACE, TextOf(m_texts, TableText::NoLeaf));
         return false;
     }
     Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];

@@ -8,6 +8,7 @@
 // Before a header is read, a pending jump is executed; where a `movi` list ends, the next segment takes over. The
 // state's `CurrentOffset` always tells where the file stands, but for a payload that has been counted in advance.
 
+#define LX_AVIREAD_HOT
 #include "internal/Chunk.hpp"
 #include "internal/State.hpp"
 
@@ -76,14 +77,14 @@ UInt64 Limit(const lxAviReadCore_AviInfo_t* pAviInfo)
     return EndOf(pAviInfo->pCurrentAvix != Null ? *pAviInfo->pCurrentAvix : FirstMovi(pAviInfo));
 }
 
-void LogEndOfMovi(const lxAviReadCore_AviInfo_t* pAviInfo)
+[[gnu::cold]] void LogEndOfMovi(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_LOG(kLevelChunk, "\n*** EndOfMovi: (moviSize=%d.%d )Rewind %d.%d***\n", LX_HILO(pAviInfo->moviSize),
            LX_HILO(pAviInfo->moviOffset));
 }
 
 // The current list is exhausted: go to the first byte of the next one, or end.
-UInt32 EnterNextSegment(lxAviReadCore_AviInfo_t* pAviInfo)
+[[gnu::cold]] UInt32 EnterNextSegment(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     lxAviReadCore_AvixRiff_t* const pNext =
         IsSegmented(pAviInfo) && pAviInfo->pCurrentAvix != Null ? pAviInfo->pCurrentAvix->pNextAvix : Null;
@@ -131,7 +132,7 @@ lxAviReadCore_AvixRiff_t* FindSegment(lxAviReadCore_AvixRiff_t* pFrom, UInt64 ta
 }
 
 // Makes the segment that holds `target` the current one.
-bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
+[[gnu::cold]] bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
 {
     if (pAviInfo->pCurrentAvix == Null) {
         lxAviReadCore_AvixRiff_t onlySegment = FirstMovi(pAviInfo);
@@ -155,7 +156,7 @@ bool IsProtectedFrame(const UInt8 (&bytes)[kDrmChunkBytes + kCodeBytes])
 }
 
 // An index may list a protected frame at its own position: the jump then goes to the "dd" chunk directly before it.
-UInt64 StartOfFrame(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
+[[gnu::cold]] UInt64 StartOfFrame(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
 {
     const UInt64 first = StartOf(pAviInfo->pCurrentAvix != Null ? *pAviInfo->pCurrentAvix : FirstMovi(pAviInfo));
     const UInt64 before = target - kDrmChunkBytes;
@@ -167,7 +168,7 @@ UInt64 StartOfFrame(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
     return IsProtectedFrame(bytes) ? before : target;
 }
 
-UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
+[[gnu::cold]] UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     UInt64 target = pAviInfo->CurrentOffset;
     if (pAviInfo->bAbsoluteOffsets == 1) {
@@ -186,7 +187,7 @@ UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
     return LX_OK;
 }
 
-UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
+[[gnu::cold]] UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
 {
     pAviInfo->CurrentOffset = pAviInfo->JumpOffset;
     *pJumped = 1;
@@ -208,7 +209,7 @@ bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 }
 
 // Steps over a chunk whose identifier has been read, and reads the next identifier.
-UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+[[gnu::cold]] UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     UInt32 size = 0;
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSizeText, __LINE__));
@@ -267,7 +268,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 }
 
 // Reads a DRM descriptor and the identifier of the chunk that it belongs to.
-UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32& id)
+[[gnu::cold]] UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32& id)
 {
     UInt32 size = 0; // Quirk Q22: whatever it says, 10 bytes are read, and the next code counts as a chunk's
     LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, size, kDrmSizeText, __LINE__));
@@ -287,7 +288,7 @@ UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
 
 // ---- The chunk ----
 
-UInt32 RejectBadStream(lxAviRead_ChunkData_t* pChunk)
+[[gnu::cold]] UInt32 RejectBadStream(lxAviRead_ChunkData_t* pChunk)
 {
     pChunk->eStreamType = LX_AVIREAD_STREAM_NONE;
     return LX_ERR_AVIREAD_BAD_STREAM;

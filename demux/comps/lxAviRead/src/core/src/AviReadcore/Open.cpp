@@ -323,10 +323,10 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
 UInt32 OpenFile(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
 {
     static_cast<void>(lxAviReadCore_Reset()); // never fails
-    LX_LOG(kLevelHeader, "AviReadCore : Opening %s", path);
+    LX_LOG_NAME(kLevelHeader, "AviReadCore : Opening %s", path);
     pAviInfo->pFile = fopen64(path, "rb");
     if (pAviInfo->pFile == Null) {
-        LX_LOG(kLevelError, "AviReadCore : Error Opening file on path \"%s\"", path);
+        LX_LOG_NAME(kLevelError, "AviReadCore : Error Opening file on path \"%s\"", path);
         return LX_ERR_AVIREAD_OPEN;
     }
     return LX_OK;
@@ -338,7 +338,7 @@ UInt32 OpenPath(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
         LX_AVIREAD_TRY(OpenFile(pAviInfo, path));
     }
     if (pAviInfo->pFile == Null || file_buffer == Null) {
-        LX_LOG(kLevelError, "AviReadCore : Path is not defined \"%s\" ", path);
+        LX_LOG_NAME(kLevelError, "AviReadCore : Path is not defined \"%s\" ", path);
         return LX_ERR_AVIREAD_OPEN;
     }
     return LX_OK;
@@ -373,7 +373,7 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
     if (glxalAviRead_debug_unit == LX_DBG_GLOBAL_UNIT) {
         lxDbg_RegisterModule(&glxalAviRead_debug_unit, kModuleName);
     }
-    LX_LOG(kLevelEnter, "Entered lxAviReadCore_Open path=%s", path);
+    LX_LOG_NAME(kLevelEnter, "Entered lxAviReadCore_Open path=%s", path);
     // What is missing shows where it is needed: a file of few streams opens without the last records.
     static_cast<void>(lxAviReadCore_Alloc(instance));
 
@@ -382,7 +382,7 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
         pAviInfo->maxReadAttempts = maxReadAttempts;
         pAviInfo->IndxOption = IndxOption;
         pAviInfo->memoryUsageLimit = memoryUsageLimit;
-        LX_LOG(kLevelHeader, "AviReadCore : Begin reading of file \"%s\" ", path);
+        LX_LOG_NAME(kLevelHeader, "AviReadCore : Begin reading of file \"%s\" ", path);
         lxalAviRead_FileSeekPossible = 1;
         ForgetParsedIndexes(pAviInfo);
         ForgetIndexSurvey();

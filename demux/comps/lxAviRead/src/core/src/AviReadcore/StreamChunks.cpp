@@ -7,6 +7,7 @@
 //     before          sync    sync entry
 //   └─ dropped ─────┘ └─ trimmed to one block before the key frame's time
 
+#define LX_AVIREAD_HOT
 #include "internal/Chunk.hpp"
 #include "internal/KeyFrames.hpp"
 
@@ -24,9 +25,8 @@ UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Chunk
 }
 
 // The sync entry; the first entry where the table has no such entry any more, and null only without a table.
-const Entry* SyncEntry(const lxAviReadCore_AviInfo_t* pAviInfo)
+const Entry* SyncEntry(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table)
 {
-    const KeyFrameTable table(pAviInfo);
     const Entry* const pEntry = table.At(pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
     return pEntry != Null ? pEntry : table.At(0, 0);
 }
@@ -40,9 +40,9 @@ UInt32 NumberFrame(lxAviRead_ChunkData_t* pChunk, UInt32 frameNumber)
     return LX_OK;
 }
 
-Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
+Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table,
+                      const lxAviRead_ChunkData_t* pChunk)
 {
-    const KeyFrameTable table(pAviInfo);
     const UInt64 start = ChunkStart(pAviInfo, pChunk);
     Position found = FindKeyFrameAt(table, start & PositionMask(pAviInfo));
     if (found.valid == 0 && pChunk->bDrm == 1 && FollowsFormat(pAviInfo)) {
@@ -59,10 +59,10 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_C
 }
 
 // Notes the key frame as the one played last; a jump to video has then arrived. Null for a position without an entry.
-const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const Position& found, Bool bJumped)
+const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, const Position& found,
+                          Bool bJumped)
 {
     lastPlayedKeyFrame = found;
-    const KeyFrameTable table(pAviInfo);
     const Entry* const pEntry = table.At(found);
     LX_ASSERT(found.leafNr < pAviInfo->KeyFramesListAsArrayLength,
               "searchResult.leafNr < pAviInfo->KeyFramesListAsArrayLength",
@@ -82,7 +82,7 @@ const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const Position& fou
 }
 
 // A frame that is no key frame, where a jump to video has just been made to one.
-UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
+[[gnu::cold]] UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_LOG(kLevelSeek, "jmp to video chunk didnt find KF,reject the jmp");
     pAviInfo->bAudioSync = 0;
@@ -91,11 +91,11 @@ UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
 }
 
 // Looks the chunk up, and takes note of what a jump has led to. `pFound` is the key frame's entry, or null.
-UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, Bool bJumped, Position& found,
-                 const Entry*& pFound)
+UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, const lxAviRead_ChunkData_t* pChunk,
+                 Bool bJumped, Position& found, const Entry*& pFound)
 {
-    found = FindKeyFrame(pAviInfo, pChunk);
-    pFound = found.valid == 1 ? MeetKeyFrame(pAviInfo, found, bJumped) : Null;
+    found = FindKeyFrame(pAviInfo, table, pChunk);
+    pFound = found.valid == 1 ? MeetKeyFrame(pAviInfo, table, found, bJumped) : Null;
     return pFound == Null && bJumped == 1 && pAviInfo->bJumpToVideo == 1 ? RejectJump(pAviInfo) : LX_OK;
 }
 
@@ -110,9 +110,10 @@ bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound,
 }
 
 // Quirk Q43: the sync rule holds for every video chunk, not only after a jump; before any, the sync entry is the first.
-UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry* pFound)
+UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, lxAviRead_ChunkData_t* pChunk,
+                     const Entry* pFound)
 {
-    if (IsBeforeSyncPoint(pChunk, pFound, *SyncEntry(pAviInfo))) {
+    if (IsBeforeSyncPoint(pChunk, pFound, *SyncEntry(pAviInfo, table))) {
         LX_LOG(kLevelSeek, "Jumped Positn is < than the sync positn, reject the jmp");
         return LX_ERR_AVIREAD_VIDEO_SKIPPED;
     }
@@ -126,14 +127,15 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkDat
 }
 
 // Decides about a chunk of the main video stream in a file with a key-frame table.
-UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, Bool bJumped)
+UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table,
+                           lxAviRead_ChunkData_t* pChunk, Bool bJumped)
 {
     Position found = {};
     const Entry* pFound = Null;
-    const UInt32 result = MeetFrame(pAviInfo, pChunk, bJumped, found, pFound);
+    const UInt32 result = MeetFrame(pAviInfo, table, pChunk, bJumped, found, pFound);
     LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
            found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
-    return result != LX_OK ? result : ApplySyncRule(pAviInfo, pChunk, pFound);
+    return result != LX_OK ? result : ApplySyncRule(pAviInfo, table, pChunk, pFound);
 }
 
 // ---- Audio ----
@@ -180,7 +182,7 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
 }
 
 // The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
-UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
+[[gnu::cold]] UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
                      const Entry& sync)
 {
     const UInt32 videoTime =
@@ -191,7 +193,7 @@ UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Ch
 }
 
 // Drops the leading audio of the first chunk after a jump, unless nothing would be left of it.
-void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry& sync)
+[[gnu::cold]] void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry& sync)
 {
     const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, pChunk->uiStreamNr);
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
@@ -212,7 +214,7 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
 }
 
 // The first chunk of the selected track after a jump.
-UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
+[[gnu::cold]] UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
                                   const Entry& sync)
 {
     const UInt64 start = pAviInfo->CurrentOffset - kHeaderBytes;
@@ -256,14 +258,15 @@ UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
 {
     chunkData->bKeyFrame = 0;
     chunkData->eStreamType = LX_AVIREAD_STREAM_VIDEO;
+    const KeyFrameTable table(pAviInfo);
     UInt32 result = LX_ERR_AVIREAD_VIDEO_SKIPPED;
     if (!IsMainVideoStream(pAviInfo, chunkData->uiStreamNr)) {
         LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
-    } else if (KeyFrameTable(pAviInfo).IsEmpty()) {
+    } else if (table.IsEmpty()) {
         LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
         result = NumberFrame(chunkData, lxalAviRead_VideoFrame + 1); // Quirk Q25: frames count from 1 without a table
     } else {
-        result = ProcessIndexedVideo(pAviInfo, chunkData, jumped);
+        result = ProcessIndexedVideo(pAviInfo, table, chunkData, jumped);
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
     LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
@@ -281,7 +284,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
     if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {
         result = RejectOtherTrack(pAviInfo, chunkData, track, audioTrackNumber);
     } else {
-        const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo) : Null;
+        const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo, KeyFrameTable(pAviInfo)) : Null;
         pAviInfo->bAudioSync = 0; // Quirk Q26: this one chunk is checked and no other
         if (pSync != Null) {
             result = ProcessFirstAudioAfterJump(pAviInfo, chunkData, track, *pSync);

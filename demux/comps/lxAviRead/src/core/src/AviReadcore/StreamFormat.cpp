@@ -18,26 +18,26 @@ namespace {
 // What the format parsers differ in.
 struct FormatRule {
     UInt32 uiLimit;
-    const char* pOversizeText;
-    const char* pEnterText;
-    const char* pLeaveText;
+    TextList texts;
 };
+
+enum class FormatText : UInt32 { Oversize, Entered, Leaving };
 
 constexpr FormatRule kVideoFormat = {
     sizeof(lxAviRead_StrfVideo_t),
-    LX_TEXT(kLevelError, "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n"),
-    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_video"),
-    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_video")};
+    kTextList<LX_PACKED(kLevelError, "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n"),
+              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_video"),
+              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_video")>};
 constexpr FormatRule kAudioFormat = {
     sizeof(lxAviRead_StrfAudio_t),
-    LX_TEXT(kLevelHeader, "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n"),
-    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_audio"),
-    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_audio")};
+    kTextList<LX_PACKED(kLevelHeader, "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n"),
+              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_audio"),
+              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_audio")>};
 constexpr FormatRule kTextFormat = {
     sizeof(lxAviRead_StrfText_t),
-    LX_TEXT(kLevelError, "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n"),
-    LX_TEXT(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_textSubtitle"),
-    LX_TEXT(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_textSubtitle")};
+    kTextList<LX_PACKED(kLevelError, "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n"),
+              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_textSubtitle"),
+              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_textSubtitle")>};
 
 // Reads the first `limit` bytes of a chunk into `pBuffer`.
 UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 limit, UInt32 size)
@@ -57,13 +57,13 @@ UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
 UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UInt32 size,
                    lxAviReadCore_StreamInfo_t* pStrInfo)
 {
-    LX_LOG_TEXT(rule.pEnterText);
+    LX_LOG_TEXT(TextOf(rule.texts, FormatText::Entered));
     if (size > rule.uiLimit) {
-        LX_LOG_TEXT(rule.pOversizeText, size, rule.uiLimit);
+        LX_LOG_TEXT(TextOf(rule.texts, FormatText::Oversize), size, rule.uiLimit);
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
     LX_AVIREAD_TRY(SkipRestOfChunk(rule.uiLimit, size));
-    LX_LOG_TEXT(rule.pLeaveText);
+    LX_LOG_TEXT(TextOf(rule.texts, FormatText::Leaving));
     return LX_OK;
 }
 

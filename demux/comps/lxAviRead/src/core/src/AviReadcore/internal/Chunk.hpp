@@ -10,9 +10,13 @@ namespace lxAviReadCore {
 
 // What the core read and the read of the OpenDML index differ in.
 struct ReadFamily {
-    bool bAbortable;            // polls the abort flag after a short read
-    const char* pEofText;       // logged when the file ends inside a read
-    const char* pExhaustedText; // logged when the attempts are used up, or null
+    bool bAbortable; // polls the abort flag after a short read
+    TextList texts;
+};
+
+enum class ReadText : UInt32 {
+    EndOfFile, // the file ends inside a read
+    Exhausted, // the attempts are used up
 };
 
 extern const ReadFamily kCoreRead;

@@ -13,7 +13,6 @@
 #include "lxDbg.h"
 
 #include <cstddef>
-#include <type_traits>
 
 // The module that checked calls and assertions report; the OpenDML index sources define their own before any include.
 #ifndef LX_AVIREAD_MODULE
@@ -33,32 +32,14 @@ inline bool IsLogged(UInt32 level)
 // The message, or null while its level is off.
 [[gnu::pure]] const char* WantedText(const char* pPacked);
 
-// Numbers of all types go the same way; texts and addresses as they are.
-template <typename Argument>
-constexpr auto AsWord(Argument argument)
-{
-    if constexpr (std::is_pointer_v<Argument>) {
-        return argument;
-    } else {
-        static_assert(sizeof argument <= sizeof(UInt32));
-        return static_cast<UInt32>(argument);
-    }
-}
+// Prints a message. Its arguments are numbers, addresses and short words of our own; see LX_LOG_NAME for others.
+[[gnu::cold]] void PrintLog(const char* pPacked, ...);
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security" // formats are checked where they are written
+// Prints a message of no arguments, if it is wanted.
+void Say(const char* pPacked);
 
-template <typename... Words>
-[[gnu::noinline, gnu::cold]] void PrintWords(const char* pPacked, Words... words)
-{
-    lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), Unpacked(pPacked), words...);
-}
-
-template <typename... Arguments>
-[[gnu::always_inline]] inline void PrintLog(const char* pPacked, Arguments... arguments)
-{
-    PrintWords(pPacked, AsWord(arguments)...);
-}
+// Prints a message about a name of any length, if it is wanted.
+void SayOf(const char* pPacked, const char* pName);
 
 // ---- Places in the source ----
 
@@ -87,21 +68,7 @@ void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place);
 // Reports the outcome of a checked call, and returns it unchanged.
 UInt32 ReportCall(UInt32 result, SourcePlace place);
 
-template <typename... Words>
-[[gnu::noinline, gnu::cold]] void ReportWords(const char* pCondition, SourcePlace place, const char* pPacked, Words... words)
-{
-    lxDbg_AssertError(Unpacked(pCondition), lxDbg_StrAssertFormat(Unpacked(pPacked), words...), PathOf(place),
-                      LineOf(place));
-}
-
-template <typename... Arguments>
-[[gnu::always_inline]] inline void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked,
-                                                   Arguments... arguments)
-{
-    ReportWords(pCondition, place, pPacked, AsWord(arguments)...);
-}
-
-#pragma GCC diagnostic pop
+[[gnu::cold]] void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked, ...);
 
 // ---- The name of what is called ----
 
@@ -127,33 +94,41 @@ consteval Name CalleeOf(const char* pCall)
 // Here.
 #define LX_AVIREAD_PLACE ::lxAviReadCore::PlaceAt(LX_AVIREAD_MODULE, __LINE__)
 
-// Whether a message is wanted: its text, or null. What runs for every chunk asks on the spot.
-#ifdef LX_AVIREAD_HOT
-#define LX_AVIREAD_WANTED(level, text)                                                                                \
-    (lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0 ? LX_TEXT(level, text) : Null)
-#else
-#define LX_AVIREAD_WANTED(level, text) ::lxAviReadCore::WantedText(LX_TEXT(level, text))
-#endif
-
 // Prints a message; the arguments are not evaluated while the level is off. The compiler checks them against the format
 // of the call that is never made.
 #define LX_LOG(level, text, ...)                                                                                      \
     do {                                                                                                              \
-        if (const char* const pWanted = LX_AVIREAD_WANTED(level, text); pWanted != Null) {                            \
-            ::lxAviReadCore::PrintLog(pWanted __VA_OPT__(, ) __VA_ARGS__);                                            \
-            if constexpr (false) {                                                                                    \
-                lxDbg_Print(0, level, text __VA_OPT__(, ) __VA_ARGS__);                                               \
-            }                                                                                                         \
+        LX_AVIREAD_LOG##__VA_OPT__(_WITH)(level, LX_TEXT(level, text) __VA_OPT__(, ) __VA_ARGS__);                    \
+        if constexpr (false) {                                                                                        \
+            lxDbg_Print(0, level, text __VA_OPT__(, ) __VA_ARGS__);                                                   \
         }                                                                                                             \
     } while (0)
 
 // The same with a text that is kept (LX_TEXT).
 #define LX_LOG_TEXT(kept, ...)                                                                                        \
     do {                                                                                                              \
-        if (const char* const pWanted = ::lxAviReadCore::WantedText(kept); pWanted != Null) {                         \
-            ::lxAviReadCore::PrintLog(pWanted __VA_OPT__(, ) __VA_ARGS__);                                            \
-        }                                                                                                             \
+        LX_AVIREAD_LOG##__VA_OPT__(_WITH)(::lxAviReadCore::LevelOf(kept), kept __VA_OPT__(, ) __VA_ARGS__);           \
     } while (0)
+
+// The same about a name that the caller has given.
+#define LX_LOG_NAME(level, text, name) ::lxAviReadCore::SayOf(LX_TEXT(level, text), name)
+
+// What runs for every chunk asks for the level on the spot; everything else asks the message.
+#ifdef LX_AVIREAD_HOT
+#define LX_AVIREAD_LOG(level, packed) LX_AVIREAD_LOG_WITH(level, packed)
+#define LX_AVIREAD_LOG_WITH(level, packed, ...)                                                                       \
+    if (lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0) {                                                       \
+        ::lxAviReadCore::PrintLog(packed __VA_OPT__(, ) __VA_ARGS__);                                                 \
+    }                                                                                                                 \
+    static_assert(true)
+#else
+#define LX_AVIREAD_LOG(level, packed) ::lxAviReadCore::Say(packed)
+#define LX_AVIREAD_LOG_WITH(level, packed, ...)                                                                       \
+    if (const char* const pWanted = ::lxAviReadCore::WantedText(packed); pWanted != Null) {                           \
+        ::lxAviReadCore::PrintLog(pWanted, __VA_ARGS__);                                                              \
+    }                                                                                                                 \
+    static_assert(true)
+#endif
 
 // Reports a failed assertion when `holds` is false, and carries on. `condition` is its text in the system's words.
 #define LX_ASSERT(holds, condition, text, ...)                                                                        \

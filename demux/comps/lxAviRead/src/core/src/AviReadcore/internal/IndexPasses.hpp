@@ -48,14 +48,14 @@ struct IndexFormat {
 
 // What the families log while they place audio, and in which order.
 struct PlacerTexts {
-    const char* pStored; // track, leaf, item, frame, offset, byte position
-    const char* pMoved;  // leaf, item, offset, valid of the cursor: before, after
-    bool bMovedFirst;    // told before the cursor moves, and the storing after it
+    TextList texts;
+    bool bMovedFirst; // told before the cursor moves, and the storing after it
 };
 
-// Reads a batch of `records` into the batch buffer, and tells how many are to be used. An abort counts for more than a
-// failed read.
-[[nodiscard]] UInt32 ReadBatch(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32& records);
+enum class PlacerText : UInt32 {
+    Stored, // track, leaf, item, frame, offset, byte position
+    Moved,  // leaf, item, offset, valid of the cursor: before, after
+};
 
 // What becomes of a pass that has met the end of the file: an index that ends early covers a part of the file, which is
 // worth a table where the format is followed.
@@ -64,31 +64,44 @@ inline UInt32 AllowEarlyEnd(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 resu
     return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result; // Quirk Q51
 }
 
+// The records of a run in the batch buffer, batch by batch.
+class IndexBatches {
+public:
+    IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run);
+
+    // Reads the next batch; false where the run ends. An abort counts for more than a failed read.
+    bool Next();
+    const UInt8* Records() const { return static_cast<const UInt8*>(m_pAviInfo->pMetaDataBuffer); }
+    UInt32 Count() const { return m_uiCount; }
+
+    UInt32 Result() const { return m_uiResult; }
+
+private:
+    UInt32 Read(UInt32 records);
+
+    lxAviReadCore_AviInfo_t* m_pAviInfo;
+    const IndexRun& m_run;
+    UInt32 m_uiLargest; // batch, in records
+    UInt32 m_uiLeft;    // records to come
+    UInt32 m_uiCount = 0;
+    UInt32 m_uiResult = LX_OK;
+};
+
 // Hands every record of a run to `visit`, in file order. Needs the batch buffer. A `Decoder` of the run tells what a
 // record says.
 template <typename Decoder, typename Visitor>
 [[nodiscard]] UInt32 ForEachEntry(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
 {
     const UInt32 recordSize = run.pFormat->uiRecordSize;
-    const UInt32 largest = std::min(run.uiBatch, kMetaDataBytes / recordSize);
-    if (pAviInfo->pMetaDataBuffer == Null) {
-        return LX_ERR_AVIREAD_NO_MEMORY;
-    }
-    if (largest == 0) {
-        return LX_ERR_AVIREAD_NO_INDEX;
-    }
     Decoder decode(run);
-    for (UInt32 left = run.uiEntries; left > 0;) {
-        UInt32 batch = std::min(left, largest);
-        const UInt32 result = ReadBatch(pAviInfo, run, batch);
-        const UInt8* pRecord = static_cast<const UInt8*>(pAviInfo->pMetaDataBuffer);
-        for (UInt32 i = 0; i < batch; ++i, pRecord += recordSize) {
+    IndexBatches batches(pAviInfo, run);
+    while (batches.Next()) {
+        const UInt8* pRecord = batches.Records();
+        for (UInt32 i = batches.Count(); i > 0; --i, pRecord += recordSize) {
             visit(decode(pRecord));
         }
-        LX_AVIREAD_TRY(result);
-        left -= batch;
     }
-    return LX_OK;
+    return batches.Result();
 }
 
 // Counts the frames of the main video stream, and the key frames among them.
@@ -131,7 +144,7 @@ inline void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEnt
 // Stores every SkipKey-th key frame of the main video stream, and totals the video payload.
 class KeyFrameFiller {
 public:
-    KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts, UInt32 skipKey);
+    KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TextList texts, UInt32 skipKey);
 
     KeyFrameTableBuilder& Builder() { return m_builder; }
     UInt32 FrameNumber() const { return m_uiFrameNumber; } // video frames seen so far
@@ -187,9 +200,9 @@ using AudioState = lxAvi2ReadCore_AudioIndexState_t;
 // Gives every key frame the audio chunk of one track that plays at its time.
 class AudioPlacer {
 public:
-    AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts);
-    AudioPlacer(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts,
-                const AudioState& state, const Position& cursor, UInt32 cursorTime);
+    void Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts);
+    // Continues where another run has ended.
+    void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime);
 
     // Takes the next chunk of the track: places the one before it where that is due, and counts this one.
     void Take(const IndexEntry& entry);
@@ -216,13 +229,13 @@ private:
     void LogStored(const Position& position) const;
     void LogMoved(const Position& before) const;
 
-    const lxAviReadCore_AviInfo_t* m_pAviInfo;
-    const PlacerTexts* m_pTexts;
-    UInt32 m_uiTrack;
+    const lxAviReadCore_AviInfo_t* m_pAviInfo = Null;
+    const PlacerTexts* m_pTexts = Null;
+    UInt32 m_uiTrack = 0;
     AudioState m_state = {};
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
-    bool m_bLogged;
+    bool m_bLogged = false;
     Reach m_reach;                    // chunks up to here are known not to play after it
 };
 

@@ -53,20 +53,20 @@ private:
 Position FindKeyFrameAt(const KeyFrameTable& table, UInt64 offset);
 
 // The messages in which the index families differ while they build the table.
-struct TableTexts {
-    const char* pArrayFailed;    // bytes
-    const char* pArraySucceeded; // bytes, leaves
-    const char* pLeafFailed;     // bytes, leaf
-    const char* pLeafSucceeded;  // bytes; or null
-    const char* pLeafsSucceeded; // leaves; or null
-    const char* pLeafFull;       // old leaf, new leaf
-    const char* pNoLeafText;     // what a missing leaf violates
+enum class TableText : UInt32 {
+    ArrayFailed,    // bytes
+    ArraySucceeded, // bytes, leaves
+    LeafFailed,     // bytes, leaf
+    LeafSucceeded,  // bytes
+    LeafsSucceeded, // leaves
+    LeafFull,       // old leaf, new leaf
+    NoLeaf,         // what a missing leaf violates
 };
 
 // Fills the table. Append never leaves the leaves that Create allocated.
 class KeyFrameTableBuilder {
 public:
-    KeyFrameTableBuilder(lxAviReadCore_AviInfo_t* pAviInfo, const TableTexts& texts)
+    KeyFrameTableBuilder(lxAviReadCore_AviInfo_t* pAviInfo, TextList texts)
         : m_pAviInfo(pAviInfo), m_texts(texts)
     {
     }
@@ -92,7 +92,7 @@ private:
     bool RollOver();
 
     lxAviReadCore_AviInfo_t* m_pAviInfo;
-    const TableTexts& m_texts;
+    TextList m_texts;
     UInt32 m_uiLeafNr = 0;
     bool m_bFull = false; // a key frame found no room
 };

@@ -67,12 +67,16 @@ static_assert(sizeof(IndexChunk::Header) == 32);
 
 // What the walks over index chunks differ in.
 struct IndexWalkRules {
-    bool bVideoStreamOnly;          // chunks of another stream end the walk
-    const char* pSeekFailedText;    // code; or null
-    const char* pCodeFailedText;    // line
-    const char* pHeaderFailedText;  // line; or null
-    const char* pEnteredText;       // number, result of reading the header; or null
-    const char* pResultText;        // number, result of the chunk; or null
+    bool bVideoStreamOnly; // chunks of another stream end the walk
+    TextList texts;
+};
+
+enum class WalkText : UInt32 {
+    SeekFailed,   // code
+    CodeFailed,   // line
+    HeaderFailed, // line
+    Entered,      // number, result of reading the header
+    Result,       // number, result of the chunk
 };
 
 // Bytes of one record, as the index says.
@@ -81,41 +85,10 @@ constexpr UInt32 EntryBytes(const lxAviReadCore_AviIndxChunkCommonSection_t& com
     return UInt32{common.wLongsPerEntry} * 4;
 }
 
-// Keeps the work of a walk within the size of the file: however often a damaged index names the same records, no more
-// of them are read than there is room for before the furthest of them.
-class IndexWalkBudget {
-public:
-    // `offset` is where the chunk begins, as far as a seek goes.
-    bool Allows(UInt64 offset, const IndexChunk& chunk)
-    {
-        const UInt64 recordSize = chunk.header.common.uiSubIndexType == kFieldIndex ? 12 : 8;
-        const UInt64 bytes = recordSize * chunk.header.common.uiEntriesInUse;
-        m_uiTotal += bytes;
-        m_uiFurthest = std::max(m_uiFurthest, offset + bytes);
-        return m_uiTotal <= m_uiFurthest;
-    }
-
-private:
-    UInt64 m_uiTotal = 0;
-    UInt64 m_uiFurthest = 0;
-};
-
-// Seeks to the `ix##` chunk that an entry of the super index names, and reads its header.
-[[nodiscard]] UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
-                                     const IndexWalkRules& rules, IndexChunk& chunk);
-
 // Whether the stream has a super index, be it an empty one.
 inline bool HasSuperIndex(const lxAviReadCore_StreamInfo_t& stream)
 {
     return stream.IndxChunk.pAviSuperIndexEntry != Null;
-}
-
-// The index chunks of the stream. An index on one level that was noted as a super index is the one chunk of that.
-inline UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
-{
-    const auto& common = stream.IndxChunk.aviIndxcommonSection;
-    const UInt32 count = common.uiIndexType == kIndexOfChunks ? 1 : common.uiEntriesInUse;
-    return HasSuperIndex(stream) ? count : 0;
 }
 
 // Gives the stored key frames the audio of a stream that has a super index; `listNr` is the number of its stream list.
@@ -127,31 +100,18 @@ constexpr bool IsUnusableIndex(UInt32 result)
     return result != LX_OK && result != LX_ERR_AVIREAD_ABORTED && result != LX_ERR_AVIREAD_NO_MEMORY;
 }
 
-// Hands every index chunk of a super index to `visit`, with the file at its first record. The first failure ends it.
+// Hands every index chunk of a super index to `pfnVisit`, with the file at its first record. The first failure ends it.
+[[nodiscard]] UInt32 WalkIndexChunks(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+                                     const IndexWalkRules& rules,
+                                     UInt32 (*pfnVisit)(void* pVisitor, const IndexChunk& chunk), void* pVisitor);
+
+// The same for a visitor with a state of its own.
 template <typename Visitor>
 [[nodiscard]] UInt32 ForEachIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
-                                       const IndexWalkRules& rules, Visitor&& visit)
+                                       const IndexWalkRules& rules, Visitor visit)
 {
-    IndexWalkBudget budget;
-    UInt32 result = LX_OK;
-    for (UInt32 i = 0; i < IndexChunkCount(stream) && result == LX_OK; ++i) {
-        const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
-        if (entry.qwOffset == 0 && FollowsFormat(pAviInfo)) {
-            continue; // made in advance, and not used
-        }
-        IndexChunk chunk = {};
-        chunk.uiNr = i;
-        chunk.uiStreamNr = StreamNumber(LowHalf(stream.IndxChunk.aviIndxcommonSection.dwChunkId));
-        result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
-        if (result == LX_OK) {
-            const UInt64 offset = entry.qwOffset & PositionMask(pAviInfo);
-            result = budget.Allows(offset, chunk) ? visit(chunk) : LX_ERR_AVIREAD_NO_INDEX;
-        }
-        if (rules.pResultText != Null) {
-            LX_LOG_TEXT(rules.pResultText, i, result);
-        }
-    }
-    return AllowEarlyEnd(pAviInfo, result);
+    const auto call = [](void* pVisitor, const IndexChunk& chunk) { return (*static_cast<Visitor*>(pVisitor))(chunk); };
+    return WalkIndexChunks(pAviInfo, stream, rules, call, &visit);
 }
 
 } // namespace lxAviReadCore

@@ -112,6 +112,37 @@ consteval PackedText<kSize> Pack(const char* pText, UInt8 level)
 template <PackedText kPacked>
 constexpr const char* kText = kPacked.bytes;
 
+// Texts that belong together, one behind the other: what differs between two index families, say.
+using TextList = const char*;
+
+template <PackedText... kPacked>
+consteval auto Join()
+{
+    PackedText<(sizeof kPacked.bytes + ...)> joined = {};
+    size_t size = 0;
+    const auto append = [&](const auto& packed) {
+        for (const char byte : packed.bytes) {
+            joined.bytes[size++] = byte;
+        }
+    };
+    (append(kPacked), ...);
+    return joined;
+}
+
+template <PackedText... kPacked>
+constexpr TextList kTextList = kText<Join<kPacked...>()>;
+
+// The text of a list that an enumeration names by its place.
+template <typename Place>
+const char* TextOf(TextList list, Place place)
+{
+    const char* pText = list;
+    for (UInt32 i = 0; i < static_cast<UInt32>(place); ++i) {
+        pText += Phrase(pText + 1).uiLength + 2; // the level, the text, and its end
+    }
+    return pText;
+}
+
 // The level mask of a packed text.
 constexpr UInt32 LevelOf(const char* pPacked)
 {
@@ -130,7 +161,12 @@ private:
 
 } // namespace lxAviReadCore
 
+// A text, packed; it serves as a template argument.
+#define LX_PACKED(level, text)                                                                                        \
+    (::lxAviReadCore::Pack<::lxAviReadCore::PackedSize(text)>(text, ::lxAviReadCore::LevelCode(level)))
+
+// No text: a message that is never wanted.
+#define LX_NO_TEXT LX_PACKED(0, "")
+
 // A text that is kept for a message to come, and its level.
-#define LX_TEXT(level, text)                                                                                          \
-    (::lxAviReadCore::kText<::lxAviReadCore::Pack<::lxAviReadCore::PackedSize(text)>(                                 \
-        text, ::lxAviReadCore::LevelCode(level))>)
+#define LX_TEXT(level, text) (::lxAviReadCore::kText<LX_PACKED(level, text)>)
