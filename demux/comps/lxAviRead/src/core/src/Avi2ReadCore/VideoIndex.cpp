@@ -10,13 +10,13 @@
 namespace lxAviReadCore {
 namespace {
 
-constexpr TextList kOpenDmlTexts = kTextList<    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
+constexpr TextList kOpenDmlTexts = kTextList<
+    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
     LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
     LX_PACKED(kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"),
     LX_NO_TEXT,
     LX_PACKED(kLevelIndex, "Allocating %d no of leafs"),
-    LX_PACKED(kLevelIndex, "Leaf %d is full, filling %d leaf"),
-    LX_PACKED(0, "List structure must be initialized")>;
+    LX_PACKED(kLevelIndex, "Leaf %d is full, filling %d leaf")>;
 
 constexpr IndexWalkRules kVideoWalk = {
     true,

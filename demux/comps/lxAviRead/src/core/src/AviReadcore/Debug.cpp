@@ -2,7 +2,6 @@
 
 #include "internal/Debug.hpp"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 
@@ -13,9 +12,9 @@ UInt32 LogMask()
     return lxDbg_MaskOf(glxalAviRead_debug_unit);
 }
 
-const char* WantedText(const char* pPacked)
+const char* WantedText(const char* pMessage)
 {
-    return IsLogged(LevelOf(pPacked)) ? pPacked : Null;
+    return IsLogged(LevelOf(pMessage)) ? pMessage : Null;
 }
 
 namespace {
@@ -25,60 +24,60 @@ struct Message {
     char text[kLongestText + 16 * 20];
 };
 
-Message Format(const char* pPacked, va_list arguments)
+Message Format(const char* pWords, va_list arguments)
 {
     Message message;
-    std::vsnprintf(message.text, sizeof message.text, Unpacked(pPacked), arguments);
+    std::vsnprintf(message.text, sizeof message.text, Unpacked(pWords), arguments);
     return message;
 }
 
 } // namespace
 
-void PrintLog(const char* pPacked, ...)
+void PrintLog(const char* pMessage, ...)
 {
     va_list arguments;
-    va_start(arguments, pPacked);
-    lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), "%s", Format(pPacked, arguments).text);
+    va_start(arguments, pMessage);
+    lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pMessage), "%s", Format(pMessage + 1, arguments).text);
     va_end(arguments);
 }
 
-void Say(const char* pPacked)
+void Say(const char* pMessage)
 {
-    if (WantedText(pPacked) != Null) {
-        PrintLog(pPacked);
+    if (WantedText(pMessage) != Null) {
+        PrintLog(pMessage);
     }
 }
 
-void SayOf(const char* pPacked, const char* pName)
+void SayOf(const char* pMessage, const char* pName)
 {
-    if (WantedText(pPacked) != Null) {
-        lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pPacked), Unpacked(pPacked), pName);
+    if (WantedText(pMessage) != Null) {
+        lxDbg_Print(glxalAviRead_debug_unit, LevelOf(pMessage), Unpacked(pMessage + 1), pName);
     }
 }
 
-void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked, ...)
+void ReportAssertion(const char* pCondition, SourcePlace place, const char* pWords, ...)
 {
     va_list arguments;
-    va_start(arguments, pPacked);
-    lxDbg_AssertError(Unpacked(pCondition), lxDbg_StrAssertFormat("%s", Format(pPacked, arguments).text), PathOf(place),
+    va_start(arguments, pWords);
+    lxDbg_AssertError(Unpacked(pCondition), lxDbg_StrAssertFormat("%s", Format(pWords, arguments).text), PathOf(place),
                       LineOf(place));
     va_end(arguments);
 }
 
-Unpacked::Unpacked(const char* pPacked)
+Unpacked::Unpacked(const char* pWords)
 {
     char* pEnd = m_text;
-    while (*++pPacked != '\0') {
-        const auto code = static_cast<UInt8>(*pPacked);
+    for (; *pWords != '\0'; ++pWords) {
+        const auto code = static_cast<UInt8>(*pWords);
         if (code < kFirstPhrase) {
-            *pEnd++ = *pPacked;
+            *pEnd++ = *pWords;
             continue;
         }
-        Phrase phrase(kPhrases);
+        const char* pPhrase = kPhrases;
         for (UInt8 i = kFirstPhrase; i < code; ++i) {
-            phrase = phrase.Next();
+            pPhrase += std::strlen(pPhrase) + 1;
         }
-        pEnd = std::copy_n(phrase.pBegin, phrase.uiLength, pEnd);
+        pEnd = stpcpy(pEnd, pPhrase);
     }
     *pEnd = '\0';
 }

@@ -122,8 +122,8 @@ UInt32 lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt
 UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_TEXT(0, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_TEXT(0, "Wrong audio track number in lxAviReadCore_SetOnKeyFrame_AudioAndVideo (%d must be < %s"),
+    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
+                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SetOnKeyFrame_AudioAndVideo (%d must be < %s"),
                                      LX_AVIREAD_PLACE);
     if (lastPlayedKeyFrame.valid != 1) {
         LX_LOG(kLevelSeek, "lastPlayedKeyFrame.valid==false");
@@ -131,9 +131,9 @@ UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
     }
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame);
     if (!CheckPosition(lastPlayedKeyFrame, pEntry,
-                       LX_TEXT(0, "lastPlayedKeyFrame.Offset == pAviInfo->KeyFramesListAsArray[lastPlayedKeyFrame.leafNr]"
+                       LX_WORDS("lastPlayedKeyFrame.Offset == pAviInfo->KeyFramesListAsArray[lastPlayedKeyFrame.leafNr]"
                                   "->array[lastPlayedKeyFrame.itemNr].videoChunkOffset"),
-                       LX_TEXT(0, "Data is inconsistent lastPlayedKeyFrame.Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
+                       LX_WORDS("Data is inconsistent lastPlayedKeyFrame.Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
                        LX_AVIREAD_PLACE)) {
         return LX_OK;
     }

@@ -139,8 +139,8 @@ bool KeyFrameTableBuilder::RollOver()
     }
     LX_LOG_TEXT(TextOf(m_texts, TableText::LeafFull), m_uiLeafNr, m_uiLeafNr + 1);
     m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
+    LX_ASSERT(!m_bFull, "pCurrentLeaf!=Null", "List structure must be initialized");
     if (m_bFull) {
-        ReportAssertion(LX_TEXT(0, "pCurrentLeaf!=Null"), LX_AVIREAD_PLACE, TextOf(m_texts, TableText::NoLeaf));
         return false;
     }
     Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];

@@ -33,14 +33,16 @@ constexpr const char* kDrmText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk :
 constexpr const char* kSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding size at line:%d");
 
 // Every failure of a header read is the same to the caller, the end of the file and an abort included.
+[[gnu::cold, gnu::noinline]] UInt32 ReportFailedRead(const char* pErrorText, int line)
+{
+    LX_LOG_TEXT(pErrorText, line);
+    return LX_ERR_AVIREAD_READ;
+}
+
 template <typename Record>
 UInt32 ReadHeaderPart(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pErrorText, int line)
 {
-    if (ReadRecord(pAviInfo, record) != LX_OK) {
-        LX_LOG_TEXT(pErrorText, line);
-        return LX_ERR_AVIREAD_READ;
-    }
-    return LX_OK;
+    return ReadRecord(pAviInfo, record) == LX_OK ? LX_OK : ReportFailedRead(pErrorText, line);
 }
 
 // The same, and counted.

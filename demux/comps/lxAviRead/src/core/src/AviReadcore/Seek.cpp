@@ -166,8 +166,8 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_TEXT(0, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_TEXT(0, "Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s"),
+    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS"),
+                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s"),
                                      LX_AVIREAD_PLACE);
     const KeyFrameTable table(pAviInfo);
     LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
@@ -193,8 +193,8 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
     if (keyFrame == Null) {
         return;
     }
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_TEXT(0, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_TEXT(0, "Wrong audio track number in lxAviReadCore_SetPointerOnKF (%d must be < %s"),
+    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
+                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SetPointerOnKF (%d must be < %s"),
                                      LX_AVIREAD_PLACE);
     Position position = *keyFrame;
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(position);
@@ -202,9 +202,9 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
         position.Offset = pEntry->videoChunkOffset;
     }
     if (!CheckPosition(position, pEntry,
-                       LX_TEXT(0, "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
+                       LX_WORDS("keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
                                   ".videoChunkOffset"),
-                       LX_TEXT(0, "Data is inconsistent keyFrame->Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
+                       LX_WORDS("Data is inconsistent keyFrame->Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
                        LX_AVIREAD_PLACE)) {
         return;
     }

@@ -30,16 +30,16 @@ inline bool IsLogged(UInt32 level)
 }
 
 // The message, or null while its level is off.
-[[gnu::pure]] const char* WantedText(const char* pPacked);
+[[gnu::pure]] const char* WantedText(const char* pMessage);
 
 // Prints a message. Its arguments are numbers, addresses and short words of our own; see LX_LOG_NAME for others.
-[[gnu::cold]] void PrintLog(const char* pPacked, ...);
+[[gnu::cold]] void PrintLog(const char* pMessage, ...);
 
 // Prints a message of no arguments, if it is wanted.
-void Say(const char* pPacked);
+void Say(const char* pMessage);
 
 // Prints a message about a name of any length, if it is wanted.
-void SayOf(const char* pPacked, const char* pName);
+void SayOf(const char* pMessage, const char* pName);
 
 // ---- Places in the source ----
 
@@ -68,7 +68,7 @@ void AnnounceCall(const char* pCall, const char* pCaller, SourcePlace place);
 // Reports the outcome of a checked call, and returns it unchanged.
 UInt32 ReportCall(UInt32 result, SourcePlace place);
 
-[[gnu::cold]] void ReportAssertion(const char* pCondition, SourcePlace place, const char* pPacked, ...);
+[[gnu::cold]] void ReportAssertion(const char* pCondition, SourcePlace place, const char* pWords, ...);
 
 // ---- The name of what is called ----
 
@@ -77,7 +77,7 @@ struct Name {
 };
 
 // A call's source text without its arguments.
-consteval Name CalleeOf(const char* pCall)
+constexpr Name CalleeOf(const char* pCall)
 {
     Name name = {};
     for (size_t i = 0; pCall[i] != '(' && pCall[i] != '\0'; ++i) {
@@ -134,8 +134,8 @@ consteval Name CalleeOf(const char* pCall)
 #define LX_ASSERT(holds, condition, text, ...)                                                                        \
     do {                                                                                                              \
         if (!(holds)) {                                                                                               \
-            ::lxAviReadCore::ReportAssertion(LX_TEXT(0, condition), LX_AVIREAD_PLACE,                                 \
-                                             LX_TEXT(0, text) __VA_OPT__(, ) __VA_ARGS__);                            \
+            ::lxAviReadCore::ReportAssertion(LX_WORDS(condition), LX_AVIREAD_PLACE,                                 \
+                                             LX_WORDS(text) __VA_OPT__(, ) __VA_ARGS__);                            \
             if constexpr (false) {                                                                                    \
                 static_cast<void>(lxDbg_StrAssertFormat(text __VA_OPT__(, ) __VA_ARGS__));                            \
             }                                                                                                         \
@@ -147,7 +147,7 @@ consteval Name CalleeOf(const char* pCall)
 
 // The same, announced in the system's words.
 #define LX_AVIREAD_CALL_AS(text, expr)                                                                                \
-    (::lxAviReadCore::AnnounceCall(LX_TEXT(0, text), LX_TEXT(0, __func__), LX_AVIREAD_PLACE),                         \
+    (::lxAviReadCore::AnnounceCall(LX_WORDS(text), LX_WORDS(__func__), LX_AVIREAD_PLACE),                         \
      ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_PLACE))
 
 // Leaves the function with the code of `expr` unless it is LX_OK.

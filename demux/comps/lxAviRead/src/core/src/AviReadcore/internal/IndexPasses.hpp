@@ -133,7 +133,7 @@ void ForgetIndexSurvey();
 
 // Adds a chunk to the total of its stream. An index record counts for a stream that has been described; the slot of any
 // other number is empty.
-inline void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
+[[gnu::always_inline]] inline void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
 {
     lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, entry.uiStreamNr);
     if (pStream != Null && pStream->StreamType != LX_AVIREAD_STREAM_NONE) {
@@ -154,7 +154,7 @@ public:
     void Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter);
 
     // Takes one record; the entry that it stored, or null. Most records are passed over, and that is quick.
-    Entry* Take(const IndexEntry& entry)
+    [[gnu::always_inline]] Entry* Take(const IndexEntry& entry)
     {
         if (entry.eKind == EntryKind::Audio || entry.eKind == EntryKind::Other) {
             m_bDrmPending = false;
@@ -179,7 +179,7 @@ private:
     }
 
     bool IsKeyFrame(const IndexEntry& entry) const;
-    Entry* TakeAny(const IndexEntry& entry);
+    [[gnu::noinline]] Entry* TakeAny(const IndexEntry& entry);
     Entry* TakeMainVideo(const IndexEntry& entry);
     void PassOver(bool bKeyFrame);
     Entry* Store(const IndexEntry& entry);
@@ -222,7 +222,7 @@ private:
     };
 
     bool NeedsTime(UInt64 bytePosition) const;
-    void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
+    [[gnu::noinline]] void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
     void LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time);
     void Place();
     Position Advance();

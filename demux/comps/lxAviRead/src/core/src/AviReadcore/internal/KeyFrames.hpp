@@ -60,7 +60,6 @@ enum class TableText : UInt32 {
     LeafSucceeded,  // bytes
     LeafsSucceeded, // leaves
     LeafFull,       // old leaf, new leaf
-    NoLeaf,         // what a missing leaf violates
 };
 
 // Fills the table. Append never leaves the leaves that Create allocated.

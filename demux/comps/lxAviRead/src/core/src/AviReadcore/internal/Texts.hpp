@@ -1,7 +1,7 @@
 // The texts of messages, as small as they can be kept: half of the library would be words. The compiler packs each text
 // when it meets it; what is printed is unpacked on the way.
 //
-//   level     1 byte: the number of the message's level
+//   level     1 byte, of messages alone: the number of the level
 //   text      ASCII characters stand for themselves, a byte of 0x80 or more for a phrase
 //   0
 
@@ -12,6 +12,7 @@
 #include "lxTypes.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace lxAviReadCore {
 
@@ -29,13 +30,13 @@ constexpr UInt32 kLevelEndOfFile = 0x8180;
 constexpr UInt32 kLevelOversize = 0x8200;      // records longer than the reader keeps
 constexpr UInt32 kLevelBadParameter = 0x8400;
 
-constexpr UInt16 kLevels[] = {0, // no message of its own
+constexpr UInt16 kLevels[] = {0, // of messages that never come
                               kLevelChunk, kLevelSeek, kLevelEnter, kLevelLeave, kLevelHeader, kLevelIndex,
                               kLevelMemory, kLevelCall, kLevelError, kLevelEndOfFile, kLevelOversize,
                               kLevelBadParameter};
 
 // Where a level stands in kLevels; one that does not is an error at compile time.
-consteval UInt8 LevelCode(UInt32 level)
+constexpr UInt8 LevelCode(UInt32 level)
 {
     UInt8 code = 0;
     while (kLevels[code] != level) {
@@ -47,25 +48,37 @@ consteval UInt8 LevelCode(UInt32 level)
 constexpr UInt8 kFirstPhrase = 0x80;
 constexpr size_t kLongestText = 200; // characters, unpacked
 
-// A phrase in kPhrases, or an empty one behind the last.
-struct Phrase {
-    const char* pBegin;
-    size_t uiLength;
+constexpr size_t LengthOf(const char* pText)
+{
+    size_t length = 0;
+    while (pText[length] != '\0') {
+        ++length;
+    }
+    return length;
+}
 
-    constexpr explicit Phrase(const char* pText) : pBegin(pText), uiLength(0)
+// Where the phrases begin, for the compiler.
+struct PhraseTable {
+    static constexpr size_t kPhraseCount = 128;
+    const char* begins[kPhraseCount];
+    size_t lengths[kPhraseCount];
+
+    constexpr PhraseTable() : begins{}, lengths{}
     {
-        while (pText[uiLength] != '\0') {
-            ++uiLength;
+        const char* pPhrase = kPhrases;
+        for (size_t i = 0; i < kPhraseCount; ++i, pPhrase += lengths[i - 1] + 1) {
+            begins[i] = pPhrase;
+            lengths[i] = LengthOf(pPhrase);
         }
     }
-    constexpr Phrase Next() const { return Phrase(pBegin + uiLength + 1); }
-    constexpr bool Begins(const char* pText) const
+
+    constexpr bool Fits(size_t phrase, const char* pText) const
     {
         size_t same = 0;
-        while (same < uiLength && pText[same] == pBegin[same]) {
+        while (same < lengths[phrase] && pText[same] == begins[phrase][same]) {
             ++same;
         }
-        return same == uiLength;
+        return same == lengths[phrase];
     }
 };
 
@@ -74,37 +87,50 @@ struct PackedText {
     char bytes[kSize];
 };
 
-// Takes the longest phrase wherever one fits.
-template <size_t kSize>
-consteval size_t PackInto(PackedText<kSize>& packed, const char* pText, UInt8 level)
-{
-    size_t size = 0;
-    packed.bytes[size++] = static_cast<char>(level);
-    while (*pText != '\0') {
-        UInt8 code = kFirstPhrase;
-        Phrase phrase(kPhrases);
-        while (phrase.uiLength > 0 && !phrase.Begins(pText)) {
-            phrase = phrase.Next();
-            ++code;
+// For every character of a text, what the shortest way from there to the end takes first.
+struct Packing {
+    UInt8 codes[kLongestText + 1]; // 0: the character itself
+    size_t lengths[kLongestText + 1];
+    size_t uiSize; // of the whole text, packed
+
+    constexpr explicit Packing(const char* pText) : codes{}, lengths{}, uiSize(0)
+    {
+        constexpr PhraseTable kTable;
+        size_t sizes[kLongestText + 1] = {}; // a longer text does not compile
+        for (size_t at = LengthOf(pText); at-- > 0;) {
+            lengths[at] = 1;
+            sizes[at] = sizes[at + 1] + 1;
+            for (size_t i = 0; i < PhraseTable::kPhraseCount; ++i) {
+                if (kTable.begins[i][0] == pText[at] && kTable.Fits(i, pText + at) &&
+                    sizes[at + kTable.lengths[i]] + 1 < sizes[at]) {
+                    codes[at] = static_cast<UInt8>(kFirstPhrase + i);
+                    lengths[at] = kTable.lengths[i];
+                    sizes[at] = sizes[at + kTable.lengths[i]] + 1;
+                }
+            }
         }
-        packed.bytes[size++] = phrase.uiLength > 0 ? static_cast<char>(code) : *pText;
-        pText += phrase.uiLength > 0 ? phrase.uiLength : 1;
+        uiSize = sizes[0];
     }
-    packed.bytes[size++] = '\0';
-    return size;
-}
+};
 
-consteval size_t PackedSize(const char* pText)
+// A text with its end, behind `kLead` bytes.
+template <size_t kSize, size_t kLead>
+constexpr PackedText<kLead + kSize + 1> Pack(const char* pText)
 {
-    PackedText<kLongestText + 2> packed = {}; // a longer text does not compile
-    return PackInto(packed, pText, 0);
+    const Packing packing(pText);
+    PackedText<kLead + kSize + 1> packed = {};
+    size_t size = kLead;
+    for (size_t at = 0; pText[at] != '\0'; at += packing.lengths[at]) {
+        packed.bytes[size++] = packing.codes[at] != 0 ? static_cast<char>(packing.codes[at]) : pText[at];
+    }
+    return packed;
 }
 
 template <size_t kSize>
-consteval PackedText<kSize> Pack(const char* pText, UInt8 level)
+constexpr auto PackMessage(UInt32 level, const char* pText)
 {
-    PackedText<kSize> packed = {};
-    PackInto(packed, pText, level);
+    auto packed = Pack<kSize, 1>(pText);
+    packed.bytes[0] = static_cast<char>(LevelCode(level));
     return packed;
 }
 
@@ -116,7 +142,7 @@ constexpr const char* kText = kPacked.bytes;
 using TextList = const char*;
 
 template <PackedText... kPacked>
-consteval auto Join()
+constexpr auto Join()
 {
     PackedText<(sizeof kPacked.bytes + ...)> joined = {};
     size_t size = 0;
@@ -138,21 +164,21 @@ const char* TextOf(TextList list, Place place)
 {
     const char* pText = list;
     for (UInt32 i = 0; i < static_cast<UInt32>(place); ++i) {
-        pText += Phrase(pText + 1).uiLength + 2; // the level, the text, and its end
+        pText += 1 + std::strlen(pText + 1) + 1; // the level, the text, and its end
     }
     return pText;
 }
 
-// The level mask of a packed text.
-constexpr UInt32 LevelOf(const char* pPacked)
+// The level mask of a packed message.
+constexpr UInt32 LevelOf(const char* pMessage)
 {
-    return kLevels[static_cast<UInt8>(*pPacked)];
+    return kLevels[static_cast<UInt8>(*pMessage)];
 }
 
-// A packed text in full, for as long as this lives.
+// Packed words in full, for as long as this lives.
 class Unpacked {
 public:
-    explicit Unpacked(const char* pPacked);
+    explicit Unpacked(const char* pWords);
     operator const char*() const { return m_text; }
 
 private:
@@ -161,12 +187,16 @@ private:
 
 } // namespace lxAviReadCore
 
-// A text, packed; it serves as a template argument.
+// A message, packed; it serves as a template argument.
 #define LX_PACKED(level, text)                                                                                        \
-    (::lxAviReadCore::Pack<::lxAviReadCore::PackedSize(text)>(text, ::lxAviReadCore::LevelCode(level)))
+    (::lxAviReadCore::PackMessage<::lxAviReadCore::Packing(text).uiSize>(level, text))
 
-// No text: a message that is never wanted.
+// A message that never comes.
 #define LX_NO_TEXT LX_PACKED(0, "")
 
-// A text that is kept for a message to come, and its level.
+// A message that is kept for later, with its level.
 #define LX_TEXT(level, text) (::lxAviReadCore::kText<LX_PACKED(level, text)>)
+
+// Words that are no message of their own.
+#define LX_WORDS(text)                                                                                                \
+    (::lxAviReadCore::kText<::lxAviReadCore::Pack<::lxAviReadCore::Packing(text).uiSize, 0>(text)>)
