@@ -3,7 +3,6 @@
 // In playback order the answer is at hand: the chunk is the key frame played last, the one after it, or lies between
 // the two. Only what follows a jump needs the search: the leaf by its first offset, then halving inside the leaf.
 
-#define LX_AVIREAD_HOT
 #include "internal/KeyFrames.hpp"
 #include "internal/KeyFrameJump.hpp"
 
@@ -61,18 +60,18 @@ Position Lookup(const KeyFrameTable& table, UInt64 offset)
         return {};
     }
     ValidateLastPlayed(table);
-    Position next = lastPlayedKeyFrame;
-    const bool bHasNext = table.Next(next);
     if (offset == lastPlayedKeyFrame.Offset) {
         LX_LOG(kLevelChunk, "lxAviReadCore_GetChunkInfo - last played keyframe is the right one");
         return lastPlayedKeyFrame;
     }
+    Position next = lastPlayedKeyFrame;
+    const bool bHasNext = table.Next(next);
     if (bHasNext && offset == next.Offset) {
         LX_LOG(kLevelChunk, "lxAviReadCore_GetChunkInfo - next keyframe after last played keyframe is the right one");
         return next;
     }
     if (bHasNext && offset > lastPlayedKeyFrame.Offset && offset < next.Offset) {
-        LX_LOG(kLevelChunk, "lxAviReadCore_GetChunkInfo - between this and next keyframes");
+        LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_GetChunkInfo - between this and next keyframes");
         return {};
     }
     return SearchTable(table, offset);

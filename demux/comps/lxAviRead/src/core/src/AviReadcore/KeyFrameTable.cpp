@@ -6,14 +6,14 @@
 
 #include "internal/KeyFrames.hpp"
 
-#include <algorithm>
-
 namespace lxAviReadCore {
+
+UInt32 leafsInUse;
+
 namespace {
 
 // Beside the state, whose length may say 0 while leaves are still owned.
 UInt32 s_uiOwnedLeafs;
-UInt32 s_uiLeafsInUse; // leaves that hold at least one entry
 
 constexpr UInt32 DivideUp(UInt32 dividend, UInt32 divisor)
 {
@@ -41,20 +41,6 @@ void TraceRelease(TableReleaseTrace trace, const char* pText, const void* pBlock
 
 // ---- The view ----
 
-KeyFrameTable::KeyFrameTable(const lxAviReadCore_AviInfo_t* pAviInfo)
-    : m_ppLeafs(pAviInfo->KeyFramesListAsArray),
-      m_uiLeafs(m_ppLeafs != Null ? std::min(s_uiLeafsInUse, pAviInfo->KeyFramesListAsArrayLength) : 0)
-{
-}
-
-Entry* KeyFrameTable::At(UInt32 leafNr, UInt32 itemNr) const
-{
-    if (leafNr >= m_uiLeafs || itemNr >= m_ppLeafs[leafNr]->arrayLength) {
-        return Null;
-    }
-    return &m_ppLeafs[leafNr]->array[itemNr];
-}
-
 Position KeyFrameTable::PositionOf(UInt32 leafNr, UInt32 itemNr) const
 {
     const Entry* const pEntry = At(leafNr, itemNr);
@@ -73,19 +59,6 @@ UInt32 KeyFrameTable::FindLeaf(UInt64 Leaf::*pStart, UInt64 value) const
         ++leafNr;
     }
     return leafNr;
-}
-
-bool KeyFrameTable::Next(Position& position) const
-{
-    Position next = PositionOf(position.leafNr, position.itemNr + 1);
-    if (next.valid == 0) {
-        next = PositionOf(position.leafNr + 1, 0);
-    }
-    if (next.valid == 0) {
-        return false;
-    }
-    position = next;
-    return true;
 }
 
 bool KeyFrameTable::Prev(Position& position) const
@@ -153,14 +126,14 @@ bool KeyFrameTableBuilder::RollOver()
 
 Entry* KeyFrameTableBuilder::Append()
 {
-    if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength || m_uiLeafNr > s_uiLeafsInUse) {
+    if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength || m_uiLeafNr > leafsInUse) {
         return Null; // no leaf, or one behind an empty one
     }
     if (m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength >= LEAF_ARRAY_LENGTH && !RollOver()) {
         return Null;
     }
     Leaf* const pLeaf = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
-    s_uiLeafsInUse = std::max(s_uiLeafsInUse, m_uiLeafNr + 1);
+    leafsInUse = std::max(leafsInUse, m_uiLeafNr + 1);
     return &pLeaf->array[pLeaf->arrayLength++];
 }
 
@@ -202,7 +175,7 @@ void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace t
     pAviInfo->KeyFramesListAsArray = Null;
     pAviInfo->KeyFramesListAsArrayLength = 0;
     s_uiOwnedLeafs = 0;
-    s_uiLeafsInUse = 0;
+    leafsInUse = 0;
 }
 
 void ForgetDanglingPositions(lxAviReadCore_AviInfo_t* pAviInfo)

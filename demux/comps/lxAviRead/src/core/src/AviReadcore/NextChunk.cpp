@@ -8,7 +8,6 @@
 // Before a header is read, a pending jump is executed; where a `movi` list ends, the next segment takes over. The
 // state's `CurrentOffset` always tells where the file stands, but for a payload that has been counted in advance.
 
-#define LX_AVIREAD_HOT
 #include "internal/Chunk.hpp"
 #include "internal/State.hpp"
 
@@ -225,6 +224,15 @@ bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     return ReadCounted(pAviInfo, id, kIdText, __LINE__);
 }
 
+// Whether the search ends at an identifier. Most bytes of a file end none.
+constexpr bool MeansSomething(UInt32 id, bool bIndexChunks)
+{
+    const UInt8 last = ByteOf(id, 3);
+    const bool bMayEndOne = static_cast<UInt8>(last - 'b') <= 'd' - 'b' || last == 't' || last == 'K';
+    return (bMayEndOne && (IsMediaCode(HighHalf(id)) || id == FourCC("JUNK"))) ||
+           (bIndexChunks && LowHalf(id) == TwoCC("ix"));
+}
+
 constexpr UInt32 SlideOn(UInt32 id, UInt8 next)
 {
     return id >> 8 | static_cast<UInt32>(next) << 24;
@@ -237,8 +245,9 @@ void SlideThroughBuffered(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     const UInt64 room = pAviInfo->CurrentOffset <= limit ? limit - pAviInfo->CurrentOffset : 0;
     const UInt64 bytes = std::min<UInt64>(room, BufferedBytes(pAviInfo->pFile));
     const UInt8* const pBytes = BufferedAt(pAviInfo->pFile);
+    const bool bIndexChunks = pAviInfo->bIndxPresent == 1;
     size_t passed = 0;
-    while (passed < bytes && !IsMediaCode(HighHalf(id)) && !IsSteppedOver(pAviInfo, id)) {
+    while (passed < bytes && !MeansSomething(id, bIndexChunks)) {
         id = SlideOn(id, pBytes[passed++]);
     }
     PassBuffered(pAviInfo->pFile, passed);
@@ -264,7 +273,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
         LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
     }
     const char twocc[] = {static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'};
-    LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", twocc, HighHalf(id), id,
+    LX_LOG_OFTEN(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", twocc, HighHalf(id), id,
            static_cast<UInt32>(pAviInfo->CurrentOffset));
     return LX_OK;
 }
@@ -342,7 +351,7 @@ UInt32 NextChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChun
     if (pAviInfo->JumpOffset != 0) {
         LX_AVIREAD_TRY(ExecuteJump(pAviInfo, pJumped));
     }
-    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
+    LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
            LX_HILO(pAviInfo->moviSize));
     UInt32 id = 0;
     LX_AVIREAD_TRY(FindMediaCode(pAviInfo, id));
@@ -362,7 +371,7 @@ using namespace lxAviReadCore;
 UInt32 lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTrackNumber, UInt32 subtitleTrackNumber,
                                Bool* pJumped)
 {
-    LX_LOG(kLevelEnter, "Entered lxAviReadCore_NextChunk ");
+    LX_LOG_OFTEN(kLevelEnter, "Entered lxAviReadCore_NextChunk ");
     LX_ASSERT(chunkData != Null, "chunkData!= Null",
               "Parameter for lxAviReadCore_NextChunk shouldn't be a null pointer");
     LX_ASSERT(pJumped != Null, "pJumped!= Null", "Parameter for lxAviReadCore_NextChunk shouldn't be a null pointer");
@@ -377,8 +386,8 @@ UInt32 lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTra
     const UInt32 result =
         NextChunk(&lxAviReadCore_AviInfo, chunkData, audioTrackNumber, subtitleTrackNumber, pJumped);
     chunkData->bValid = result == LX_OK ? 1 : 0;
-    LX_LOG(kLevelLeave, "lxAviReadCore_NextChunk leave: RVAL: %x ", result);
-    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_NextChunk at line %d ", __LINE__);
+    LX_LOG_OFTEN(kLevelLeave, "lxAviReadCore_NextChunk leave: RVAL: %x ", result);
+    LX_LOG_OFTEN(kLevelLeave, "Leaving lxAviReadCore_NextChunk at line %d ", __LINE__);
     return result;
 }
 

@@ -7,7 +7,6 @@
 //     before          sync    sync entry
 //   └─ dropped ─────┘ └─ trimmed to one block before the key frame's time
 
-#define LX_AVIREAD_HOT
 #include "internal/Chunk.hpp"
 #include "internal/KeyFrames.hpp"
 
@@ -52,7 +51,7 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTab
         LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Drm-ed chunk with offset=%d.%d %s", LX_HILO(start),
                found.valid == 1 ? "Is a key frame" : "Is not a key frame");
     } else {
-        LX_LOG(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
+        LX_LOG_OFTEN(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
                found.valid == 1 ? "is a video K F" : "is not K F");
     }
     return found;
@@ -121,7 +120,7 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
         pChunk->bKeyFrame = 1;
         return NumberFrame(pChunk, pFound->videoFrameNumber);
     }
-    LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
+    LX_LOG_OFTEN(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
            LX_HILO(pAviInfo->CurrentOffset));
     return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
 }
@@ -133,7 +132,7 @@ UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
     Position found = {};
     const Entry* pFound = Null;
     const UInt32 result = MeetFrame(pAviInfo, table, pChunk, bJumped, found, pFound);
-    LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
+    LX_LOG_OFTEN(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
            found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
     return result != LX_OK ? result : ApplySyncRule(pAviInfo, table, pChunk, pFound);
 }
@@ -150,12 +149,12 @@ void CountAudio(UInt32 track, UInt32 size)
 UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 track,
                         UInt32 audioTrackNumber)
 {
-    LX_LOG(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
+    LX_LOG_OFTEN(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
            pChunk->uiStreamNr);
     if (track < LX_AVIREAD_AUDIO_TRACKS) {
         CountAudio(track, pChunk->uiSize);
     }
-    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
+    LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
     return LX_ERR_AVIREAD_AUDIO_SKIPPED;
 }
 
@@ -263,13 +262,13 @@ UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
     if (!IsMainVideoStream(pAviInfo, chunkData->uiStreamNr)) {
         LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
     } else if (table.IsEmpty()) {
-        LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
+        LX_LOG_OFTEN(kLevelChunk, "MetaData not avalaible for validity ");
         result = NumberFrame(chunkData, lxalAviRead_VideoFrame + 1); // Quirk Q25: frames count from 1 without a table
     } else {
         result = ProcessIndexedVideo(pAviInfo, table, chunkData, jumped);
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
-    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
+    LX_LOG_OFTEN(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
     return result;
 }
 
@@ -277,7 +276,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
                                            UInt32 audioTrackNumber)
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
-    LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
+    LX_LOG_OFTEN(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
            chunkData->uiSize, audioTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
     UInt32 result = LX_OK;
@@ -291,11 +290,11 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
         } else {
             PlaceAudio(chunkData, track);
             CountAudio(track, chunkData->uiSize);
-            LX_LOG(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
+            LX_LOG_OFTEN(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
         }
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
-    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);
+    LX_LOG_OFTEN(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);
     return result;
 }
 

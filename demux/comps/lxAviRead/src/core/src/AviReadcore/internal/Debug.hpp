@@ -98,37 +98,38 @@ constexpr Name CalleeOf(const char* pCall)
 // of the call that is never made.
 #define LX_LOG(level, text, ...)                                                                                      \
     do {                                                                                                              \
-        LX_AVIREAD_LOG##__VA_OPT__(_WITH)(level, LX_TEXT(level, text) __VA_OPT__(, ) __VA_ARGS__);                    \
-        if constexpr (false) {                                                                                        \
-            lxDbg_Print(0, level, text __VA_OPT__(, ) __VA_ARGS__);                                                   \
+        LX_LOG_TEXT(LX_TEXT(level, text) __VA_OPT__(, ) __VA_ARGS__);                                                 \
+        LX_CHECK_FORMAT(text __VA_OPT__(, ) __VA_ARGS__);                                                             \
+    } while (0)
+
+// The same where it runs for every chunk: the level is asked for on the spot, at the cost of some bytes.
+#define LX_LOG_OFTEN(level, text, ...)                                                                                \
+    do {                                                                                                              \
+        if (lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0) {                                                   \
+            ::lxAviReadCore::PrintLog(LX_TEXT(level, text) __VA_OPT__(, ) __VA_ARGS__);                               \
         }                                                                                                             \
+        LX_CHECK_FORMAT(text __VA_OPT__(, ) __VA_ARGS__);                                                             \
     } while (0)
 
 // The same with a text that is kept (LX_TEXT).
-#define LX_LOG_TEXT(kept, ...)                                                                                        \
+#define LX_LOG_TEXT(kept, ...) LX_AVIREAD_LOG##__VA_OPT__(_WITH)(kept __VA_OPT__(, ) __VA_ARGS__)
+#define LX_AVIREAD_LOG(kept) ::lxAviReadCore::Say(kept)
+#define LX_AVIREAD_LOG_WITH(kept, ...)                                                                                \
     do {                                                                                                              \
-        LX_AVIREAD_LOG##__VA_OPT__(_WITH)(::lxAviReadCore::LevelOf(kept), kept __VA_OPT__(, ) __VA_ARGS__);           \
+        if (const char* const pWanted = ::lxAviReadCore::WantedText(kept); pWanted != Null) {                         \
+            ::lxAviReadCore::PrintLog(pWanted, __VA_ARGS__);                                                          \
+        }                                                                                                             \
     } while (0)
 
 // The same about a name that the caller has given.
 #define LX_LOG_NAME(level, text, name) ::lxAviReadCore::SayOf(LX_TEXT(level, text), name)
 
-// What runs for every chunk asks for the level on the spot; everything else asks the message.
-#ifdef LX_AVIREAD_HOT
-#define LX_AVIREAD_LOG(level, packed) LX_AVIREAD_LOG_WITH(level, packed)
-#define LX_AVIREAD_LOG_WITH(level, packed, ...)                                                                       \
-    if (lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0) {                                                       \
-        ::lxAviReadCore::PrintLog(packed __VA_OPT__(, ) __VA_ARGS__);                                                 \
-    }                                                                                                                 \
-    static_assert(true)
-#else
-#define LX_AVIREAD_LOG(level, packed) ::lxAviReadCore::Say(packed)
-#define LX_AVIREAD_LOG_WITH(level, packed, ...)                                                                       \
-    if (const char* const pWanted = ::lxAviReadCore::WantedText(packed); pWanted != Null) {                           \
-        ::lxAviReadCore::PrintLog(pWanted, __VA_ARGS__);                                                              \
-    }                                                                                                                 \
-    static_assert(true)
-#endif
+#define LX_CHECK_FORMAT(...)                                                                                          \
+    do {                                                                                                              \
+        if constexpr (false) {                                                                                        \
+            static_cast<void>(lxDbg_StrAssertFormat(__VA_ARGS__));                                                    \
+        }                                                                                                             \
+    } while (0)
 
 // Reports a failed assertion when `holds` is false, and carries on. `condition` is its text in the system's words.
 #define LX_ASSERT(holds, condition, text, ...)                                                                        \
@@ -136,10 +137,8 @@ constexpr Name CalleeOf(const char* pCall)
         if (!(holds)) {                                                                                               \
             ::lxAviReadCore::ReportAssertion(LX_WORDS(condition), LX_AVIREAD_PLACE,                                 \
                                              LX_WORDS(text) __VA_OPT__(, ) __VA_ARGS__);                            \
-            if constexpr (false) {                                                                                    \
-                static_cast<void>(lxDbg_StrAssertFormat(text __VA_OPT__(, ) __VA_ARGS__));                            \
-            }                                                                                                         \
         }                                                                                                             \
+        LX_CHECK_FORMAT(text __VA_OPT__(, ) __VA_ARGS__);                                                             \
     } while (0)
 
 // Makes a call whose failure is worth a message; yields its code.

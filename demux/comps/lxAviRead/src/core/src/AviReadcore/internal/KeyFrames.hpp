@@ -10,16 +10,25 @@
 #include "Memory.hpp"
 #include "State.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 
 using Leaf = lxAviReadCore_KeyFrameLeaf_t;
 using Entry = lxAviReadCore_KeyFrameEntry_t;
 using Position = lxAviReadCore_KeyFramePosition_t;
 
+// Leaves that hold at least one entry.
+extern UInt32 leafsInUse;
+
 // A view of the table. All stepping is done here.
 class KeyFrameTable {
 public:
-    explicit KeyFrameTable(const lxAviReadCore_AviInfo_t* pAviInfo);
+    explicit KeyFrameTable(const lxAviReadCore_AviInfo_t* pAviInfo)
+        : m_ppLeafs(pAviInfo->KeyFramesListAsArray),
+          m_uiLeafs(m_ppLeafs != Null ? std::min(leafsInUse, pAviInfo->KeyFramesListAsArrayLength) : 0)
+    {
+    }
 
     bool IsEmpty() const { return m_uiLeafs == 0; }
     UInt32 LeafCount() const { return m_uiLeafs; } // leaves in use
@@ -28,7 +37,10 @@ public:
     const Leaf& LeafAt(UInt32 leafNr) const { return *m_ppLeafs[leafNr]; }
 
     // The entry, or null when the position designates none.
-    Entry* At(UInt32 leafNr, UInt32 itemNr) const;
+    Entry* At(UInt32 leafNr, UInt32 itemNr) const
+    {
+        return leafNr < m_uiLeafs && itemNr < m_ppLeafs[leafNr]->arrayLength ? &m_ppLeafs[leafNr]->array[itemNr] : Null;
+    }
     Entry* At(const Position& position) const { return At(position.leafNr, position.itemNr); }
 
     // The valid position of an entry.
@@ -41,7 +53,17 @@ public:
     UInt32 FindLeaf(UInt64 Leaf::*pStart, UInt64 value) const;
 
     // Move to the neighbour; false, and the position unchanged, where there is none.
-    [[nodiscard]] bool Next(Position& position) const;
+    [[nodiscard]] bool Next(Position& position) const
+    {
+        const bool bInLeaf = At(position.leafNr, position.itemNr + 1) != Null;
+        const UInt32 leafNr = bInLeaf ? position.leafNr : position.leafNr + 1;
+        const UInt32 itemNr = bInLeaf ? position.itemNr + 1 : 0;
+        const Entry* const pEntry = At(leafNr, itemNr);
+        if (pEntry != Null) {
+            position = {leafNr, itemNr, pEntry->videoChunkOffset, 1};
+        }
+        return pEntry != Null;
+    }
     [[nodiscard]] bool Prev(Position& position) const;
 
 private:
