@@ -266,7 +266,7 @@ void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
     if (chunks + static_cast<double>(pStream->Header.dwStart) >= 4294967295.0 || bytes >= 9e18) {
         return;
     }
-    const Reach reach = {static_cast<UInt32>(chunks), static_cast<UInt64>(bytes)};
+    const Reach reach = {streamNr, static_cast<UInt32>(chunks), static_cast<UInt64>(bytes)};
     if (lxAviReadCore_GetStreamTime(streamNr, reach.uiChunks, reach.uiBytes) <= m_uiCursorTime) {
         m_reach = reach;
     }
@@ -289,9 +289,10 @@ void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
 }
 
 // Messages tell the time of every chunk, and of no other place.
-bool AudioPlacer::NeedsTime(UInt64 bytePosition) const
+bool AudioPlacer::NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const
 {
-    const bool bWithinReach = m_state.chunkCount <= m_reach.uiChunks && bytePosition <= m_reach.uiBytes;
+    const bool bWithinReach = entry.uiStreamNr == m_reach.uiStreamNr && m_state.chunkCount <= m_reach.uiChunks &&
+                              bytePosition <= m_reach.uiBytes;
     return m_bLogged || (m_state.bHaveChunk == 1 && m_cursor.valid == 1 && !bWithinReach);
 }
 
@@ -300,7 +301,7 @@ void AudioPlacer::Take(const IndexEntry& entry)
     // Quirk Q32: by default the size of this chunk is added to the start of the one before it
     const UInt64 bytePosition =
         FollowsFormat(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
-    if (NeedsTime(bytePosition)) {
+    if (NeedsTime(entry, bytePosition)) {
         PlaceBefore(entry, bytePosition);
     }
     CountPayload(m_pAviInfo, entry);

@@ -215,13 +215,14 @@ public:
     UInt32 CursorTime() const { return m_uiCursorTime; }
 
 private:
-    // How far into a track a chunk is.
+    // How far into a track a chunk of a stream is.
     struct Reach {
+        UInt32 uiStreamNr = 0;
         UInt32 uiChunks = 0;
         UInt64 uiBytes = 0;
     };
 
-    bool NeedsTime(UInt64 bytePosition) const;
+    bool NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const;
     [[gnu::noinline]] void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
     void LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time);
     void Place();
@@ -236,7 +237,7 @@ private:
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
     bool m_bLogged = false;
-    Reach m_reach;                    // chunks up to here are known not to play after it
+    Reach m_reach;                    // chunks of a stream up to here are known not to play after it
 };
 
 // Makes `chunk` the last one of the track: what the placers and the single-pass builder count alike.

@@ -1,0 +1,127 @@
+// Which chunk of a track plays at a key frame. While messages tell the time of every chunk, each of these times is worked out; in silence
+// only those are that can matter. The table has to be the same, whatever the headers say.
+
+#include "ReaderTest.hpp"
+
+#include <cstring>
+#include <random>
+
+namespace avitest {
+namespace {
+
+constexpr UInt32 kTimesAndIndex = 0x210;
+
+class AudioPlacement : public ReaderTest {
+protected:
+    std::mt19937 random;
+
+    UInt32 Below(UInt32 limit) { return static_cast<UInt32>(random() % limit); }
+
+    UInt32 OneOf(std::initializer_list<UInt32> values)
+    {
+        return *(values.begin() + Below(static_cast<UInt32>(values.size())));
+    }
+
+    // An ordinary stream of sound, or one whose header was written by somebody who means no good.
+    Stream AnyAudio()
+    {
+        Stream stream = PcmStream();
+        if (Below(2) == 0) {
+            return stream;
+        }
+        stream.header.dwRate = OneOf({0, 1, 25, 8000, 16000, 44100, 0xFFFFFFFF});
+        stream.header.dwScale = OneOf({0, 1, 2, 1152, 44100, 0xFFFFFFFF});
+        stream.header.dwStart = OneOf({0, 0, 0, 7, 1000, 0xFFFFFFF0});
+        stream.header.dwSampleSize = OneOf({0, 1, 2, 4, 0xFFFFFFFF});
+        stream.format = AudioFormat(static_cast<UInt16>(OneOf({LX_AVIREAD_FORMAT_PCM, LX_AVIREAD_FORMAT_AC3, LX_AVIREAD_FORMAT_MPEG_LAYER3,
+                                                               LX_AVIREAD_FORMAT_AAC, 0x1234})),
+                                    2, 8000, OneOf({0, 1, 16000, 0xFFFFFFFF}), static_cast<UInt16>(OneOf({0, 1, 2, 4})), 16);
+        return stream;
+    }
+
+    AviBuilder AnyFile(IndexKind eIndex)
+    {
+        AviBuilder builder;
+        builder.eIndex = eIndex;
+        builder.avih.dwMicroSecPerFrame = OneOf({0, 1000, 40000, 40000, 40000, 0x7FFFFFFF});
+        Stream video = VideoStream();
+        video.header.dwStart = OneOf({0, 0, 0, 5, 0xFFFFFFF0});
+        builder.Add(video).Add(AnyAudio()).Add(AnyAudio()).Add(TextStream());
+        const UInt32 distance = 1 + Below(20);
+        for (UInt32 frame = 0; frame < 120; ++frame) {
+            builder.Frame(0, Fill(2), frame % distance == 0);
+            for (UInt32 chunks = Below(4); chunks > 0; --chunks) {
+                builder.Audio(1 + Below(2), Fill(Below(700)));
+            }
+            if (Below(8) == 0) {
+                builder.Media("03wb", Fill(Below(700))); // booked on a track that is not its own
+            }
+        }
+        return builder;
+    }
+
+    std::vector<lxAviReadCore_KeyFrameEntry_t> TableOf(const Bytes& file, UInt8 option, UInt32 mask)
+    {
+        log.SetMask(mask);
+        if (Open(file, true, 1, kPlenty, option) != LX_OK || lxAviReadCore_ParseIndex(0) != LX_OK) {
+            return {};
+        }
+        std::vector<lxAviReadCore_KeyFrameEntry_t> table; // of files that are as odd as these nothing else is expected
+        for (UInt32 i = 0; i < Info().KeyFramesListAsArrayLength; ++i) {
+            const auto& leaf = *Info().KeyFramesListAsArray[i];
+            table.insert(table.end(), leaf.array, leaf.array + leaf.arrayLength);
+        }
+        return table;
+    }
+
+    void CheckMany(IndexKind eIndex, UInt8 option)
+    {
+        UInt32 placed = 0;
+        for (UInt32 seed = 0; seed < 150; ++seed) {
+            random.seed(seed);
+            AviBuilder builder = AnyFile(eIndex);
+            builder.eLayout = (option & LX_AVIREAD_FOLLOW_FORMAT) != 0 ? IxLayout::At32 : IxLayout::At36;
+            const Bytes file = builder.Build();
+            const auto told = TableOf(file, option, kTimesAndIndex);
+            const auto silent = TableOf(file, option, 0);
+            ASSERT_EQ(told.size(), silent.size()) << seed;
+            for (size_t i = 0; i < told.size(); ++i) {
+                ASSERT_EQ(std::memcmp(&told[i], &silent[i], sizeof told[i]), 0) << "seed " << seed << " entry " << i;
+                placed += i > 0 && told[i].audioChunkOffset[0] != told[0].audioChunkOffset[0] ? 1 : 0;
+            }
+        }
+        EXPECT_GT(placed, 1000u);
+    }
+};
+
+TEST_F(AudioPlacement, InSilenceIsThatWithMessages_Idx1) { CheckMany(IndexKind::Idx1Relative, 1); }
+TEST_F(AudioPlacement, InSilenceIsThatWithMessages_Idx1AndFormat)
+{
+    CheckMany(IndexKind::Idx1Relative, 1 | LX_AVIREAD_FOLLOW_FORMAT);
+}
+TEST_F(AudioPlacement, InSilenceIsThatWithMessages_OpenDml) { CheckMany(IndexKind::SuperStandard, 1); }
+TEST_F(AudioPlacement, InSilenceIsThatWithMessages_OpenDmlAndFormat)
+{
+    CheckMany(IndexKind::SuperStandard, 1 | LX_AVIREAD_FOLLOW_FORMAT);
+}
+
+// Two streams that share a track: how far one of them may go says nothing about the other, whose time has passed already.
+TEST_F(AudioPlacement, LooksAheadInOneStreamOnly)
+{
+    AviBuilder builder; // a frame every 40 ms; 160 bytes of sound are 10 ms, or of the third stream 160 seconds
+    builder.Add(VideoStream()).Add(PcmStream(8000)).Add(VideoStream());
+    builder.streams[2].format = builder.streams[1].format;
+    builder.streams[2].header.dwRate = 1;
+    builder.Frame(0, Fill(2), true).Audio(1, Fill(160)).Audio(1, Fill(160)).Audio(1, Fill(160));
+    builder.Media("02wb", Fill(160)).Audio(1, Fill(160)).Frame(0, Fill(2), true);
+    const Bytes file = builder.Build();
+    for (const UInt32 mask : {kTimesAndIndex, 0u}) {
+        const auto table = TableOf(file, 1, mask);
+        ASSERT_EQ(table.size(), 2u);
+        EXPECT_EQ(table[0].audioFrameNumber[0], 0u) << mask;
+        EXPECT_EQ(table[1].audioFrameNumber[0], 2u) << mask;
+    }
+}
+
+} // namespace
+} // namespace avitest
