@@ -123,5 +123,52 @@ TEST_F(AudioPlacement, LooksAheadInOneStreamOnly)
     }
 }
 
+// A ninth audio stream stays on the first track, by default, with a clock of its own.
+TEST_F(AudioPlacement, NineStreamsShareEightTracks)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream(10));
+    builder.avih.dwMicroSecPerFrame = 100000;
+    for (UInt32 stream = 0; stream < 9; ++stream) {
+        builder.Add(PcmStream(stream == 8 ? 2000 : 8000));
+    }
+    for (UInt32 frame = 0; frame < 100; ++frame) {
+        builder.Frame(0, Fill(2), frame % 10 == 0).Audio(1, Fill(800));
+        if (frame % 10 == 5) {
+            builder.Audio(9, Fill(400));
+        }
+    }
+    const Bytes file = builder.Build();
+    const auto told = TableOf(file, 1, kTimesAndIndex);
+    const auto silent = TableOf(file, 1, 0);
+    ASSERT_EQ(told.size(), 10u);
+    ASSERT_EQ(silent.size(), 10u);
+    for (size_t i = 0; i < told.size(); ++i) {
+        EXPECT_EQ(told[i].audioFrameNumber[0], silent[i].audioFrameNumber[0]) << i;
+    }
+}
+
+// A caller may go on from a chunk of which none was counted: the key frames before it are due all the same.
+TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true);
+    builder.streams[1].header.dwStart = 1; // chunk: behind the first key frame
+    log.SetMask(0);
+    OpenIndexed(builder);
+    Bytes batch(18000);
+    LendBuffer(batch);
+    Info().uiMaxRecordsInBuffer = 1;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MediaItems()[0].uiOffset + 8, SEEK_SET), 1);
+    lxAvi2ReadCore_AudioIndexState_t state = {};
+    state.bHaveChunk = 1;
+    state.lastChunkOffset = 777;
+    lxAviReadCore_KeyFramePosition_t cursor = {0, 0, 0, 1};
+    UInt32 cursorTime = 0;
+    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime), LX_OK);
+    EXPECT_EQ(cursor.itemNr, 1u);
+    EXPECT_EQ(Entry(0, 0).audioChunkOffset[0], 777u);
+}
+
 } // namespace
 } // namespace avitest

@@ -121,5 +121,18 @@ TEST_F(BufferedRead, APayloadLargerThanTheBufferIsReadWhole)
     EXPECT_EQ(Next().payload, Fill(3));
 }
 
+// Before the first read stdio has no buffer yet.
+TEST_F(BufferedRead, ReadingNothingTouchesNothing)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream()).Frame(0, Fill(2), true);
+    Faults().SetBuffered(true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, SEEK_SET), 1);
+    UInt32 word = 0x12345678;
+    EXPECT_EQ(lxAviReadCore_FileRead(&Info(), &word, 0), LX_OK);
+    EXPECT_EQ(word, 0x12345678u);
+}
+
 } // namespace
 } // namespace avitest

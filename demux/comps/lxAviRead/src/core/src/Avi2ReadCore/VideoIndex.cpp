@@ -37,10 +37,9 @@ UInt32 FillFromChunk(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk,
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-    return ForEachEntry<OpenDmlDecoder>(pAviInfo,
-                        OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
-                                   chunk.header.qwBaseOffset, EntryKind::MainVideo),
-                        filler);
+    const IndexRun run = OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
+                                    chunk.header.qwBaseOffset, EntryKind::MainVideo);
+    return ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler);
 }
 
 void LogLeafs(const lxAviReadCore_AviInfo_t* pAviInfo)
@@ -78,10 +77,9 @@ UInt32 lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ForEachEntry<OpenDmlDecoder>(pAviInfo,
-                                                OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse,
-                                                           pCommon->dwChunkId, qwBaseOffset, EntryKind::MainVideo),
-                                                filler)));
+    const IndexRun run = OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, pCommon->dwChunkId,
+                                    qwBaseOffset, EntryKind::MainVideo);
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler)));
     filler.Builder().Finish();
     const UInt32 leafs = pAviInfo->KeyFramesListAsArrayLength;
     LX_LOG(kLevelIndex, "\tNumber of key frames =%d",
@@ -125,10 +123,9 @@ UInt32 lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInf
     }
     KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
     filler.Resume(*pLeafNumber, *pFrameNumber, *pSkipCounter);
-    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo,
-                                       OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset,
-                                                  EntryKind::MainVideo),
-                                       filler);
+    const IndexRun run =
+        OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset, EntryKind::MainVideo);
+    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler);
     *pFrameNumber = filler.FrameNumber();
     *pSkipCounter = filler.SkipCounter();
     *pLeafNumber = filler.Builder().LeafNr();

@@ -19,7 +19,7 @@ const char* WantedText(const char* pMessage)
 
 namespace {
 
-// A message in full. Texts are short, and so is what stands for each of their at most 16 arguments.
+// A message in full: its text, and 16 numbers at most or the words of an announced call in their place.
 struct Message {
     char text[kLongestText + 16 * 20];
 };

@@ -85,8 +85,8 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, voi
                 *pLeft = left - static_cast<UInt32>(got);
             }
             // Quirk Q05: the message names the read error, the result is the end of the file.
-            LX_LOG_TEXT(TextOf(family.texts, ReadText::EndOfFile), LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
-                   left);
+            LX_LOG_TEXT(TextOf(family.texts, ReadText::EndOfFile), LX_ERR_AVIREAD_READ,
+                        static_cast<Int32>(LX_ERR_AVIREAD_READ), left);
             return LX_ERR_AVIREAD_EOF;
         }
         // Quirk Q06: bytes received are applied as words

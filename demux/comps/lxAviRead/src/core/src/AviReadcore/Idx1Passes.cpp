@@ -170,7 +170,7 @@ private:
     void Log(const char* pText, UInt32 itemNr, UInt32 track, const Entry& entry) const
     {
         LX_LOG_TEXT(pText, itemNr, track, entry.audioFrameNumber[track],
-               LX_HILO(entry.audioChunkOffset[track]), LX_HILO(entry.audioBytePosition[track]));
+                    LX_HILO(entry.audioChunkOffset[track]), LX_HILO(entry.audioBytePosition[track]));
     }
 
     [[gnu::cold]] void GiveLatestChunks(Entry& entry)
@@ -227,7 +227,7 @@ IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 ba
             .pBatchFailedText = Null};
 }
 
-UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogged, Idx1Survey& survey)
+UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogRecords, Idx1Survey& survey)
 {
     RecordLog log;
     Idx1Survey found;
@@ -237,7 +237,7 @@ UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool b
             found.uiFirstOffset = entry.uiOffset;
         }
         found.counter(entry);
-        if (bLogged) {
+        if (bLogRecords) {
             log(entry);
         }
     };

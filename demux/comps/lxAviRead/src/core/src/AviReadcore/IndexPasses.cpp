@@ -101,7 +101,7 @@ void ForgetIndexSurvey() { s_survey = {}; }
 
 KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TextList texts, UInt32 skipKey)
     : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey),
-      m_bEveryFrame(s_survey.eRule != KeyFrameRule::Flag || IsLogged(kLevelIndex))
+      m_bLookAtEveryFrame(s_survey.eRule != KeyFrameRule::Flag || IsLogged(kLevelIndex))
 {
 }
 
@@ -210,14 +210,15 @@ void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32
 
 void AudioPlacer::LogStored(const Position& position) const
 {
-    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Stored), m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
-           LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
+    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Stored), m_uiTrack, position.leafNr, position.itemNr,
+                m_state.chunkCount - 1, LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
 }
 
 void AudioPlacer::LogMoved(const Position& before) const
 {
-    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Moved), before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
-           before.valid, m_cursor.leafNr, m_cursor.itemNr, static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
+    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Moved), before.leafNr, before.itemNr,
+                static_cast<UInt32>(before.Offset), before.valid, m_cursor.leafNr, m_cursor.itemNr,
+                static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
 }
 
 // Moves on to the next key frame and its time. Behind the last one the cursor is no more, and rests on the first.
@@ -252,8 +253,8 @@ void AudioPlacer::Place()
 }
 
 // Finds out how far the track can go before its time can have passed the cursor's: to where the time would be the
-// cursor's if it went on as until now, provided that it really is no later there. Time never runs backwards, as long as
-// the count of chunks does not wrap, so that nothing in between needs to be asked.
+// cursor's if it went on as until now, provided that it really is no later there. The time of a stream never runs
+// backwards, as long as the count of chunks does not wrap, so that nothing of it in between needs to be asked.
 void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);
@@ -288,7 +289,7 @@ void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
     LookAhead(entry.uiStreamNr, bytePosition, time);
 }
 
-// Messages tell the time of every chunk, and of no other place.
+// Where messages are wanted, the time of every chunk is, and no other.
 bool AudioPlacer::NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const
 {
     const bool bWithinReach = entry.uiStreamNr == m_reach.uiStreamNr && m_state.chunkCount <= m_reach.uiChunks &&

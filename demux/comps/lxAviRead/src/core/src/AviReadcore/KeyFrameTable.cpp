@@ -166,10 +166,12 @@ void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace t
 {
     if (pAviInfo->KeyFramesListAsArray != Null) {
         for (UInt32 i = 0; i < s_uiOwnedLeafs; ++i) {
-            TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]"), pAviInfo->KeyFramesListAsArray[i]);
+            TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]"),
+                         pAviInfo->KeyFramesListAsArray[i]);
         }
         FreeLeafs(pAviInfo->KeyFramesListAsArray, s_uiOwnedLeafs);
-        TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray"), pAviInfo->KeyFramesListAsArray);
+        TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray"),
+                     pAviInfo->KeyFramesListAsArray);
         std::free(pAviInfo->KeyFramesListAsArray);
     }
     pAviInfo->KeyFramesListAsArray = Null;

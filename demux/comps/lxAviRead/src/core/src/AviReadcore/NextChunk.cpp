@@ -31,13 +31,13 @@ constexpr const char* kDrmSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChu
 constexpr const char* kDrmText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding wDrmKeyNr at line:%d");
 constexpr const char* kSizeText = LX_TEXT(kLevelError, "lxAviReadCore_NextChunk : Error reding size at line:%d");
 
-// Every failure of a header read is the same to the caller, the end of the file and an abort included.
 [[gnu::cold, gnu::noinline]] UInt32 ReportFailedRead(const char* pErrorText, int line)
 {
     LX_LOG_TEXT(pErrorText, line);
     return LX_ERR_AVIREAD_READ;
 }
 
+// Every failure of a header read is the same to the caller, the end of the file and an abort included.
 template <typename Record>
 UInt32 ReadHeaderPart(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pErrorText, int line)
 {
@@ -274,7 +274,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     }
     const char twocc[] = {static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'};
     LX_LOG_OFTEN(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", twocc, HighHalf(id), id,
-           static_cast<UInt32>(pAviInfo->CurrentOffset));
+                 static_cast<UInt32>(pAviInfo->CurrentOffset));
     return LX_OK;
 }
 
@@ -352,7 +352,7 @@ UInt32 NextChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChun
         LX_AVIREAD_TRY(ExecuteJump(pAviInfo, pJumped));
     }
     LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
-           LX_HILO(pAviInfo->moviSize));
+                 LX_HILO(pAviInfo->moviSize));
     UInt32 id = 0;
     LX_AVIREAD_TRY(FindMediaCode(pAviInfo, id));
     if (HighHalf(id) == TwoCC("dd")) {

@@ -52,7 +52,7 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTab
                found.valid == 1 ? "Is a key frame" : "Is not a key frame");
     } else {
         LX_LOG_OFTEN(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
-               found.valid == 1 ? "is a video K F" : "is not K F");
+                     found.valid == 1 ? "is a video K F" : "is not K F");
     }
     return found;
 }
@@ -121,7 +121,7 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
         return NumberFrame(pChunk, pFound->videoFrameNumber);
     }
     LX_LOG_OFTEN(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
-           LX_HILO(pAviInfo->CurrentOffset));
+                 LX_HILO(pAviInfo->CurrentOffset));
     return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
 }
 
@@ -133,7 +133,7 @@ UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
     const Entry* pFound = Null;
     const UInt32 result = MeetFrame(pAviInfo, table, pChunk, bJumped, found, pFound);
     LX_LOG_OFTEN(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
-           found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
+                 found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
     return result != LX_OK ? result : ApplySyncRule(pAviInfo, table, pChunk, pFound);
 }
 
@@ -150,7 +150,7 @@ UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead
                         UInt32 audioTrackNumber)
 {
     LX_LOG_OFTEN(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
-           pChunk->uiStreamNr);
+                 pChunk->uiStreamNr);
     if (track < LX_AVIREAD_AUDIO_TRACKS) {
         CountAudio(track, pChunk->uiSize);
     }
@@ -277,7 +277,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
     LX_LOG_OFTEN(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
-           chunkData->uiSize, audioTrackNumber);
+                 chunkData->uiSize, audioTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
     UInt32 result = LX_OK;
     if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {

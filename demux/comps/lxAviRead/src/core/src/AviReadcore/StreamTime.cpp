@@ -32,7 +32,7 @@ UInt32 MicroSecPerFrame()
 void LogTime(const char* pText, const StreamPosition& position, UInt32 time)
 {
     LX_LOG_TEXT(pText, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
-           MicroSecPerFrame(), time);
+                MicroSecPerFrame(), time);
 }
 
 UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)

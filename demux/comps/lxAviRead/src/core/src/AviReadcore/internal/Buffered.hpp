@@ -1,8 +1,8 @@
-// What stdio has read ahead. A read that finds all its bytes there takes them as `fread` would, to the same effect on the
-// stream, in a few instructions where `fread` takes a hundred: headers are two words, and many payloads hardly more.
+// What stdio has read ahead. A read that finds all its bytes there takes them as `fread` would, to the same effect on
+// the stream, in a few instructions where `fread` takes a hundred: headers are two words, and many payloads hardly more.
 //
-// The C library keeps its read pointers in the open for its own inline functions; where it does not, nothing ever counts
-// as read ahead, and every read goes through `fread`.
+// The C library keeps its read pointers in the open for its own inline functions; where it does not, nothing ever
+// counts as read ahead, and every read goes through `fread`.
 
 #pragma once
 
@@ -19,7 +19,7 @@
 
 namespace lxAviReadCore {
 
-#if defined(__GLIBC__) && !defined(LX_AVIREAD_CLOSED_STREAMS)
+#if defined(__GLIBC__) && !defined(__UCLIBC__) && !defined(LX_AVIREAD_CLOSED_STREAMS)
 
 inline size_t BufferedBytes(const FILE* pFile)
 {
@@ -45,10 +45,10 @@ inline void PassBuffered(FILE*, size_t) {}
 
 #endif
 
-// Reads `bytes` if all of them are buffered.
+// Reads `bytes` if there are any and all of them are buffered.
 inline bool TakeBuffered(FILE* pFile, void* pBuffer, size_t bytes)
 {
-    if (pFile == Null || BufferedBytes(pFile) < bytes) {
+    if (pFile == Null || bytes == 0 || BufferedBytes(pFile) < bytes) {
         return false;
     }
     std::memcpy(pBuffer, BufferedAt(pFile), bytes);

@@ -76,11 +76,11 @@ struct Name {
     char text[kLongestText];
 };
 
-// A call's source text without its arguments.
+// The function in a call's source text.
 constexpr Name CalleeOf(const char* pCall)
 {
     Name name = {};
-    for (size_t i = 0; pCall[i] != '(' && pCall[i] != '\0'; ++i) {
+    for (size_t i = 0; pCall[i] != '(' && pCall[i] != '<' && pCall[i] != '\0'; ++i) {
         name.text[i] = pCall[i];
     }
     return name;
@@ -91,7 +91,7 @@ constexpr Name CalleeOf(const char* pCall)
 // The two arguments of "%d.%d" for a 64-bit value: high word, low word.
 #define LX_HILO(value) static_cast<UInt32>(static_cast<UInt64>(value) >> 32), static_cast<UInt32>(value)
 
-// Here.
+// The place of the line that it stands in.
 #define LX_AVIREAD_PLACE ::lxAviReadCore::PlaceAt(LX_AVIREAD_MODULE, __LINE__)
 
 // Prints a message; the arguments are not evaluated while the level is off. The compiler checks them against the format
@@ -122,7 +122,11 @@ constexpr Name CalleeOf(const char* pCall)
     } while (0)
 
 // The same about a name that the caller has given.
-#define LX_LOG_NAME(level, text, name) ::lxAviReadCore::SayOf(LX_TEXT(level, text), name)
+#define LX_LOG_NAME(level, text, name)                                                                                \
+    do {                                                                                                              \
+        ::lxAviReadCore::SayOf(LX_TEXT(level, text), name);                                                           \
+        LX_CHECK_FORMAT(text, name);                                                                                  \
+    } while (0)
 
 #define LX_CHECK_FORMAT(...)                                                                                          \
     do {                                                                                                              \
@@ -135,8 +139,8 @@ constexpr Name CalleeOf(const char* pCall)
 #define LX_ASSERT(holds, condition, text, ...)                                                                        \
     do {                                                                                                              \
         if (!(holds)) {                                                                                               \
-            ::lxAviReadCore::ReportAssertion(LX_WORDS(condition), LX_AVIREAD_PLACE,                                 \
-                                             LX_WORDS(text) __VA_OPT__(, ) __VA_ARGS__);                            \
+            ::lxAviReadCore::ReportAssertion(LX_WORDS(condition), LX_AVIREAD_PLACE,                                   \
+                                             LX_WORDS(text) __VA_OPT__(, ) __VA_ARGS__);                              \
         }                                                                                                             \
         LX_CHECK_FORMAT(text __VA_OPT__(, ) __VA_ARGS__);                                                             \
     } while (0)
@@ -146,7 +150,7 @@ constexpr Name CalleeOf(const char* pCall)
 
 // The same, announced in the system's words.
 #define LX_AVIREAD_CALL_AS(text, expr)                                                                                \
-    (::lxAviReadCore::AnnounceCall(LX_WORDS(text), LX_WORDS(__func__), LX_AVIREAD_PLACE),                         \
+    (::lxAviReadCore::AnnounceCall(LX_WORDS(text), LX_WORDS(__func__), LX_AVIREAD_PLACE),                             \
      ::lxAviReadCore::ReportCall((expr), LX_AVIREAD_PLACE))
 
 // Leaves the function with the code of `expr` unless it is LX_OK.

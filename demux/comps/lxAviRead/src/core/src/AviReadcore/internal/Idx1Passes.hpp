@@ -29,7 +29,8 @@ struct Idx1Survey {
 };
 
 // The first pass: counts. Every record is told of where that is wanted.
-[[nodiscard]] UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogged, Idx1Survey& survey);
+[[nodiscard]] UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogRecords,
+                                Idx1Survey& survey);
 
 // The second pass: stores the key frames.
 [[nodiscard]] UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, KeyFrameFiller& filler);

@@ -160,7 +160,7 @@ public:
             m_bDrmPending = false;
             return Null;
         }
-        if (entry.eKind == EntryKind::MainVideo && !m_bEveryFrame && !entry.bKeyFrame) {
+        if (entry.eKind == EntryKind::MainVideo && !m_bLookAtEveryFrame && !entry.bKeyFrame) {
             CountPayload(m_pAviInfo, entry);
             PassOn();
             return Null;
@@ -187,7 +187,7 @@ private:
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
-    bool m_bEveryFrame; // is looked at: it may be a key frame without the flag, or is logged
+    bool m_bLookAtEveryFrame; // it may be a key frame without the flag, or is to be told of
     UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
     UInt32 m_uiFrameNumber = 0;
     UInt64 m_uiDrmOffset = 0; // of the "dd" chunk before the next frame
@@ -200,6 +200,7 @@ using AudioState = lxAvi2ReadCore_AudioIndexState_t;
 // Gives every key frame the audio chunk of one track that plays at its time.
 class AudioPlacer {
 public:
+    // Before the first chunk. Not a constructor: the placers of all tracks are an array.
     void Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts);
     // Continues where another run has ended.
     void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime);
@@ -215,9 +216,11 @@ public:
     UInt32 CursorTime() const { return m_uiCursorTime; }
 
 private:
+    static constexpr UInt32 kNoStream = 0xFFFFFFFF;
+
     // How far into a track a chunk of a stream is.
     struct Reach {
-        UInt32 uiStreamNr = 0;
+        UInt32 uiStreamNr = kNoStream;
         UInt32 uiChunks = 0;
         UInt64 uiBytes = 0;
     };

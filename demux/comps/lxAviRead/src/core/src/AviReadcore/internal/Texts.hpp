@@ -87,6 +87,8 @@ struct PackedText {
     char bytes[kSize];
 };
 
+void ATextIsAscii(); // not for the compiler to call: a text that is not does not compile
+
 // For every character of a text, what the shortest way from there to the end takes first.
 struct Packing {
     UInt8 codes[kLongestText + 1]; // 0: the character itself
@@ -98,6 +100,9 @@ struct Packing {
         constexpr PhraseTable kTable;
         size_t sizes[kLongestText + 1] = {}; // a longer text does not compile
         for (size_t at = LengthOf(pText); at-- > 0;) {
+            if (static_cast<UInt8>(pText[at]) >= kFirstPhrase) {
+                ATextIsAscii();
+            }
             lengths[at] = 1;
             sizes[at] = sizes[at + 1] + 1;
             for (size_t i = 0; i < PhraseTable::kPhraseCount; ++i) {
