@@ -149,7 +149,7 @@ Bool lxAviReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->pFile != Null && feof(pAviInfo->pFile) != 0 ? 1 : 0;
 }
 
-void lxAviReadCore_GetFilePosition(UInt64* pPosition)
+[[gnu::cold]] void lxAviReadCore_GetFilePosition(UInt64* pPosition)
 {
     LX_ASSERT(pPosition != Null, "pPosition!= Null",
               "Parameter for lxAviReadCore_GetFilePosition shouldn't be a null pointer");

@@ -118,7 +118,7 @@ UInt32 lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt
     return LX_OK;
 }
 
-UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
+[[gnu::cold]] UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),

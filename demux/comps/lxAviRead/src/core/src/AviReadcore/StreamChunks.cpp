@@ -241,7 +241,7 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
 
 using namespace lxAviReadCore;
 
-UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
+[[gnu::cold]] UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
                                               UInt32 subtitleTrackNumber)
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);

@@ -168,7 +168,7 @@ public:
         return TakeAny(entry);
     }
 
-    void operator()(const IndexEntry& entry) { Take(entry); }
+    [[gnu::always_inline]] void operator()(const IndexEntry& entry) { Take(entry); }
 
 private:
     // On to the next frame of the main video stream.
