@@ -1,5 +1,5 @@
-// Logging and assertions of the reader: messages that cost one test when they are off, checked
-// calls that report a failed code in the system's words and hand it on.
+// Logging and assertions of the reader: messages that cost one test when they are off, checked calls that report a
+// failed code in the system's words and hand it on.
 
 #pragma once
 
