@@ -33,7 +33,8 @@ using MakeContender = std::function<std::unique_ptr<Contender>()>;
 
 struct Case {
     std::string name;
-    MakeContender reader, limit, peer; // empty: there is none
+    MakeContender reader, limit, peer;
+    double seconds = 0.1; // that one repetition takes at least
 };
 
 // All cases, in the order of the table.

@@ -25,10 +25,11 @@ void Measure(benchmark::State& state, const bench::MakeContender& make)
     state.SetItemsProcessed(static_cast<std::int64_t>(items));
 }
 
-void Register(const std::string& name, const bench::MakeContender& make)
+void Register(const std::string& name, const bench::MakeContender& make, double seconds)
 {
     benchmark::RegisterBenchmark(name.c_str(), [make](benchmark::State& state) { Measure(state, make); })
         ->UseRealTime()
+        ->MinTime(seconds)
         ->Unit(benchmark::kMicrosecond);
 }
 
@@ -39,10 +40,10 @@ int main(int argc, char** argv)
     try {
         benchmark::Initialize(&argc, argv);
         for (const bench::Case& one : bench::Cases()) {
-            Register(one.name + "/reader", one.reader);
-            Register(one.name + "/limit", one.limit);
+            Register(one.name + "/reader", one.reader, one.seconds);
+            Register(one.name + "/limit", one.limit, one.seconds);
             if (bench::HasPeer()) {
-                Register(one.name + "/peer", one.peer);
+                Register(one.name + "/peer", one.peer, one.seconds);
             }
         }
         benchmark::RunSpecifiedBenchmarks();
