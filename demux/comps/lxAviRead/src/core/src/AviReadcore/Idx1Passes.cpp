@@ -104,11 +104,13 @@ class AudioByTrack {
 public:
     [[gnu::cold]] explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
     {
-        for (UInt32 track = 0; track < LX_AVIREAD_AUDIO_TRACKS; ++track) {
-            m_placers[track].Begin(pAviInfo, track, kIdx1PlacerTexts);
+        UInt32 nextTrack = 0;
+        for (AudioPlacer& placer : m_placers) {
+            placer.Begin(pAviInfo, nextTrack++, kIdx1PlacerTexts);
         }
-        for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
-            m_trackOfStream[i] = IndexedTrackOf(pAviInfo, i);
+        UInt32 nextStream = 0;
+        for (UInt32& track : m_trackOfStream) {
+            track = IndexedTrackOf(pAviInfo, nextStream++);
         }
     }
 
@@ -117,7 +119,7 @@ public:
         if (entry.eKind != EntryKind::Audio) {
             return;
         }
-        const UInt32 track = entry.uiStreamNr < LX_AVIREAD_STREAMS ? m_trackOfStream[entry.uiStreamNr] : kNoTrack;
+        const UInt32 track = m_trackOfStream[std::min<UInt32>(entry.uiStreamNr, LX_AVIREAD_STREAMS)];
         if (track >= LX_AVIREAD_AUDIO_TRACKS) {
             LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
             return;
@@ -134,7 +136,7 @@ public:
 
 private:
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
-    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS];
+    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS + 1]; // the last one stands for all numbers that no stream has
 };
 
 // ---- Single pass ----
