@@ -170,5 +170,64 @@ TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
     EXPECT_EQ(Entry(0, 0).audioChunkOffset[0], 777u);
 }
 
+// Where a caller goes on, the cursor and its time count.
+TEST_F(AudioPlacement, GoesOnFromTheCursorGiven)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true).Frame(0, Fill(2), true);
+    builder.streams[1].header.dwStart = 1;
+    log.SetMask(0);
+    OpenIndexed(builder);
+    Bytes batch(18000);
+    LendBuffer(batch);
+    Info().uiMaxRecordsInBuffer = 1;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MediaItems()[0].uiOffset + 8, SEEK_SET), 1);
+    lxAvi2ReadCore_AudioIndexState_t state = {};
+    state.bHaveChunk = 1;
+    lxAviReadCore_KeyFramePosition_t cursor = {0, 1, 0, 1};
+    UInt32 cursorTime = 1000000; // far ahead: nothing is due
+    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime), LX_OK);
+    EXPECT_EQ(cursor.itemNr, 1u);
+    EXPECT_EQ(cursorTime, 1000000u);
+}
+
+// Without a flag in the index the first frame is the key frame, and of some codecs every frame: in silence, too.
+TEST_F(AudioPlacement, KeyFramesWithoutFlagsAreFoundInSilence)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream());
+    for (UInt32 frame = 0; frame < 5; ++frame) {
+        builder.Frame(0, Fill(2), false);
+    }
+    EXPECT_EQ(TableOf(builder.Build(), 1 | LX_AVIREAD_FOLLOW_FORMAT, 0).size(), 1u);
+    lxAviRead_StrfVideo_t format = {};
+    format.biSize = sizeof format;
+    format.biCompression = Code("MJPG");
+    builder.streams[0].format = AsBytes(format);
+    EXPECT_EQ(TableOf(builder.Build(), 1 | LX_AVIREAD_FOLLOW_FORMAT, 0).size(), 5u);
+}
+
+// A batch that an abort has kept from being read is not taken for another one.
+TEST_F(AudioPlacement, AnAbortedBatchIsNobodys)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream());
+    for (UInt32 frame = 0; frame < 6; ++frame) {
+        builder.Frame(0, Fill(10), true);
+    }
+    OpenIndexed(builder);
+    Bytes batch(18000);
+    LendBuffer(batch);
+    Info().uiMaxRecordsInBuffer = 2;
+    Info().StreamInfo[0]->uiStreamSize = 0;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, SEEK_SET), 1);
+    UInt32 reads = 0;
+    Faults().onRead = [&](UInt64) { Info().bAbort = ++reads == 2 ? 1 : 0; };
+    EXPECT_EQ(lxAviReadCore_ParseIndex_Video(0, &Info(), 6 * 16, 1, 1), LX_ERR_AVIREAD_ABORTED);
+    Faults().onRead = nullptr;
+    Info().bAbort = 0;
+    EXPECT_EQ(Info().StreamInfo[0]->uiStreamSize, 20u);
+}
+
 } // namespace
 } // namespace avitest
