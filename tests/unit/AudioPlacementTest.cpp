@@ -74,6 +74,18 @@ protected:
         return table;
     }
 
+    // Opens a file with its table, and goes to the first frame's payload: a record of a chunk of no byte.
+    void StandAtARecord(AviBuilder& builder)
+    {
+        log.SetMask(0);
+        OpenIndexed(builder);
+        LendBuffer(batch);
+        Info().uiMaxRecordsInBuffer = 1;
+        ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MediaItems()[0].uiOffset + 8, SEEK_SET), 1);
+    }
+
+    Bytes batch = Bytes(18000);
+
     void CheckMany(IndexKind eIndex, UInt8 option)
     {
         UInt32 placed = 0;
@@ -154,12 +166,7 @@ TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
     AviBuilder builder;
     builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true);
     builder.streams[1].header.dwStart = 1; // chunk: behind the first key frame
-    log.SetMask(0);
-    OpenIndexed(builder);
-    Bytes batch(18000);
-    LendBuffer(batch);
-    Info().uiMaxRecordsInBuffer = 1;
-    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MediaItems()[0].uiOffset + 8, SEEK_SET), 1);
+    StandAtARecord(builder);
     lxAvi2ReadCore_AudioIndexState_t state = {};
     state.bHaveChunk = 1;
     state.lastChunkOffset = 777;
@@ -176,12 +183,7 @@ TEST_F(AudioPlacement, GoesOnFromTheCursorGiven)
     AviBuilder builder;
     builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true).Frame(0, Fill(2), true);
     builder.streams[1].header.dwStart = 1;
-    log.SetMask(0);
-    OpenIndexed(builder);
-    Bytes batch(18000);
-    LendBuffer(batch);
-    Info().uiMaxRecordsInBuffer = 1;
-    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MediaItems()[0].uiOffset + 8, SEEK_SET), 1);
+    StandAtARecord(builder);
     lxAvi2ReadCore_AudioIndexState_t state = {};
     state.bHaveChunk = 1;
     lxAviReadCore_KeyFramePosition_t cursor = {0, 1, 0, 1};
@@ -216,7 +218,6 @@ TEST_F(AudioPlacement, AnAbortedBatchIsNobodys)
         builder.Frame(0, Fill(10), true);
     }
     OpenIndexed(builder);
-    Bytes batch(18000);
     LendBuffer(batch);
     Info().uiMaxRecordsInBuffer = 2;
     Info().StreamInfo[0]->uiStreamSize = 0;
