@@ -1,5 +1,6 @@
-# What can be chosen, and what every target is compiled with.
+# The options of the build, and the compiler options of all targets.
 
+option(LXAVIREAD_MESSAGES "Build the messages into the library; assertions are always there" ON)
 option(LXAVIREAD_TOOLS "Build the command-line tool" ON)
 option(LXAVIREAD_TESTS "Build the tests" ON)
 option(LXAVIREAD_DISCOVER_TESTS "Make every test a test of ctest" ON)
@@ -33,7 +34,8 @@ if(LXAVIREAD_SANITIZERS)
   add_link_options(-fsanitize=${LXAVIREAD_SANITIZERS})
 endif()
 
-# The driver that links programs in C: checks for undefined behaviour in the libraries below them are of the C++ run-time library.
+# The compiler that links C programs. With checks for undefined behaviour it is the C++ compiler, because these checks
+# in the libraries need the C++ run-time library.
 set(LXAVIREAD_C_LINKER C)
 if(LXAVIREAD_SANITIZERS MATCHES undefined)
   set(LXAVIREAD_C_LINKER CXX)

@@ -1,4 +1,4 @@
-# Debian's cross compiler; the programs run under user-mode emulation.
+# Debian's cross compiler. The programs run under user-mode emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mips)
 set(CMAKE_C_COMPILER mipsel-linux-gnu-gcc)

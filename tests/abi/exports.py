@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The library exports what its header declares, and nothing else. Usage: exports.py LIBRARY HEADER"""
+"""Checks that the library exports exactly the names that its header declares. Usage: exports.py LIBRARY HEADER"""
 
 import re
 import subprocess

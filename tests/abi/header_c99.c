@@ -1,4 +1,4 @@
-/* The public header in C99: it compiles alone, and a program can be written against it. */
+/* Checks that the public header compiles alone in C99, and that a program can call the library. */
 #include "lxAviRead.h"
 
 int main(void)
@@ -7,7 +7,7 @@ int main(void)
     Bool jumped = 0;
     Bool allIndexed = 0;
     if (lxalAviRead_FileSeekPossible != 0) {
-        return 1; /* 0 before the first Reset or Open */
+        return 1; /* lxalAviRead_FileSeekPossible has to be 0 before the first Reset or Open */
     }
     if (videoTrackNumber != 0 || lxalAviRead_VideoFrame != 0 || lxalAviRead_AudioFrame[7] != 0) {
         return 2;

@@ -1,4 +1,4 @@
-// The public header in C++: it compiles alone, and the names have C linkage.
+// Checks that the public header compiles alone in C++, and that the names have C linkage.
 #include "lxAviRead.h"
 
 #include <type_traits>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The library needs exactly these libraries at load time. Usage: needed.py LIBRARY NAME …"""
+"""Checks that the library needs exactly these libraries at load time. Usage: needed.py LIBRARY NAME …"""
 
 import re
 import subprocess

@@ -1,8 +1,8 @@
-/* A player in C over the files that are named, for tools that want every library of a program instrumented: it stands on
- * the core and the C library alone, and brings a debug library that formats every message into nothing.
+/* A player in C for the files on its command line, for tools that need every library of a program instrumented. It uses
+ * only the core and the C library. Its own debug library formats every message and drops the text.
  *
- * Each file is read as it stands and with the format followed: opened, indexed, played, sought and stepped through. The
- * sum over everything that was delivered is printed, so that nothing uninitialised can be computed unseen. */
+ * The player opens, indexes and plays each file, seeks and steps in it, in default mode and in format mode. It prints a
+ * checksum of all delivered data, so the tool sees every use of uninitialised memory. */
 #include "lxAviRead.h"
 #include "lxDbg.h"
 

@@ -1,4 +1,4 @@
-// The oddities that are kept, one test each: it fails when somebody repairs the oddity. doc/quirks.md tells of them.
+// One test for each oddity of default mode. The test fails when somebody repairs the oddity. See doc/quirks.md.
 
 #include "ReaderTest.hpp"
 
@@ -13,7 +13,7 @@ protected:
 
     Quirks() { builder.Add(VideoStream()).Add(PcmStream()); }
 
-    // `count` frames of 10 bytes, a key frame every `step`; 40 ms of audio before each.
+    // Adds `count` frames of 10 bytes with 40 ms of audio before each frame; every `step`-th frame is a key frame.
     void AddMedia(UInt32 count, UInt32 step)
     {
         for (UInt32 i = 0; i < count; ++i) {
@@ -49,7 +49,7 @@ TEST_F(Quirks, Quirk_Q01_LettersInStreamNumbersWeighTen)
     using lxAviReadCore::TwoCC;
     EXPECT_EQ(StreamNumber(TwoCC("0A")), 10);
     EXPECT_EQ(StreamNumber(TwoCC("10")), 10);
-    EXPECT_EQ(StreamNumber(TwoCC("1A")), 20); // and not 26
+    EXPECT_EQ(StreamNumber(TwoCC("1A")), 20); // not 26
     EXPECT_EQ(StreamNumber(TwoCC("A0")), 100);
 }
 
@@ -148,7 +148,8 @@ TEST_F(Quirks, Quirk_Q10_UnknownChunksBeforeTheMediaDataAreNotCounted)
 TEST_F(Quirks, Quirk_Q11_TheRestOfAnOdmlListIsWalkedOneLevelUp)
 {
     builder.Frame(0, Fill(4), true);
-    // The second chunk of the list is an avih of the wrong size: as a chunk of the header list it is refused.
+    // The second chunk of the odml list is an avih of a wrong size. The reader refuses it, because it treats it as a
+    // chunk of the header list.
     builder.inHeaderList = List("odml", Chunk("dmlh", U32(1)) + Chunk("avih", Fill(8))) + Chunk("JUNK", Fill(64));
     EXPECT_EQ(Open(builder), LX_ERR_AVIREAD_NOT_AVI);
 }
@@ -179,7 +180,7 @@ TEST_F(Quirks, Quirk_Q13_ANinthAudioStreamStaysOnTrackZero)
 
 TEST_F(Quirks, Quirk_Q14_AnIndexChunkEndsItsStreamList)
 {
-    // Read in the stream list, the second header would change the stream's rate.
+    // If the reader read the second header as part of the stream list, the stream's rate would change.
     Stream other = VideoStream(99);
     builder.streams[0].extra = Chunk("indx", U16(4) + Bytes{0, 0} + U32(0) + Text("00dc") + Fill(12)) +
                                Chunk("strh", AsBytes(other.header));
@@ -193,7 +194,7 @@ TEST_F(Quirks, Quirk_Q15_AudioFrameSizesDivideFirst)
     AviBuilder ac3;
     ac3.Add(Ac3Stream(24000)); // 48000 samples a second: 1536 / 48000 is 0
     ASSERT_EQ(Open(ac3), LX_OK);
-    EXPECT_EQ(Info().StreamInfo[0]->iFrameSize, 0); // and not 768
+    EXPECT_EQ(Info().StreamInfo[0]->iFrameSize, 0); // not 768
 }
 
 TEST_F(Quirks, Quirk_Q16_TheStreamDataMessagePrints40)
@@ -228,7 +229,7 @@ TEST_F(Quirks, Quirk_Q19_TheLastFourBytesOfAPlainListAreOutOfReach)
         one.Add(VideoStream()).Frame(0, Fill(8), true).Frame(0, Fill(size), false);
         ASSERT_EQ(Open(one), LX_OK);
         Position();
-        EXPECT_EQ(All().size(), size < 4 ? 2u : 3u) << size; // the end included
+        EXPECT_EQ(All().size(), size < 4 ? 2u : 3u) << size; // this number includes the end
     }
 }
 
@@ -243,7 +244,7 @@ TEST_F(Quirks, Quirk_Q20_NoSecondRoomTestInTheNextList)
     Position();
     Info().bAbsoluteOffsets = 1;
     Info().CurrentOffset = Info().moviOffset;
-    EXPECT_EQ(Next().payload, Fill(16, 4)); // the 22 bytes are skipped in the new list
+    EXPECT_EQ(Next().payload, Fill(16, 4)); // the reader skips the 22 bytes in the next list
 }
 
 TEST_F(Quirks, Quirk_Q21_AJumpSetsTheFrameCounterToZero)
@@ -284,10 +285,10 @@ TEST_F(Quirks, Quirk_Q24_OtherFramesAreComparedByNumber)
     Info().bJumpToVideo = 0;
     NextValid(); // audio
     lxalAviRead_VideoFrame = 25;
-    SkipRejected(Next()); // key frame 0: rejected by its time, and the counter is 0 again
+    SkipRejected(Next()); // key frame 0: rejected by its time; sets the counter to 0
     NextValid();
     lxalAviRead_VideoFrame = 25;
-    EXPECT_EQ(Next().uiResult, LX_OK); // frame 1: delivered, for the counter has reached the sync entry
+    EXPECT_EQ(Next().uiResult, LX_OK); // frame 1: delivered, because the counter is 25 and the sync entry is frame 20
 }
 
 TEST_F(Quirks, Quirk_Q25_WithoutATableFramesCountFromOne)
@@ -306,7 +307,7 @@ TEST_F(Quirks, Quirk_Q26_OneAudioChunkIsCheckedAfterAJump)
     }
     OpenIndexed(builder);
     static_cast<void>(lxAviReadCore_SeekToTime(800, 0, lxAviRead_SetPosRoundDown));
-    Info().JumpOffset = 4; // two chunks that lie before the sync chunk
+    Info().JumpOffset = 4; // the next two audio chunks lie before the sync chunk
     const Delivered first = Next();
     EXPECT_EQ(first.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
     SkipRejected(first);
@@ -368,11 +369,11 @@ TEST_F(Quirks, Quirk_Q31_TheTrickStepDoesNotRequireVideoFirst)
 
 TEST_F(Quirks, Quirk_Q32_AudioTimesMixTwoChunks)
 {
-    // 16000 bytes, then twice 160: at the second chunk the time is 10 ms, not 1010.
+    // Chunks of 16000, 160 and 160 bytes. For the second chunk the reader computes 10 ms (default mode).
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1) + Record("00dc", 0x10, 5, 1) + Record("01wb", 0, 10, 16000) +
                            Record("01wb", 0, 11, 160) + Record("01wb", 0, 12, 160)),
               LX_OK);
-    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 1u); // and not 0
+    EXPECT_EQ(Entry(0, 1).audioFrameNumber[0], 1u); // not 0
 }
 
 TEST_F(Quirks, Quirk_Q33_AudioRecordsCountForTheirStreamsNumber)
@@ -403,7 +404,7 @@ TEST_F(Quirks, Quirk_Q35_OpenDmlOffsetsLoseTheHighWordOfTheirBase)
 
 TEST_F(Quirks, Quirk_Q36_AOneLevelFieldIndexIsCountedAs8ByteRecords)
 {
-    // As 12-byte records one of two is a key frame; as 8-byte records none of two is.
+    // Read as two 12-byte records, one is a key frame; read as two 8-byte records, none is a key frame.
     const Bytes records = U32(8) + U32(0x80000004u) + U32(0) + U32(0x80000000u) + U32(4) + U32(0);
     builder.streams[0].extra =
         Chunk("indx", U16(3) + Bytes{1, 1} + U32(2) + Text("00dc") + U64(0) + U32(0) + records);
@@ -427,7 +428,7 @@ TEST_F(Quirks, Quirk_Q38_AMisplacedIndexChunkIsReadToTheEndOfTheFile)
     builder.eIndex = IndexKind::SuperStandard;
     builder.Frame(0, Fill(4), true);
     Bytes file = builder.Build();
-    // the super index points one byte before the chunk: one more byte would be enough to find it
+    // the super index points one byte before the chunk, so the code begins at the next byte
     const size_t entry = Find(file, "indx") + 8 + 24;
     Patch32(file, entry, Get32(file, entry) - 1);
     ASSERT_EQ(Open(file), LX_OK);
@@ -474,7 +475,7 @@ TEST_F(Quirks, Quirk_Q42_TheFirstKeyFrameAlwaysGetsTheFirstAudioChunk)
     for (UInt32 i = 0; i < 50; ++i) {
         records += Record("00dc", 0, 4 + i, 1) + Record("01wb", 0, 1000 + i, 640);
     }
-    ASSERT_EQ(ParseRecords(records + Record("00dc", 0x10, 100, 1)), LX_OK); // 2000 ms on
+    ASSERT_EQ(ParseRecords(records + Record("00dc", 0x10, 100, 1)), LX_OK); // frame 50, at 2000 ms
     EXPECT_EQ(Entry(0, 0).audioFrameNumber[0], 0u);
 }
 
@@ -488,7 +489,7 @@ TEST_F(Quirks, Quirk_Q43_FramesBeforeTheFirstStoredKeyFrameAreRejected)
 TEST_F(Quirks, Quirk_Q44_WhatIsNoChunkIsSlidOverByteByByte)
 {
     builder.eIndex = IndexKind::None;
-    // a record list is not entered: a chunk code inside its header is found, too
+    // the reader does not enter a record list, so it also finds a chunk code inside the list header
     builder.Raw(Text("LIST") + ChunkOfSize("00dc", 4, Fill(4, 9))).Frame(0, Fill(8), true);
     ASSERT_EQ(Open(builder), LX_OK);
     Position();
@@ -533,7 +534,7 @@ TEST_F(Quirks, Quirk_Q49_AnOpenDmlIndexStandsAlone)
     builder.bIdx1Too = true;
     builder.Frame(0, Fill(8), true);
     Bytes file = builder.Build();
-    Patch32(file, Find(file, "indx") + 8 + 24, 0); // the super index names the start of the file
+    Patch32(file, Find(file, "indx") + 8 + 24, 0); // the super index points at the start of the file
     ASSERT_EQ(Open(file), LX_OK);
     EXPECT_EQ(Info().idx1Size, 16u);
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
@@ -551,7 +552,7 @@ TEST_F(Quirks, Quirk_Q51_AnIndexThatEndsEarlyIsNone)
 {
     AddMedia(20, 5);
     Bytes file = builder.Build();
-    file.resize(file.size() - 16); // the last record
+    file.resize(file.size() - 16); // cuts the last record off
     ASSERT_EQ(Open(file), LX_OK);
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
     EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
@@ -565,7 +566,7 @@ TEST_F(Quirks, Quirk_Q52_AudioTimesGoByTheCodec)
     adpcm.format[0] = 2;
     builder.Add(adpcm);
     ASSERT_EQ(Open(builder), LX_OK);
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 16000), 2000u); // of one second
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 16000), 2000u); // the audio lasts 1000 ms
     EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 16000), 0u);
 }
 
@@ -576,8 +577,43 @@ TEST_F(Quirks, Quirk_Q53_LeadingAudioIsDroppedInBlocksOfTheScale)
     builder.Audio(1, Fill(8000)).Frame(0, Fill(8), true).Frame(0, Fill(8), false).Frame(0, Fill(8), true);
     OpenIndexed(builder);
     static_cast<void>(lxAviReadCore_SeekToTime(80, 0, lxAviRead_SetPosRoundDown));
-    // 80 ms are 1280 bytes; one block less is left before the key frame
+    // 80 ms are 1280 bytes. The trim leaves one block, here one byte, before the key frame's time.
     EXPECT_EQ(NextValid().chunk.uiBytePosition, 1279u);
+}
+
+TEST_F(Quirks, Quirk_Q54_ExtensionListsHaveToBePromised)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(10), true).NextRiff().Frame(0, Fill(10), true);
+    ASSERT_EQ(Open(builder), LX_OK); // the file has no OpenDML header
+    EXPECT_EQ(Info().pCurrentAvix->pNextAvix, nullptr);
+
+    builder.dmlhTotalFrames = 2;
+    builder.beforeMoviInAvix = Chunk("JUNK", Fill(30));
+    EXPECT_EQ(Open(builder), LX_ERR_AVIREAD_AVIX_LIST);
+}
+
+TEST_F(Quirks, Quirk_Q55_AnUnusableAudioIndexCostsTheResult)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    AddMedia(12, 4);
+    Bytes file = builder.Build();
+    const size_t audioIndex = Find(file, "indx", Find(file, "indx") + 4);
+    Patch32(file, audioIndex + 8 + 24, 400); // the entry names bytes of the headers
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+}
+
+TEST_F(Quirks, Quirk_Q56_AnOverlappedListKeepsAClaimThatWouldBecomeNothing)
+{
+    builder.eIndex = IndexKind::None;
+    builder.dmlhTotalFrames = 1;
+    Bytes file = builder.Build();
+    ASSERT_EQ(Find(file, "movi") + 4, file.size());
+    const Bytes extension = Riff("AVIX", List("movi", Chunk("00dc", Fill(10))));
+    Patch32(file, file.size() - 8, static_cast<UInt32>(4 + extension.size())); // the list claims all that follows
+    ASSERT_EQ(Open(file + extension), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, extension.size());
 }
 
 TEST_F(Quirks, Quirk_Q46_KeyFrameTimesLeaveOutTheStart)

@@ -1,4 +1,4 @@
-// The abort flag, raised by another thread while a read makes one attempt after the other.
+// Another thread sets the abort flag while a read makes one attempt after the other.
 
 #include "ReaderTest.hpp"
 
@@ -17,7 +17,7 @@ TEST_F(Abort, AnotherThreadEndsAReadThatGoesOnTrying)
     log.SetMask(0);
     ASSERT_EQ(Open(builder.Build(), true, 0xFFFFFFFFu), LX_OK);
     std::atomic<bool> bReading = false;
-    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0}, true); // nothing ever comes
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0}, true); // every read returns 0 bytes
     Faults().onRead = [&](UInt64) {
         bReading = true;
         std::this_thread::yield();

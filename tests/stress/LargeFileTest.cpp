@@ -1,5 +1,5 @@
-// A real file larger than 1 GiB, of several RIFF lists, delivered whole across its segments. Its payloads are holes, so
-// that it takes no room on the disk.
+// The reader delivers real files of more than 1 GiB with several RIFF lists completely. The payloads are holes in the
+// file, so the files take little room on the disk.
 
 #include "ReaderTest.hpp"
 
@@ -15,7 +15,8 @@ constexpr UInt64 kMiB = 1u << 20;
 
 class LargeFile : public ReaderTest {
 protected:
-    std::string path = ::testing::TempDir() + "lxaviread-large-" + std::to_string(getpid()) + ".avi"; // tests run side by side
+    // Tests run in parallel, so each process has a file of its own.
+    std::string path = ::testing::TempDir() + "lxaviread-large-" + std::to_string(getpid()) + ".avi";
     std::ofstream out{path, std::ios::binary};
     UInt64 position = 0;
 
@@ -28,7 +29,7 @@ protected:
         position += bytes.size();
     }
 
-    // A chunk whose payload is a hole, but for its last byte.
+    // Writes a chunk whose payload is a hole, except its last byte.
     void WriteHole(std::string_view code, UInt32 size)
     {
         Write(ChunkOfSize(code, size, {}));
@@ -70,7 +71,7 @@ TEST_F(LargeFile, MoreThanAGiBInThreeListsIsDeliveredWhole)
 
     ASSERT_EQ(lxAviReadCore_Open(0, path.c_str(), 1, kPlenty, 1, &allIndexed), LX_OK);
     Position();
-    Info().bAbsoluteOffsets = 1; // as an OpenDML index has them
+    Info().bAbsoluteOffsets = 1; // as after parsing an OpenDML index
     Info().CurrentOffset = Info().moviOffset;
     for (const UInt64 offset : offsets) {
         lxAviRead_ChunkData_t chunk = {};
@@ -86,27 +87,27 @@ TEST_F(LargeFile, MoreThanAGiBInThreeListsIsDeliveredWhole)
     EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
 }
 
-// ---- Beyond 2, 4 and 6 GiB, where the format is followed ----
+// ---- Beyond 2, 4 and 6 GiB, in format mode ----
 
 constexpr UInt32 kNoLists = 0;
 
-// A film of frames with large holes and a chunk of 40 ms of audio before each; every payload begins with its number.
+// A film. Each frame has a large hole and a chunk of 40 ms of audio before it. Every payload begins with its number.
 class HugeFile : public LargeFile {
 protected:
     struct Item {
         UInt64 uiOffset;
-        UInt32 uiNumber; // among its kind
+        UInt32 uiNumber; // number among the items of its kind
         UInt32 uiSize;
         bool bVideo;
         bool bKey;
         UInt32 uiList;
     };
     std::vector<Item> items;
-    std::vector<std::vector<UInt64>> indexes; // of each list, by stream
+    std::vector<std::vector<UInt64>> indexes; // offsets of the index chunks, by list and stream
 
     bool HasRoom() const { return out && std::filesystem::space(::testing::TempDir()).available > 64 * kMiB; }
 
-    // The headers, with super indexes of that many entries, to be filled in later.
+    // Writes the headers. The super indexes have `lists` entries, which FillInSuperIndexes writes later.
     void WriteHead(UInt32 lists, UInt32 listSize, UInt32 frames)
     {
         AviBuilder head;
@@ -150,7 +151,8 @@ protected:
                                                         U32(count) + Text(id) + U64(base) + U32(0) + records));
     }
 
-    // Lists of `frames` frames each, a key frame every third, with their indexes at the end of each list.
+    // Writes lists of `frames` frames each; every third frame is a key frame. The indexes stand at the end of each
+    // list.
     void WriteOpenDml(UInt32 lists, UInt32 frames, UInt32 payload, bool bField)
     {
         const UInt32 media = frames * (8 + payload + 8 + 640);
@@ -197,7 +199,7 @@ protected:
     {
         UInt32 number = 0;
         EXPECT_EQ(lxAviReadCore_GetChunk(&number, 4), LX_OK);
-        // a caller may seek over the rest by itself: what is read through are holes
+        // a caller may also seek over the rest of the payload; here this saves reading the holes
         EXPECT_EQ(lxAviReadCore_FileSeek(&Info(), chunk.uiSize - 4, 1), 1);
         return number;
     }
@@ -214,7 +216,7 @@ protected:
         EXPECT_EQ(NumberAt(chunk), item.uiNumber);
     }
 
-    // Each key frame and the 39 ms behind it, in an order that leaps about.
+    // Seeks to each key frame, or up to 39 ms behind it, in an order that jumps forward and back.
     void ExpectEverySeekLands()
     {
         std::vector<size_t> keys;
@@ -227,7 +229,7 @@ protected:
             const size_t at = keys[k * 7 % keys.size()];
             const UInt32 time = items[at].uiNumber * 40;
             ASSERT_EQ(lxAviReadCore_SeekToTime(time + static_cast<UInt32>(k % 40), 0, lxAviRead_SetPosRoundDown), time);
-            for (size_t i = at - 1; i < std::min(at + 6, items.size()); ++i) { // the audio first, then two frames more
+            for (size_t i = at - 1; i < std::min(at + 6, items.size()); ++i) { // three frames with their audio
                 ASSERT_NO_FATAL_FAILURE(ExpectChunk(items[i])) << "seek to " << time;
             }
         }
@@ -262,7 +264,7 @@ protected:
         static_cast<void>(lxAviReadCore_SeekToTime(0xFFFFFFFFu, 0, lxAviRead_SetPosRoundDown));
         while (lxAviReadCore_SetJumpToPrevKeyFrame(&found, 0) == LX_OK && found == 1) {
         }
-        ASSERT_NO_FATAL_FAILURE(ExpectChunk(items[0])); // stepped back to the start, over all lists
+        ASSERT_NO_FATAL_FAILURE(ExpectChunk(items[0])); // the steps have gone back to the start, through all lists
     }
 };
 
@@ -279,7 +281,7 @@ TEST_F(HugeFile, OpenDmlBeyondSixGiBIsSeekableInEverySegment)
         out.open(path, std::ios::binary | std::ios::trunc);
         WriteOpenDml(7, 16, 63 * kMiB, bField);
         Finish(6ull << 30);
-        EXPECT_NE(OpenAndIndex(1), LX_OK); // 32 bits of a position do not find the indexes
+        EXPECT_NE(OpenAndIndex(1), LX_OK); // default mode: positions of 32 bits do not reach the indexes
         ASSERT_NO_FATAL_FAILURE(ExpectWholeFilm());
     }
 }
@@ -289,7 +291,8 @@ TEST_F(HugeFile, FramesThatAre4GiBApartAreNotTakenForEachOther)
     if (!HasRoom()) {
         GTEST_SKIP() << "no room in " << ::testing::TempDir();
     }
-    // Two lists of the same layout, exactly 4 GiB apart: a frame of the second lies 2^32 behind a key frame.
+    // Two lists of the same layout, exactly 4 GiB apart. So frames of the second list lie 2^32 bytes behind key frames
+    // of the first list.
     constexpr UInt32 kFrames = 12;
     constexpr UInt32 kPayload = 64 * kMiB;
     const UInt32 listSize = 4 + kFrames * (8 + kPayload + 8 + 640) + 2 * 32 + 2 * kFrames * 8;

@@ -1,5 +1,6 @@
-// Random files, read linearly once, and thousands of seeks, steps, re-arms and track switches checked against what the
-// linear reading says must be delivered. The oracle is written plainly, from the list of chunks alone.
+// The oracle builds random files and lists all their chunks in file order (the linear reading). From this list alone it
+// computes what the reader has to deliver. The tests make thousands of seeks, steps, re-arms and track switches, and
+// compare the reader's results with the oracle.
 
 #include "ReaderTest.hpp"
 
@@ -12,15 +13,15 @@ namespace {
 
 constexpr size_t kNoKey = static_cast<size_t>(-1);
 
-// A chunk as the linear reading sees it.
+// A chunk of the linear reading.
 struct Chunk0 {
-    UInt64 uiStart; // in the base of the index; of the "dd" chunk before it, if any
-    UInt64 uiHeader; // of its own header, in the same base
+    UInt64 uiStart; // offset of the chunk, or of the "dd" chunk before it; counts like the index
+    UInt64 uiHeader; // offset of the chunk's own header; counts like the index
     UInt32 uiSize;
     int iTrack; // audio track, or -1 for video
     UInt32 uiFrame; // video frame number
     UInt32 uiNumber; // chunk number in its track
-    UInt64 uiBytes;  // payload bytes of the track before it
+    UInt64 uiBytes;  // payload bytes of the track before the chunk
     size_t uiKey = kNoKey; // index into the stored key frames
     Bytes payload;
     bool bIndexed = true;
@@ -36,13 +37,13 @@ struct Key {
     } audio[8];
 };
 
-// What the reader does next, computed from the list.
+// The expected state of the reader, computed from the list.
 struct Model {
-    size_t uiAt = 0;        // next chunk
-    size_t uiSync = 0;      // key frame
+    size_t uiAt = 0;        // number of the next chunk
+    size_t uiSync = 0;      // number of the key frame that is the sync entry
     bool bAudioSync = false;
     bool bJumped = false;      // the next chunk is the first after a jump
-    bool bJumpToVideo = false; // which has to be video then
+    bool bJumpToVideo = false; // the first chunk after a jump has to be video
     UInt32 uiVideoFrame = 0;
     UInt32 audioNumber[8] = {};
     UInt64 audioBytes[8] = {};
@@ -57,13 +58,13 @@ protected:
     std::vector<Chunk0> chunks;
     std::vector<Key> keys;
     Model model;
-    bool follow = false; // the published formats
+    bool follow = false; // true: format mode; false: default mode
     static inline UInt64 s_operations = 0;
     static inline UInt64 s_files = 0;
 
     UInt32 Pick(UInt32 from, UInt32 to) { return std::uniform_int_distribution<UInt32>(from, to)(random); }
 
-    // ---- Times, from the formulas ----
+    // ---- Times ----
 
     UInt32 AudioTime(int track, UInt32 number, UInt64 bytes) const
     {
@@ -88,7 +89,7 @@ protected:
 
     // ---- The file ----
 
-    // Headers as many writers have them, which by default give no right times.
+    // In format mode some tracks have headers as many writers write them; default mode computes wrong times from these.
     Stream RandomTrack()
     {
         if (follow && Pick(0, 2) == 0) {
@@ -96,7 +97,7 @@ protected:
             stream.header.dwScale = 1;
             stream.header.dwRate = 8000;
             if (Pick(0, 1) == 0) {
-                stream.format[0] = 2; // a codec that has no time by default
+                stream.format[0] = 2; // a codec without a time in default mode
             }
             return stream;
         }
@@ -110,7 +111,7 @@ protected:
 
     static bool IsIdx1(IndexKind eKind) { return eKind == IndexKind::Idx1Relative || eKind == IndexKind::Idx1Absolute; }
 
-    // What may stand around the media data, where the format is followed.
+    // Chunks and lists that may stand around the media data in format mode.
     Bytes RandomSurroundings()
     {
         Bytes bytes;
@@ -161,7 +162,7 @@ protected:
                 builder.NextRiff();
             }
         }
-        builder.Frame(0, Fill(follow ? Pick(0, 8) : 8), false); // by default the last bytes are out of reach
+        builder.Frame(0, Fill(follow ? Pick(0, 8) : 8), false); // default mode does not reach the last bytes
         return builder;
     }
 
@@ -188,12 +189,12 @@ protected:
                 chunk.uiStart = pDrm->uiOffset - base;
                 pDrm = nullptr;
             }
-            chunk.bIndexed = !IsIdx1(builder.eIndex) || item.uiRiff == 0; // idx1 covers the first list
+            chunk.bIndexed = !IsIdx1(builder.eIndex) || item.uiRiff == 0; // idx1 covers only the first list
             if (chunk.iTrack < 0) {
                 chunk.uiFrame = frame++;
                 if (item.bKey && chunk.bIndexed && keyNr++ % skip == 0) {
                     chunk.uiKey = keys.size();
-                    // OpenDML lists the frame, not its descriptor
+                    // an OpenDML index lists the frame, not the "dd" chunk before it
                     const UInt64 offset = IsIdx1(builder.eIndex) ? chunk.uiStart : chunk.uiHeader;
                     keys.push_back({chunks.size(), chunk.uiFrame, offset, {}});
                 }
@@ -209,7 +210,8 @@ protected:
         }
     }
 
-    // Each key frame, in order: the chunk before the first one, from there on, whose time lies beyond the key frame's.
+    // Assigns to each key frame the chunk before the first chunk whose time is later than the key frame's time. The
+    // search for a key frame begins where the search for the key frame before has ended.
     void PlaceAudio(int track)
     {
         std::vector<const Chunk0*> own;
@@ -244,7 +246,7 @@ protected:
             ASSERT_EQ(table[k].timeMsec, VideoTime(keys[k].uiFrame));
             for (UInt32 t = 0; t < 8; ++t) {
                 if (bOpenDml && t >= tracks.size()) {
-                    ASSERT_EQ(table[k].audioFrameNumber[t], 0u); // never written
+                    ASSERT_EQ(table[k].audioFrameNumber[t], 0u); // the reader never writes this track
                     keys[k].audio[t] = {0, 0, 0};
                     continue;
                 }
@@ -279,7 +281,7 @@ protected:
         return trimmed < chunk.uiSize ? static_cast<UInt32>(trimmed) : 0;
     }
 
-    // The next chunk in the file: whether it is delivered, and with what.
+    // Checks whether the reader delivers the next chunk of the file, and with which values.
     void ExpectNext(UInt32 selected)
     {
         Delivered got = Next(selected);
@@ -299,7 +301,8 @@ protected:
         SkipRejected(got);
     }
 
-    // A jump that requires video and leads to audio: armed again with audio, after a step back that was not made.
+    // Whether the jump requires video, but leads to audio. This happens when a step back is armed, and then, before its
+    // execution, the key frame is armed again with audio.
     bool IsRefused(const Chunk0& chunk)
     {
         const bool bRefused = model.bJumped && model.bJumpToVideo && chunk.iTrack >= 0;
@@ -370,7 +373,8 @@ protected:
         FAIL() << "no chunk at " << offset;
     }
 
-    // As a seek: to the earlier of audio and video, with all counters. Arming again keeps what was required of the jump.
+    // Models a seek: it jumps to the earlier of audio and video and loads all counters. With `bAgain` the rule about
+    // video as first chunk stays as it was.
     void ArmInFull(size_t key, int track, bool bAgain = false)
     {
         const Key& target = keys[key];
@@ -416,7 +420,7 @@ protected:
 
     int RandomTrackToPlay()
     {
-        // A track without chunks is no jump target that a caller should name by default.
+        // In default mode a caller should not pass a track without chunks (quirk Q29).
         const int track = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()))) - 1;
         return !follow && track >= 0 && keys[0].audio[track].uiNumber == 0xFFFFFFFFu ? -1 : track;
     }
@@ -437,7 +441,7 @@ protected:
             selected = track;
             break;
         }
-        case 2: { // a step forward, over what was passed already
+        case 2: { // a step forward, to the next key frame that delivery has not passed
             size_t key = model.uiLast;
             const UInt64 current = Info().CurrentOffset;
             const bool bMoved = key + 1 < keys.size();
@@ -534,7 +538,7 @@ protected:
         for (UInt32 operation = 0; operation < 60; ++operation) {
             for (UInt32 n = Pick(0, 25); n > 0; --n) {
                 if (Pick(0, 40) == 0 && !tracks.empty()) {
-                    selected = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()) - 1)); // a track switch
+                    selected = static_cast<int>(Pick(0, static_cast<UInt32>(tracks.size()) - 1)); // switches the track
                 }
                 ASSERT_NO_FATAL_FAILURE(ExpectNext(selected >= 0 ? static_cast<UInt32>(selected) : 7));
             }

@@ -248,7 +248,7 @@ Bytes AviBuilder::Movi(UInt32 riff, UInt64 listStart)
         Bytes behind;
         for (UInt32 i = 0; i < streams.size(); ++i) {
             const Bytes ix = IxChunk(i, riff, start + uiBaseShift);
-            // Behind the list, the payload's size already counts; in it, too.
+            // In both layouts the chunk stands behind the payload and behind the index chunks built so far.
             m_super[i][riff] = {start + payload.size() + behind.size(), static_cast<UInt32>(ix.size()), 0};
             (bIxInMovi ? payload : behind) += ix;
         }
@@ -295,7 +295,7 @@ Bytes AviBuilder::Assemble()
 
 Bytes AviBuilder::Build()
 {
-    Assemble(); // the first time for the offsets, whose places do not depend on their values
+    Assemble(); // the first run computes the offsets, the second run writes them
     return Assemble();
 }
 

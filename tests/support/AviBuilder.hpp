@@ -1,4 +1,4 @@
-// Builds AVI and OpenDML files in memory, one line per chunk, exactly as asked for.
+// Builds AVI and OpenDML files in memory. A test writes one line per chunk and controls every byte.
 
 #pragma once
 
@@ -15,7 +15,7 @@ namespace avitest {
 struct Stream {
     lxAviRead_Strh_t header = {};
     Bytes format;
-    Bytes extra; // chunks behind strf, as they are
+    Bytes extra; // further chunks behind strf
 };
 
 UInt32 Code(std::string_view text);
@@ -34,22 +34,22 @@ enum class IndexKind {
     None,
     Idx1Relative, // offsets from the "movi" code
     Idx1Absolute,
-    SuperStandard, // super index, standard ix## chunks behind the media data of each list
+    SuperStandard, // super index; each list has its standard ix## chunks behind its media chunks
     SuperField,
-    OneLevelStandard, // records directly in the video's and the audio streams' indx
+    OneLevelStandard, // the indx chunks of the video stream and the audio streams hold the records
     OneLevelField,
 };
 
-// Where the records of an ix## chunk begin, counted from the chunk.
+// Where the records of an ix## chunk begin: 36 or 32 bytes behind the start of the chunk.
 enum class IxLayout { At36, At32 };
 
 struct MediaItem {
-    std::string code; // four characters; empty: raw bytes, no chunk
+    std::string code; // four characters; empty: raw bytes without a chunk header
     Bytes payload;
     bool bKey = false;
     bool bIndexed = true;
-    UInt64 uiOffset = 0; // of the chunk in the file, known after Build
-    UInt32 uiRiff = 0;   // list that holds it, 0 for the first
+    UInt64 uiOffset = 0; // file offset of the chunk; Build sets it
+    UInt32 uiRiff = 0;   // number of the RIFF list that holds the chunk, from 0
 };
 
 class AviBuilder {
@@ -61,31 +61,31 @@ public:
     std::optional<UInt32> dmlhTotalFrames; // writes an odml list
     IndexKind eIndex = IndexKind::Idx1Relative;
     IxLayout eLayout = IxLayout::At36;
-    bool bIdx1Too = false;      // an idx1 of the first list with relative offsets, besides an OpenDML index
-    bool bIxInMovi = true;      // ix## chunks stand in the media data; else behind it, in the RIFF list
+    bool bIdx1Too = false;      // besides an OpenDML index, an idx1 of the first list with relative offsets
+    bool bIxInMovi = true;      // true: ix## chunks stand in the movi list; false: behind it, in the RIFF list
     Bytes beforeMovi;           // chunks between the header list and movi
     Bytes inOdml;               // chunks before the dmlh chunk
     Bytes beforeMoviInAvix;     // chunks of every further RIFF list
     Bytes behindMovi;           // chunks between movi and idx1
     Bytes behindIdx1;
     Bytes inHeaderList;         // chunks behind the stream lists
-    UInt64 uiBaseShift = 0;     // added to every base offset, and taken off the offsets
+    UInt64 uiBaseShift = 0;     // added to every base offset, and subtracted from the offsets of the records
 
     AviBuilder& Add(const Stream& stream);
     AviBuilder& Frame(UInt32 streamNr, const Bytes& payload, bool bKey, std::string_view twocc = "dc");
     AviBuilder& Audio(UInt32 streamNr, const Bytes& payload);
     AviBuilder& Drm(UInt32 streamNr, const Bytes& payload);
     AviBuilder& Media(std::string_view code, const Bytes& payload, bool bKey = false, bool bIndexed = true);
-    AviBuilder& Raw(const Bytes& bytes); // between chunks, not indexed
-    AviBuilder& NextRiff();              // what follows goes to a new AVIX list
-    AviBuilder& ForeignRiff(const Bytes& riff); // stands before the next AVIX list
+    AviBuilder& Raw(const Bytes& bytes); // bytes between chunks, not in the index
+    AviBuilder& NextRiff();              // begins a new AVIX list
+    AviBuilder& ForeignRiff(const Bytes& riff); // bytes before the next AVIX list
 
-    // The file; offsets of the media are known afterwards.
+    // Builds the file, and sets the offsets of the media items.
     Bytes Build();
 
     const std::vector<MediaItem>& MediaItems() const { return m_media; }
-    UInt64 MoviOffset() const { return m_moviOffset; } // of the first chunk of the first list
-    UInt64 MoviSize() const { return m_moviSize; }     // its list size minus 4
+    UInt64 MoviOffset() const { return m_moviOffset; } // offset of the first chunk of the first list
+    UInt64 MoviSize() const { return m_moviSize; }     // size of the first list minus 4
 
 private:
     struct SuperEntry {
@@ -110,7 +110,7 @@ private:
     std::string StreamDigits(UInt32 streamNr) const;
 
     std::vector<MediaItem> m_media;
-    std::vector<Bytes> m_foreign; // by list: what stands before it
+    std::vector<Bytes> m_foreign; // by list: the bytes before the list
     UInt32 m_riff = 0;
     UInt64 m_moviOffset = 0;
     UInt64 m_moviSize = 0;

@@ -1,4 +1,4 @@
-// Bytes of a file under construction: little-endian words, codes, chunks and lists.
+// Builds the bytes of a file: little-endian words, codes, chunks and lists.
 
 #pragma once
 
@@ -39,7 +39,7 @@ inline Bytes operator+(Bytes left, const Bytes& right)
     return left;
 }
 
-// A chunk whose size field may say something else than the payload's size.
+// A chunk with any value in its size field, also a wrong one.
 inline Bytes ChunkOfSize(std::string_view code, UInt32 size, const Bytes& payload)
 {
     return Text(code) + U32(size) + payload;

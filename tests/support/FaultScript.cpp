@@ -14,12 +14,14 @@ void* __wrap_calloc(size_t count, size_t bytes);
 void* __wrap_realloc(void* pBlock, size_t bytes);
 void __wrap_free(void* pBlock);
 FILE* __wrap_fopen64(const char* path, const char* mode);
-size_t __real_fread(void* pBuffer, size_t size, size_t count, FILE* pFile);
-size_t __wrap_fread(void* pBuffer, size_t size, size_t count, FILE* pFile);
+size_t __real_fread_unlocked(void* pBuffer, size_t size, size_t count, FILE* pFile);
+size_t __wrap_fread_unlocked(void* pBuffer, size_t size, size_t count, FILE* pFile);
+int __real_getc_unlocked(FILE* pFile);
+int __wrap_getc_unlocked(FILE* pFile);
 
 void* __wrap_malloc(size_t bytes) { return avitest::FaultScript::Get().Allocate(bytes); }
 
-// What a compiler makes of an allocation that is cleared at once.
+// A compiler can turn malloc and memset into one call of calloc.
 void* __wrap_calloc(size_t count, size_t bytes)
 {
     void* const pBlock = avitest::FaultScript::Get().Allocate(count * bytes);
@@ -30,12 +32,16 @@ void* __wrap_realloc(void* pBlock, size_t bytes) { return avitest::FaultScript::
 void __wrap_free(void* pBlock) { avitest::FaultScript::Get().Free(pBlock); }
 FILE* __wrap_fopen64(const char* path, const char* mode) { return avitest::FaultScript::Get().Open(path, mode); }
 
-size_t __wrap_fread(void* pBuffer, size_t size, size_t count, FILE* pFile)
+size_t __wrap_fread_unlocked(void* pBuffer, size_t size, size_t count, FILE* pFile)
 {
     avitest::FaultScript::Get().BeginRead(size * count);
-    const size_t got = __real_fread(pBuffer, size, count, pFile);
-    avitest::FaultScript::Get().EndRead();
-    return got;
+    return __real_fread_unlocked(pBuffer, size, count, pFile);
+}
+
+int __wrap_getc_unlocked(FILE* pFile)
+{
+    avitest::FaultScript::Get().BeginRead(1);
+    return __real_getc_unlocked(pFile);
 }
 }
 
@@ -46,7 +52,7 @@ namespace {
 // A stream over bytes in memory.
 struct Cookie {
     Bytes bytes;
-    UInt64 uiPosition = 0; // may lie behind the end
+    UInt64 uiPosition = 0; // can be behind the end
 };
 
 UInt64 s_uiOpenFiles = 0;
@@ -75,7 +81,7 @@ int CloseCookie(void* pCookie)
 
 FaultScript& FaultScript::Get()
 {
-    static FaultScript* const s_pScript = new FaultScript; // for the wrapped calls of the last moments, too
+    static FaultScript* const s_pScript = new FaultScript; // never destroyed: late calls need it
     return *s_pScript;
 }
 
@@ -85,6 +91,7 @@ void FaultScript::Clear()
     m_bBuffered = false;
     m_failAllocation = m_failSeek = {};
     m_readFaults.clear();
+    m_pending.reset();
     m_uiAllocations = m_uiReads = m_uiSeeks = m_uiLargest = 0;
     m_readSizes.clear();
     m_bMet = false;
@@ -112,6 +119,7 @@ void FaultScript::FaultRead(UInt64 n, const ReadFault& fault, bool bFromThenOn)
     m_uiReads = 0;
     m_bMet = false;
     m_readFaults = {{{n, bFromThenOn}, fault}};
+    m_pending.reset();
 }
 
 void FaultScript::FaultReadToo(UInt64 n, const ReadFault& fault)
@@ -142,7 +150,7 @@ void* FaultScript::Allocate(size_t bytes)
     }
     void* const pBlock = __real_malloc(bytes);
     if (pBlock != nullptr) {
-        std::memset(pBlock, 0xCD, bytes); // nobody has cleared it
+        std::memset(pBlock, 0xCD, bytes); // new memory is not cleared
         m_live.insert(pBlock);
         m_uiLiveBytes += malloc_usable_size(pBlock);
         m_uiPeakBytes = std::max(m_uiPeakBytes, m_uiLiveBytes);
@@ -163,7 +171,7 @@ void* FaultScript::Reallocate(void* pBlock, size_t bytes)
 
 void FaultScript::Free(void* pBlock)
 {
-    if (m_live.erase(pBlock) != 0) { // the C library's own blocks are not the reader's
+    if (m_live.erase(pBlock) != 0) { // skips blocks that the C library allocated
         m_uiLiveBytes -= malloc_usable_size(pBlock);
     }
     __real_free(pBlock);
@@ -197,14 +205,11 @@ void FaultScript::BeginRead(size_t bytes)
         onRead(m_uiReads);
     }
     for (const auto& [turn, fault] : m_readFaults) {
-        if (turn.Is(m_uiReads) && fault.uiBytes < bytes) {
-            Meet();
+        if (turn.Is(m_uiReads) && !m_pending) {
             m_pending = fault;
         }
     }
 }
-
-void FaultScript::EndRead() { m_pending.reset(); }
 
 long FaultScript::Read(void* pCookie, char* pBuffer, size_t bytes)
 {
@@ -212,12 +217,15 @@ long FaultScript::Read(void* pCookie, char* pBuffer, size_t bytes)
     const auto position = static_cast<size_t>(std::min<UInt64>(cookie.uiPosition, cookie.bytes.size()));
     size_t wanted = std::min(bytes, cookie.bytes.size() - position);
     if (m_pending) {
+        if (m_pending->uiBytes == 0) {
+            Meet();
+            const bool bError = m_pending->eKind == ReadFault::Kind::ShortThenError;
+            m_pending.reset();
+            errno = EIO;
+            return bError ? -1 : 0;
+        }
         wanted = std::min(wanted, m_pending->uiBytes);
         m_pending->uiBytes -= wanted;
-        if (wanted == 0 && m_pending->eKind == ReadFault::Kind::ShortThenError) {
-            errno = EIO;
-            return -1;
-        }
     }
     if (wanted > 0) {
         std::memcpy(pBuffer, cookie.bytes.data() + cookie.uiPosition, wanted);

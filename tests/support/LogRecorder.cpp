@@ -1,5 +1,7 @@
 #include "LogRecorder.hpp"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 namespace avitest {
@@ -23,7 +25,7 @@ LogRecorder::~LogRecorder()
     lxDbg_LogToStandardError();
 }
 
-// The reader logs as the global unit until its first Open registers it.
+// Uses the global unit, because the reader logs as the global unit until its first Open registers it.
 void LogRecorder::SetMask(UInt32 mask) { lxDbg_SetLevelMask("*", mask); }
 
 void LogRecorder::Clear()
@@ -32,22 +34,40 @@ void LogRecorder::Clear()
     m_assertions.clear();
 }
 
+// The exception ends the test; GoogleTest takes it for one whose outcome has been recorded.
+void LogRecorder::SkipWithoutMessages()
+{
+    if (!kHasMessages) {
+        [] { GTEST_SKIP() << "this build has no messages"; }();
+        throw testing::AssertionException(
+            testing::TestPartResult(testing::TestPartResult::kSkip, __FILE__, __LINE__, "this build has no messages"));
+    }
+}
+
+const std::vector<LogLine>& LogRecorder::Lines() const
+{
+    SkipWithoutMessages();
+    return m_lines;
+}
+
 size_t LogRecorder::Count(const std::string& text) const
 {
+    const std::vector<LogLine>& lines = Lines();
     return static_cast<size_t>(
-        std::count_if(m_lines.begin(), m_lines.end(), [&](const LogLine& line) { return line.text == text; }));
+        std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text == text; }));
 }
 
 size_t LogRecorder::CountPrefix(const std::string& text) const
 {
-    return static_cast<size_t>(std::count_if(m_lines.begin(), m_lines.end(),
+    const std::vector<LogLine>& lines = Lines();
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(),
                                              [&](const LogLine& line) { return line.text.starts_with(text); }));
 }
 
 bool LogRecorder::Has(UInt32 level, const std::string& text) const
 {
-    return std::any_of(m_lines.begin(), m_lines.end(),
-                       [&](const LogLine& line) { return line.uiLevel == level && line.text == text; });
+    const std::vector<LogLine>& lines = Lines();
+    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.uiLevel == level && line.text == text; });
 }
 
 bool LogRecorder::HasAssertion(const std::string& condition, const std::string& text) const

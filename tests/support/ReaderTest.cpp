@@ -59,8 +59,8 @@ Delivered ReaderTest::Next(UInt32 audioTrack, UInt32 subtitleTrack)
     delivered.uiPosition = behindHeader - 8;
     if (delivered.uiResult == LX_OK) {
         delivered.uiPosition -= delivered.chunk.uiSize;
-        constexpr UInt32 kLargest = 1u << 24; // more is the word of a damaged file, and not there
-        // room for the largest advance of a read in several attempts
+        constexpr UInt32 kLargest = 1u << 24; // only a damaged file states a larger size
+        // room for the largest buffer address of a read with several attempts (quirk Q06)
         Bytes buffer(delivered.chunk.uiSize <= kLargest ? size_t{4} * delivered.chunk.uiSize + 16 : 0);
         delivered.uiPayloadResult =
             buffer.empty() ? lxAviReadCore_RemoveChunk(delivered.chunk.uiSize)

@@ -1,4 +1,5 @@
-// The fixture of the reader's tests: a reader without a file before each test, no leak and a zero state after it.
+// The fixture of the reader's tests. Before each test the reader has no file. After each test the fixture checks that
+// there is no leak and that the state is all zero.
 
 #pragma once
 
@@ -14,17 +15,17 @@
 
 namespace avitest {
 
-// One call of lxAviReadCore_NextChunk and what became of the payload.
+// The result of one call of lxAviReadCore_NextChunk, and the payload.
 struct Delivered {
     UInt32 uiResult;
     lxAviRead_ChunkData_t chunk;
     bool bJumped;
-    Bytes payload;     // of a valid chunk
-    UInt32 uiPayloadResult; // of reading it
+    Bytes payload;     // when the chunk is valid
+    UInt32 uiPayloadResult; // result of reading the payload
     UInt64 uiPosition; // file offset of the chunk's header
 };
 
-constexpr UInt32 kPlenty = 64u << 20; // budget that thins nothing
+constexpr UInt32 kPlenty = 64u << 20; // a budget with room for all key frames
 
 class ReaderTest : public ::testing::Test {
 protected:
@@ -38,20 +39,20 @@ protected:
     UInt32 Open(const Bytes& file, bool bSeekable = true, UInt32 attempts = 1, UInt32 budget = kPlenty,
                 std::optional<UInt8> indxOption = {});
     UInt32 Open(AviBuilder& builder) { return Open(builder.Build()); }
-    // Open, ParseIndex and PositionTheFileHandleToPlayData, all expected to succeed.
+    // Calls Open, ParseIndex and PositionTheFileHandleToPlayData, and expects success of each.
     void OpenIndexed(const Bytes& file, UInt32 budget = kPlenty);
     void OpenIndexed(AviBuilder& builder, UInt32 budget = kPlenty) { OpenIndexed(builder.Build(), budget); }
     void Position();
 
-    // The next chunk, its payload read; nothing is skipped after a rejection.
+    // Gets the next chunk and reads its payload. It does not skip the payload after a rejection.
     Delivered Next(UInt32 audioTrack = 0, UInt32 subtitleTrack = 0);
-    // The next chunk that is delivered, or the end; rejected payloads are skipped.
+    // Gets the next delivered chunk, or the end. It skips rejected payloads.
     Delivered NextValid(UInt32 audioTrack = 0, UInt32 subtitleTrack = 0);
-    // Everything up to the end, delivered and rejected; rejected payloads are skipped.
+    // Gets all chunks up to the end, delivered and rejected. It skips rejected payloads.
     std::vector<Delivered> All(UInt32 audioTrack = 0, UInt32 subtitleTrack = 0);
     void SkipRejected(const Delivered& delivered);
 
-    // Lends the reader a batch buffer, for passes that are called by themselves; taken back at the end of the test at the latest.
+    // Lends the reader a batch buffer, for tests that call a single pass. The fixture takes it back after the test.
     void LendBuffer(Bytes& buffer)
     {
         Info().pMetaDataBuffer = buffer.data();
@@ -59,17 +60,17 @@ protected:
     }
 
     lxAviReadCore_KeyFrameEntry_t& Entry(UInt32 leafNr, UInt32 itemNr);
-    // All entries of the table in order, after its invariants were checked.
+    // Checks the invariants of the table, and returns all entries in order.
     std::vector<lxAviReadCore_KeyFrameEntry_t> Table();
 
     LogRecorder log;
-    UInt8 indxOptionOfOpen = 1; // Open's IndxOption where a test gives none
+    UInt8 indxOptionOfOpen = 1; // Open's IndxOption when a test gives none
     Bool allIndexed = 7;
-    bool bPayloadsMayBeCut = false; // in damaged files
+    bool bPayloadsMayBeCut = false; // for damaged files
     bool bBufferLent = false;
 };
 
-// One more than the table can hold: for the leaf bounds.
+// Entries of a full leaf.
 constexpr UInt32 kLeaf = LEAF_ARRAY_LENGTH;
 constexpr UInt32 kLeafBytes = sizeof(lxAviReadCore_KeyFrameLeaf_t);
 constexpr UInt32 kOneLeafBudget = kLeafBytes + sizeof(void*);

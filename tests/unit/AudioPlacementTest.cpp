@@ -1,5 +1,6 @@
-// Which chunk of a track plays at a key frame. While messages tell the time of every chunk, each of these times is worked out; in silence
-// only those are that can matter. The table has to be the same, whatever the headers say.
+// Tests which audio chunk the reader assigns to a key frame. While messages are on, the reader computes the time of
+// every chunk, because the messages print it. While they are off, it computes only the times that can matter. Both have
+// to give the same table, also for files with senseless headers.
 
 #include "ReaderTest.hpp"
 
@@ -22,7 +23,7 @@ protected:
         return *(values.begin() + Below(static_cast<UInt32>(values.size())));
     }
 
-    // An ordinary stream of sound, or one whose header was written by somebody who means no good.
+    // An ordinary audio stream, or one with hostile values in its header.
     Stream AnyAudio()
     {
         Stream stream = PcmStream();
@@ -54,7 +55,7 @@ protected:
                 builder.Audio(1 + Below(2), Fill(Below(700)));
             }
             if (Below(8) == 0) {
-                builder.Media("03wb", Fill(Below(700))); // booked on a track that is not its own
+                builder.Media("03wb", Fill(Below(700))); // default mode counts this chunk for an audio track
             }
         }
         return builder;
@@ -66,7 +67,7 @@ protected:
         if (Open(file, true, 1, kPlenty, option) != LX_OK || lxAviReadCore_ParseIndex(0) != LX_OK) {
             return {};
         }
-        std::vector<lxAviReadCore_KeyFrameEntry_t> table; // of files that are as odd as these nothing else is expected
+        std::vector<lxAviReadCore_KeyFrameEntry_t> table; // without the checks of Table(), which odd files can break
         for (UInt32 i = 0; i < Info().KeyFramesListAsArrayLength; ++i) {
             const auto& leaf = *Info().KeyFramesListAsArray[i];
             table.insert(table.end(), leaf.array, leaf.array + leaf.arrayLength);
@@ -74,7 +75,8 @@ protected:
         return table;
     }
 
-    // Opens a file with its table, and goes to the first frame's payload: a record of a chunk of no byte.
+    // Opens a file, builds its table, and seeks to the payload of the first frame. The test reads this payload as an
+    // index record of a chunk of 0 bytes.
     void StandAtARecord(AviBuilder& builder)
     {
         log.SetMask(0);
@@ -117,10 +119,11 @@ TEST_F(AudioPlacement, InSilenceIsThatWithMessages_OpenDmlAndFormat)
     CheckMany(IndexKind::SuperStandard, 1 | LX_AVIREAD_FOLLOW_FORMAT);
 }
 
-// Two streams that share a track: how far one of them may go says nothing about the other, whose time has passed already.
+// Two streams share a track. The limit up to which the reader computes no time for one stream must not hold for the
+// other stream, whose time is already later.
 TEST_F(AudioPlacement, LooksAheadInOneStreamOnly)
 {
-    AviBuilder builder; // a frame every 40 ms; 160 bytes of sound are 10 ms, or of the third stream 160 seconds
+    AviBuilder builder; // a frame every 40 ms; 160 bytes of audio last 10 ms, in the third stream 160 seconds
     builder.Add(VideoStream()).Add(PcmStream(8000)).Add(VideoStream());
     builder.streams[2].format = builder.streams[1].format;
     builder.streams[2].header.dwRate = 1;
@@ -135,7 +138,7 @@ TEST_F(AudioPlacement, LooksAheadInOneStreamOnly)
     }
 }
 
-// A ninth audio stream stays on the first track, by default, with a clock of its own.
+// In default mode a ninth audio stream stays on track 0, but has its own sampling rate.
 TEST_F(AudioPlacement, NineStreamsShareEightTracks)
 {
     AviBuilder builder;
@@ -160,12 +163,13 @@ TEST_F(AudioPlacement, NineStreamsShareEightTracks)
     }
 }
 
-// A caller may go on from a chunk of which none was counted: the key frames before it are due all the same.
+// A caller may continue with a state that has a last chunk but a count of 0. The reader still assigns this chunk to the
+// key frames before the next chunk.
 TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
 {
     AviBuilder builder;
     builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true);
-    builder.streams[1].header.dwStart = 1; // chunk: behind the first key frame
+    builder.streams[1].header.dwStart = 1; // one chunk, so the audio begins later than the first key frame
     StandAtARecord(builder);
     lxAvi2ReadCore_AudioIndexState_t state = {};
     state.bHaveChunk = 1;
@@ -177,7 +181,7 @@ TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
     EXPECT_EQ(Entry(0, 0).audioChunkOffset[0], 777u);
 }
 
-// Where a caller goes on, the cursor and its time count.
+// The reader continues with the cursor and the cursor's time that the caller passes.
 TEST_F(AudioPlacement, GoesOnFromTheCursorGiven)
 {
     AviBuilder builder;
@@ -187,13 +191,14 @@ TEST_F(AudioPlacement, GoesOnFromTheCursorGiven)
     lxAvi2ReadCore_AudioIndexState_t state = {};
     state.bHaveChunk = 1;
     lxAviReadCore_KeyFramePosition_t cursor = {0, 1, 0, 1};
-    UInt32 cursorTime = 1000000; // far ahead: nothing is due
+    UInt32 cursorTime = 1000000; // much later than the chunk, so the reader assigns nothing
     ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime), LX_OK);
     EXPECT_EQ(cursor.itemNr, 1u);
     EXPECT_EQ(cursorTime, 1000000u);
 }
 
-// Without a flag in the index the first frame is the key frame, and of some codecs every frame: in silence, too.
+// When no record of the index has a key flag, the first frame is a key frame; for some codecs every frame is one. This
+// has to work while messages are off, too.
 TEST_F(AudioPlacement, KeyFramesWithoutFlagsAreFoundInSilence)
 {
     AviBuilder builder;
@@ -209,7 +214,7 @@ TEST_F(AudioPlacement, KeyFramesWithoutFlagsAreFoundInSilence)
     EXPECT_EQ(TableOf(builder.Build(), 1 | LX_AVIREAD_FOLLOW_FORMAT, 0).size(), 5u);
 }
 
-// A batch that an abort has kept from being read is not taken for another one.
+// When an abort prevents the read of a batch, the reader does not process the previous batch again.
 TEST_F(AudioPlacement, AnAbortedBatchIsNobodys)
 {
     AviBuilder builder;

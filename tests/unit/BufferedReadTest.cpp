@@ -1,4 +1,5 @@
-// What stdio has read ahead is taken from its buffer, and what it has not is read: nobody can tell the difference.
+// The reader takes bytes from stdio's buffer when they are there, and reads them otherwise. The results have to be
+// equal.
 
 #include "ReaderTest.hpp"
 
@@ -21,7 +22,7 @@ protected:
 
     UInt32 Below(UInt32 limit) { return static_cast<UInt32>(random() % limit); }
 
-    // Bytes out of the few characters that identifiers are made of, so that many almost are one.
+    // Bytes from the characters of chunk identifiers, so that many of them look almost like an identifier.
     Bytes AlmostCodes()
     {
         static constexpr char kCharacters[] = {'0', '1', 'd', 'c', 'b', 'w', 't', 's', 'i', 'x', 'J', 'U', 'N', 'K', '\0', '\1'};
@@ -52,7 +53,7 @@ protected:
             }
         }
         Bytes file = builder.Build();
-        file.resize(file.size() - Below(3) * Below(200)); // cut now and then
+        file.resize(file.size() - Below(3) * Below(200)); // cuts some of the files
         return file;
     }
 
@@ -90,13 +91,13 @@ protected:
 TEST_F(BufferedRead, DeliversWhatAReadDelivers) { CheckMany(1); }
 TEST_F(BufferedRead, DeliversWhatAReadDeliversToThoseWhoFollowTheFormat) { CheckMany(1 | LX_AVIREAD_FOLLOW_FORMAT); }
 
-// The search for a chunk goes through the buffer no further than the list does: at its end the media data ends, though
-// the bytes behind it look like a chunk.
+// The search for a chunk in stdio's buffer stops at the end of the list. There the media data ends, although the bytes
+// behind the list look like a chunk.
 TEST_F(BufferedRead, TheSearchEndsWithTheList)
 {
     AviBuilder builder;
     builder.eIndex = IndexKind::None;
-    builder.Add(VideoStream()).Frame(0, Fill(4), true).Raw(Fill(21, 0)); // 4 of them are out of reach
+    builder.Add(VideoStream()).Frame(0, Fill(4), true).Raw(Fill(21, 0)); // default mode does not reach the last 4
     builder.behindMovi = Chunk("00dc", Fill(4));
     Faults().SetBuffered(true);
     ASSERT_EQ(Open(builder), LX_OK);
@@ -106,7 +107,7 @@ TEST_F(BufferedRead, TheSearchEndsWithTheList)
     EXPECT_EQ(Info().CurrentOffset, Info().moviSize);
 }
 
-// The reads that the messages and limits are about happen all the same where the buffer does not do.
+// A payload that is larger than stdio's buffer is read completely.
 TEST_F(BufferedRead, APayloadLargerThanTheBufferIsReadWhole)
 {
     AviBuilder builder;
@@ -121,7 +122,7 @@ TEST_F(BufferedRead, APayloadLargerThanTheBufferIsReadWhole)
     EXPECT_EQ(Next().payload, Fill(3));
 }
 
-// Before the first read stdio has no buffer yet.
+// A read of 0 bytes works before stdio has a buffer.
 TEST_F(BufferedRead, ReadingNothingTouchesNothing)
 {
     AviBuilder builder;

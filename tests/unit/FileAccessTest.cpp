@@ -1,4 +1,4 @@
-// Reads with bounded retries, seeks, skips, and the account of the position.
+// Tests reads with a limited number of attempts, seeks, skips, and the position of delivery.
 
 #include "ReaderTest.hpp"
 
@@ -16,7 +16,7 @@ protected:
         std::generate(data.begin(), data.end(), [value = 0u]() mutable { return static_cast<UInt8>(value++); });
     }
 
-    // A reader on the bytes, without any header parsed.
+    // Opens the bytes as a file without parsing a header.
     void Attach(UInt32 attempts)
     {
         Faults().Serve("data", data);
@@ -122,7 +122,7 @@ TEST_F(FileAccess, TheOpenDmlReadSaysWhenItsAttemptsAreUsedUp)
     log.Clear();
     Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 2});
     EXPECT_EQ(lxAviReadCore_FileRead(&Info(), buffer, 8), LX_ERR_AVIREAD_READ);
-    EXPECT_TRUE(log.Lines().empty()); // the core read says nothing
+    EXPECT_TRUE(log.Lines().empty()); // the core's read function logs nothing here
 }
 
 TEST_F(FileAccess, TheOpenDmlReadHasItsOwnEofMessage)
@@ -207,7 +207,7 @@ TEST_F(FileAccess, SkippingReportsTheReadsThatFail)
 TEST_F(FileAccess, ASkipInSeveralAttemptsStaysInItsBuffer)
 {
     Attach(4);
-    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 900}); // the rest would land at 3600 of 1024
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 900}); // the rest would land at byte 3600 of 1024
     EXPECT_EQ(lxAviReadCore_RemoveChunk(2000), LX_OK);
     EXPECT_EQ(ftell(Info().pFile), 2000);
 }
@@ -215,7 +215,7 @@ TEST_F(FileAccess, ASkipInSeveralAttemptsStaysInItsBuffer)
 TEST_F(FileAccess, WhatHasNoRoomIsReadInOneAttempt)
 {
     Attach(2);
-    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 300}); // the other 724 would land at 1200 of 1024
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 300}); // the rest would land at byte 1200 of 1024
     EXPECT_EQ(lxAviReadCore_RemoveChunk(1024), LX_OK);
     EXPECT_EQ(ftell(Info().pFile), 1024);
 }
@@ -226,7 +226,7 @@ TEST_F(FileAccess, ARecordReadInSeveralAttemptsStaysInItsRecord)
     builder.Add(VideoStream()).Frame(0, Fill(4), true);
     const Bytes file = builder.Build();
     Faults().Serve("test.avi", file);
-    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 2}, true); // every read comes in pieces of two bytes
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 2}, true); // every read returns two bytes
     EXPECT_EQ(lxAviReadCore_Open(0, "test.avi", 100, kPlenty, 1, &allIndexed), LX_ERR_AVIREAD_NOT_AVI);
     EXPECT_GT(Faults().Reads(), 2u);
 }
@@ -264,6 +264,65 @@ TEST_F(FileAccess, IncreaseOffsetCarriesIntoTheHighWord)
     lxAviReadCore_IncreaseOffset(0xFFFFFFFFu);
     EXPECT_EQ(Info().CurrentOffset, 0x1FFFFFFFEull);
 }
+
+// ---- Words ----
+
+// A word is read byte by byte. A word that comes short has to count as one short read of four bytes.
+class Word : public FileAccess, public ::testing::WithParamInterface<UInt32> {
+protected:
+    UInt32 Came() const { return GetParam(); } // bytes before the fault
+
+    UInt32 ReadWord(UInt32 attempts, ReadFault::Kind eKind, UInt8 mode = 0)
+    {
+        Attach(attempts);
+        Info().IndxOption = static_cast<UInt8>(1 | mode);
+        Faults().FaultRead(1, {eKind, Came()});
+        return lxAviReadCore_ParseListdmlh(&Info(), 4);
+    }
+
+    long Position() { return ftell(Info().pFile); }
+};
+
+TEST_P(Word, ThatComesShortIsReadOnAtFourTimesItsBytes)
+{
+    EXPECT_EQ(ReadWord(2, ReadFault::Kind::ShortThenError), LX_OK);
+    constexpr UInt32 kKept[] = {0x03020100, 0x00000000, 0x00000100, 0x00020100}; // 4 and more are beyond the word
+    EXPECT_EQ(Info().dmlhTotalFrames, kKept[Came()]);
+    EXPECT_EQ(Position(), 4);
+}
+
+TEST_P(Word, ThatComesShortIsReadOnBehindItsBytesInTheFormatMode)
+{
+    EXPECT_EQ(ReadWord(2, ReadFault::Kind::ShortThenError, LX_AVIREAD_FOLLOW_FORMAT), LX_OK);
+    EXPECT_EQ(Info().dmlhTotalFrames, 0x03020100u);
+    EXPECT_EQ(Position(), 4);
+}
+
+TEST_P(Word, ThatComesShortUsesUpOneAttempt)
+{
+    for (const UInt32 attempts : {0u, 1u}) {
+        EXPECT_EQ(ReadWord(attempts, ReadFault::Kind::ShortThenError), LX_ERR_AVIREAD_READ);
+        EXPECT_EQ(Position(), long{Came()});
+        EXPECT_EQ(Info().dmlhTotalFrames, 0u);
+    }
+}
+
+TEST_P(Word, ThatComesShortEndsWithTheAbort)
+{
+    ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(ReadWord(9, ReadFault::Kind::ShortThenError), LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(Position(), long{Came()});
+}
+
+TEST_P(Word, ThatMeetsTheEndOfTheFileLacksItsFourBytes)
+{
+    EXPECT_EQ(ReadWord(9, ReadFault::Kind::EndOfFile), LX_ERR_AVIREAD_EOF);
+    EXPECT_TRUE(log.Has(0x8180, "leaving lxAviReadCore_FileRead()-eof.err=0x88019017(-2013163497). only 4 bytes left "
+                                "unread"));
+    EXPECT_EQ(Position(), long{Came()});
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, Word, ::testing::Values(0u, 1u, 2u, 3u));
 
 } // namespace
 } // namespace avitest

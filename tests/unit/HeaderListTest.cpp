@@ -1,4 +1,4 @@
-// The header list: main header, stream lists, OpenDML header.
+// Tests the header list: main header, stream lists, OpenDML header.
 
 #include "ReaderTest.hpp"
 
@@ -53,7 +53,7 @@ TEST_F(HeaderList, AMainHeaderOfAnotherSizeIsRefused)
 {
     EXPECT_EQ(OpenHeaders(Chunk("avih", Fill(54))), LX_ERR_AVIREAD_NOT_AVI);
     EXPECT_EQ(OpenHeaders(Chunk("avih", Fill(58))), LX_ERR_AVIREAD_NOT_AVI);
-    EXPECT_EQ(OpenHeaders(ChunkOfSize("avih", 55, Fill(56))), LX_OK); // made even first
+    EXPECT_EQ(OpenHeaders(ChunkOfSize("avih", 55, Fill(56))), LX_OK); // the reader first makes the size even
 }
 
 TEST_F(HeaderList, StreamListsAreNumberedFromZero)
@@ -96,13 +96,13 @@ TEST_F(HeaderList, UnknownChunksAreSkipped)
 
 TEST_F(HeaderList, AnUnknownListTakesFourBytesOfWhatFollows)
 {
-    // with 4 bytes behind it that its size does not count, everything else is found
+    // when 4 more bytes stand behind the unknown list, the reader finds everything else
     const Bytes headers = Text("hdrl") + Avih() + List("abcd", Fill(8)) + Fill(4, 0) + Strl(VideoStream());
     const Bytes list = ChunkOfSize("LIST", static_cast<UInt32>(headers.size()) - 4, headers);
     ASSERT_EQ(Open(Riff("AVI ", list + Movi())), LX_OK);
     EXPECT_TRUE(log.Has("AviReadCore : Found LIST, read data_ext unknown (0x64636261)"));
     EXPECT_EQ(Info().StreamInfo[0]->StreamType, 2u);
-    // and what follows directly is misread: its code is gone
+    // without these 4 bytes the reader skips the code of the next list and misreads the list
     EXPECT_NE(OpenHeaders(Avih() + List("abcd", Fill(8)) + Strl(VideoStream())), LX_OK);
 }
 
@@ -113,7 +113,7 @@ TEST_F(HeaderList, TheOpenDmlHeaderGivesTheTotalFrames)
     lxAviReadCore_GetOpenDmlInfo(&info);
     EXPECT_EQ(info.bPresent, 1);
     EXPECT_EQ(info.uiTotalFrames, 10u);
-    EXPECT_EQ(Info().bAvixPresent, 0); // as many as the first list has
+    EXPECT_EQ(Info().bAvixPresent, 0); // the first list has all frames
     EXPECT_TRUE(log.Has("AviReadCore : Found odml LIST chunk"));
     EXPECT_TRUE(log.Has("AviReadCore : Found dmlh sub-chunk"));
     EXPECT_FALSE(log.Has("lxAviReadCore_ConstructAvixInfo: Enter"));
@@ -123,7 +123,7 @@ TEST_F(HeaderList, MoreTotalFramesThanTheFirstListStartTheSegmentScan)
 {
     ASSERT_EQ(OpenHeaders(Avih(10) + List("odml", Chunk("dmlh", U32(11)))), LX_OK);
     EXPECT_TRUE(log.Has("lxAviReadCore_ConstructAvixInfo: Enter"));
-    EXPECT_EQ(Info().bAvixPresent, 0); // none was found
+    EXPECT_EQ(Info().bAvixPresent, 0); // the reader has found no AVIX list
     EXPECT_EQ(Info().dmlhTotalFrames, 11u);
 }
 
@@ -160,7 +160,7 @@ TEST_F(HeaderList, AnEmptyHeaderListIsNoHeaders)
 TEST_F(HeaderList, AHeaderListBeginsWithoutAnIndex)
 {
     Info().bIndxPresent = 1;
-    EXPECT_EQ(lxAviReadCore_ParseListHdrl(0, &Info(), 4), LX_OK); // its type alone
+    EXPECT_EQ(lxAviReadCore_ParseListHdrl(0, &Info(), 4), LX_OK); // a list of its type only
     EXPECT_EQ(Info().bIndxPresent, 0);
 }
 

@@ -1,4 +1,4 @@
-// The index driver and the passes over idx1.
+// Tests the choice of the index, and the passes over idx1.
 
 #include "ReaderTest.hpp"
 
@@ -22,7 +22,7 @@ protected:
         return Text(id) + U32(flags) + U32(offset) + U32(size);
     }
 
-    // A file with this index, whatever its media data.
+    // Opens a file with this idx1, which does not have to fit the media data, and parses the index.
     UInt32 ParseRecords(const Bytes& records, UInt32 budget = kPlenty)
     {
         builder.eIndex = IndexKind::None;
@@ -69,7 +69,7 @@ TEST_F(Idx1Index, TheDriverSaysWhatItNeeds)
 
 TEST_F(Idx1Index, TheFramesOfFiveSecondsAreRoundedUp)
 {
-    builder.streams[0] = VideoStream(30000, 1001); // 149.85 frames
+    builder.streams[0] = VideoStream(30000, 1001); // 149.85 frames in five seconds
     builder.Frame(0, Fill(4), true);
     ASSERT_EQ(Open(builder), LX_OK);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
@@ -120,7 +120,7 @@ TEST_F(Idx1Index, TheFirstOffsetTellsTheBase)
 {
     builder.Frame(0, Fill(40), true);
     builder.Build();
-    const auto movi = static_cast<UInt32>(builder.MoviOffset()); // an index does not move it
+    const auto movi = static_cast<UInt32>(builder.MoviOffset()); // does not depend on the index
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, movi, 40)), LX_OK);
     EXPECT_EQ(Info().bAbsoluteOffsets, 1);
     EXPECT_EQ(Info().CurrentOffset, movi);
@@ -147,7 +147,7 @@ TEST_F(Idx1Index, OnlyFlaggedVideoOfTheMainStreamCounts)
     const auto table = Table();
     ASSERT_EQ(table.size(), 2u);
     EXPECT_EQ(table[0].videoChunkOffset, 7u);
-    EXPECT_EQ(table[0].videoFrameNumber, 1u); // one frame before it
+    EXPECT_EQ(table[0].videoFrameNumber, 1u); // one frame stands before it
     EXPECT_EQ(table[1].videoChunkOffset, 10u);
     EXPECT_EQ(table[1].videoFrameNumber, 2u);
 }
@@ -201,7 +201,7 @@ TEST_F(Idx1Index, TotalsCountByStream)
     EXPECT_EQ(Info().StreamInfo[9]->uiStreamSize, 0u); // an empty slot
     EXPECT_TRUE(log.HasPrefix("lxAviReadCore_ParseIndex: Audio chunk found "));
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
-    EXPECT_EQ(Info().StreamInfo[0]->uiStreamSize, 202u); // a second parse counts on
+    EXPECT_EQ(Info().StreamInfo[0]->uiStreamSize, 202u); // default mode: a second parse adds the bytes again
 }
 
 // ---- DRM ----
@@ -219,7 +219,7 @@ TEST_F(Idx1Index, ADrmRecordGivesItsPositionToTheKeyFrame)
     EXPECT_EQ(offsetOf(Record("02dc", 0x10, 60, 1)), 50u);
     EXPECT_EQ(offsetOf(Record("02db", 0, 60, 1)), 50u);
     EXPECT_EQ(offsetOf(Record("02dd", 0, 60, 1)), 50u);
-    EXPECT_EQ(offsetOf(Record("00dd", 0, 70, 10)), 70u); // the second one counts
+    EXPECT_EQ(offsetOf(Record("00dd", 0, 70, 10)), 70u); // the position of the second "dd" record
     EXPECT_EQ(offsetOf(Record("01wb", 0, 60, 1)), 100u);
     EXPECT_EQ(offsetOf(Record("00dc", 0, 60, 1)), 100u);
     EXPECT_EQ(offsetOf(Record("00xx", 0, 60, 1)), 100u);
@@ -270,7 +270,7 @@ TEST_F(Idx1Index, SkippingKeepsEverySecondKeyFrame)
         records += Record("00dc", i % 10 == 0 ? 0x10 : 0, 4 + i, 1);
     }
     ASSERT_EQ(ParseRecords(records), LX_OK);
-    // the passes by hand, with a skip factor of 2
+    // calls the passes one by one, with a skip factor of 2
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     Bytes buffer(18000);
@@ -292,7 +292,7 @@ TEST_F(Idx1Index, KeyFrameTimesAreTruncatedAndWithoutTheStart)
               LX_OK);
     EXPECT_EQ(Table()[1].timeMsec, 33u);
     EXPECT_EQ(Table()[2].timeMsec, 66u);
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 2, 0), 33432u); // the stream's time includes it
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 2, 0), 33432u); // the stream's time includes the start
 }
 
 // ---- Audio positions ----
@@ -315,8 +315,8 @@ protected:
 
 TEST_F(AudioPositions, EachKeyFrameGetsTheLastChunkThatBeganBeforeIt)
 {
-    // Audio chunks of 800 bytes, 50 ms each: with the new chunk's size added to the start of the one before, the time
-    // at chunk c (c >= 1) is 50 x c ms. Key frames at 0, 120 and 200 ms.
+    // Audio chunks of 800 bytes, 50 ms each. Default mode adds the size of a chunk to the start of the chunk before it,
+    // so the computed time of chunk c (c >= 1) is 50 x c ms. Key frames at 0, 120 and 200 ms.
     ASSERT_EQ(ParseRecords(Record("01wb", 0, 10, 800) + Record("00dc", 0x10, 11, 1) + Record("01wb", 0, 12, 800) +
                            Record("00dc", 0, 13, 1) + Record("00dc", 0, 14, 1) + Record("00dc", 0x10, 15, 1) +
                            Record("01wb", 0, 16, 800) + Record("01wb", 0, 17, 800) + Record("00dc", 0, 18, 1) +
@@ -324,9 +324,9 @@ TEST_F(AudioPositions, EachKeyFrameGetsTheLastChunkThatBeganBeforeIt)
               LX_OK);
     const auto table = Table();
     ASSERT_EQ(table.size(), 3u);
-    Expect(table[0], 0, {0, 10, 0});       // passed at chunk 1 (50 ms): chunk 0
-    Expect(table[1], 0, {2, 16, 1600});    // 120 ms is passed at chunk 3 (150 ms): chunk 2
-    Expect(table[2], 0, {4, 20, 3200});    // 200 ms is passed at chunk 5 (250 ms): chunk 4
+    Expect(table[0], 0, {0, 10, 0});       // chunk 1 (50 ms) is later than 0 ms: chunk 0
+    Expect(table[1], 0, {2, 16, 1600});    // chunk 3 (150 ms) is later than 120 ms: chunk 2
+    Expect(table[2], 0, {4, 20, 3200});    // chunk 5 (250 ms) is later than 200 ms: chunk 4
     EXPECT_TRUE(log.Has("Storing A0 for 0.1  fr#2 Offset=0.16 BP=0.1600"));
     EXPECT_TRUE(log.Has("Atrk=1(0) vtrk=0 streamTime=150 seekedT=120 "));
     EXPECT_TRUE(log.Has("KF_data.leafNr.itemNr=0.1 offset=15 valid=1 ;  _KF: leafNr.itemNr=0.2 offset=19 valid=1"));
@@ -334,25 +334,26 @@ TEST_F(AudioPositions, EachKeyFrameGetsTheLastChunkThatBeganBeforeIt)
 
 TEST_F(AudioPositions, TheSizeOfTheNewChunkIsAddedToTheStartOfTheOneBefore)
 {
-    // Chunks of 160, 16000 and 160 bytes: at the third one the time is (160 + 160) / 16 = 20 ms, not 1010.
+    // Chunks of 160, 16000 and 160 bytes. Default mode adds the size of a chunk to the start of the chunk before it.
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1) + Record("00dc", 0x10, 5, 1) + Record("01wb", 0, 10, 160) +
                            Record("01wb", 0, 11, 16000) + Record("01wb", 0, 12, 160)),
               LX_OK);
     const auto table = Table();
     Expect(table[0], 0, {0, 10, 0});
-    // at the second chunk the time is 0 + 16000 bytes = 1000 ms: 40 ms is passed there already
+    // the computed time of the second chunk is 0 + 16000 bytes = 1000 ms, later than 40 ms
     Expect(table[1], 0, {0, 10, 0});
     ASSERT_EQ(ParseRecords(Record("00dc", 0x10, 4, 1) + Record("00dc", 0x10, 5, 1) + Record("01wb", 0, 10, 16000) +
                            Record("01wb", 0, 11, 160) + Record("01wb", 0, 12, 160)),
               LX_OK);
-    // at the second chunk 160 bytes = 10 ms: the first key frame; at the third 16160 bytes = 1010 ms: the second
+    // the second chunk (160 bytes = 10 ms) is later than the first key frame; the third (16160 bytes = 1010 ms) is
+    // later than the second key frame
     Expect(Table()[0], 0, {0, 10, 0});
     Expect(Table()[1], 0, {1, 11, 16000});
 }
 
 TEST_F(AudioPositions, TheFirstKeyFrameAlwaysGetsChunkZero)
 {
-    // the first key frame is frame 50, 2000 ms on
+    // the first key frame is frame 50, at 2000 ms
     Bytes records;
     for (UInt32 i = 0; i < 50; ++i) {
         records += Record("00dc", 0, 4 + i, 1) + Record("01wb", 0, 1000 + i, 640);
@@ -401,7 +402,7 @@ TEST_F(AudioPositions, TracksAreWalkedSideBySide)
 TEST_F(AudioPositions, AudioOfAStreamThatIsNoAudioStreamIsBookedOnItsNumber)
 {
     ASSERT_EQ(ParseRecords(Record("00wb", 0, 10, 640) + Record("00dc", 0x10, 12, 1)), LX_OK);
-    Expect(Table()[0], 0, {0, 10, 0}); // the video stream's number is 0
+    Expect(Table()[0], 0, {0, 10, 0}); // the video stream has track number 0
 }
 
 TEST_F(AudioPositions, ChunksOfANinthStreamAreBookedOnTrackZero)
@@ -450,9 +451,9 @@ TEST_F(SinglePass, AKeyFrameGetsTheLatestChunkBeforeItElseTheFirstAfterIt)
     const auto table = Table();
     ASSERT_EQ(table.size(), 4u);
     Expect(table[0], 0, {1, 11, 100}); // chunk 1 came before it
-    Expect(table[1], 0, {2, 15, 300}); // waited for chunk 2
+    Expect(table[1], 0, {2, 15, 300}); // the first chunk after the key frame
     Expect(table[2], 0, {2, 15, 300});
-    Expect(table[3], 0, {2, 15, 300}); // chunk 2 is still the latest
+    Expect(table[3], 0, {2, 15, 300}); // chunk 2 is still the last chunk
     EXPECT_EQ(Info().StreamInfo[1]->uiStreamSize, 600u);
     EXPECT_EQ(Info().StreamInfo[0]->uiStreamSize, 4u);
     EXPECT_TRUE(log.Has("lxAviReadCore_ParseIndex: Store audio data ahead of video for 0 item: tr=0  fr#=1 offset=0.11 "
@@ -594,7 +595,7 @@ TEST_F(SinglePass, ATrackBeyondTheLastIsPassedOver)
 {
     const Bytes records = Record("00dc", 0x10, 4, 1) + Record("01wb", 0, 14, 60);
     ASSERT_EQ(ParseRecords(records), LX_OK);
-    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // which no file brings about
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // no file leads to this value
     log.Clear();
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_TRUE(log.Has("lxAviReadCore_ParseIndex: Audio chunk found 8 "));
@@ -626,7 +627,7 @@ TEST_F(Idx1Index, EachPassReportsItsFailedRead)
         Faults().FaultRead(n, {ReadFault::Kind::ShortThenError, 5});
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_READ) << n;
         EXPECT_NE(Info().pMetaDataBuffer, nullptr);
-        ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK); // an abort counts for more than the failed read
+        ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK); // with this flag a failed read gives LX_ERR_AVIREAD_ABORTED
         Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 5});
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
         ASSERT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
@@ -641,8 +642,8 @@ TEST_F(Idx1Index, AnAbortIsSeenBeforeAndAfterEachBatch)
     ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
     const UInt64 reads = Faults().Reads();
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
-    EXPECT_EQ(Faults().Reads(), reads); // not a single read
-    for (const UInt64 n : {1u, 2u, 3u}) { // raised while the n-th batch is read
+    EXPECT_EQ(Faults().Reads(), reads); // the reader makes no read
+    for (const UInt64 n : {1u, 2u, 3u}) { // sets the flag while the reader reads the n-th batch
         ASSERT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
         Faults().FaultRead(0, {});
         Faults().onRead = [n](UInt64 read) {
@@ -672,7 +673,7 @@ TEST_F(Idx1Index, AFailedSeekToTheIndexIsReported)
     builder.Frame(0, Fill(4), true).Audio(1, Fill(4));
     const Bytes file = builder.Build();
     ASSERT_EQ(Open(file), LX_OK);
-    Faults().FailSeek(1); // the file stands at the index all the same
+    Faults().FailSeek(1); // the file already stands at the index
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     ASSERT_EQ(Open(file), LX_OK);
     Faults().FailSeek(2);
@@ -684,7 +685,7 @@ TEST_F(Idx1Index, AFailedSeekToTheIndexIsReported)
 TEST_F(Idx1Index, AfterAFailedSeekTheAudioPassRunsAllTheSame)
 {
     builder.Frame(0, Fill(4), true).Audio(1, Fill(4));
-    builder.behindIdx1 = Fill(64); // so that it has something to read
+    builder.behindIdx1 = Fill(64); // bytes that the audio pass reads
     ASSERT_EQ(Open(builder), LX_OK);
     Faults().FaultRead(0, {});
     Faults().FailSeek(3);
@@ -692,7 +693,7 @@ TEST_F(Idx1Index, AfterAFailedSeekTheAudioPassRunsAllTheSame)
     EXPECT_EQ(Faults().Reads(), 3u);
     EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
     EXPECT_EQ(Table().size(), 1u);
-    EXPECT_EQ(Table()[0].audioFrameNumber[0], 0xFFFFFFFFu); // nothing there was a record
+    EXPECT_EQ(Table()[0].audioFrameNumber[0], 0xFFFFFFFFu); // these bytes contain no audio record
     EXPECT_EQ(lxalAviRead_FileSeekPossible, 0);
 }
 
@@ -722,7 +723,7 @@ TEST_F(Idx1Index, AMillionRecordsNeedNothingButTheTable)
     for (auto i = static_cast<size_t>(reads); i < Faults().ReadSizes().size(); ++i) {
         EXPECT_LE(Faults().ReadSize(i), 18000u);
     }
-    EXPECT_EQ(Faults().ReadSizes().size() - reads, 3u * 889u); // 888 full batches and one more, three times
+    EXPECT_EQ(Faults().ReadSizes().size() - reads, 3u * 889u); // three passes of 888 full batches and one more
     EXPECT_EQ(Table().size(), 3572u); // 50000 key frames, every 14th
 }
 
@@ -735,12 +736,12 @@ TEST_F(Idx1Index, ASecondParseForgetsOnlyPositionsThatWouldDangle)
     static_cast<void>(lxAviReadCore_SeekToTime(40, -1, lxAviRead_SetPosRoundDown));
     EXPECT_EQ(Info().audioSyncItemNr, 1u);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
-    EXPECT_EQ(Info().audioSyncItemNr, 1u); // still an entry
+    EXPECT_EQ(Info().audioSyncItemNr, 1u); // this entry still exists
     Info().JumpOffset = 0;
     ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1), LX_OK);
-    EXPECT_EQ(Info().JumpOffset, Relative(1)); // as is the key frame played last
-    Info().audioSyncLeafNr = 1;                // which is none
-    Info().idx1Size = 16;                  // one record is left
+    EXPECT_EQ(Info().JumpOffset, Relative(1)); // the key frame played last still exists, too
+    Info().audioSyncLeafNr = 1;                // there is no leaf 1
+    Info().idx1Size = 16;                      // the index has only one record now
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     EXPECT_EQ(Info().audioSyncItemNr, 0u);
     EXPECT_EQ(Info().audioSyncLeafNr, 0u);
@@ -748,7 +749,7 @@ TEST_F(Idx1Index, ASecondParseForgetsOnlyPositionsThatWouldDangle)
     log.SetMask(0x20);
     log.Clear();
     ASSERT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1), LX_OK);
-    EXPECT_EQ(Info().JumpOffset, 0u); // the key frame played last is forgotten
+    EXPECT_EQ(Info().JumpOffset, 0u); // no key frame counts as played now
     EXPECT_TRUE(log.Has("lastPlayedKeyFrame.valid==false"));
 }
 

@@ -1,4 +1,4 @@
-// From an offset to its key frame, and re-arming on the key frame played last.
+// Tests the lookup of a key frame by its offset, and arming a jump back to the key frame played last.
 
 #include "ReaderTest.hpp"
 
@@ -46,7 +46,7 @@ TEST_F(KeyFrameLookup, PlayingInOrderNeedsNoSearch)
     OpenVideo(60, 10);
     log.Clear();
     All();
-    // before anything was played, the key frame played last is taken to be the first one
+    // before any key frame was played, the first key frame counts as the key frame played last
     EXPECT_EQ(log.Count(kLast), 1u);
     EXPECT_EQ(log.Count(kNext), 5u);
     EXPECT_EQ(log.Count(kBetween), 45u);
@@ -100,7 +100,7 @@ TEST_F(KeyFrameLookup, EveryOffsetIsFoundAndNoOther)
 {
     OpenVideo(750, 2);
     for (UInt32 i = 0; i < 375; ++i) {
-        const UInt32 n = i * 211 % 375; // in no order
+        const UInt32 n = i * 211 % 375; // not in order
         const auto& entry = Entry(n / kLeaf, n % kLeaf);
         const auto result = Lookup(entry.videoChunkOffset);
         ASSERT_EQ(result.valid, 1);
@@ -126,7 +126,7 @@ TEST_F(KeyFrameLookup, ATableOfASingleEntryIsSearched)
     const UInt64 offset = Entry(0, 0).videoChunkOffset;
     EXPECT_EQ(Lookup(offset).valid, 1);
     EXPECT_EQ(Lookup(offset + 1).valid, 0);
-    EXPECT_EQ(Lookup(0).valid, 0); // "no next entry" is no entry at 0
+    EXPECT_EQ(Lookup(0).valid, 0); // offset 0 must not match when there is no next entry
 }
 
 TEST_F(KeyFrameLookup, AnEntryBeyond4GiBNeverMatches)
@@ -140,7 +140,7 @@ TEST_F(KeyFrameLookup, AnEntryBeyond4GiBNeverMatches)
 TEST_F(KeyFrameLookup, WhatLiesBetweenTheEntriesIsNotFoundByTheSearchEither)
 {
     OpenVideo(30, 10);
-    Info().KeyFramesListAsArray[0]->EndOffset += 100; // behind the last entry, and still in range
+    Info().KeyFramesListAsArray[0]->EndOffset += 100; // the range now ends behind the last entry
     EXPECT_EQ(Lookup(Entry(0, 2).videoChunkOffset + 50).valid, 0);
     EXPECT_TRUE(log.Has(kFull));
     EXPECT_TRUE(log.Has("leaving lxAviReadCore_GetChunkInfo with result: chunk not found"));
@@ -163,7 +163,7 @@ TEST_F(KeyFrameLookup, AKeyFrameThatTheTableHasLostIsAsserted)
     for (int i = 0; i < 22; ++i) {
         NextValid();
     }
-    static_cast<void>(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1)); // back to key frame 1
+    static_cast<void>(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1)); // a jump back to the second key frame
     Info().KeyFramesListAsArray[0]->arrayLength = 1;
     log.Clear();
     EXPECT_NE(Next().chunk.bKeyFrame, 1);
@@ -223,7 +223,7 @@ TEST_F(KeyFrameLookup, RearmingWithoutAudioLeavesTheAudioCounters)
     EXPECT_EQ(lxalAviRead_AudioFrame[0], audio);
     EXPECT_EQ(lxalAviRead_VideoFrame, 20u);
     EXPECT_EQ(Info().bAudioSync, 1);
-    EXPECT_EQ(Info().bJumpToVideo, 0); // never set by this operation
+    EXPECT_EQ(Info().bJumpToVideo, 0); // this operation never sets it
     EXPECT_TRUE(log.HasPrefix("lxAviReadCore_SetOnKeyFrame_AudioAndVideo : JumpOffset 0."));
     EXPECT_FALSE(log.HasPrefix("Pointer is on"));
 }
@@ -275,7 +275,7 @@ TEST_F(KeyFrameLookup, RearmingOnAChangedTableIsAsserted)
               "array[lastPlayedKeyFrame.itemNr].videoChunkOffset");
     log.Clear();
     Info().JumpOffset = 0;
-    Info().KeyFramesListAsArrayLength = 0; // no entry any more
+    Info().KeyFramesListAsArrayLength = 0; // the table has no entries now
     EXPECT_EQ(lxAviReadCore_SetOnKeyFrame_AudioAndVideo(-1), LX_OK);
     EXPECT_EQ(Info().JumpOffset, 0u);
     EXPECT_EQ(log.Assertions().size(), 1u);

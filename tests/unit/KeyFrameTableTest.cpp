@@ -1,4 +1,4 @@
-// The key-frame table: budget, leaves, construction and release.
+// Tests the key-frame table: budget, leaves, construction and release.
 
 #include "ReaderTest.hpp"
 
@@ -20,7 +20,7 @@ protected:
         return budget;
     }
 
-    // A file whose every `step`-th frame is a key frame.
+    // A file in which every `step`-th frame is a key frame.
     static AviBuilder Frames(UInt32 count, UInt32 step = 1)
     {
         AviBuilder builder;
@@ -66,7 +66,7 @@ TEST_F(KeyFrameTableTest, AByteLessHoldsNone)
 {
     const Budget budget = Calculate(5, kOneLeafBudget - 1);
     EXPECT_EQ(budget.result, LX_ERR_AVIREAD_NO_MEMORY);
-    EXPECT_EQ(budget.keyFrames, 5u); // outputs untouched
+    EXPECT_EQ(budget.keyFrames, 5u); // the function does not change its outputs
     EXPECT_EQ(budget.leafs, 77u);
     EXPECT_EQ(budget.memory, 78u);
     EXPECT_EQ(budget.skip, 79u);
@@ -181,7 +181,7 @@ TEST_F(KeyFrameTableTest, AFailedAllocationLeavesNoTable)
         ASSERT_EQ(Open(file), LX_OK);
         const UInt64 live = Faults().LiveAllocations();
         log.Clear();
-        Faults().FailAllocation(n); // the batch buffer, the array, the leaves
+        Faults().FailAllocation(n); // n = 1: the batch buffer, 2: the array, 3 to 5: the leaves
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY) << n;
         EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
         if (n == 2) {
@@ -191,11 +191,11 @@ TEST_F(KeyFrameTableTest, AFailedAllocationLeavesNoTable)
         if (n >= 3) {
             EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
                                 " bytes for pAviInfo->KeyFramesListAsArray[" + std::to_string(n - 3) + "]"));
-            EXPECT_LE(Faults().LiveAllocations(), live + 2); // the leaves are freed at once
+            EXPECT_LE(Faults().LiveAllocations(), live + 2); // the reader frees the leaves at once
             EXPECT_EQ(Info().KeyFramesListAsArray[0], nullptr);
         }
         Faults().FailAllocation(0);
-        EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK); // and the next try works
+        EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK); // the next call succeeds
         EXPECT_EQ(Table().size(), 800u);
     }
 }
@@ -215,13 +215,13 @@ TEST_F(KeyFrameTableTest, ASecondParseReleasesTheFirstTable)
 TEST_F(KeyFrameTableTest, OfATableThatCouldNotBeMadeOnlyTheArrayIsLeft)
 {
     OpenFrames(800); // three leaves
-    Faults().FailAllocation(4); // behind the batch buffer, the array and a leaf
+    Faults().FailAllocation(4); // the allocation after the batch buffer, the array and one leaf
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY);
     Faults().FailAllocation(0);
     log.SetMask(0x800);
     log.Clear();
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
-    EXPECT_EQ(log.CountPrefix("lxalAviRead_Free( 0x"), 2u); // the array, and the batch buffer at the end
+    EXPECT_EQ(log.CountPrefix("lxalAviRead_Free( 0x"), 2u); // the array, and at the end the batch buffer
 }
 
 TEST_F(KeyFrameTableTest, TheCleanUpTracesItsFrees)
@@ -262,7 +262,7 @@ TEST_F(KeyFrameTableTest, WithoutALeafNothingIsStored)
     Info().uiMaxRecordsInBuffer = 2;
     lxAviReadCore_KeyFrameLeaf_t* pLeaf = nullptr;
     UInt32 frame = 0, skip = 0;
-    for (UInt32 leafNr : {0u, 1u, 9u}) { // no table; then one leaf, of which the second and the tenth are asked for
+    for (UInt32 leafNr : {0u, 1u, 9u}) { // no table; then leaf 1 and leaf 9 of a table of one leaf
         ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
         frame = 0;
         EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 2, 0, 0, 0, 1, &skip, &leafNr), LX_OK);

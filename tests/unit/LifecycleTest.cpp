@@ -1,4 +1,4 @@
-// Alloc, Reset, RewindToStart, PositionTheFileHandleToPlayData, Close.
+// Tests Alloc, Reset, RewindToStart, PositionTheFileHandleToPlayData and Close.
 
 #include "ReaderTest.hpp"
 
@@ -142,7 +142,7 @@ TEST_F(Lifecycle, ResetGivesEveryFieldTheValueOfTheStateWithoutAFile)
     ASSERT_EQ(Open(builder), LX_OK);
     const auto soil = [this](lxAviReadCore_AviInfo_t& state) {
         const lxAviReadCore_AviInfo_t before = Info();
-        std::memset(&state, 0xA5, sizeof state); // the bytes between the fields, too
+        std::memset(&state, 0xA5, sizeof state); // also sets the padding bytes between the fields
         state.pFile = before.pFile;
         state.AviHdr = before.AviHdr;
         std::copy(std::begin(before.StreamInfo), std::end(before.StreamInfo), std::begin(state.StreamInfo));
@@ -188,7 +188,7 @@ TEST_F(Lifecycle, ResetGivesEveryFieldTheValueOfTheStateWithoutAFile)
     expected.pCurrentAvix = nullptr;
     expected.bAvixPresent = 0;
     expected.maxReadAttempts = 0;
-    EXPECT_EQ(AsBytes(Info()), AsBytes(expected)); // and the abort flag is still set
+    EXPECT_EQ(AsBytes(Info()), AsBytes(expected)); // the abort flag is still set, too
     EXPECT_EQ(lxalAviRead_FileSeekPossible, 1);
     EXPECT_EQ(lxalAviRead_VideoFrame, 0u);
     EXPECT_EQ(Faults().OpenFiles(), 0u);
@@ -261,7 +261,7 @@ TEST_F(Lifecycle, ResetWithoutFreeingTheBatchBufferLeaksNothing)
     file.resize(file.size() - 8); // the index ends early
     ASSERT_EQ(Open(file), LX_OK);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
-    ASSERT_NE(Info().pMetaDataBuffer, nullptr); // stays for the clean-up
+    ASSERT_NE(Info().pMetaDataBuffer, nullptr); // the next Open, Reset or Close frees it
     ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
     EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
     ASSERT_EQ(Open(builder), LX_OK);
@@ -367,7 +367,7 @@ TEST_F(Lifecycle, TheAbortFlagSurvivesResetAndOpenButNotClose)
     EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
     ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
     EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
-    ASSERT_EQ(Open(builder), LX_OK); // reads that complete never look at it
+    ASSERT_EQ(Open(builder), LX_OK); // a read without a fault does not check the flag
     EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 1);
     ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
     EXPECT_EQ(lxAviReadCore_GetAbortFlag(), 0);
@@ -411,7 +411,7 @@ TEST_F(Lifecycle, NullResultPointersAreAssertedAndAnsweredWithZero)
 
 TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
 {
-    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1); // the fixture has closed, and Close resets
+    EXPECT_EQ(lxalAviRead_FileSeekPossible, 1); // the fixture has called Close, which calls Reset
     UInt32 word = 77;
     lxAviRead_Avih_t avih = {};
     avih.dwWidth = 5;
@@ -440,7 +440,7 @@ TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
     EXPECT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_ERR_AVIREAD_OPEN);
     lxAviReadCore_RewindToStart();
-    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA); // no media data, so none is left
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA); // without media data delivery ends at once
 }
 
 TEST_F(Lifecycle, NoPrintReturnsOne)

@@ -1,4 +1,4 @@
-// Delivery: headers, resynchronisation, DRM descriptors, segments, jumps.
+// Tests delivery: headers, resynchronisation, DRM descriptors, segments, jumps.
 
 #include "ReaderTest.hpp"
 
@@ -90,7 +90,7 @@ TEST_F(NextChunk, AnOddChunkIsFollowedByItsPadByte)
     builder.Frame(0, Fill(5), true).Frame(0, Fill(6), false);
     OpenToPlay();
     ASSERT_EQ(Next().uiResult, LX_OK);
-    EXPECT_EQ(Info().CurrentOffset, 4u + 8u + 5u); // the pad byte is not counted yet
+    EXPECT_EQ(Info().CurrentOffset, 4u + 8u + 5u); // the reader counts the pad byte later
     const Delivered second = Next();
     EXPECT_EQ(second.uiPosition, builder.MediaItems()[1].uiOffset);
     EXPECT_EQ(Info().CurrentOffset, 4u + 8u + 5u + 1u + 8u + 6u);
@@ -102,7 +102,7 @@ TEST_F(NextChunk, ARecordListIsSlidOver)
     OpenToPlay();
     const Delivered chunk = Next();
     EXPECT_EQ(chunk.payload, Fill(6));
-    EXPECT_EQ(Info().CurrentOffset, 4u + 12u + 8u + 6u); // every byte is counted
+    EXPECT_EQ(Info().CurrentOffset, 4u + 12u + 8u + 6u); // the reader counts every byte
 }
 
 TEST_F(NextChunk, GarbageIsSlidOver)
@@ -130,7 +130,7 @@ TEST_F(NextChunk, EmptyJunkIsSteppedOver)
 
 TEST_F(NextChunk, EmptyJunkThatFillsTheListIsSteppedOverToo)
 {
-    builder.Frame(0, Fill(6), true).Raw(Chunk("JUNK", {})).Raw(Fill(4)); // the last four bytes are out of reach
+    builder.Frame(0, Fill(6), true).Raw(Chunk("JUNK", {})).Raw(Fill(4)); // the reader does not reach the last 4 bytes
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
     EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
@@ -159,7 +159,7 @@ TEST_F(NextChunk, IndexChunksAreSteppedOverOnlyInFilesThatHaveIndexes)
     const Bytes ix = Chunk("ix00", Text("00dc") + U32(4) + Fill(4, 9));
     builder.Raw(ix).Frame(0, Fill(6), true);
     OpenToPlay();
-    EXPECT_EQ(Next().payload, Fill(4, 9)); // found inside the index chunk
+    EXPECT_EQ(Next().payload, Fill(4, 9)); // a chunk inside the index chunk
     OpenToPlay();
     Info().bIndxPresent = 1;
     EXPECT_EQ(Next().payload, Fill(6));
@@ -188,7 +188,7 @@ TEST_F(NextChunk, TheSizeOfADrmDescriptorDoesNotMatter)
         const Delivered chunk = Next();
         EXPECT_EQ(chunk.uiResult, LX_OK);
         EXPECT_EQ(chunk.chunk.bDrm, 1);
-        EXPECT_EQ(chunk.chunk.uiStreamNr, 0u); // not that of the "dd" chunk
+        EXPECT_EQ(chunk.chunk.uiStreamNr, 0u); // not the stream number of the "dd" chunk
         EXPECT_EQ(chunk.payload, Fill(6));
     }
 }
@@ -214,7 +214,7 @@ TEST_F(NextChunk, ADrmDescriptorNeedsRoomForTheHeaderBehindIt)
 {
     builder.Frame(0, Fill(6), true).Raw(ChunkOfSize("00dd", 10, Fill(10)));
     AviBuilder enough = builder;
-    builder.Raw(ChunkOfSize("00dc", 4, Fill(2))); // the last four bytes are out of reach: 6 of 8
+    builder.Raw(ChunkOfSize("00dc", 4, Fill(2))); // without the last 4 bytes, 6 bytes are left; 8 are needed
     enough.Raw(ChunkOfSize("00dc", 4, Fill(4)));
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
@@ -228,7 +228,7 @@ TEST_F(NextChunk, ADrmDescriptorNeedsRoomForTheHeaderBehindIt)
 
 TEST_F(NextChunk, SlidingEndsWithTheList)
 {
-    AviBuilder indexed; // what follows the list looks like chunks
+    AviBuilder indexed; // the bytes behind the list look like chunks
     indexed.Add(VideoStream()).Frame(0, Fill(6), true).Raw(Fill(20));
     OpenToPlay(indexed.Build());
     EXPECT_EQ(Next().uiResult, LX_OK);
@@ -238,7 +238,7 @@ TEST_F(NextChunk, SlidingEndsWithTheList)
 
 TEST_F(NextChunk, ACodeWithoutRoomForItsSizeEndsTheList)
 {
-    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("00dc")).Raw(U32(2)); // four bytes are out of reach
+    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("00dc")).Raw(U32(2)); // the last 4 bytes are not reached
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
     EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
@@ -249,7 +249,7 @@ TEST_F(NextChunk, AChunkWithoutADescriptorIsNotProtected)
     builder.Frame(0, Fill(6), true);
     OpenToPlay();
     lxAviRead_ChunkData_t chunk = {};
-    chunk.bDrm = 1; // of the chunk before
+    chunk.bDrm = 1; // as from the chunk before
     Bool jumped = 0;
     ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
     EXPECT_EQ(chunk.bDrm, 0);
@@ -263,12 +263,12 @@ TEST_F(NextChunk, ThePadByteOfJunkBelongsToIt)
     EXPECT_EQ(Next().payload, Fill(6));
     const std::vector<UInt64> sizes(Faults().ReadSizes().begin() + static_cast<std::ptrdiff_t>(before),
                                     Faults().ReadSizes().end());
-    EXPECT_EQ(sizes, (std::vector<UInt64>{4, 4, 42, 4, 4, 6}));
+    EXPECT_EQ(sizes, (std::vector<UInt64>{1, 1, 1, 1, 1, 1, 1, 1, 42, 1, 1, 1, 1, 1, 1, 1, 1, 6}));
 }
 
 TEST_F(NextChunk, ANumberWithoutAStreamLeavesTheTypeUntilTheSizeIsThere)
 {
-    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("17dc")).Raw(U32(2)); // four bytes are out of reach
+    builder.Frame(0, Fill(6), true).Raw(Fill(5)).Raw(Text("17dc")).Raw(U32(2)); // the last 4 bytes are not reached
     OpenToPlay();
     EXPECT_EQ(Next().uiResult, LX_OK);
     lxAviRead_ChunkData_t chunk = {};
@@ -298,7 +298,7 @@ TEST_F(NextChunk, AChunkOfABadStreamIsOfNoType)
     OpenToPlay(bad.Build());
     for (int i = 0; i < 2; ++i) {
         lxAviRead_ChunkData_t chunk = {};
-        chunk.eStreamType = LX_AVIREAD_STREAM_VIDEO; // of the chunk before
+        chunk.eStreamType = LX_AVIREAD_STREAM_VIDEO; // as from the chunk before
         Bool jumped = 0;
         EXPECT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_ERR_AVIREAD_BAD_STREAM);
         EXPECT_EQ(chunk.eStreamType, LX_AVIREAD_STREAM_NONE);
@@ -335,8 +335,8 @@ TEST_F(NextChunk, AnEmptyStreamSlotIsABadStream)
     EXPECT_EQ(chunk.uiResult, LX_ERR_AVIREAD_BAD_STREAM);
     EXPECT_EQ(chunk.chunk.uiStreamNr, 5u);
     EXPECT_TRUE(log.Has("chunk with invalid stream number and size=6"));
-    EXPECT_EQ(Info().CurrentOffset, 4u + 8u); // the payload is not counted
-    EXPECT_EQ(Next().payload, Fill(8));       // found by sliding over it
+    EXPECT_EQ(Info().CurrentOffset, 4u + 8u); // the reader does not count the payload
+    EXPECT_EQ(Next().payload, Fill(8));       // the search goes through the payload byte by byte
 }
 
 TEST_F(NextChunk, ARejectedPayloadIsSlidOverByACallerThatDoesNotSkip)
@@ -354,7 +354,7 @@ TEST_F(NextChunk, APayloadThatLooksLikeAChunkFoolsACallerThatDoesNotSkip)
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
     EXPECT_EQ(Next().payload, Fill(4, 7));
     OpenToPlay();
-    const auto all = All(); // which skips
+    const auto all = All(); // All() skips rejected payloads
     ASSERT_EQ(all.size(), 3u);
     EXPECT_EQ(all[1].payload, Fill(8));
 }
@@ -372,15 +372,17 @@ TEST_F(NextChunk, EveryFailedReadIsTheSameReadError)
 {
     const std::pair<UInt64, const char*> cases[] = {
         {1, "lxAviReadCore_NextChunk : Error reding data at line:"},
-        {2, "lxAviReadCore_NextChunk : Error reading dwSize at line:"},
-        {4, "lxAviReadCore_NextChunk : Error reding data at line:"},
-        {5, "lxAviReadCore_NextChunk : Error reding data1 at line:"},
-        {6, "lxAviReadCore_NextChunk : Error reding i at line:"},
-        {7, "lxAviReadCore_NextChunk : Error reding wDrmKeyNr at line:"},
-        {8, "lxAviReadCore_NextChunk : Error reding data at line:"},
-        {9, "lxAviReadCore_NextChunk : Error reding size at line:"},
+        {4, "lxAviReadCore_NextChunk : Error reding data at line:"}, // the word's last byte
+        {5, "lxAviReadCore_NextChunk : Error reading dwSize at line:"},
+        {10, "lxAviReadCore_NextChunk : Error reding data at line:"},
+        {14, "lxAviReadCore_NextChunk : Error reding data1 at line:"},
+        {15, "lxAviReadCore_NextChunk : Error reding i at line:"},
+        {19, "lxAviReadCore_NextChunk : Error reding wDrmKeyNr at line:"},
+        {20, "lxAviReadCore_NextChunk : Error reding data at line:"},
+        {24, "lxAviReadCore_NextChunk : Error reding size at line:"},
+        {27, "lxAviReadCore_NextChunk : Error reding size at line:"},
     };
-    // JUNK (code, size, payload, next code), a pad byte, "dd" (size, descriptor, next code), size
+    // the reads: JUNK (code, size, payload, next code), a byte, "dd" (size, descriptor, next code), size
     builder.Raw(Chunk("JUNK", Fill(6)) + Bytes{'0'}).Drm(0, Fill(10)).Frame(0, Fill(8), true).Frame(0, Fill(8), true);
     const Bytes file = builder.Build();
     for (const auto kind : {ReadFault::Kind::ShortThenError, ReadFault::Kind::EndOfFile}) {
@@ -390,18 +392,18 @@ TEST_F(NextChunk, EveryFailedReadIsTheSameReadError)
             const Delivered chunk = Next();
             EXPECT_EQ(chunk.uiResult, LX_ERR_AVIREAD_READ) << n;
             EXPECT_TRUE(log.HasPrefix(text)) << n;
-            if (n == 7) {
+            if (n == 19) {
                 EXPECT_TRUE(log.Has("xxdd chunk size = 10"));
             }
         }
         OpenToPlay(file);
-        Faults().FaultRead(3, {kind, 0}); // the payload of JUNK
+        Faults().FaultRead(9, {kind, 0}); // the payload of JUNK
         EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ);
     }
     OpenToPlay(file);
     ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
     Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0});
-    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ); // an abort, too
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ); // an abort gives the same result
 }
 
 TEST_F(NextChunk, ATruncatedFileEndsWithAReadError)
@@ -461,7 +463,7 @@ TEST_F(NextChunk, APendingJumpIsExecutedInAPlainFile)
     EXPECT_TRUE(chunk.bJumped);
     EXPECT_EQ(chunk.payload, Fill(14, 3));
     EXPECT_EQ(Info().JumpOffset, 0u);
-    EXPECT_EQ(lxalAviRead_VideoFrame, 1u); // 0 by the jump, and one frame
+    EXPECT_EQ(lxalAviRead_VideoFrame, 1u); // the jump has set 0, then came one frame
 }
 
 TEST_F(NextChunk, AJumpWithoutSeekingIsAssertedAndTakenOver)
@@ -470,7 +472,7 @@ TEST_F(NextChunk, AJumpWithoutSeekingIsAssertedAndTakenOver)
     OpenToPlay();
     lxalAviRead_FileSeekPossible = 0;
     lxalAviRead_VideoFrame = 5;
-    Info().JumpOffset = 4 + 18; // the second chunk, but the file stands at the first
+    Info().JumpOffset = 4 + 18; // position of the second chunk; the file stands at the first chunk
     const UInt64 seeks = Faults().Seeks();
     const Delivered chunk = Next();
     EXPECT_TRUE(log.HasAssertion("lxalAviRead_FileSeekPossible",
@@ -480,7 +482,7 @@ TEST_F(NextChunk, AJumpWithoutSeekingIsAssertedAndTakenOver)
     EXPECT_EQ(Faults().Seeks(), seeks);
     EXPECT_EQ(Info().CurrentOffset, 4u + 18u + 8u + 10u);
     EXPECT_EQ(Info().JumpOffset, 0u);
-    EXPECT_EQ(lxalAviRead_VideoFrame, 6u); // not set to 0
+    EXPECT_EQ(lxalAviRead_VideoFrame, 6u); // the jump has not set it to 0
 }
 
 TEST_F(NextChunk, AJumpWhoseSeekFailsGoesOnWhereTheFileStands)
@@ -528,7 +530,7 @@ protected:
         }
         return nr;
     }
-    // Plays with absolute offsets, as an OpenDML index has them, and without a table.
+    // Opens for delivery with absolute offsets, as after parsing an OpenDML index, but without a table.
     void OpenSegments()
     {
         OpenToPlay();
@@ -583,7 +585,7 @@ TEST_F(Segments, ATargetAtTheEndOfTheCurrentListStaysInIt)
     const UInt64 end = Info().pCurrentAvix->moviDataOffset + Info().pCurrentAvix->moviDataSize;
     Info().JumpOffset = end;
     const Delivered chunk = Next();
-    // the list is exhausted at once, and the next one takes over: what lies between the two is not searched
+    // the list has no bytes left, so delivery goes to the next list, without a search between the two lists
     EXPECT_EQ(chunk.payload, Fill(14, 3));
     EXPECT_TRUE(chunk.bJumped);
 }
@@ -596,7 +598,7 @@ TEST_F(Segments, ATargetAtTheEndOfAListAheadIsOfTheListBehindIt)
     const UInt64 seeks = Faults().Seeks();
     EXPECT_EQ(Next().payload, Fill(16, 4));
     EXPECT_EQ(SegmentNr(), 2u);
-    EXPECT_EQ(Faults().Seeks(), seeks + 1); // no list was entered in between
+    EXPECT_EQ(Faults().Seeks(), seeks + 1); // the reader has not entered a list in between
 }
 
 TEST_F(Segments, ATargetOutsideEveryListIsRefused)
@@ -618,14 +620,15 @@ TEST_F(Segments, ATargetBetweenTwoListsIsFoundForwardAndNotBack)
     OpenSegments();
     const UInt64 between = Offset(2) - 10;
     Info().JumpOffset = between;
-    EXPECT_EQ(Next().payload, Fill(14, 3)); // slid over the list header
+    EXPECT_EQ(Next().payload, Fill(14, 3)); // the search has gone through the list header
     Info().JumpOffset = Offset(4);
     ASSERT_EQ(Next().uiResult, LX_OK);
     Info().JumpOffset = between;
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
     const auto* const pBefore = Info().pCurrentAvix->pPrevAvix;
     ASSERT_NE(pBefore, nullptr);
-    Info().JumpOffset = pBefore->moviDataOffset + pBefore->moviDataSize; // its end is no part of it, on the way back
+    // in the search backwards the end of a list does not belong to the list
+    Info().JumpOffset = pBefore->moviDataOffset + pBefore->moviDataSize;
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
 }
 
@@ -652,7 +655,7 @@ TEST_F(Segments, WithoutASegmentRecordTheFirstListIsTheOnlyOne)
 
 TEST_F(Segments, AChunkCutByTheEndOfAListGoesOnInTheNextWithoutASecondRoomTest)
 {
-    // "JUNK" whose payload does not fit: the skip is made from the first byte of the next list
+    // The payload of the JUNK chunk does not fit into its list, so the skip begins at the first byte of the next list.
     AviBuilder cut;
     cut.dmlhTotalFrames = 100;
     cut.eIndex = IndexKind::None;
@@ -662,7 +665,7 @@ TEST_F(Segments, AChunkCutByTheEndOfAListGoesOnInTheNextWithoutASecondRoomTest)
     Info().bAbsoluteOffsets = 1;
     Info().CurrentOffset = Info().moviOffset;
     EXPECT_EQ(Next().payload, Fill(10, 1));
-    EXPECT_EQ(Next().payload, Fill(16, 4)); // 22 bytes on: the first chunk of the list is jumped over
+    EXPECT_EQ(Next().payload, Fill(16, 4)); // 22 bytes later: the skip has gone over the first chunk of the list
 }
 
 } // namespace

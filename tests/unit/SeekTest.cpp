@@ -1,4 +1,4 @@
-// Seeking to a time, arming a jump, the range that can be sought.
+// Tests seeking to a time, arming a jump, and the range that seeking covers.
 
 #include "ReaderTest.hpp"
 
@@ -13,7 +13,7 @@ class Seek : public ReaderTest {
 protected:
     AviBuilder builder;
 
-    // Video of 25 fps with a key frame every `step` frames; audio behind each frame.
+    // Opens video of 25 fps. Every `step`-th frame is a key frame; audio stands behind or before each frame.
     void OpenVideo(UInt32 frames, UInt32 step, bool bAudioFirst = false, bool bAudio = true)
     {
         builder.Add(VideoStream());
@@ -34,7 +34,7 @@ protected:
         OpenIndexed(builder);
     }
 
-    // Frame number of the key frame that a seek arms.
+    // Seeks without audio, and returns the frame number of the key frame.
     UInt32 Sought(UInt32 time, UInt32 rounding)
     {
         const UInt32 result = lxAviReadCore_SeekToTime(time, -1, rounding);
@@ -96,7 +96,7 @@ TEST_F(Seek, BetweenTwoKeyFramesTheRoundingDecides)
     EXPECT_EQ(Sought(401, kDown), 10u);
     EXPECT_EQ(Sought(401, kUp), 20u);
     EXPECT_EQ(Sought(599, kNearest), 10u);
-    EXPECT_EQ(Sought(600, kNearest), 10u); // half way: the earlier
+    EXPECT_EQ(Sought(600, kNearest), 10u); // equally near: the earlier key frame
     EXPECT_EQ(Sought(601, kNearest), 20u);
 }
 
@@ -121,7 +121,7 @@ TEST_F(Seek, BetweenTwoLeavesTheGapRuleHolds)
     EXPECT_EQ(Sought(end, kUp), 3620u);
     EXPECT_EQ(Sought(end + 1, kDown), 3620u);
     EXPECT_EQ(Sought(end + 1, kUp), 3630u);
-    EXPECT_EQ(Sought(end + 200, kNearest), 3620u); // half way
+    EXPECT_EQ(Sought(end + 200, kNearest), 3620u); // equally near: the earlier key frame
     EXPECT_EQ(Sought(end + 201, kNearest), 3630u);
     EXPECT_EQ(Sought(end + 400, kDown), 3630u);
 }
@@ -137,7 +137,7 @@ TEST_F(Seek, ASingleKeyFrameAnswersEveryTime)
 TEST_F(Seek, AnUnknownRoundingShowsOnlyWhereItDecides)
 {
     OpenVideo(50, 10);
-    EXPECT_EQ(Sought(800, 3), 20u); // exact
+    EXPECT_EQ(Sought(800, 3), 20u); // exactly the time of a key frame
     EXPECT_EQ(Sought(5000, 3), 40u);
     EXPECT_TRUE(log.Assertions().empty());
     EXPECT_EQ(Sought(801, 3), 0u);
@@ -159,7 +159,7 @@ TEST_F(Seek, AudioAheadOfTheKeyFrameIsJumpedToFirst)
     EXPECT_EQ(lxalAviRead_AudioFrame[0], entry.audioFrameNumber[0]);
     EXPECT_TRUE(log.HasPrefix("lxAviReadCore_SetPointerOnKF: audio(offset=0."));
     EXPECT_TRUE(log.HasPrefix("lxAviReadCore_SeekToTime : Set jump to audio chunk: 0."));
-    // without a track it is the video
+    // without an audio track the jump goes to the video
     static_cast<void>(lxAviReadCore_SeekToTime(800, -1, kDown));
     EXPECT_EQ(Info().JumpOffset, entry.videoChunkOffset);
     EXPECT_EQ(Info().bJumpToVideo, 1);
@@ -186,8 +186,8 @@ TEST_F(Seek, AllTracksAreLoadedWhateverIsSelected)
     const auto& entry = Entry(0, 2);
     EXPECT_EQ(lxalAviRead_AudioFrame[0], entry.audioFrameNumber[0]);
     EXPECT_EQ(lxalAviRead_AudioFrame[1], entry.audioFrameNumber[1]);
-    EXPECT_EQ(lxalAviRead_AudioFrame[7], 0xFFFFFFFFu); // an absent track
-    // a track switch in place of a resume finds its counters right
+    EXPECT_EQ(lxalAviRead_AudioFrame[7], 0xFFFFFFFFu); // the file has no track 7
+    // after a switch to another track the counters of that track are right
     const Delivered audio = NextValid(1);
     const Delivered next = audio.chunk.eStreamType == 1 ? audio : NextValid(1);
     EXPECT_EQ(next.chunk.eStreamType, 1u);
@@ -210,8 +210,8 @@ TEST_F(Seek, AStreamThatStartsLateIsToldByTheResult)
     video.header.dwStart = 25;
     builder.Add(video).Frame(0, Fill(4), true).Frame(0, Fill(4), true);
     OpenIndexed(builder);
-    EXPECT_EQ(lxAviReadCore_SeekToTime(0, -1, kDown), 1000u); // the stream's time includes the start
-    EXPECT_EQ(lxAviReadCore_SeekToTime(40, -1, kDown), 1040u); // and the table's does not
+    EXPECT_EQ(lxAviReadCore_SeekToTime(0, -1, kDown), 1000u); // the returned stream time includes the start
+    EXPECT_EQ(lxAviReadCore_SeekToTime(40, -1, kDown), 1040u); // the time to seek, as in the table, does not
 }
 
 TEST_F(Seek, ATrackOutOfRangeIsAssertedAndTakenForNone)
@@ -289,7 +289,7 @@ TEST_F(Seek, TheRangeIsThatOfTheTable)
 TEST_F(Seek, SearchesAndRangesEndAtTheLastLeafInUse)
 {
     OpenVideo(5, 1, false, false);
-    // a table with two leaves more than the key frames need
+    // the table has two more leaves than the key frames need
     Info().uiMaxRecordsInBuffer = 1125;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
     Bytes buffer(18000);

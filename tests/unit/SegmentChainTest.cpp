@@ -1,4 +1,4 @@
-// The chain of movi segments behind the first RIFF list.
+// Tests the chain of movi segments behind the first RIFF list.
 
 #include "ReaderTest.hpp"
 
@@ -95,7 +95,7 @@ TEST_F(SegmentChain, AnExtensionWithAnotherListIsRefused)
     EXPECT_EQ(log.Assertions()[0].file, "src/demux/comps/lxAviRead/src/core/src/AviReadcore");
     // the record stays in the chain until the next Reset
     EXPECT_EQ(Chain().size(), 2u);
-    EXPECT_EQ(Info().StreamInfo[0], nullptr); // a failure of Open
+    EXPECT_EQ(Info().StreamInfo[0], nullptr); // Open has failed and freed the stream records
     ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
     EXPECT_EQ(Info().pCurrentAvix, nullptr);
 }
@@ -160,7 +160,7 @@ TEST_F(SegmentChain, WithoutSeekingItReadsFromWhereTheFileStands)
     builder.NextRiff().Frame(0, Fill(20), true);
     const Bytes file = builder.Build();
     ASSERT_EQ(Open(file, false), LX_OK);
-    // Open has left the file at the first media chunk, and that is no list
+    // the file stands at the first media chunk, where no list begins
     EXPECT_EQ(Info().pCurrentAvix, nullptr);
     EXPECT_EQ(Info().bAvixPresent, 0);
 }
@@ -170,14 +170,14 @@ TEST_F(SegmentChain, WithoutSeekingTheWalkTakesItsStartForPositionZero)
     const Bytes good = builder.Build();
     const Bytes file = good + Avix(List("movi", Chunk("00dc", Fill(20))));
     Bytes first = file;
-    Patch32(first, Find(first, "dmlh") + 8, 0); // no walk by Open
+    Patch32(first, Find(first, "dmlh") + 8, 0); // so Open does not look for AVIX lists
     ASSERT_EQ(Open(first), LX_OK);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), good.size(), 0), 1);
     lxalAviRead_FileSeekPossible = 0;
     ASSERT_EQ(lxAviReadCore_ConstructAvixInfo(0, &Info()), LX_OK);
     const auto chain = Chain();
     ASSERT_EQ(chain.size(), 2u);
-    EXPECT_EQ(chain[0]->moviDataSize, 18u); // as it was
+    EXPECT_EQ(chain[0]->moviDataSize, 18u); // unchanged
     EXPECT_EQ(chain[1]->moviDataOffset, 24u);
 }
 
@@ -187,7 +187,7 @@ TEST_F(SegmentChain, WithoutAFirstRecordTheFirstNewOneIsCurrent)
     builder.NextRiff().Frame(0, Fill(30), true);
     const Bytes file = builder.Build();
     ASSERT_EQ(Open(file), LX_OK);
-    while (Info().pCurrentAvix != nullptr) { // an input that could not seek has none
+    while (Info().pCurrentAvix != nullptr) { // as for an input that cannot seek
         auto* const pRecord = Info().pCurrentAvix;
         Info().pCurrentAvix = pRecord->pNextAvix;
         Faults().Free(pRecord);
@@ -206,7 +206,7 @@ TEST_F(SegmentChain, WalkingAgainReplacesTheRecords)
 
 TEST_F(SegmentChain, AWalkThatWouldGoBackEnds)
 {
-    // the size leads beyond 4 GiB, and a seek would wrap to the start of the list
+    // the size leads beyond 4 GiB, where a 32-bit seek would lead back to the start of the list
     const Bytes good = builder.Build();
     Bytes file = good + Avix(List("movi", Chunk("00dc", Fill(20))));
     Patch32(file, good.size() + 4, 0xFFFFFFF8u);
@@ -230,7 +230,7 @@ TEST_F(SegmentChain, ListsThatReachIntoTheNextOneEndThere)
     EXPECT_EQ(chain[1]->moviDataOffset, first + 24);
     EXPECT_EQ(chain[1]->moviDataSize, 28u);
     EXPECT_EQ(chain[2]->moviDataSize, 28u);
-    EXPECT_EQ(chain[3]->moviDataSize, 3996u); // nothing follows it
+    EXPECT_EQ(chain[3]->moviDataSize, 3996u); // no list follows, so the size stays
 }
 
 TEST_F(SegmentChain, AnAbortAndSpentAttemptsArePassedOn)

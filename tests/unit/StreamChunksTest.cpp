@@ -1,4 +1,4 @@
-// What becomes of a chunk: tracks, counters, key frames, the sync rules after a jump, the trim.
+// Tests the decision about a chunk: tracks, counters, key frames, the sync rules after a jump, the trim.
 
 #include "ReaderTest.hpp"
 
@@ -101,7 +101,7 @@ TEST_F(StreamChunks, TheProcessorsRejectWhatBelongsElsewhere)
     EXPECT_EQ(lxAviReadCore_ProcessNextVideoChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_VIDEO_SKIPPED);
     EXPECT_EQ(chunk.eStreamType, 2u);
     EXPECT_TRUE(log.Has("Video chunk with invalid stream number and size=5"));
-    chunk.uiStreamNr = LX_AVIREAD_STREAMS; // no track at all
+    chunk.uiStreamNr = LX_AVIREAD_STREAMS; // no such stream
     EXPECT_EQ(lxAviReadCore_ProcessNextAudioChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_AUDIO_SKIPPED);
     EXPECT_EQ(lxAviReadCore_ProcessNextSubtitleChunk(&Info(), &chunk, 0), LX_ERR_AVIREAD_SUBTITLE_SKIPPED);
     EXPECT_EQ(lxalAviRead_AudioFrame[0], 0u);
@@ -141,7 +141,7 @@ TEST_F(StreamChunks, ATrackBeyondTheLastIsNeitherPlayedNorCounted)
     builder.eIndex = IndexKind::None;
     builder.Add(VideoStream()).Add(PcmStream()).Audio(1, Fill(10)).Audio(1, Fill(10)).Frame(0, Fill(4), true);
     OpenToPlay();
-    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // which no file brings about
+    Info().TrackNumber[1] = LX_AVIREAD_AUDIO_TRACKS; // no file leads to this value
     for (const UInt32 selected : {0u, UInt32{LX_AVIREAD_AUDIO_TRACKS}}) {
         const Delivered chunk = Next(selected);
         EXPECT_EQ(chunk.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
@@ -223,7 +223,8 @@ TEST_F(StreamChunks, ARejectedJumpToVideoClearsBothFlags)
     EXPECT_TRUE(log.Has("jmp to video chunk didnt find KF,reject the jmp"));
 }
 
-// Key frames every 4 frames of 40 ms; audio of 320 bytes (20 ms of 16000 bytes/s) twice per frame, ahead of it.
+// Frames of 40 ms; every fourth frame is a key frame. Before each frame stand two audio chunks of 320 bytes (20 ms at
+// 16000 bytes/s).
 class SyncRules : public StreamChunks {
 protected:
     SyncRules()
@@ -240,8 +241,7 @@ TEST_F(SyncRules, ASeekResumesAudioAndVideoTogether)
 {
     OpenIndexed(builder);
     EXPECT_EQ(lxAviReadCore_SeekToTime(800, 0, lxAviRead_SetPosRoundDown), 800u); // frame 20
-    // The audio of the key frame is the chunk before the one that passes its time: chunk 39 starts at 780 ms, and with
-    // the new chunk's size added it is 39 that is the last to begin before 800.
+    // The key frame gets the audio chunk before the first chunk whose computed time is later than 800 ms.
     const Delivered first = NextValid();
     EXPECT_TRUE(first.bJumped);
     EXPECT_EQ(first.chunk.eStreamType, 1u);
@@ -266,7 +266,7 @@ TEST_F(SyncRules, AnEarlierKeyFrameIsRejectedByItsTime)
     Info().JumpOffset = Relative(12 * 3 + 2); // frame 12, a key frame before the sync entry
     const Delivered early = Next();
     EXPECT_EQ(early.uiResult, LX_ERR_AVIREAD_VIDEO_SKIPPED);
-    EXPECT_EQ(lxalAviRead_VideoFrame, 12u); // but it was met
+    EXPECT_EQ(lxalAviRead_VideoFrame, 12u); // the reader has still set the counter
 }
 
 TEST_F(SyncRules, OtherFramesAreDeliveredOnceTheFrameCounterHasReachedTheSyncEntry)
@@ -291,16 +291,16 @@ TEST_F(SyncRules, TheFirstAudioChunkIsComparedWithTheSyncChunk)
 {
     OpenIndexed(builder);
     const UInt64 syncOffset = Entry(0, 5).audioChunkOffset[0];
-    // one chunk before the sync chunk: dropped, and the flag is used up
+    // the jump goes one audio chunk before the sync chunk
     Info().bAudioSync = 1;
     Info().audioSyncItemNr = 5;
     Info().JumpOffset = syncOffset - 328;
     Delivered chunk = Next();
-    if (chunk.chunk.eStreamType == 2) { // a frame may stand between
+    if (chunk.chunk.eStreamType == 2) { // a frame can stand between
         SkipRejected(chunk);
         chunk = Next();
     }
-    // equal to the sync chunk's position: delivered
+    // the reader delivers a chunk at the sync chunk's position
     Info().bAudioSync = 1;
     Info().JumpOffset = syncOffset;
     chunk = Next();
@@ -308,7 +308,7 @@ TEST_F(SyncRules, TheFirstAudioChunkIsComparedWithTheSyncChunk)
     EXPECT_EQ(chunk.chunk.eStreamType, 1u);
     EXPECT_EQ(Info().bAudioSync, 0);
     EXPECT_TRUE(log.HasPrefix("1st audio chunk After Jump(fr#="));
-    // below it: dropped
+    // the reader drops a chunk before the sync chunk's position
     log.Clear();
     Info().bAudioSync = 1;
     Info().JumpOffset = 4;
@@ -317,10 +317,10 @@ TEST_F(SyncRules, TheFirstAudioChunkIsComparedWithTheSyncChunk)
     EXPECT_TRUE(log.Has("1st Audio Chk after jmp,skip it as the Chk offset < the actual offset "));
     EXPECT_EQ(Info().bAudioSync, 0);
     SkipRejected(chunk);
-    EXPECT_EQ(Next().uiResult, LX_OK); // the next one before the sync chunk passes
+    EXPECT_EQ(Next().uiResult, LX_OK); // also before the sync chunk, but delivered
 }
 
-// One audio chunk of 8000 bytes (500 ms of 16000 bytes/s) per half second, key frames at 0, 1000, 2000 ms, …
+// One audio chunk of 8000 bytes (500 ms at 16000 bytes/s) per half second. Key frames at 0, 1000, 2000 ms, …
 class Trim : public StreamChunks {
 protected:
     Stream audio = PcmStream(); // 16-bit mono: blocks of 2 bytes, 0.125 ms
@@ -337,7 +337,8 @@ protected:
         OpenIndexed(builder);
     }
 
-    // Arms the sync entry so that the audio chunk that comes first begins `early` ms before the key frame.
+    // Jumps to the key frame at 1000 ms, and returns the first audio chunk. `item`, `frame` and `bytePosition` are the
+    // values of this chunk in the table.
     Delivered FirstAudioAfterJump(size_t item, UInt32 frame, UInt64 bytePosition)
     {
         static_cast<void>(lxAviReadCore_SeekToTime(1000, 0, lxAviRead_SetPosRoundDown));
@@ -365,7 +366,7 @@ TEST_F(Trim, ThreeBlocksEarlyLosesTwo)
     EXPECT_EQ(chunk.chunk.uiBytePosition, 13600u + 1600u);
     EXPECT_EQ(chunk.payload.size(), 6400u);
     EXPECT_EQ(Info().CurrentOffset, 4u + 8u + 8000u);
-    // the whole chunk is counted
+    // the reader counts the whole chunk
     EXPECT_EQ(lxalAviRead_AudioFrame[0], 2u);
     EXPECT_EQ(NextValid().chunk.uiBytePosition, 13600u + 8000u);
 }
@@ -375,15 +376,15 @@ TEST_F(Trim, OneBlockEarlyLosesNothing)
     audio.header.dwScale = 800;
     Build();
     EXPECT_EQ(FirstAudioAfterJump(0, 1, 15200).chunk.uiSize, 8000u);
-    EXPECT_EQ(FirstAudioAfterJump(0, 1, 16000).chunk.uiSize, 8000u); // at the key frame's time
-    EXPECT_EQ(FirstAudioAfterJump(0, 1, 20000).chunk.uiSize, 8000u); // and after it
+    EXPECT_EQ(FirstAudioAfterJump(0, 1, 16000).chunk.uiSize, 8000u); // begins at the key frame's time
+    EXPECT_EQ(FirstAudioAfterJump(0, 1, 20000).chunk.uiSize, 8000u); // begins later than the key frame
 }
 
 TEST_F(Trim, ATrimThatWouldTakeTheWholeChunkIsNotMade)
 {
     audio.header.dwScale = 800;
     Build();
-    // 10 blocks of 800 are the whole chunk: 11 blocks early asks for them
+    // The chunk has 10 blocks of 800 bytes. When it begins 11 blocks early, the trim would drop all 10.
     EXPECT_EQ(FirstAudioAfterJump(0, 1, 16000 - 11 * 800).chunk.uiSize, 8000u);
     EXPECT_EQ(FirstAudioAfterJump(0, 1, 16000 - 10 * 800).chunk.uiSize, 800u);
 }
@@ -406,7 +407,7 @@ TEST_F(Trim, VariableBitRateIsNotTrimmed)
 TEST_F(Trim, ASampleRateOfAThousandQualifies)
 {
     audio = Mp3CbrStream(16000);
-    audio.header.dwSampleSize = 0; // differs from the block size 1, and 16000 / 1 is 1000 or more
+    audio.header.dwSampleSize = 0; // differs from the block size 1; 16000 / 1 is not below 1000
     Build();
     // blocks of one byte: 1000 / 16000 ms
     const Delivered chunk = FirstAudioAfterJump(0, 1, 15200);
@@ -417,7 +418,7 @@ TEST_F(Trim, ASkipThatFailsShowsInThePayload)
 {
     audio.header.dwScale = 800;
     Build();
-    const UInt64 readsToPayload = 2; // code and size
+    const UInt64 readsToPayload = 2 * kCallsOfAWord; // code and size
     static_cast<void>(lxAviReadCore_SeekToTime(1000, 0, lxAviRead_SetPosRoundDown));
     Entry(0, 1).audioChunkOffset[0] = Relative(0);
     Entry(0, 1).audioBytePosition[0] = 13600;

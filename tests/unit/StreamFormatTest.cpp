@@ -1,4 +1,4 @@
-// Stream formats and stream data.
+// Tests stream formats and stream data.
 
 #include "ReaderTest.hpp"
 
@@ -17,7 +17,7 @@ protected:
         AviBuilder builder;
         builder.Add(stream).Add(TextStream());
         ASSERT_EQ(Open(builder), LX_OK);
-        // whatever was stored, the next stream was found
+        // the reader has found the next stream
         ASSERT_EQ(Info().StreamInfo[1]->StreamType, 3u);
     }
 
@@ -72,8 +72,8 @@ TEST_F(StreamFormat, AnAudioFormatOf18BytesIsReadWhole)
     OpenFormat("auds", format);
     Bytes out(40, 0xEE);
     ASSERT_EQ(lxAviReadCore_GetStrfData(0, out.data()), LX_OK);
-    EXPECT_EQ(out, format + Fill(14, 0) + Fill(8, 0xEE)); // 32 bytes and no more
-    EXPECT_EQ(Info().StreamInfo[0]->iFrameSize, 2);       // whatever the channel count
+    EXPECT_EQ(out, format + Fill(14, 0) + Fill(8, 0xEE)); // exactly 32 bytes are copied
+    EXPECT_EQ(Info().StreamInfo[0]->iFrameSize, 2);       // does not depend on the number of channels
 }
 
 TEST_F(StreamFormat, AnAudioFormatOf50BytesIsCutQuietly)
@@ -91,7 +91,7 @@ TEST_F(StreamFormat, ATextFormatIsCutAt8Bytes)
     EXPECT_TRUE(log.Has(0x8100, "AviReadCore : size of text subtitle stream (20) is bigger then size of struct (8)\n"));
     Bytes out(8, 0xEE);
     ASSERT_EQ(lxAviReadCore_GetStrfData(0, out.data()), LX_OK);
-    EXPECT_EQ(out, Fill(8, 0xEE)); // not for this kind
+    EXPECT_EQ(out, Fill(8, 0xEE)); // not copied for a subtitle stream
     const auto* const pFormat = static_cast<const UInt8*>(Info().StreamInfo[0]->Format);
     EXPECT_EQ(Bytes(pFormat, pFormat + 9), Counting(8) + Fill(1, 0));
 }
@@ -112,7 +112,7 @@ TEST_F(StreamFormat, AudioFrameSizesFollowTheTable)
     EXPECT_EQ(FrameSize(0x0003, 44100, 176400, 32), 4);
     EXPECT_EQ(FrameSize(0x0055, 1000, 7000), 7000); // (1152 / 1000) * 7000
     EXPECT_EQ(FrameSize(0x0055, 576, 7000), 14000);
-    EXPECT_EQ(FrameSize(0x0055, 44100, 16000), 0); // the quotient is truncated first
+    EXPECT_EQ(FrameSize(0x0055, 44100, 16000), 0); // the reader first truncates the quotient
     EXPECT_EQ(FrameSize(0x0050, 384, 100), 300);
     EXPECT_EQ(FrameSize(0x00FF, 512, 100), 200);
     EXPECT_EQ(FrameSize(0x2000, 500, 100), 300);
@@ -128,7 +128,7 @@ TEST_F(StreamFormat, NoSamplesPerSecondGiveFrameSizeZero)
 
 TEST_F(StreamFormat, StreamDataOf2231BytesIsNone)
 {
-    // an odd size arrives one larger: the chunk is even in the file, and so is the size that is passed on
+    // In the file 2231 bytes would become the even size 2232, so the test passes the odd size to the parser itself.
     Stream video = VideoStream();
     AviBuilder builder;
     builder.Add(video).Add(TextStream());
@@ -218,8 +218,8 @@ TEST_F(StreamFormat, BitRatesAreTold)
     EXPECT_EQ(isVbr(0, 1152, 44100, 1152), 1);
     EXPECT_EQ(isVbr(1, 4, 1000, 1), 0);
     EXPECT_EQ(isVbr(1, 4, 999, 1), 1);
-    EXPECT_EQ(isVbr(1, 4, 0, 0), 0);          // no number is below 1000
-    EXPECT_EQ(isVbr(1, 4, 0x80000000u, 1), 0); // unsigned
+    EXPECT_EQ(isVbr(1, 4, 0, 0), 0);          // 0 / 0 is not a number, and not below 1000
+    EXPECT_EQ(isVbr(1, 4, 0x80000000u, 1), 0); // the rate is unsigned
     EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 17), 0);
 }
 

@@ -1,4 +1,4 @@
-// Stream lists: headers, kinds, track numbers.
+// Tests stream lists: headers, kinds, track numbers.
 
 #include "ReaderTest.hpp"
 
@@ -28,7 +28,7 @@ TEST_F(StreamList, TheHeaderIsKeptWhole)
     UInt32 size = 1;
     ASSERT_EQ(lxAviReadCore_GetStrhData(0, &header, &size), LX_OK);
     EXPECT_EQ(AsBytes(header), AsBytes(video.header));
-    EXPECT_EQ(size, 0u); // nothing is indexed yet
+    EXPECT_EQ(size, 0u); // no index has been parsed yet
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
     ASSERT_EQ(lxAviReadCore_GetStrhData(0, &header, &size), LX_OK);
     EXPECT_EQ(size, 4u);
@@ -85,7 +85,7 @@ TEST_F(StreamList, ANinthSubtitleStreamIsTrackZero)
     EXPECT_EQ(Info().TrackNumber[7], 7u);
     EXPECT_EQ(Info().TrackNumber[8], 0u);
     EXPECT_EQ(Info().SubtitleTracksCount, 10u);
-    // whatever it was before
+    // the reader sets it, whatever the value before
     Info().TrackNumber[8] = 5;
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
     ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_OK);
@@ -100,7 +100,7 @@ TEST_F(StreamList, UnknownTypesBelongToNoKind)
     EXPECT_EQ(Info().videoStreamNr, 1);
     EXPECT_TRUE(log.HasPrefix("AviReadCore : Fourcc error! Stream 0 type (auds/vids) not defined 7364696d ( s d i m) "
                               "(line:"));
-    Info().StreamInfo[0]->StreamType = LX_AVIREAD_STREAM_AUDIO; // whatever it was before
+    Info().StreamInfo[0]->StreamType = LX_AVIREAD_STREAM_AUDIO; // the reader sets it, whatever the value before
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
     ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_OK);
     EXPECT_EQ(Info().StreamInfo[0]->StreamType, LX_AVIREAD_STREAM_NONE);
@@ -176,16 +176,16 @@ TEST_F(StreamList, ASecondFormatOfTheMainVideoStreamMakesItASubtitleStream)
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().StreamInfo[0]->StreamType, 3u);
     EXPECT_EQ(Info().videoStreamNr, 0);
-    // An index there is of subtitles, and of no use.
+    // An index chunk behind it belongs to a subtitle stream, so the reader skips it.
     builder.streams[0].extra = Chunk("strf", video.format) + Chunk("indx", Fill(40, 0));
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().bIndxPresent, 1);
     EXPECT_EQ(Info().StreamInfo[0]->IndxChunk.pAviSuperIndexEntry, nullptr);
-    // Stream data make it the video stream again.
+    // Stream data behind it makes the stream the video stream again.
     builder.streams[0].extra = Chunk("strf", video.format) + Chunk("strd", Fill(2232, 1));
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().StreamInfo[0]->StreamType, 2u);
-    // Where they come first, they are of a stream that is no video stream any more.
+    // When the stream data comes first, the second format then makes the stream a subtitle stream.
     builder.streams[0].extra = Chunk("strd", Fill(2232, 1)) + Chunk("strf", video.format);
     ASSERT_EQ(Open(builder), LX_OK);
     ASSERT_EQ(Info().StreamInfo[0]->bStrdPresent, 1);
@@ -198,12 +198,12 @@ TEST_F(StreamList, ASecondFormatOfTheMainVideoStreamMakesItASubtitleStream)
 
 TEST_F(StreamList, AnUnusableIndexTakesThePromiseOfAnIndexBack)
 {
-    // An input that cannot tell its position has no use for an index on one level.
+    // When the input cannot state its position, the reader cannot use a one-level index.
     const Bytes indx = Chunk("indx", U16(2) + Bytes{0, 1} + U32(1) + Text("00dc") + Fill(12, 0) + U32(8) + U32(4));
     builder.eIndex = IndexKind::None;
     builder.Add(VideoStream()).Raw(indx);
     indxOptionOfOpen = LX_AVIREAD_FOLLOW_FORMAT | 1;
-    ASSERT_EQ(Open(builder.Build(), false), LX_OK); // and stands at the chunk
+    ASSERT_EQ(Open(builder.Build(), false), LX_OK); // now the file stands at the chunk
     Info().AviHdr->dwFlags |= LX_AVIREAD_HAS_INDEX;
     EXPECT_EQ(lxAviReadCore_ParseListStrl(0, &Info(), static_cast<UInt32>(indx.size()), 0), LX_OK);
     EXPECT_EQ(Info().AviHdr->dwFlags & LX_AVIREAD_HAS_INDEX, 0u);

@@ -1,4 +1,4 @@
-// Presentation times.
+// Tests presentation times.
 
 #include "ReaderTest.hpp"
 
@@ -30,7 +30,7 @@ TEST_F(StreamTime, VideoCountsFrames)
     OpenStream(VideoStream());
     EXPECT_EQ(Time(25), 1000u);
     EXPECT_EQ(Time(0), 0u);
-    EXPECT_EQ(Time(1, 999999), 40u); // bytes do not matter
+    EXPECT_EQ(Time(1, 999999), 40u); // the byte position has no effect
     EXPECT_TRUE(log.Has("lxAviReadCore_GetStreamTime: Video. stream=0 framenumber=   25 bytePosition=0.      0 "
                         "dwMicroSecPerFrame=  40000 streamTime=   1000"));
 }
@@ -39,7 +39,7 @@ TEST_F(StreamTime, VideoBeginsAtItsStart)
 {
     OpenStream(Started(VideoStream(), 10));
     EXPECT_EQ(Time(15), 1000u);
-    EXPECT_EQ(Time(0xFFFFFFFFu), 360u); // wraps: 9 frames
+    EXPECT_EQ(Time(0xFFFFFFFFu), 360u); // the sum wraps to 9 frames
 }
 
 TEST_F(StreamTime, VideoTimesAreTruncated)
@@ -51,7 +51,7 @@ TEST_F(StreamTime, VideoTimesAreTruncated)
 
 TEST_F(StreamTime, VideoCountsAbove2To24LoseTheirLowestBits)
 {
-    OpenStream(VideoStream(), 1000); // a millisecond each
+    OpenStream(VideoStream(), 1000); // a frame lasts one millisecond
     EXPECT_EQ(Time(16777216), 16777216u);
     EXPECT_EQ(Time(16777217), 16777216u);
     EXPECT_EQ(Time(16777219), 16777220u);
@@ -69,7 +69,7 @@ TEST_F(StreamTime, PcmCountsBytesOverTheRate)
     ASSERT_EQ(pcm.header.dwRate, 176400u);
     OpenStream(pcm);
     EXPECT_EQ(Time(0, 176400), 1000u);
-    EXPECT_EQ(Time(77, 88200), 500u); // chunks do not matter
+    EXPECT_EQ(Time(77, 88200), 500u); // the chunk number has no effect
     EXPECT_TRUE(log.HasPrefix("lxAviReadCore_GetStreamTime: AC3 or PCM.stream=0 framenumber=    0 bytePosition=0. "
                               "176400"));
 }
@@ -161,8 +161,8 @@ TEST_F(StreamTime, NoRateAndNoScaleAreVbrAndGiveNoTime)
     Stream stream = Mp3VbrStream(0);
     stream.header.dwScale = 0;
     OpenStream(stream);
-    EXPECT_EQ(Time(100), 0u); // 100 x (0 x infinity) is no number
-    EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 0), 0); // the other test sees it otherwise
+    EXPECT_EQ(Time(100), 0u); // 100 x (0 x infinity) is not a number
+    EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 0), 0); // TrackIsVBR decides differently
 }
 
 TEST_F(StreamTime, NoRateGivesTheLargestTime)

@@ -1,4 +1,4 @@
-// What the reader tells of its way: the messages of ordinary sessions, in its words.
+// Tests the exact texts of the messages that the reader logs in ordinary sessions.
 
 #include "ReaderTest.hpp"
 
@@ -36,7 +36,7 @@ TEST_F(Traces, OfOpen)
             "AviReadCore : Found streamformat sub-chunk. FccType is vids 73646976, size 28\n",
             "AviReadCore : Stream 1 streamheader subchunk\n", "leaving lxAviReadCore_ParseListStrl",
             "lxAviReadCore_AudioFrameSizeCalculation pStrInfo=0x", "AviReadCore : Found LIST"});
-    EXPECT_TRUE(log.HasPrefix("Calling ReadRecord from ReadRiffHeader at "
+    EXPECT_TRUE(log.HasPrefix("Calling ReadRecord(pAviInfo, form) from ReadRiffHeader at "
                               "src/demux/comps/lxAviRead/src/core/src/AviReadcore:"));
     Expect({"Successfully returned from function call at src/demux/comps/lxAviRead/src/core/src/AviReadcore:"});
 }

@@ -1,4 +1,4 @@
-// Steps from key frame to key frame.
+// Tests steps from key frame to key frame.
 
 #include "ReaderTest.hpp"
 
@@ -24,7 +24,7 @@ protected:
         OpenIndexed(builder);
     }
 
-    // Plays until the frame has been delivered.
+    // Plays until the reader has delivered the frame.
     void PlayTo(UInt32 frame)
     {
         static_cast<void>(lxAviReadCore_SeekToTime(frame * 40, -1, lxAviRead_SetPosRoundDown));
@@ -42,7 +42,7 @@ protected:
         return Entry(Info().audioSyncLeafNr, Info().audioSyncItemNr).videoFrameNumber;
     }
 
-    // The key frame that is delivered first.
+    // Returns the number of the frame that is delivered next.
     UInt32 Shown()
     {
         for (;;) {
@@ -74,7 +74,8 @@ TEST_F(TrickMode, AJumpGoesForwardAndBackAndLoadsTheCounters)
     EXPECT_EQ(lxalAviRead_AudioFrame[0], Entry(0, 6).audioFrameNumber[0]);
     EXPECT_EQ(Info().bJumpToVideo, 1);
     EXPECT_TRUE(log.Has("lxAviReadCore_JumpInKeyFrames: KFs=3 time=2400 leaf 0->0 item 3->6"));
-    EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(-2, -1), LX_OK); // from the key frame played last, which has not moved
+    // the second jump also counts from the key frame played last, which is frame 30
+    EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(-2, -1), LX_OK);
     EXPECT_EQ(Armed(), 10u);
     EXPECT_EQ(Shown(), 10u);
 }
@@ -90,7 +91,7 @@ TEST_F(TrickMode, AJumpOffEitherEndGoesToTheFirstKeyFrame)
         EXPECT_TRUE(log.Assertions().empty());
     }
     PlayTo(30);
-    EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(6, -1), LX_OK); // exactly the last one
+    EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(6, -1), LX_OK); // exactly to the last key frame
     EXPECT_EQ(Armed(), 90u);
 }
 
@@ -125,14 +126,14 @@ TEST_F(TrickMode, TheNextStepSkipsWhatTheReaderHasPassed)
 {
     OpenVideo(100, 10);
     PlayTo(10);
-    // the reader is three key frames past the one played last
+    // delivery has passed two more key frames since the key frame played last
     Info().CurrentOffset = Entry(0, 4).videoChunkOffset - 5;
     EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrame(&found, -1), LX_OK);
     EXPECT_EQ(found, 1);
     EXPECT_EQ(Armed(), 40u);
     EXPECT_EQ(lxalAviRead_VideoFrame, 40u);
     PlayTo(10);
-    Info().CurrentOffset = Entry(0, 4).videoChunkOffset; // exactly there: not passed
+    Info().CurrentOffset = Entry(0, 4).videoChunkOffset; // delivery has not passed the key frame at this position
     EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrame(&found, -1), LX_OK);
     EXPECT_EQ(Armed(), 40u);
     EXPECT_TRUE(log.HasPrefix("Entered lxAviReadCore_SetJumpToNextKeyFrame. lastPlayedKeyFrame=0->1 "));
@@ -159,13 +160,13 @@ TEST_F(TrickMode, TrickPlayStepsExactlyOneWhereverTheReaderIs)
     EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0), LX_OK);
     EXPECT_EQ(found, 1);
     EXPECT_EQ(Armed(), 20u);
-    EXPECT_EQ(Info().JumpOffset, Entry(0, 2).videoChunkOffset); // the video, whatever the audio
+    EXPECT_EQ(Info().JumpOffset, Entry(0, 2).videoChunkOffset); // to the video, not to the audio
     EXPECT_EQ(Info().bAudioSync, 1);
     EXPECT_EQ(Info().bJumpToVideo, 0);
-    EXPECT_EQ(lxalAviRead_VideoFrame, videoFrame); // counters are not loaded
+    EXPECT_EQ(lxalAviRead_VideoFrame, videoFrame); // the step does not load the counters
     EXPECT_EQ(lxalAviRead_AudioFrame[0], audioFrame);
     EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0), LX_OK);
-    EXPECT_EQ(Armed(), 30u); // it has moved without being played
+    EXPECT_EQ(Armed(), 30u); // the step has moved from a key frame that was not played
     EXPECT_EQ(Shown(), 30u);
 }
 
@@ -178,7 +179,7 @@ TEST_F(TrickMode, TheBackwardStepRequiresVideoFirst)
     EXPECT_EQ(Armed(), 40u);
     EXPECT_EQ(Info().bJumpToVideo, 1);
     EXPECT_EQ(Info().JumpOffset, Entry(0, 4).videoChunkOffset);
-    EXPECT_EQ(lxalAviRead_VideoFrame, 50u); // not loaded
+    EXPECT_EQ(lxalAviRead_VideoFrame, 50u); // the step does not load the counters
     EXPECT_EQ(lxAviReadCore_SetJumpToPrevKeyFrame(&found, 0), LX_OK);
     EXPECT_EQ(Armed(), 30u);
     EXPECT_EQ(Shown(), 30u);
@@ -195,7 +196,7 @@ TEST_F(TrickMode, AtTheLastKeyFrameTheForwardStepsArmItAgain)
     EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, -1), LX_OK);
     EXPECT_EQ(found, 0);
     EXPECT_EQ(Armed(), 90u);
-    EXPECT_EQ(Info().bJumpToVideo, 1); // armed in full, as by a seek
+    EXPECT_EQ(Info().bJumpToVideo, 1); // armed like a seek
     EXPECT_EQ(Shown(), 90u);
     EXPECT_TRUE(log.HasPrefix("Entered lxAviReadCore_SetJumpToNextKeyFrameForTrickMode. lastPlayedKeyFrame=0->9 "));
     EXPECT_TRUE(log.HasPrefix("Leaving lxAviReadCore_SetJumpToNextKeyFrameForTrickMode with value=0 JumpOffset=0."));

@@ -1,47 +1,68 @@
 // The audio positions from the audio streams' OpenDML indexes: for every key frame of the table, the chunk of each
 // track that plays at its time. Each stream's index is walked once, on one level or over the chunks of a super index.
 
-#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
-#include "../AviReadcore/internal/OpenDmlIndex.hpp"
+#include "internal/OpenDmlIndex.hpp"
 
 namespace lxAviReadCore {
 namespace {
 
-constexpr PlacerTexts kOpenDmlPlacerTexts = {
-    kTextList<LX_PACKED(kLevelIndex, "Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
-              LX_PACKED(kLevelIndex, "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;")>,
-    true};
+constexpr MessageRow<PlacerText> kPlacerRows[] = {
+    {PlacerText::Stored, kLevelIndex, "Storing Audio(%d) for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
+    {PlacerText::Moved, kLevelIndex, "BEFORE Getnextitem KF leafNr:%d itemNr:%d offset=%d valid=%d ;"},
+};
+static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
+constexpr PlacerMessages kOpenDmlPlacerMessages = {kPlacerRows, true};
 
-constexpr IndexWalkRules kAudioWalk = {
-    false,
-    kTextList<LX_NO_TEXT,
-              LX_PACKED(kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"),
-              LX_PACKED(kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"),
-              LX_PACKED(kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"),
-              LX_NO_TEXT>};
+constexpr MessageRow<WalkText> kAudioWalkMessages[] = {
+    NoMessage(WalkText::SeekFailed),
+    {WalkText::CodeFailed, kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"},
+    {WalkText::HeaderFailed, kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"},
+    {WalkText::Entered, kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"},
+    NoMessage(WalkText::Result),
+};
+static_assert(IsMessageTable(kAudioWalkMessages, kWalkTextArguments));
+constexpr IndexWalkRules kAudioWalk = {false, kAudioWalkMessages};
 
-// Takes the records of one run. Those of no track are read and dropped.
-UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, UInt32 track, AudioPlacer& placer)
+// The audio of one stream while its index is walked.
+struct AudioStream {
+    UInt32 uiStreamNr;
+    UInt32 uiTrack;
+    AudioPlacer placer;
+};
+
+AudioStream BeginStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr, UInt32 track)
 {
-    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo, run, [&](const IndexEntry& entry) {
-        if (track < LX_AVIREAD_AUDIO_TRACKS) {
-            placer.Take(entry);
+    AudioStream stream = {streamNr, track, {}};
+    stream.placer.Begin(pAviInfo, track, kOpenDmlPlacerMessages);
+    return stream;
+}
+
+// Takes the records that follow. Records of a stream without a track are read and dropped.
+UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt64 baseOffset,
+                AudioStream& stream)
+{
+    const OpenDmlDecoder decode(pAviInfo, EntryKind::Audio, stream.uiStreamNr, baseOffset);
+    const IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
+    const UInt32 result = ForEachEntry(pAviInfo, run, decode, [&](const IndexEntry& entry) {
+        if (stream.uiTrack < LX_AVIREAD_AUDIO_TRACKS) {
+            stream.placer.Take(entry);
         }
     });
     LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> %x", result);
     return result;
 }
 
-// After the last run of a stream.
-void CompleteStream(UInt32 streamNr, UInt32 track, AudioPlacer& placer)
+// Called after the last run of a stream.
+void CompleteStream(AudioStream& stream)
 {
-    if (track < LX_AVIREAD_AUDIO_TRACKS) {
-        placer.Complete();
+    if (stream.uiTrack < LX_AVIREAD_AUDIO_TRACKS) {
+        stream.placer.Complete();
     }
-    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", streamNr, placer.State().chunkCount - 1);
+    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", stream.uiStreamNr,
+           stream.placer.State().chunkCount - 1);
 }
 
-// The table that the audio is placed in has to be there.
+// Reports a failed assertion when there is no table to place audio in.
 void RequireTable(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_ASSERT(pAviInfo->KeyFramesListAsArrayLength > 0, "pCurrentLeaf!=Null", "List structure must be allocated");
@@ -60,23 +81,18 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 listNr)
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     const UInt32 chunkId = stream.IndxChunk.aviIndxcommonSection.dwChunkId;
-    // By default the index says which stream it belongs to, whatever list holds it.
-    const UInt32 streamNr = FollowsFormat(pAviInfo) ? listNr : StreamNumber(LowHalf(chunkId));
-    const UInt32 track = IndexedTrackOf(pAviInfo, streamNr);
+    // in the default mode the index says which stream it belongs to, whatever list holds it
+    const UInt32 streamNr = IndexesBelongToTheirList(pAviInfo) ? listNr : StreamOfChunks(chunkId);
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
            stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);
-    AudioPlacer placer;
-    placer.Begin(pAviInfo, track, kOpenDmlPlacerTexts);
+    AudioStream audio = BeginStream(pAviInfo, streamNr, IndexedTrackOf(pAviInfo, streamNr));
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
         LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-        IndexRun run = OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunkId,
-                                  chunk.header.qwBaseOffset, EntryKind::Audio);
-        run.uiStreamNr = streamNr;
-        return PlaceRun(pAviInfo, run, track, placer);
+        return PlaceRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunk.header.qwBaseOffset, audio);
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, stream, kAudioWalk, placeChunk));
-    CompleteStream(streamNr, track, placer);
+    CompleteStream(audio);
     return LX_OK;
 }
 
@@ -84,23 +100,23 @@ namespace {
 
 UInt32 PlaceAllStreams(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    // Quirk Q41: by default the audio streams are taken to stand directly behind the video stream 0
-    const bool bEvery = FollowsFormat(pAviInfo);
+    // the default mode takes the audio streams to stand directly behind the video stream 0
+    const bool bEvery = IndexesBelongToTheirList(pAviInfo);
     const UInt32 behindLast =
         bEvery ? LX_AVIREAD_STREAMS : std::min<UInt32>(pAviInfo->AudioTracksCount + 1, LX_AVIREAD_STREAMS);
-    UInt32 first = LX_OK; // of the failures
+    UInt32 firstFailure = LX_OK;
     for (UInt32 i = bEvery ? 0 : 1; i < behindLast; ++i) {
         const lxAviReadCore_StreamInfo_t* const pStream = pAviInfo->StreamInfo[i];
         if (pStream == Null || pStream->StreamType != LX_AVIREAD_STREAM_AUDIO || !HasSuperIndex(*pStream)) {
             continue;
         }
         const UInt32 result = PlaceStream(pAviInfo, i);
-        if (result != LX_OK && !(bEvery && IsUnusableIndex(result))) {
+        if (result != LX_OK && !(TracksFailAlone(pAviInfo) && IsUnusableIndex(result))) {
             return result;
         }
-        first = first == LX_OK ? result : first;
+        firstFailure = firstFailure == LX_OK ? result : firstFailure;
     }
-    return first;
+    return firstFailure;
 }
 
 } // namespace
@@ -113,21 +129,18 @@ UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviI
                                          UInt32 /*dwReserved*/)
 {
     LX_LOG(kLevelEnter, "lxAvi2ReadCore_ParseAudioStdIndex");
-    const UInt32 track = IndexedTrackOf(pAviInfo, StreamNumber(LowHalf(pCommon->dwChunkId)));
-    UInt32 result =
-        SetBatchSize(pAviInfo, EntryBytes(*pCommon), pCommon->uiSubIndexType);
+    const UInt32 streamNr = StreamOfChunks(pCommon->dwChunkId);
+    UInt32 result = SetBatchSize(pAviInfo, EntryBytes(*pCommon), pCommon->uiSubIndexType);
     if (result == LX_OK && !AcquireMetaDataBuffer(pAviInfo)) {
         result = LX_ERR_AVIREAD_NO_MEMORY;
     }
     if (result == LX_OK) {
         RequireTable(pAviInfo);
-        AudioPlacer placer;
-        placer.Begin(pAviInfo, track, kOpenDmlPlacerTexts);
-        const IndexRun run = OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, pCommon->dwChunkId,
-                                        qwBaseOffset, EntryKind::Audio);
-        result = LX_AVIREAD_CALL(PlaceRun(pAviInfo, run, track, placer));
+        AudioStream stream = BeginStream(pAviInfo, streamNr, IndexedTrackOf(pAviInfo, streamNr));
+        result = LX_AVIREAD_CALL(
+            PlaceRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, qwBaseOffset, stream));
         if (result == LX_OK) {
-            CompleteStream(run.uiStreamNr, track, placer);
+            CompleteStream(stream);
         }
     }
     ClearMetaDataBuffer(pAviInfo);
@@ -156,15 +169,11 @@ UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, 
     if (!bGiven) {
         return LX_OK;
     }
-    AudioPlacer placer;
-    placer.Begin(pAviInfo, audioTrackNumber, kOpenDmlPlacerTexts);
-    placer.Resume(*pState, *pCursor, *pCursorTimeMsec);
-    const UInt32 result = PlaceRun(
-        pAviInfo,
-        OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset, EntryKind::Audio),
-        audioTrackNumber, placer);
-    *pState = placer.State();
-    *pCursor = placer.Cursor();
-    *pCursorTimeMsec = placer.CursorTime();
+    AudioStream stream = BeginStream(pAviInfo, StreamOfChunks(dwChunkId), audioTrackNumber);
+    stream.placer.Resume(*pState, *pCursor, *pCursorTimeMsec);
+    const UInt32 result = PlaceRun(pAviInfo, uiSubIndexType, uiNoOfEntries, qwBaseOffset, stream);
+    *pState = stream.placer.State();
+    *pCursor = stream.placer.Cursor();
+    *pCursorTimeMsec = stream.placer.CursorTime();
     return result;
 }

@@ -1,14 +1,21 @@
 // The reads of the OpenDML index: the read loop of the reader, without the abort flag and with messages of its own.
 
-#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
-#include "../AviReadcore/internal/Chunk.hpp"
+#include "internal/FileAccess.hpp"
 
 namespace lxAviReadCore {
 
-const ReadFamily kOpenDmlRead = {
-    false,
-    kTextList<LX_PACKED(kLevelEndOfFile, "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"),
-              LX_PACKED(kLevelLeave, "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread")>};
+namespace {
+
+constexpr MessageRow<ReadText> kOpenDmlReadMessages[] = {
+    {ReadText::EndOfFile, kLevelEndOfFile,
+     "leaving lxAvi2ReadCore_FileRead()-eof.err=0x%x(%d). only %d bytes left unread"},
+    {ReadText::Exhausted, kLevelLeave, "lxAvi2ReadCore_FileRead() with err=0x%x(%d). only %d bytes left unread"},
+};
+static_assert(IsMessageTable(kOpenDmlReadMessages, kReadTextArguments));
+
+} // namespace
+
+const ReadFamily kOpenDmlRead = {false, kOpenDmlReadMessages};
 
 } // namespace lxAviReadCore
 

@@ -4,27 +4,30 @@
 //   ix00 ──► records ─────────────┼──► every skipKey-th key frame into the table
 //   ix00 ──► records ─────────────┘    frame number and skip counter go on from chunk to chunk
 
-#define LX_AVIREAD_MODULE ::lxAviReadCore::Module::Avi2ReadCore
-#include "../AviReadcore/internal/OpenDmlIndex.hpp"
+#include "internal/OpenDmlIndex.hpp"
 
 namespace lxAviReadCore {
 namespace {
 
-constexpr TextList kOpenDmlTexts = kTextList<
-    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
-    LX_PACKED(kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"),
-    LX_NO_TEXT,
-    LX_PACKED(kLevelIndex, "Allocating %d no of leafs"),
-    LX_PACKED(kLevelIndex, "Leaf %d is full, filling %d leaf")>;
+constexpr MessageRow<TableText> kOpenDmlMessages[] = {
+    {TableText::ArrayFailed, kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"},
+    {TableText::ArraySucceeded, kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"},
+    {TableText::LeafFailed, kLevelError, "Failed allocating %d bytes for KeyFramesListAsArray[%d]"},
+    NoMessage(TableText::LeafSucceeded),
+    {TableText::LeafsSucceeded, kLevelIndex, "Allocating %d no of leafs"},
+    {TableText::LeafFull, kLevelIndex, "Leaf %d is full, filling %d leaf"},
+};
+static_assert(IsMessageTable(kOpenDmlMessages, kTableTextArguments));
 
-constexpr IndexWalkRules kVideoWalk = {
-    true,
-    kTextList<LX_NO_TEXT,
-              LX_PACKED(kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"),
-              LX_PACKED(kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"),
-              LX_NO_TEXT,
-              LX_PACKED(kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x")>};
+constexpr MessageRow<WalkText> kVideoWalkMessages[] = {
+    NoMessage(WalkText::SeekFailed),
+    {WalkText::CodeFailed, kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"},
+    {WalkText::HeaderFailed, kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"},
+    NoMessage(WalkText::Entered),
+    {WalkText::Result, kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"},
+};
+static_assert(IsMessageTable(kVideoWalkMessages, kWalkTextArguments));
+constexpr IndexWalkRules kVideoWalk = {true, kVideoWalkMessages};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {
@@ -33,13 +36,19 @@ UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 nee
     return pAviInfo->KeyFramesListAsArrayLength > 0 ? LX_OK : LX_ERR_AVIREAD_NO_INDEX;
 }
 
+// Stores the key frames of the records that follow.
+UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviIndxChunkCommonSection_t& common,
+                      UInt64 baseOffset, KeyFrameFiller& filler)
+{
+    const OpenDmlDecoder decode(pAviInfo, EntryKind::MainVideo, StreamOfChunks(common.dwChunkId), baseOffset);
+    return ForEachEntry(pAviInfo, OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse), decode, filler);
+}
+
 UInt32 FillFromChunk(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, KeyFrameFiller& filler)
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-    const IndexRun run = OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, common.dwChunkId,
-                                    chunk.header.qwBaseOffset, EntryKind::MainVideo);
-    return ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler);
+    return StoreKeyFrames(pAviInfo, common, chunk.header.qwBaseOffset, filler);
 }
 
 void LogLeafs(const lxAviReadCore_AviInfo_t* pAviInfo)
@@ -62,7 +71,7 @@ using namespace lxAviReadCore;
 
 UInt32 lxAvi2ReadCore_CreateKFTable(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {
-    return KeyFrameTableBuilder(pAviInfo, kOpenDmlTexts).Create(neededLeafs);
+    return KeyFrameTableBuilder(pAviInfo, kOpenDmlMessages).Create(neededLeafs);
 }
 
 UInt32 lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 /*size*/,
@@ -76,10 +85,8 @@ UInt32 lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
-    const IndexRun run = OpenDmlRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, pCommon->dwChunkId,
-                                    qwBaseOffset, EntryKind::MainVideo);
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler)));
+    KeyFrameFiller filler(pAviInfo, kOpenDmlMessages, skipKey);
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(StoreKeyFrames(pAviInfo, *pCommon, qwBaseOffset, filler)));
     filler.Builder().Finish();
     const UInt32 leafs = pAviInfo->KeyFramesListAsArrayLength;
     LX_LOG(kLevelIndex, "\tNumber of key frames =%d",
@@ -100,7 +107,7 @@ UInt32 lxAvi2ReadCore_ParseVideoSuperIndex(UInt32 instance, lxAviReadCore_AviInf
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
+    KeyFrameFiller filler(pAviInfo, kOpenDmlMessages, skipKey);
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kVideoWalk, [&](const IndexChunk& chunk) {
         return FillFromChunk(pAviInfo, chunk, filler);
     }));
@@ -121,11 +128,11 @@ UInt32 lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInf
     if (!bGiven) {
         return LX_OK;
     }
-    KeyFrameFiller filler(pAviInfo, kOpenDmlTexts, skipKey);
+    KeyFrameFiller filler(pAviInfo, kOpenDmlMessages, skipKey);
     filler.Resume(*pLeafNumber, *pFrameNumber, *pSkipCounter);
-    const IndexRun run =
-        OpenDmlRun(pAviInfo, uiSubIndexType, uiNoOfEntries, dwChunkId, qwBaseOffset, EntryKind::MainVideo);
-    const UInt32 result = ForEachEntry<OpenDmlDecoder>(pAviInfo, run, filler);
+    const lxAviReadCore_AviIndxChunkCommonSection_t common = {0, uiSubIndexType, kIndexOfChunks, uiNoOfEntries,
+                                                              dwChunkId};
+    const UInt32 result = StoreKeyFrames(pAviInfo, common, qwBaseOffset, filler);
     *pFrameNumber = filler.FrameNumber();
     *pSkipCounter = filler.SkipCounter();
     *pLeafNumber = filler.Builder().LeafNr();

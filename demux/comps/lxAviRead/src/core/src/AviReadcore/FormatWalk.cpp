@@ -1,4 +1,4 @@
-// The walk over the first RIFF list where the format is followed: every chunk stands where the sizes before it say.
+// The walk over the first RIFF list in the format mode: every chunk stands where the sizes before it say.
 //
 //   RIFF size "AVI "
 //     LIST size "hdrl" …         the header list
@@ -7,29 +7,26 @@
 //     any other chunk or list    stepped over
 //   RIFF …                       the next list: this one ends here, whatever its size says
 //
-// Writers that were stopped have left sizes of 0. The media data then end where something begins that cannot belong to
-// them. What claims more than the list has room for is garbage, and stepped through until a chunk lines up.
+// A writer that was stopped has left sizes of 0. Its media data end at the first chunk that cannot belong to them. A chunk
+// that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a known chunk
+// lines up.
 
-#include "internal/FormatWalk.hpp"
-#include "internal/Chunk.hpp"
-#include "internal/Memory.hpp"
+#include "internal/Segments.hpp"
+#include "internal/Walk.hpp"
 
 #include <algorithm>
 
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kTolerance = 0x20000;     // chunks of no known kind that one walk steps over
-constexpr UInt32 kLargestStray = 0x38000;  // a chunk up to this is stepped over even where its list has no room for it
 constexpr UInt32 kLargestSize = 0xFFFFFFFEu;
-constexpr UInt64 kListHeaderBytes = 12;    // "LIST", size, type
 
 struct Walk {
     lxAviReadCore_AviInfo_t* pAviInfo;
     UInt32 instance;
     UInt64 uiEnd;       // of the RIFF list, as it says
     UInt64 uiAt;        // where the file stands
-    UInt32 uiTolerance = kTolerance;
+    UInt32 uiTolerance = kWalkTolerance;
     bool bMoviFound = false;
     bool bIndexFound = false;
 };
@@ -41,20 +38,13 @@ struct Place {
     UInt64 uiNext;
 };
 
-constexpr UInt32 kGoOn = LX_OK;
-constexpr UInt32 kWalkEnds = LX_AVIREAD_END_OF_MEDIA; // everything was found
-constexpr UInt32 kListEnds = LX_ERR_AVIREAD_EOF;      // here, or with the file: fine once the media data were met
-
-UInt32 ConcludeWalk(const Walk& walk, UInt32 result)
+// What a read or a seek of the walk leads to: the end of the file ends the list.
+Step AfterResult(const Walk& walk, UInt32 result)
 {
-    if (result == kListEnds && !walk.bMoviFound) {
-        LX_LOG(kLevelEndOfFile, "Unexpected end of file. Didn't meet the movi chunk");
-        return LX_ERR_AVIREAD_EOF;
-    }
-    return result == kListEnds || result == kWalkEnds ? LX_OK : result;
+    return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : ContinueUnless(result);
 }
 
-// Moves on to `target`. An input that cannot seek is read, and cannot go back.
+// Moves on to `target`. An input that cannot seek is read up to there, and cannot go back.
 UInt32 GoTo(Walk& walk, UInt64 target)
 {
     const UInt64 distance = target - walk.uiAt;
@@ -93,7 +83,7 @@ bool MayBelongToMovi(UInt32 code)
            code == FourCC("LIST");
 }
 
-// The media data's size where their writer has not come to writing it.
+// Measures media data whose writer has left their size 0.
 UInt32 MeasureMovi(Walk& walk, UInt64& size)
 {
     const UInt64 start = walk.uiAt;
@@ -112,7 +102,7 @@ UInt32 MeasureMovi(Walk& walk, UInt64& size)
 
 UInt32 AddSegment(Walk& walk, UInt64 offset, UInt64 size)
 {
-    lxAviReadCore_AvixRiff_t* const pSegment = AppendSegment(walk.pAviInfo, walk.pAviInfo->pCurrentAvix);
+    Segment* const pSegment = AppendSegment(walk.pAviInfo, walk.pAviInfo->pCurrentAvix);
     if (pSegment == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
@@ -131,30 +121,32 @@ void NoteFirstMovi(const Walk& walk, UInt64 offset, UInt64 size)
     }
 }
 
-UInt32 TakeMovi(Walk& walk, const Place& place)
+Step TakeMovi(Walk& walk, const Place& place)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found movi LIST chunk");
     const UInt64 offset = walk.uiAt;
     UInt64 size = place.chunk.uiSize > kListTypeBytes ? place.chunk.uiSize - kListTypeBytes : 0;
     if (lxalAviRead_FileSeekPossible == 0 || !SeekAndRemember(walk.pAviInfo, offset, kFromStart)) {
         NoteFirstMovi(walk, offset, size != 0 ? size : kLargestSize);
-        return kWalkEnds; // the file stays at the first media chunk
+        return kFinish; // the file stays at the first media chunk
     }
-    if (size == 0) {
-        LX_AVIREAD_TRY(MeasureMovi(walk, size));
+    if (const UInt32 result = size == 0 ? MeasureMovi(walk, size) : LX_OK; result != LX_OK) {
+        return AfterResult(walk, result);
     }
     if (!walk.bMoviFound) {
         ReleaseSegments(walk.pAviInfo); // of an earlier Open over the same file
         NoteFirstMovi(walk, offset, size);
     }
     walk.bMoviFound = true;
-    LX_AVIREAD_TRY(AddSegment(walk, offset, size));
-    return offset + size == walk.uiEnd ? kWalkEnds : GoTo(walk, offset + size);
+    if (const UInt32 result = AddSegment(walk, offset, size); result != LX_OK) {
+        return Fail(result);
+    }
+    return offset + size == walk.uiEnd ? kFinish : AfterResult(walk, GoTo(walk, offset + size));
 }
 
 // ---- The other lists and chunks ----
 
-UInt32 TakeHeaderList(Walk& walk, const Place& place)
+UInt32 ParseHeaderList(Walk& walk, const Place& place)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found header LIST chunk");
     LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_ParseListHdrl(walk.instance, walk.pAviInfo, place.chunk.uiSize)));
@@ -164,7 +156,7 @@ UInt32 TakeHeaderList(Walk& walk, const Place& place)
     return GoTo(walk, place.uiNext);
 }
 
-UInt32 TakeIdx1(Walk& walk, const Place& place)
+Step TakeIdx1(Walk& walk, const Place& place)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found index chunk");
     if (!walk.bIndexFound) {
@@ -172,50 +164,66 @@ UInt32 TakeIdx1(Walk& walk, const Place& place)
         walk.pAviInfo->idx1Size = place.chunk.uiSize;
         walk.pAviInfo->idx1Offset = walk.uiAt;
     }
-    return walk.bMoviFound && place.uiNext >= walk.uiEnd ? kWalkEnds : GoTo(walk, place.uiNext);
+    return walk.bMoviFound && place.uiNext >= walk.uiEnd ? kFinish : AfterResult(walk, GoTo(walk, place.uiNext));
 }
 
-// Steps over what is of no known kind, as far as tolerance goes.
-UInt32 StepOver(Walk& walk, const Place& place)
+// Steps over a chunk of no known kind, while there is tolerance for one.
+Step StepOver(Walk& walk, const Place& place)
 {
     if (walk.uiTolerance == 0) {
-        return kListEnds;
+        return EndOfList(walk.bMoviFound);
     }
     --walk.uiTolerance;
-    const bool bGarbage = place.chunk.uiSize > kLargestStray && place.uiNext > walk.uiEnd;
-    return GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext);
+    const bool bGarbage = place.chunk.uiSize > kLargestUnknownChunk && place.uiNext > walk.uiEnd;
+    return AfterResult(walk, GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
 }
 
-// A list too short for its type has none: the next chunk begins there. Only media data and information that have not got
-// their size yet are there all the same.
+// A list that is too short for a type has none, and the next chunk begins in the place of the type. Media data and INFO
+// lists are the exception: a writer that was stopped has left their size 0.
 bool HasType(const Place& place, UInt32 type)
 {
     return place.chunk.uiSize >= kListTypeBytes || type == FourCC("movi") || type == FourCC("INFO");
 }
 
-UInt32 TakeList(Walk& walk, Place& place)
+Step TakeList(Walk& walk, Place& place)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found LIST");
     UInt32 type = 0;
-    LX_AVIREAD_TRY(Read(walk, type));
+    if (const UInt32 result = Read(walk, type); result != LX_OK) {
+        return AfterResult(walk, result);
+    }
     if (type == FourCC("movi") && (!walk.bMoviFound || place.uiOffset < walk.uiEnd)) {
         return TakeMovi(walk, place);
     }
     if (type == FourCC("hdrl") && HasType(place, type)) {
-        return TakeHeaderList(walk, place);
+        return AfterResult(walk, ParseHeaderList(walk, place));
     }
     place.uiNext = HasType(place, type) ? std::max(place.uiNext, place.uiOffset + kListHeaderBytes) : place.uiNext;
     return StepOver(walk, place);
 }
 
-UInt32 TakeChunk(Walk& walk, Place& place)
+// Another RIFF list ends the first one, whatever its size says.
+Step EndBeforeNextRiff(const Walk& walk, const Place& place)
+{
+    walk.pAviInfo->riffSize = place.uiOffset - kListHeaderBytes;
+    return EndOfList(walk.bMoviFound);
+}
+
+Step TakeChunk(Walk& walk, Place& place)
 {
     switch (place.chunk.uiCode) {
     case FourCC("LIST"): return TakeList(walk, place);
     case FourCC("idx1"): return TakeIdx1(walk, place);
-    case FourCC("RIFF"): walk.pAviInfo->riffSize = place.uiOffset - kListHeaderBytes; return kListEnds;
+    case FourCC("RIFF"): return EndBeforeNextRiff(walk, place);
     default: return StepOver(walk, place);
     }
+}
+
+Step WalkOneChunk(Walk& walk)
+{
+    Place place = {};
+    const UInt32 result = ReadHeader(walk, place);
+    return result == LX_OK ? TakeChunk(walk, place) : AfterResult(walk, result);
 }
 
 } // namespace
@@ -223,15 +231,13 @@ UInt32 TakeChunk(Walk& walk, Place& place)
 UInt32 WalkByFormat(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& bIndexFound)
 {
     Walk walk = {pAviInfo, instance, pAviInfo->riffSize + kListHeaderBytes, kListHeaderBytes};
-    UInt32 result = kGoOn;
-    while (result == kGoOn) {
-        Place place = {};
-        result = ReadHeader(walk, place);
-        result = result == LX_OK ? TakeChunk(walk, place) : result;
+    Step step = kNextChunk;
+    while (!step.bFinished) {
+        step = WalkOneChunk(walk);
     }
     bIndexFound = walk.bIndexFound;
     pAviInfo->bAbsoluteOffsets = 1;
-    return ConcludeWalk(walk, result);
+    return step.uiResult;
 }
 
 } // namespace lxAviReadCore

@@ -8,10 +8,8 @@
 // Left in the state: the main header's record, the OpenDML count, and `bAvixPresent` when that count says that the
 // file goes on behind the first RIFF list.
 
-#include "internal/Chunk.hpp"
+#include "internal/ListWalk.hpp"
 #include "internal/State.hpp"
-
-#include <algorithm>
 
 namespace lxAviReadCore {
 namespace {
@@ -33,13 +31,12 @@ UInt32 ParseOdmlChunk(lxAviReadCore_AviInfo_t* pAviInfo, const ChunkHeader& chun
     return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(chunk.uiSize));
 }
 
-// By default reads the first chunk alone: the walk goes on with whatever follows it, as if it stood one level up.
+// The default mode reads the first chunk alone. What follows it in the list is then walked as if it stood one level up.
 UInt32 ParseOdml(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found odml LIST chunk");
-    const bool bExact = FollowsFormat(pAviInfo); // Quirk Q11
     ListWalk walk(pAviInfo, size, 0);
-    for (bool bGoesOn = !bExact || walk.HasChunk(); bGoesOn; bGoesOn = bExact && walk.HasChunk()) {
+    for (bool bGoesOn = !walk.IsExact() || walk.HasChunk(); bGoesOn; bGoesOn = walk.IsExact() && walk.HasChunk()) {
         ChunkHeader chunk = {};
         LX_AVIREAD_TRY(LX_AVIREAD_CALL(walk.Enter(chunk)));
         pAviInfo->bDmlhPresent = 1;
@@ -61,17 +58,18 @@ UInt32 ParseStreamList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, 
     return LX_OK;
 }
 
+// The default mode skips 4 bytes beyond the list.
 UInt32 SkipUnknownList(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 type, UInt32 size)
 {
     LX_LOG(kLevelHeader, "AviReadCore : Found LIST, read data_ext unknown (0x%x)", type);
-    const UInt32 left = FollowsFormat(pAviInfo) ? size - kListTypeBytes : size; // Quirk Q12: 4 bytes beyond the list
+    const UInt32 left = ListsAreExact(pAviInfo) ? size - kListTypeBytes : size;
     return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(left));
 }
 
 UInt32 ParseList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, UInt32 size)
 {
     UInt32 type = 0;
-    if (size < kListTypeBytes && FollowsFormat(pAviInfo)) {
+    if (size < kListTypeBytes && ListsAreExact(pAviInfo)) {
         return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); // no room for a type
     }
     LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, type)));
@@ -96,28 +94,6 @@ UInt32 ParseChunk(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, const
 }
 
 } // namespace
-
-bool ListWalk::HasChunk() const
-{
-    return Left() >= (FollowsFormat(m_pAviInfo) ? kChunkHeaderBytes : 1);
-}
-
-UInt32 ListWalk::Enter(ChunkHeader& chunk)
-{
-    LX_AVIREAD_TRY(ReadChunkHeader(m_pAviInfo, chunk));
-    m_uiConsumed += kChunkHeaderBytes;
-    if (FollowsFormat(m_pAviInfo)) {
-        chunk.uiSize = static_cast<UInt32>(std::min<UInt64>(chunk.uiSize, Left()));
-    }
-    m_uiConsumed += chunk.uiSize;
-    return LX_OK;
-}
-
-UInt32 ListWalk::Leave() const
-{
-    return FollowsFormat(m_pAviInfo) && Left() > 0 ? lxAviReadCore_RemoveChunk(static_cast<UInt32>(Left())) : LX_OK;
-}
-
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -149,7 +125,7 @@ UInt32 lxAviReadCore_ParseAviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 si
 
 UInt32 lxAviReadCore_ParseListdmlh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
 {
-    if (size < kDmlhTotalFramesBytes && FollowsFormat(pAviInfo)) {
+    if (size < kDmlhTotalFramesBytes && ListsAreExact(pAviInfo)) {
         return lxAviReadCore_RemoveChunk(size); // no room for the count
     }
     UInt32 totalFrames = 0;

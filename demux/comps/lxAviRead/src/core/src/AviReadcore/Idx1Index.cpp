@@ -12,30 +12,38 @@
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/OpenDmlIndex.hpp"
+#include "internal/Segments.hpp"
 
 namespace lxAviReadCore {
 namespace {
 
 constexpr UInt32 kRecordsPerRead = 1125;
 static_assert(kRecordsPerRead * kIdx1RecordBytes == kMetaDataBytes);
-constexpr UInt64 kStartInMovi = 4;
 constexpr double kConsecutiveSeconds = 5.0;
 
-constexpr TextList kIdx1Texts = kTextList<
-    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"),
-    LX_PACKED(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"),
-    LX_NO_TEXT,
-    LX_PACKED(kLevelIndex, "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"),
-    LX_PACKED(kLevelIndex, "Leaf %d if full, filling %d leaf")>;
+constexpr MessageRow<TableText> kIdx1Messages[] = {
+    {TableText::ArrayFailed, kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"},
+    {TableText::ArraySucceeded, kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"},
+    {TableText::LeafFailed, kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"},
+    NoMessage(TableText::LeafSucceeded),
+    {TableText::LeafsSucceeded, kLevelIndex,
+     "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"},
+    {TableText::LeafFull, kLevelIndex, "Leaf %d if full, filling %d leaf"},
+};
+static_assert(IsMessageTable(kIdx1Messages, kTableTextArguments));
 
-constexpr TextList kSinglePassTexts = kTextList<
-    LX_PACKED(kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"),
-    LX_PACKED(kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray"),
-    LX_PACKED(kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
-    LX_PACKED(kLevelIndex, "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"),
-    LX_NO_TEXT,
-    LX_PACKED(kLevelIndex, "Leaf %d if full, filling %d leaf")>;
+constexpr MessageRow<TableText> kSinglePassMessages[] = {
+    {TableText::ArrayFailed, kLevelError, "AviRead:Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray"},
+    {TableText::ArraySucceeded, kLevelIndex,
+     "AviRead:Succeeded allocating %d bytes for %d leafs for pAviInfo->KeyFramesListAsArray"},
+    {TableText::LeafFailed, kLevelError,
+     "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"},
+    {TableText::LeafSucceeded, kLevelIndex,
+     "Succeeded allocating %d bytes for pAviInfo->KeyFramesListAsArray[chunkIndexElementsCounter]"},
+    NoMessage(TableText::LeafsSucceeded),
+    {TableText::LeafFull, kLevelIndex, "Leaf %d if full, filling %d leaf"},
+};
+static_assert(IsMessageTable(kSinglePassMessages, kTableTextArguments));
 
 // ---- The first pass ----
 
@@ -55,13 +63,12 @@ Int32 ConsecutiveFramesThreshold(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     return 0;
 }
 
-// The first record tells whether offsets count from the file's start: no chunk lies before the media data. Where the
-// format is followed they have been converted.
+// The first record tells whether offsets count from the file's start: no chunk lies before the media data. In the format
+// mode the passes have made them absolute.
 void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 {
-    const bool bAbsolute = pAviInfo->moviOffset <= firstOffset || FollowsFormat(pAviInfo); // Quirk Q48
-    pAviInfo->bAbsoluteOffsets = bAbsolute ? 1 : 0;
-    pAviInfo->CurrentOffset = bAbsolute ? pAviInfo->moviOffset : kStartInMovi;
+    pAviInfo->bAbsoluteOffsets = pAviInfo->moviOffset <= firstOffset || OffsetsAreAbsolute(pAviInfo) ? 1 : 0;
+    pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
 }
 
 // ---- Around the passes ----
@@ -70,7 +77,7 @@ void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
-        LX_LOG_TEXT(TextOf(kIdx1Texts, TableText::ArrayFailed), kMetaDataBytes); // the passes need it as they need the table
+        LogRow(kIdx1Messages, TableText::ArrayFailed, kMetaDataBytes); // the passes need it as they need the table
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     LX_AVIREAD_TRY(builder.Create(neededLeafs));
@@ -108,7 +115,7 @@ bool SeekToIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
     return SeekAndRemember(pAviInfo, pAviInfo->idx1Offset, kFromStart);
 }
 
-// The two passes that fill the table. A seek that fails before the audio pass does not keep it from running.
+// The two passes that fill the table. The audio pass runs even if the seek before it fails.
 UInt32 FillFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 skipKey, UInt32 neededLeafs)
 {
     LX_AVIREAD_TRY(
@@ -151,7 +158,8 @@ UInt32 BuildFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 
 // ---- Where the offsets count from ----
 
-// Whether the file has the chunk of `record` where it says, counted from `base`. A "rec " record names a list's type.
+// Whether the chunk of `record` stands in the file where it says, counted from `base`. A "rec " record names the type of a
+// list.
 bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t& record, UInt64 base)
 {
     const UInt32 id = UInt32{record.uiStreamCharacters} | static_cast<UInt32>(record.uiChunkType) << 16;
@@ -160,8 +168,9 @@ bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_
            code == (id == FourCC("rec ") ? FourCC("LIST") : id);
 }
 
-// What makes the offsets of the index absolute. Writers count from the file's start, from the "movi" code, or from
-// somewhere that makes the first record the first chunk's: the first record tells, and for the last the second has to agree.
+// What has to be added to the offsets of the index to make them absolute. Writers count from the file's start, from the
+// "movi" code, or so that the first record names the first chunk. The first two are tried with the first record, the third
+// with the first and the second.
 UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t (&records)[2])
 {
     const lxAviReadCore_IDXrecord_t& first = records[0];
@@ -179,18 +188,19 @@ UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_I
     return first.uiOffset >= pAviInfo->moviOffset ? 0 : fromMovi;
 }
 
-// Settles the base for the passes, and leaves the file where it stood: at the first record.
-void SettleOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
+// Sets the base for the passes, and leaves the file where it stood, at the first record. The default mode leaves offsets
+// as they stand.
+void ChooseAndSetOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     UInt64 base = 0;
     UInt64 position = 0;
-    if (FollowsFormat(pAviInfo) && TellPosition(pAviInfo, position)) {
+    if (OffsetsAreAbsolute(pAviInfo) && TellPosition(pAviInfo, position)) {
         lxAviReadCore_IDXrecord_t records[2] = {};
         const bool bThere = AllowEarlyEnd(pAviInfo, ReadRecord(pAviInfo, records)) == LX_OK;
         base = bThere ? ChooseOffsetBase(pAviInfo, records) : 0;
         SeekAndRemember(pAviInfo, position, kFromStart);
     }
-    SetOffsetBase(base);
+    SetIdx1OffsetBase(base);
 }
 
 // ---- The choice of the index ----
@@ -210,13 +220,13 @@ UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     Idx1Survey survey;
     if (HasUsableIdx1(pAviInfo) && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
-        const UInt32 result = SurveyIdx1(pAviInfo, Idx1Run(pAviInfo, pAviInfo->idx1Size, kRecordsPerRead), false, survey);
+        const UInt32 result = SurveyIdx1(pAviInfo, Idx1Run(pAviInfo->idx1Size, kRecordsPerRead), false, survey);
         return result == LX_OK ? survey.counter.uiFrames : 0;
     }
     return 0;
 }
 
-// The totals of the streams, for an index that is read from the start.
+// Clears the totals of the streams before an index is read from its start.
 void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
@@ -230,7 +240,7 @@ void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
 UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
     if (lxalAviRead_FileSeekPossible == 0) {
-        return LX_ERR_AVIREAD_NO_INDEX; // what is read to no purpose is lost for delivery
+        return LX_ERR_AVIREAD_NO_INDEX; // media data that is read to look for an index would be lost for delivery
     }
     ForgetStreamSizes(pAviInfo);
     if (pAviInfo->bIndxPresent == 0) {
@@ -248,10 +258,10 @@ UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviIn
 
 UInt32 ParseChosenIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    if (FollowsFormat(pAviInfo)) {
+    if (BothIndexesCompete(pAviInfo)) {
         return ParseIndexThatCoversMost(instance, pAviInfo);
     }
-    if (pAviInfo->bIndxPresent != 0) { // Quirk Q49
+    if (pAviInfo->bIndxPresent != 0) {
         return LX_AVIREAD_CALL(lxAvi2ReadCore_ParseIndxIndex(instance, pAviInfo));
     }
     return ParseIdx1(instance, pAviInfo);
@@ -290,9 +300,9 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     const UInt32 streams = pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwStreams : 0;
     LX_LOG(kLevelIndex, "Num of Streams : %d, Frame rate : %d, ConsFramesThr : %d", streams, 0,
            ConsecutiveFramesThreshold(pAviInfo, streams));
-    SettleOffsetBase(pAviInfo);
+    ChooseAndSetOffsetBase(pAviInfo);
     Idx1Survey survey;
-    const UInt32 surveyed = SurveyIdx1(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer),
+    const UInt32 surveyed = SurveyIdx1(pAviInfo, Idx1Run(uiSize, pAviInfo->uiMaxRecordsInBuffer),
                                        streams > 1 && IsLogged(kLevelIndex), survey);
     if (!survey.bEmpty) {
         DecideOffsetBase(pAviInfo, survey.uiFirstOffset);
@@ -309,8 +319,8 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
 UInt32 lxAviReadCore_ParseIndex_Video(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
                                       UInt32 SkipKey, UInt32 neededLeafs)
 {
-    KeyFrameFiller filler(pAviInfo, kIdx1Texts, SkipKey);
-    return BuildTable(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer), neededLeafs, filler,
+    KeyFrameFiller filler(pAviInfo, kIdx1Messages, SkipKey);
+    return BuildTable(pAviInfo, Idx1Run(uiSize, pAviInfo->uiMaxRecordsInBuffer), neededLeafs, filler,
                       StoreKeyFrames);
 }
 
@@ -319,7 +329,7 @@ UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 
     if (pAviInfo->KeyFramesListAsArrayLength > 0) {
         pAviInfo->KeyFramesListAsArray[0]->pPrevLeaf = Null;
     }
-    LX_AVIREAD_TRY(PlaceAudio(pAviInfo, Idx1Run(pAviInfo, uiSize, pAviInfo->uiMaxRecordsInBuffer)));
+    LX_AVIREAD_TRY(PlaceAudio(pAviInfo, Idx1Run(uiSize, pAviInfo->uiMaxRecordsInBuffer)));
     ClearMetaDataBuffer(pAviInfo);
     return LX_OK;
 }
@@ -328,6 +338,6 @@ UInt32 lxAviReadCore_ParseVideoAudioIndex(UInt32 /*instance*/, lxAviReadCore_Avi
                                           UInt32 SkipKey, UInt32 neededLeafs)
 {
     constexpr UInt32 kOneRecord = 1;
-    KeyFrameFiller filler(pAviInfo, kSinglePassTexts, SkipKey);
-    return BuildTable(pAviInfo, Idx1Run(pAviInfo, uiSize, kOneRecord), neededLeafs, filler, StoreAndPlace);
+    KeyFrameFiller filler(pAviInfo, kSinglePassMessages, SkipKey);
+    return BuildTable(pAviInfo, Idx1Run(uiSize, kOneRecord), neededLeafs, filler, StoreAndPlace);
 }

@@ -18,17 +18,19 @@ EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
     }
 }
 
-// Tells what a record says. The few identifiers of a file come again and again: what they mean is worked out once, and
-// kept by the last digit of the stream.
+UInt64 s_uiOffsetBase;
+
+// Decodes records. A file has few identifiers, which come again and again: the decoder remembers what the last few mean,
+// in a slot by the second digit of the stream number.
 class Idx1Decoder {
 public:
-    explicit Idx1Decoder(const IndexRun& run)
-        : m_iVideoStreamNr(run.iVideoStreamNr), m_qwBaseOffset(run.qwBaseOffset),
+    explicit Idx1Decoder(const lxAviReadCore_AviInfo_t* pAviInfo)
+        : m_iVideoStreamNr(pAviInfo->videoStreamNr), m_uiOffsetBase(s_uiOffsetBase),
           m_meanings{MeaningOf(0), MeaningOf(0), MeaningOf(0), MeaningOf(0)}
     {
     }
 
-    [[gnu::always_inline]] IndexEntry operator()(const UInt8* pRecord)
+    IndexEntry operator()(const UInt8* pRecord)
     {
         const auto record = Load<lxAviReadCore_IDXrecord_t>(pRecord);
         const auto id = Load<UInt32>(pRecord);
@@ -40,7 +42,7 @@ public:
                 .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
                 .uiStreamNr = meaning.uiStreamNr,
                 .uiSize = record.uiSize,
-                .uiOffset = record.uiOffset + m_qwBaseOffset};
+                .uiOffset = record.uiOffset + m_uiOffsetBase};
     }
 
 private:
@@ -51,29 +53,30 @@ private:
     };
     static constexpr UInt32 kMeanings = 4;
 
-    [[gnu::cold]] Meaning MeaningOf(UInt32 id) const
+    Meaning MeaningOf(UInt32 id) const
     {
         const UInt16 streamNr = StreamNumber(LowHalf(id));
         return {id, streamNr, KindOf(HighHalf(id), Int32{streamNr} == m_iVideoStreamNr)};
     }
 
     Int32 m_iVideoStreamNr;
-    UInt64 m_qwBaseOffset;
+    UInt64 m_uiOffsetBase;
     Meaning m_meanings[kMeanings];
 };
 
-constexpr IndexFormat kIdx1Format = {kIdx1RecordBytes, &kCoreRead};
-
-constexpr PlacerTexts kIdx1PlacerTexts = {
-    kTextList<LX_PACKED(kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"),
-              LX_PACKED(kLevelIndex, "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d")>,
-    false};
+constexpr MessageRow<PlacerText> kPlacerRows[] = {
+    {PlacerText::Stored, kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
+    {PlacerText::Moved, kLevelIndex,
+     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"},
+};
+static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
+constexpr PlacerMessages kIdx1PlacerMessages = {kPlacerRows, false};
 
 // Hands the records of the index to `visit`, as far as the file has them.
 template <typename Visitor>
 UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
 {
-    return AllowEarlyEnd(pAviInfo, ForEachEntry<Idx1Decoder>(pAviInfo, run, visit));
+    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, Idx1Decoder(pAviInfo), visit));
 }
 
 // ---- Survey ----
@@ -81,7 +84,7 @@ UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Vis
 // Logs every record, and how many of the video stream stand in a row.
 class RecordLog {
 public:
-    [[gnu::cold]] void operator()(const IndexEntry& entry)
+    void operator()(const IndexEntry& entry)
     {
         m_uiInARow = entry.eKind == EntryKind::MainVideo ? m_uiInARow + 1 : 0;
         if (m_uiInARow > 0) {
@@ -99,14 +102,14 @@ private:
 
 // ---- Audio ----
 
-// Gives the records of an index their place by track: up to eight tracks are walked at once.
+// Hands every audio record to the placer of its track. All eight tracks are placed in one pass.
 class AudioByTrack {
 public:
-    [[gnu::cold]] explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
+    explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
     {
         UInt32 nextTrack = 0;
         for (AudioPlacer& placer : m_placers) {
-            placer.Begin(pAviInfo, nextTrack++, kIdx1PlacerTexts);
+            placer.Begin(pAviInfo, nextTrack++, kIdx1PlacerMessages);
         }
         UInt32 nextStream = 0;
         for (UInt32& track : m_trackOfStream) {
@@ -127,7 +130,7 @@ public:
         m_placers[track].Take(entry);
     }
 
-    [[gnu::cold]] void Complete()
+    void Complete()
     {
         for (AudioPlacer& placer : m_placers) {
             placer.Complete();
@@ -136,7 +139,7 @@ public:
 
 private:
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
-    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS + 1]; // the last one stands for all numbers that no stream has
+    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS + 1]; // the last one serves all numbers that no stream has
 };
 
 // ---- Single pass ----
@@ -169,13 +172,16 @@ private:
         UInt32 uiWaiting; // key frames stored last that still wait for a chunk
     };
 
-    void Log(const char* pText, UInt32 itemNr, UInt32 track, const Entry& entry) const
+    // `pWhere` tells whether the chunk comes before the key frame.
+    static void Log(const char* pWhere, UInt32 itemNr, UInt32 track, const Entry& entry)
     {
-        LX_LOG_TEXT(pText, itemNr, track, entry.audioFrameNumber[track],
-                    LX_HILO(entry.audioChunkOffset[track]), LX_HILO(entry.audioBytePosition[track]));
+        LX_LOG(kLevelIndex,
+               "lxAviReadCore_ParseIndex: Store audio data %sfor %d item: tr=%d  fr#=%d offset=%d.%d abp=%d.%d", pWhere,
+               itemNr, track, entry.audioFrameNumber[track], LX_HILO(entry.audioChunkOffset[track]),
+               LX_HILO(entry.audioBytePosition[track]));
     }
 
-    [[gnu::cold]] void GiveLatestChunks(Entry& entry)
+    void GiveLatestChunks(Entry& entry)
     {
         for (UInt32 track = 0; track < LX_AVIREAD_AUDIO_TRACKS; ++track) {
             Track& audio = m_tracks[track];
@@ -184,14 +190,12 @@ private:
                 continue;
             }
             WriteAudio(entry, track, audio.state);
-            audio.state.bHaveChunk = 0; // and no key frame waits: the chunk went to those that did
-            Log(LX_TEXT(kLevelIndex, "lxAviReadCore_ParseIndex: Store audio data ahead of video for %d item: tr=%d  fr#=%d offset=%d.%d "
-                             "abp=%d.%d"),
-                m_video.Builder().ItemNr(), track, entry);
+            audio.state.bHaveChunk = 0; // no key frame waits for this track: the chunk went to those that did
+            Log("ahead of video ", m_video.Builder().ItemNr(), track, entry);
         }
     }
 
-    [[gnu::cold]] void GiveToWaitingKeyFrames(UInt32 track)
+    void GiveToWaitingKeyFrames(UInt32 track)
     {
         const KeyFrameTable table(m_pAviInfo);
         Track& audio = m_tracks[track];
@@ -202,8 +206,7 @@ private:
                       "reached start of List structure but tempAudioData.storeNext[audioTrackNumber]>0");
             if (bThere) {
                 WriteAudio(*table.At(position), track, audio.state);
-                Log(LX_TEXT(kLevelIndex, "lxAviReadCore_ParseIndex: Store audio data for %d item: tr=%d  fr#=%d offset=%d.%d abp=%d.%d"),
-                    position.itemNr, track, *table.At(position));
+                Log("", position.itemNr, track, *table.At(position));
                 bThere = table.Prev(position);
             }
         }
@@ -216,18 +219,7 @@ private:
 
 } // namespace
 
-IndexRun Idx1Run(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 batch)
-{
-    return {.pFormat = &kIdx1Format,
-            .uiEntries = size / kIdx1RecordBytes,
-            .uiBatch = batch,
-            .iVideoStreamNr = pAviInfo->videoStreamNr,
-            .uiStreamNr = 0,
-            .eKind = EntryKind::Other,
-            .qwBaseOffset = OffsetBase(),
-            .uiOffsetMask = 0,
-            .pBatchFailedText = Null};
-}
+void SetIdx1OffsetBase(UInt64 base) { s_uiOffsetBase = base; }
 
 UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogRecords, Idx1Survey& survey)
 {
@@ -261,7 +253,7 @@ UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
     return LX_OK;
 }
 
-[[gnu::cold]] UInt32 StoreAndPlace(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, KeyFrameFiller& filler)
+UInt32 StoreAndPlace(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, KeyFrameFiller& filler)
 {
     return ForEachRecord(pAviInfo, run, SinglePassFiller(pAviInfo, filler));
 }

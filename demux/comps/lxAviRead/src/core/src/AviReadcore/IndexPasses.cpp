@@ -5,7 +5,7 @@
 namespace lxAviReadCore {
 
 IndexBatches::IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
-    : m_pAviInfo(pAviInfo), m_run(run), m_uiLargest(std::min(run.uiBatch, kMetaDataBytes / run.pFormat->uiRecordSize)),
+    : m_pAviInfo(pAviInfo), m_run(run), m_uiLargest(std::min(run.uiBatch, kMetaDataBytes / run.uiRecordSize)),
       m_uiLeft(run.uiEntries)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
@@ -29,10 +29,10 @@ bool IndexBatches::Next()
 
 UInt32 IndexBatches::Read(UInt32 records)
 {
-    const UInt32 recordSize = m_run.pFormat->uiRecordSize;
+    const UInt32 bytes = records * m_run.uiRecordSize;
     UInt32 lacking = 0;
-    const UInt32 result = ReadLoop(m_pAviInfo, *m_run.pFormat->pRead, m_pAviInfo->pMetaDataBuffer, kMetaDataBytes,
-                                   records * recordSize, &lacking);
+    const UInt32 result =
+        ReadLoop(m_pAviInfo, *m_run.pRead, {m_pAviInfo->pMetaDataBuffer, kMetaDataBytes, bytes}, &lacking);
     if (IsAborted(m_pAviInfo)) {
         return LX_ERR_AVIREAD_ABORTED;
     }
@@ -41,10 +41,11 @@ UInt32 IndexBatches::Read(UInt32 records)
         return LX_OK;
     }
     if (AllowEarlyEnd(m_pAviInfo, result) == LX_OK) {
-        m_uiCount = (records * recordSize - lacking) / recordSize;
+        m_uiCount = (bytes - lacking) / m_run.uiRecordSize;
     }
-    if (m_run.pBatchFailedText != Null) {
-        LX_LOG_TEXT(m_run.pBatchFailedText, records, recordSize);
+    if (m_run.bLogsFailedBatch) {
+        LX_LOG(kLevelError, "Error reading %d records with size %d into the metadatabuffer", records,
+               m_run.uiRecordSize);
     }
     return result;
 }
@@ -53,22 +54,22 @@ UInt32 IndexBatches::Read(UInt32 records)
 
 namespace {
 
-// What a frame has to have to be taken for a key frame.
+// Which frames are key frames.
 enum class KeyFrameRule : UInt8 {
-    Flag,      // the index says so
-    BeTheFirst, // the index has no flag at all, and decoding can begin at the start
-    Nothing,   // likewise, and every frame of the codec stands alone
+    ByFlag,     // those that the index flags
+    FirstOnly,  // the index flags none; decoding can begin at the first frame
+    EveryFrame, // the index flags none; every frame of the codec can be decoded alone
 };
 
+// What the first pass over an index leaves for the passes that follow.
 struct IndexSurvey {
-    KeyFrameRule eRule = KeyFrameRule::Flag;
+    KeyFrameRule eRule = KeyFrameRule::ByFlag;
     UInt32 uiFrames = 0;
-    UInt64 uiOffsetBase = 0;
 };
 
 IndexSurvey s_survey;
 
-// Quirk Q46: without the start of the stream, which stream times include.
+// Quirk Q46: the time leaves out the start of the stream, which stream times include.
 UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 {
     const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
@@ -80,36 +81,31 @@ UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 
 UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter)
 {
-    s_survey.eRule = KeyFrameRule::Flag;
-    s_survey.uiFrames = counter.uiFrames;
-    if (counter.uiKeyFrames > 0 || counter.uiFrames == 0 || !FollowsFormat(pAviInfo)) { // Quirk Q50
+    s_survey = {KeyFrameRule::ByFlag, counter.uiFrames};
+    if (counter.uiKeyFrames > 0 || counter.uiFrames == 0 || !IndexesNeedNoKeyFlag(pAviInfo)) {
         return counter.uiKeyFrames;
     }
     const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
     const bool bAll = pVideo != Null && HasOnlyKeyFrames(*pVideo); // GCOVR_EXCL_BR_LINE: frames are of a stream
-    s_survey.eRule = bAll ? KeyFrameRule::Nothing : KeyFrameRule::BeTheFirst;
+    s_survey.eRule = bAll ? KeyFrameRule::EveryFrame : KeyFrameRule::FirstOnly;
     return bAll ? counter.uiFrames : 1;
 }
 
 UInt32 SurveyedFrames() { return s_survey.uiFrames; }
 
-UInt64 OffsetBase() { return s_survey.uiOffsetBase; }
-
-void SetOffsetBase(UInt64 base) { s_survey.uiOffsetBase = base; }
-
 void ForgetIndexSurvey() { s_survey = {}; }
 
-KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TextList texts, UInt32 skipKey)
-    : m_pAviInfo(pAviInfo), m_builder(pAviInfo, texts), m_uiSkipKey(skipKey),
-      m_bLookAtEveryFrame(s_survey.eRule != KeyFrameRule::Flag || IsLogged(kLevelIndex))
+KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages pMessages, UInt32 skipKey)
+    : m_pAviInfo(pAviInfo), m_builder(pAviInfo, pMessages), m_uiSkipKey(skipKey),
+      m_bLookAtEveryFrame(s_survey.eRule != KeyFrameRule::ByFlag || IsLogged(kLevelIndex))
 {
 }
 
 bool KeyFrameFiller::IsKeyFrame(const IndexEntry& entry) const
 {
     switch (s_survey.eRule) {
-    case KeyFrameRule::BeTheFirst: return m_uiFrameNumber == 0;
-    case KeyFrameRule::Nothing: return true;
+    case KeyFrameRule::FirstOnly: return m_uiFrameNumber == 0;
+    case KeyFrameRule::EveryFrame: return true;
     default: return entry.bKeyFrame;
     }
 }
@@ -193,10 +189,10 @@ void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
     entry.audioBytePosition[track] = state.lastChunkBytePosition;
 }
 
-void AudioPlacer::Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerTexts& texts)
+void AudioPlacer::Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerMessages& messages)
 {
     m_pAviInfo = pAviInfo;
-    m_pTexts = &texts;
+    m_pMessages = &messages;
     m_uiTrack = track;
     m_bLogged = IsLogged(kLevelIndex | kLevelChunk);
 }
@@ -210,18 +206,19 @@ void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32
 
 void AudioPlacer::LogStored(const Position& position) const
 {
-    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Stored), m_uiTrack, position.leafNr, position.itemNr,
-                m_state.chunkCount - 1, LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
+    LogRow(m_pMessages->pRows, PlacerText::Stored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
+           LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
 }
 
 void AudioPlacer::LogMoved(const Position& before) const
 {
-    LX_LOG_TEXT(TextOf(m_pTexts->texts, PlacerText::Moved), before.leafNr, before.itemNr,
-                static_cast<UInt32>(before.Offset), before.valid, m_cursor.leafNr, m_cursor.itemNr,
-                static_cast<UInt32>(m_cursor.Offset), m_cursor.valid);
+    LogRow(m_pMessages->pRows, PlacerText::Moved, before.leafNr, before.itemNr, static_cast<UInt32>(before.Offset),
+           UInt32{before.valid}, m_cursor.leafNr, m_cursor.itemNr, static_cast<UInt32>(m_cursor.Offset),
+           UInt32{m_cursor.valid});
 }
 
-// Moves on to the next key frame and its time. Behind the last one the cursor is no more, and rests on the first.
+// Moves the cursor to the next key frame, and takes that key frame's time. Past the last key frame the cursor becomes
+// invalid ({0,0,0,0}), and the time is that of the first.
 Position AudioPlacer::Advance()
 {
     const KeyFrameTable table(m_pAviInfo);
@@ -247,14 +244,14 @@ void AudioPlacer::Place()
         Advance();
         return;
     }
-    m_pTexts->bMovedFirst ? LogMoved(m_cursor) : LogStored(m_cursor);
+    m_pMessages->bMovedFirst ? LogMoved(m_cursor) : LogStored(m_cursor);
     const Position before = Advance();
-    m_pTexts->bMovedFirst ? LogStored(before) : LogMoved(before);
+    m_pMessages->bMovedFirst ? LogStored(before) : LogMoved(before);
 }
 
-// Finds out how far the track can go before its time can have passed the cursor's: to where the time would be the
-// cursor's if it went on as until now, provided that it really is no later there. The time of a stream never runs
-// backwards, as long as the count of chunks does not wrap, so that nothing of it in between needs to be asked.
+// Finds a place further on in the stream whose time does not exceed the cursor's, so that no chunk up to there needs its
+// time computed: the time of a stream never runs backwards while the count of chunks does not wrap. The place is where
+// the stream would reach the cursor's time if it went on as until now; it counts only if its real time is no later.
 void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);
@@ -289,7 +286,7 @@ void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
     LookAhead(entry.uiStreamNr, bytePosition, time);
 }
 
-// Where messages are wanted, the time of every chunk is, and no other.
+// Whether the time of a chunk has to be computed: for a message about it, or because it may exceed the cursor's.
 bool AudioPlacer::NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const
 {
     const bool bWithinReach = entry.uiStreamNr == m_reach.uiStreamNr && m_state.chunkCount <= m_reach.uiChunks &&
@@ -299,9 +296,9 @@ bool AudioPlacer::NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const
 
 void AudioPlacer::Take(const IndexEntry& entry)
 {
-    // Quirk Q32: by default the size of this chunk is added to the start of the one before it
+    // the default mode adds the size of this chunk to the start of the one before it
     const UInt64 bytePosition =
-        FollowsFormat(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
+        AudioIsPlacedByChunkStarts(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
     if (NeedsTime(entry, bytePosition)) {
         PlaceBefore(entry, bytePosition);
     }

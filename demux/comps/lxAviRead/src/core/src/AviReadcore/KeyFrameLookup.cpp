@@ -1,7 +1,7 @@
 // From a chunk's position to its key frame, and back to the key frame played last.
 //
-// In playback order the answer is at hand: the chunk is the key frame played last, the one after it, or lies between
-// the two. Only what follows a jump needs the search: the leaf by its first offset, then halving inside the leaf.
+// In playback order the chunk is the key frame played last, the one after it, or lies between the two. Only the first
+// chunk after a jump needs a search: for the leaf by its first offset, and by halving inside the leaf.
 
 #include "internal/KeyFrames.hpp"
 #include "internal/KeyFrameJump.hpp"
@@ -11,7 +11,7 @@
 namespace lxAviReadCore {
 namespace {
 
-[[gnu::cold]] UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
+UInt32 FindLeaf(const KeyFrameTable& table, UInt64 offset)
 {
     const UInt32 endLeaf = table.LeafCount() - 1;
     const UInt32 currentLeaf = table.FindLeaf(&Leaf::StartOffset, offset);
@@ -21,7 +21,7 @@ namespace {
     return currentLeaf;
 }
 
-[[gnu::cold]] Position SearchTable(const KeyFrameTable& table, UInt64 offset)
+Position SearchTable(const KeyFrameTable& table, UInt64 offset)
 {
     LX_LOG(kLevelSeek, "lxAviReadCore_GetChunkInfo - performing full search");
     const UInt32 leafNr = FindLeaf(table, offset);
@@ -45,7 +45,7 @@ namespace {
     return {};
 }
 
-// Makes the key frame played last designate an entry, before anything was played the first one.
+// Makes the key frame played last designate an entry: the first one, before anything was played.
 void ValidateLastPlayed(const KeyFrameTable& table)
 {
     if (lastPlayedKeyFrame.valid == 0) {
@@ -71,13 +71,13 @@ Position Lookup(const KeyFrameTable& table, UInt64 offset)
         return next;
     }
     if (bHasNext && offset > lastPlayedKeyFrame.Offset && offset < next.Offset) {
-        LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_GetChunkInfo - between this and next keyframes");
+        LX_LOG(kLevelChunk, "lxAviReadCore_GetChunkInfo - between this and next keyframes");
         return {};
     }
     return SearchTable(table, offset);
 }
 
-[[gnu::cold]] void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UInt32 track, bool bToAudio)
+void LogRearmed(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, UInt32 track, bool bToAudio)
 {
     LX_LOG(kLevelSeek, "%s", bToAudio ? "Pointer is on prev audio chunk" : "Pointer is on key video chunk");
     LX_LOG(kLevelSeek,
@@ -118,22 +118,20 @@ UInt32 lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt
     return LX_OK;
 }
 
-[[gnu::cold]] UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
+UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SetOnKeyFrame_AudioAndVideo (%d must be < %s"),
-                                     LX_AVIREAD_PLACE);
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
+                                     "lxAviReadCore_SetOnKeyFrame_AudioAndVideo", Here());
     if (lastPlayedKeyFrame.valid != 1) {
         LX_LOG(kLevelSeek, "lastPlayedKeyFrame.valid==false");
         return LX_OK;
     }
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame);
     if (!CheckPosition(lastPlayedKeyFrame, pEntry,
-                       LX_WORDS("lastPlayedKeyFrame.Offset == pAviInfo->KeyFramesListAsArray[lastPlayedKeyFrame.leafNr]"
-                                  "->array[lastPlayedKeyFrame.itemNr].videoChunkOffset"),
-                       LX_WORDS("Data is inconsistent lastPlayedKeyFrame.Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
-                       LX_AVIREAD_PLACE)) {
+                       "lastPlayedKeyFrame.Offset == pAviInfo->KeyFramesListAsArray[lastPlayedKeyFrame.leafNr]"
+                       "->array[lastPlayedKeyFrame.itemNr].videoChunkOffset",
+                       "lastPlayedKeyFrame.Offset", Here())) {
         return LX_OK;
     }
     // Quirk Q28: bJumpToVideo stays as it is, and without audio so do the audio counters.

@@ -5,6 +5,7 @@
 // the last one in use are empty.
 
 #include "internal/KeyFrames.hpp"
+#include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
 
@@ -12,7 +13,7 @@ UInt32 leafsInUse;
 
 namespace {
 
-// Beside the state, whose length may say 0 while leaves are still owned.
+// The leaves to free. The length in the state may say 0 while there are leaves.
 UInt32 s_uiOwnedLeafs;
 
 constexpr UInt32 DivideUp(UInt32 dividend, UInt32 divisor)
@@ -28,10 +29,10 @@ void FreeLeafs(Leaf** ppLeafs, UInt32 count)
     }
 }
 
-void TraceRelease(TableReleaseTrace trace, const char* pText, const void* pBlock)
+void TraceRelease(TableReleaseTrace trace, const char* pName, const void* pBlock)
 {
     if (trace == TableReleaseTrace::CleanUp) {
-        LX_LOG_TEXT(pText);
+        LX_LOG(kLevelMemory, "Freeing %s", pName);
     } else {
         LX_LOG(kLevelMemory, "lxalAviRead_Free( 0x%x )", static_cast<UInt32>(reinterpret_cast<std::uintptr_t>(pBlock)));
     }
@@ -79,11 +80,11 @@ UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
     for (UInt32 i = 0; i < neededLeafs; ++i) {
         ppLeafs[i] = AllocateRecord<Leaf>();
         if (ppLeafs[i] == Null) {
-            LX_LOG_TEXT(TextOf(m_texts, TableText::LeafFailed), static_cast<UInt32>(sizeof(Leaf)), i);
+            LogRow(m_pMessages, TableText::LeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
             FreeLeafs(ppLeafs, i);
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
-        LX_LOG_TEXT(TextOf(m_texts, TableText::LeafSucceeded), static_cast<UInt32>(sizeof(Leaf)));
+        LogRow(m_pMessages, TableText::LeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
     }
     return LX_OK;
 }
@@ -94,23 +95,23 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
     const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
     m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
     if (m_pAviInfo->KeyFramesListAsArray == Null) {
-        LX_LOG_TEXT(TextOf(m_texts, TableText::ArrayFailed), bytes);
+        LogRow(m_pMessages, TableText::ArrayFailed, bytes);
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    LX_LOG_TEXT(TextOf(m_texts, TableText::ArraySucceeded), bytes, neededLeafs);
+    LogRow(m_pMessages, TableText::ArraySucceeded, bytes, neededLeafs);
     LX_AVIREAD_TRY(AllocateLeafs(neededLeafs));
     m_pAviInfo->KeyFramesListAsArrayLength = neededLeafs;
     s_uiOwnedLeafs = neededLeafs;
-    LX_LOG_TEXT(TextOf(m_texts, TableText::LeafsSucceeded), neededLeafs);
+    LogRow(m_pMessages, TableText::LeafsSucceeded, neededLeafs);
     return LX_OK;
 }
 
 bool KeyFrameTableBuilder::RollOver()
 {
     if (m_bFull) {
-        return false; // reported once
+        return false; // the failed assertion is reported once
     }
-    LX_LOG_TEXT(TextOf(m_texts, TableText::LeafFull), m_uiLeafNr, m_uiLeafNr + 1);
+    LogRow(m_pMessages, TableText::LeafFull, m_uiLeafNr, m_uiLeafNr + 1);
     m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
     LX_ASSERT(!m_bFull, "pCurrentLeaf!=Null", "List structure must be initialized");
     if (m_bFull) {
@@ -166,12 +167,10 @@ void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace t
 {
     if (pAviInfo->KeyFramesListAsArray != Null) {
         for (UInt32 i = 0; i < s_uiOwnedLeafs; ++i) {
-            TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray[uiLoopCnt]"),
-                         pAviInfo->KeyFramesListAsArray[i]);
+            TraceRelease(trace, "pAviInfo->KeyFramesListAsArray[uiLoopCnt]", pAviInfo->KeyFramesListAsArray[i]);
         }
         FreeLeafs(pAviInfo->KeyFramesListAsArray, s_uiOwnedLeafs);
-        TraceRelease(trace, LX_TEXT(kLevelMemory, "Freeing pAviInfo->KeyFramesListAsArray"),
-                     pAviInfo->KeyFramesListAsArray);
+        TraceRelease(trace, "pAviInfo->KeyFramesListAsArray", pAviInfo->KeyFramesListAsArray);
         std::free(pAviInfo->KeyFramesListAsArray);
     }
     pAviInfo->KeyFramesListAsArray = Null;

@@ -11,9 +11,9 @@ namespace lxAviReadCore {
 
 bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset)
 {
-    // Quirk Q29: an absent track has offset 0, and a jump to 0 is none
     const UInt64 offset = track >= 0 ? entry.audioChunkOffset[track] : videoOffset;
-    return offset < videoOffset && !(offset == 0 && FollowsFormat(pAviInfo));
+    const bool bAbsent = offset == 0; // what the table holds for a track without audio; a jump to 0 is none
+    return offset < videoOffset && !(bAbsent && AbsentTracksAreNoTarget(pAviInfo));
 }
 
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
@@ -37,22 +37,26 @@ bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const 
     return bToAudio;
 }
 
-Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pText, SourcePlace place)
+Int32 CheckedTrack(Int32 audioTrackNumber, const char* pCondition, const char* pFunction, SourcePlace place)
 {
     if (audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS) {
         return audioTrackNumber < 0 ? -1 : audioTrackNumber;
     }
-    ReportAssertion(pCondition, place, pText, audioTrackNumber, "LX_AVIREAD_AUDIO_TRACKS");
+    const char* const pText = lxDbg_StrAssertFormat("Wrong audio track number in %s (%d must be < %s", pFunction,
+                                                    audioTrackNumber, "LX_AVIREAD_AUDIO_TRACKS");
+    lxDbg_AssertError(pCondition, pText, place.pPath, place.iLine);
     return -1;
 }
 
-bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pText,
+bool CheckPosition(const Position& position, const Entry* pEntry, const char* pCondition, const char* pOffsetName,
                    SourcePlace place)
 {
     const UInt64 offset = pEntry != Null ? pEntry->videoChunkOffset : 0;
     if (pEntry == Null || position.Offset != offset) {
-        ReportAssertion(pCondition, place, pText, LX_HILO(position.Offset), position.leafNr, position.itemNr,
-                        LX_HILO(offset));
+        const char* const pText = lxDbg_StrAssertFormat(
+            "Data is inconsistent %s=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d", pOffsetName,
+            LX_HILO(position.Offset), position.leafNr, position.itemNr, LX_HILO(offset));
+        lxDbg_AssertError(pCondition, pText, place.pPath, place.iLine);
     }
     return pEntry != Null;
 }
@@ -166,9 +170,8 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SeekToTime (%d must be < %s"),
-                                     LX_AVIREAD_PLACE);
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS",
+                                     "lxAviReadCore_SeekToTime", Here());
     const KeyFrameTable table(pAviInfo);
     LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
               "Set position cannot be called when KeyFramesListAsArrayLength  <  0");
@@ -193,19 +196,17 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
     if (keyFrame == Null) {
         return;
     }
-    const Int32 track = CheckedTrack(audioTrackNumber, LX_WORDS("audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS"),
-                                     LX_WORDS("Wrong audio track number in lxAviReadCore_SetPointerOnKF (%d must be < %s"),
-                                     LX_AVIREAD_PLACE);
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
+                                     "lxAviReadCore_SetPointerOnKF", Here());
     Position position = *keyFrame;
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(position);
     if (pEntry != Null && position.Offset == 0) {
         position.Offset = pEntry->videoChunkOffset;
     }
     if (!CheckPosition(position, pEntry,
-                       LX_WORDS("keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
-                                  ".videoChunkOffset"),
-                       LX_WORDS("Data is inconsistent keyFrame->Offset=%d*2^32+%d , %d->%d->videoChunkOffset=%d*2^32+%d"),
-                       LX_AVIREAD_PLACE)) {
+                       "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
+                       ".videoChunkOffset",
+                       "keyFrame->Offset", Here())) {
         return;
     }
     const JumpRules rules = {

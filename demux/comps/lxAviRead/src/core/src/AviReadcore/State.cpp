@@ -4,13 +4,14 @@
 //               ▲  └────Reset────┴──────────Reset───────────┘  └─ RewindToStart: back to the first chunk
 //   DeAlloc / Close: from anywhere to all bytes zero
 //
-// Everything the state points to is allocated and freed here, but for the key-frame table and the segment chain,
-// whose chapters construct them.
+// Everything the state points to is allocated and freed here, but for the key-frame table and the segment chain, which
+// have chapters of their own.
 
-#include "internal/FormatWalk.hpp"
+#include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Memory.hpp"
+#include "internal/Segments.hpp"
 #include "internal/State.hpp"
 
 #include <cstddef>
@@ -32,7 +33,6 @@ lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
 namespace {
 
 constexpr UInt32 kFileBufferBytes = 1024;
-constexpr UInt64 kStartInMovi = 4; // relative positions count from the "movi" code
 
 void* s_pMetaDataBufferOwner; // the batch buffer, also while the state has forgotten it
 
@@ -205,21 +205,6 @@ void ReleaseSuperIndex(lxAviReadCore_StreamInfo_t* pStream)
     }
 }
 
-void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    lxAviReadCore_AvixRiff_t* pSegment = pAviInfo->pCurrentAvix;
-    while (pSegment != Null && pSegment->pPrevAvix != Null) {
-        pSegment = pSegment->pPrevAvix;
-    }
-    while (pSegment != Null) {
-        lxAviReadCore_AvixRiff_t* const pNext = pSegment->pNextAvix;
-        LX_LOG(kLevelMemory, "Freeing pAviInfo->pCurrentAvix");
-        std::free(pSegment);
-        pSegment = pNext;
-    }
-    pAviInfo->pCurrentAvix = Null;
-}
-
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -267,6 +252,7 @@ UInt32 lxAviReadCore_Reset(void)
     ClearAudioCounters();
     ForgetFile(pAviInfo);
     ForgetIndexSurvey();
+    SetIdx1OffsetBase(0);
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);
     for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
@@ -311,7 +297,7 @@ void lxAviReadCore_RewindToStart(void)
     pAviInfo->bAudioSync = 0;
     pAviInfo->bJumpToVideo = 0;
     ClearAudioCounters();
-    pAviInfo->CurrentOffset = pAviInfo->bAbsoluteOffsets == 1 ? pAviInfo->moviOffset : kStartInMovi;
+    pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
     LX_LOG(kLevelSeek, "lxAviReadCore_RewindToStart: Done (pAviInfo->moviOffset=%d)",
            static_cast<UInt32>(pAviInfo->moviOffset));
 }

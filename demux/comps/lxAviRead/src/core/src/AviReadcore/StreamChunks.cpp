@@ -9,18 +9,16 @@
 
 #include "internal/Chunk.hpp"
 #include "internal/KeyFrames.hpp"
+#include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
 namespace {
 
-constexpr UInt32 kHeaderBytes = 8;
-constexpr UInt32 kHeaderBytesWithDrm = 26; // "dd" header, descriptor, header
-
-// Quirk Q45: where the chunk begins whose header has just been read; a protected frame begins with its "dd" chunk,
-// which an OpenDML index does not list.
+// Where the chunk begins whose header has just been read. A protected frame begins with its "dd" chunk, which an OpenDML
+// index does not list.
 UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
 {
-    return pAviInfo->CurrentOffset - (pChunk->bDrm == 1 ? kHeaderBytesWithDrm : kHeaderBytes);
+    return pAviInfo->CurrentOffset - kChunkHeaderBytes - (pChunk->bDrm == 1 ? kDrmChunkBytes : 0);
 }
 
 // The sync entry; the first entry where the table has no such entry any more, and null only without a table.
@@ -44,14 +42,14 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTab
 {
     const UInt64 start = ChunkStart(pAviInfo, pChunk);
     Position found = FindKeyFrameAt(table, start & PositionMask(pAviInfo));
-    if (found.valid == 0 && pChunk->bDrm == 1 && FollowsFormat(pAviInfo)) {
-        found = FindKeyFrameAt(table, pAviInfo->CurrentOffset - kHeaderBytes);
+    if (found.valid == 0 && pChunk->bDrm == 1 && ProtectedFramesHaveTwoStarts(pAviInfo)) {
+        found = FindKeyFrameAt(table, pAviInfo->CurrentOffset - kChunkHeaderBytes);
     }
     if (pChunk->bDrm == 1) {
         LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Drm-ed chunk with offset=%d.%d %s", LX_HILO(start),
                found.valid == 1 ? "Is a key frame" : "Is not a key frame");
     } else {
-        LX_LOG_OFTEN(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
+        LX_LOG(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
                      found.valid == 1 ? "is a video K F" : "is not K F");
     }
     return found;
@@ -81,7 +79,7 @@ const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable
 }
 
 // A frame that is no key frame, where a jump to video has just been made to one.
-[[gnu::cold]] UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
+UInt32 RejectJump(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     LX_LOG(kLevelSeek, "jmp to video chunk didnt find KF,reject the jmp");
     pAviInfo->bAudioSync = 0;
@@ -89,7 +87,7 @@ const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable
     return LX_ERR_AVIREAD_NO_KEY_FRAME;
 }
 
-// Looks the chunk up, and takes note of what a jump has led to. `pFound` is the key frame's entry, or null.
+// Looks the chunk up in the table, and concludes a jump to it. `pFound` is the key frame's entry, or null.
 UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, const lxAviRead_ChunkData_t* pChunk,
                  Bool bJumped, Position& found, const Entry*& pFound)
 {
@@ -108,7 +106,8 @@ bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound,
            lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, sync.videoFrameNumber, 0);
 }
 
-// Quirk Q43: the sync rule holds for every video chunk, not only after a jump; before any, the sync entry is the first.
+// Quirk Q43: the sync rule holds for every video chunk, not only after a jump. Before any jump the sync entry is the first
+// entry of the table.
 UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, lxAviRead_ChunkData_t* pChunk,
                      const Entry* pFound)
 {
@@ -120,7 +119,7 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
         pChunk->bKeyFrame = 1;
         return NumberFrame(pChunk, pFound->videoFrameNumber);
     }
-    LX_LOG_OFTEN(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
+    LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
                  LX_HILO(pAviInfo->CurrentOffset));
     return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
 }
@@ -132,7 +131,7 @@ UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
     Position found = {};
     const Entry* pFound = Null;
     const UInt32 result = MeetFrame(pAviInfo, table, pChunk, bJumped, found, pFound);
-    LX_LOG_OFTEN(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
+    LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
                  found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
     return result != LX_OK ? result : ApplySyncRule(pAviInfo, table, pChunk, pFound);
 }
@@ -145,16 +144,16 @@ void CountAudio(UInt32 track, UInt32 size)
     lxalAviRead_AudioFrame[track] += 1;
 }
 
-// Audio of a track that is not played is counted all the same: a later switch finds the counters right.
+// Counts audio of a track that is not played, so that a later switch to that track finds its counters right.
 UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 track,
                         UInt32 audioTrackNumber)
 {
-    LX_LOG_OFTEN(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
+    LX_LOG(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
                  pChunk->uiStreamNr);
     if (track < LX_AVIREAD_AUDIO_TRACKS) {
         CountAudio(track, pChunk->uiSize);
     }
-    LX_LOG_OFTEN(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
+    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
     return LX_ERR_AVIREAD_AUDIO_SKIPPED;
 }
 
@@ -164,7 +163,7 @@ void PlaceAudio(lxAviRead_ChunkData_t* pChunk, UInt32 track)
     pChunk->uiFrameNumber = lxalAviRead_AudioFrame[track];
 }
 
-// What leading audio is dropped in multiples of.
+// The unit in which leading audio is dropped.
 struct AudioBlock {
     UInt32 uiBytes;
     float milliseconds;
@@ -174,14 +173,14 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
                    const lxAviRead_StrfAudio_t& format)
 {
     const auto scaleMsec = static_cast<float>(static_cast<double>(header.dwScale) * 1000.0);
-    if (FollowsFormat(pAviInfo)) { // Quirk Q53
+    if (AudioIsTrimmedInSamples(pAviInfo)) {
         return {header.dwSampleSize, scaleMsec / static_cast<float>(header.dwRate)};
     }
     return {header.dwScale, scaleMsec / static_cast<float>(format.nAvgBytesPerSec)};
 }
 
-// The blocks of audio by which the chunk begins too early: all but one before the key frame's time.
-[[gnu::cold]] UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
+// The number of blocks by which the chunk begins too early. One block before the key frame's time is kept.
+UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
                      const Entry& sync)
 {
     const UInt32 videoTime =
@@ -192,11 +191,11 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
 }
 
 // Drops the leading audio of the first chunk after a jump, unless nothing would be left of it.
-[[gnu::cold]] void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry& sync)
+void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, const Entry& sync)
 {
     const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, pChunk->uiStreamNr);
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
-    if (format.wFormatTag == LX_AVIREAD_FORMAT_AC3 || !IsConstantBitRate(stream.Header, format)) {
+    if (!AudioCodecOf(format.wFormatTag).bTrimmed || !IsConstantBitRate(stream.Header, format)) {
         return;
     }
     const AudioBlock block = BlockOf(pAviInfo, stream.Header, format);
@@ -213,10 +212,10 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
 }
 
 // The first chunk of the selected track after a jump.
-[[gnu::cold]] UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
+UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
                                   const Entry& sync)
 {
-    const UInt64 start = pAviInfo->CurrentOffset - kHeaderBytes;
+    const UInt64 start = pAviInfo->CurrentOffset - kChunkHeaderBytes;
     if (start < sync.audioChunkOffset[track]) {
         LX_LOG(kLevelSeek, "1st Audio Chk after jmp,skip it as the Chk offset < the actual offset ");
         LX_LOG(kLevelSeek, "Actual offset=%d.%d,  Leaf:%d,Item:%d,Chunk Offset=%d.%d",
@@ -241,7 +240,7 @@ AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh
 
 using namespace lxAviReadCore;
 
-[[gnu::cold]] UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
+UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* chunkData,
                                               UInt32 subtitleTrackNumber)
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
@@ -262,13 +261,13 @@ UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
     if (!IsMainVideoStream(pAviInfo, chunkData->uiStreamNr)) {
         LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
     } else if (table.IsEmpty()) {
-        LX_LOG_OFTEN(kLevelChunk, "MetaData not avalaible for validity ");
+        LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
         result = NumberFrame(chunkData, lxalAviRead_VideoFrame + 1); // Quirk Q25: frames count from 1 without a table
     } else {
         result = ProcessIndexedVideo(pAviInfo, table, chunkData, jumped);
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
-    LX_LOG_OFTEN(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
+    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextVideoChunk with rval %x", result);
     return result;
 }
 
@@ -276,7 +275,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
                                            UInt32 audioTrackNumber)
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
-    LX_LOG_OFTEN(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
+    LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
                  chunkData->uiSize, audioTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
     UInt32 result = LX_OK;
@@ -290,11 +289,11 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
         } else {
             PlaceAudio(chunkData, track);
             CountAudio(track, chunkData->uiSize);
-            LX_LOG_OFTEN(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
+            LX_LOG(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
         }
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
-    LX_LOG_OFTEN(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);
+    LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);
     return result;
 }
 

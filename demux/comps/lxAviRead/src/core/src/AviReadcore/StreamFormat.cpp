@@ -6,8 +6,9 @@
 //   8                   first 8     text subtitle formats
 //   2232 or more        first 2232  stream data; a shorter chunk is no stream data at all
 
-#include "internal/Chunk.hpp"
+#include "internal/FileAccess.hpp"
 #include "internal/State.hpp"
+#include "internal/Streams.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -17,27 +18,15 @@ namespace {
 
 // What the format parsers differ in.
 struct FormatRule {
-    UInt32 uiLimit;
-    TextList texts;
+    UInt32 uiLimit;         // bytes that are kept
+    const char* pKind;      // as the names of the parsers end
+    const char* pStream;    // as messages call the stream
+    UInt32 uiOversizeLevel; // of the message about a longer format
 };
 
-enum class FormatText : UInt32 { Oversize, Entered, Leaving };
-
-constexpr FormatRule kVideoFormat = {
-    sizeof(lxAviRead_StrfVideo_t),
-    kTextList<LX_PACKED(kLevelError, "AviReadCore : size of video stream (%d) is bigger then size of struct (%d)\n"),
-              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_video"),
-              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_video")>};
-constexpr FormatRule kAudioFormat = {
-    sizeof(lxAviRead_StrfAudio_t),
-    kTextList<LX_PACKED(kLevelHeader, "AviReadCore : size of audio stream (%d) is bigger then size of struct (%d)\n"),
-              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_audio"),
-              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_audio")>};
-constexpr FormatRule kTextFormat = {
-    sizeof(lxAviRead_StrfText_t),
-    kTextList<LX_PACKED(kLevelError, "AviReadCore : size of text subtitle stream (%d) is bigger then size of struct (%d)\n"),
-              LX_PACKED(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_textSubtitle"),
-              LX_PACKED(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_textSubtitle")>};
+constexpr FormatRule kVideoFormat = {sizeof(lxAviRead_StrfVideo_t), "video", "video", kLevelError};
+constexpr FormatRule kAudioFormat = {sizeof(lxAviRead_StrfAudio_t), "audio", "audio", kLevelHeader};
+constexpr FormatRule kTextFormat = {sizeof(lxAviRead_StrfText_t), "textSubtitle", "text subtitle", kLevelError};
 
 // Reads the first `limit` bytes of a chunk into `pBuffer`.
 UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 limit, UInt32 size)
@@ -45,7 +34,7 @@ UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 
     if (pBuffer == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY; // Alloc could not give the buffer
     }
-    return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, pBuffer, limit, std::min(size, limit)));
+    return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, {pBuffer, limit, std::min(size, limit)}));
 }
 
 // Skips what a chunk has beyond `limit`.
@@ -57,35 +46,38 @@ UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
 UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UInt32 size,
                    lxAviReadCore_StreamInfo_t* pStrInfo)
 {
-    LX_LOG_TEXT(TextOf(rule.texts, FormatText::Entered));
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_ParseListStrf_%s", rule.pKind);
     if (size > rule.uiLimit) {
-        LX_LOG_TEXT(TextOf(rule.texts, FormatText::Oversize), size, rule.uiLimit);
+        LX_LOG(rule.uiOversizeLevel, "AviReadCore : size of %s stream (%d) is bigger then size of struct (%d)\n",
+               rule.pStream, size, rule.uiLimit);
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
     LX_AVIREAD_TRY(SkipRestOfChunk(rule.uiLimit, size));
-    LX_LOG_TEXT(TextOf(rule.texts, FormatText::Leaving));
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_%s", rule.pKind);
     return LX_OK;
 }
 
-// Bytes of one frame of `samples` samples. The quotient is truncated before it is multiplied, so that sampling rates
-// above the frame's length give 0.
-UInt32 CompressedFrameSize(UInt32 samples, const lxAviRead_StrfAudio_t& format)
-{
-    // Quirk Q15
-    return format.nSamplesPerSec == 0 ? 0 : samples / format.nSamplesPerSec * format.nAvgBytesPerSec;
-}
+// ---- Codecs ----
 
+constexpr AudioCodec kAudioCodecs[] = {
+    {LX_AVIREAD_FORMAT_PCM, 1, AudioClock::Bytes, true},
+    {LX_AVIREAD_FORMAT_IEEE_FLOAT, 1, AudioClock::Bytes, true},
+    {LX_AVIREAD_FORMAT_MPEG, 1152, AudioClock::BitRate, true},
+    {LX_AVIREAD_FORMAT_MPEG_LAYER3, 1152, AudioClock::BitRate, true},
+    {LX_AVIREAD_FORMAT_AAC, 1024, AudioClock::BitRate, true},
+    {LX_AVIREAD_FORMAT_AC3, 1536, AudioClock::Bytes, false},
+};
+constexpr AudioCodec kUnknownAudioCodec = {0, 0, AudioClock::None, true};
+
+// Bytes of a coded frame, or of an uncompressed sample of one channel.
 UInt32 AudioFrameSize(const lxAviRead_StrfAudio_t& format)
 {
-    switch (format.wFormatTag) {
-    case LX_AVIREAD_FORMAT_PCM:
-    case LX_AVIREAD_FORMAT_IEEE_FLOAT: return format.wBitsPerSample / 8u; // one channel
-    case LX_AVIREAD_FORMAT_MPEG:
-    case LX_AVIREAD_FORMAT_MPEG_LAYER3: return CompressedFrameSize(1152, format);
-    case LX_AVIREAD_FORMAT_AAC: return CompressedFrameSize(1024, format);
-    case LX_AVIREAD_FORMAT_AC3: return CompressedFrameSize(1536, format);
-    default: return 0;
+    const UInt32 samples = AudioCodecOf(format.wFormatTag).uiFrameSamples;
+    if (samples == 1) {
+        return format.wBitsPerSample / 8u;
     }
+    // Quirk Q15: the quotient is truncated before it is multiplied, so that sampling rates above the frame's length give 0
+    return format.nSamplesPerSec == 0 ? 0 : samples / format.nSamplesPerSec * format.nAvgBytesPerSec;
 }
 
 // Codecs, upper case, whose frames do not refer to each other.
@@ -123,6 +115,21 @@ void lxAviReadCore_AudioFrameSizeCalculation(lxAviReadCore_StreamInfo_t* pStrInf
 }
 
 } // namespace
+
+const AudioCodec& AudioCodecOf(UInt16 formatTag)
+{
+    const auto* const pFound = std::find_if(std::begin(kAudioCodecs), std::end(kAudioCodecs),
+                                            [&](const AudioCodec& codec) { return codec.uiFormatTag == formatTag; });
+    return pFound != std::end(kAudioCodecs) ? *pFound : kUnknownAudioCodec;
+}
+
+bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format)
+{
+    if (header.dwSampleSize == format.nBlockAlign) {
+        return header.dwSampleSize != 0;
+    }
+    return static_cast<float>(header.dwRate) / static_cast<float>(header.dwScale) >= 1000.0f;
+}
 
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
 {

@@ -9,8 +9,10 @@
 //
 // Left in the state: the stream's record, its kind and track number, the main video and the first audio stream.
 
-#include "internal/Chunk.hpp"
+#include "internal/ListWalk.hpp"
 #include "internal/State.hpp"
+#include "internal/Streams.hpp"
+#include "internal/Walk.hpp"
 
 namespace lxAviReadCore {
 namespace {
@@ -23,20 +25,13 @@ struct StreamList {
     lxAviReadCore_StreamInfo_t* pStream;
 };
 
-// Whether the walk goes on after a chunk, and with what result it ends if not.
-struct Step {
-    bool bFinished;
-    UInt32 uiResult;
-};
-
-constexpr Step ContinueUnless(UInt32 result) { return {result != LX_OK, result}; }
-
 Step Skip(UInt32 size)
 {
     return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)));
 }
 
-// Gives the stream the next number among those of its kind; streams beyond the last track keep theirs, and count.
+// Gives the stream the next number among those of its kind. A stream beyond the eighth is counted, and keeps the number
+// that it has.
 void NumberTrack(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr, UInt32& count)
 {
     if (count < LX_AVIREAD_AUDIO_TRACKS) {
@@ -53,10 +48,10 @@ UInt32 TakeAudioFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list
     if (pAviInfo->audioStreamNr == -1) {
         pAviInfo->audioStreamNr = static_cast<Int32>(list.uiStreamNr);
     }
-    if (FollowsFormat(pAviInfo)) {
+    if (SurplusStreamsHaveNoTrack(pAviInfo)) {
         pAviInfo->TrackNumber[list.uiStreamNr] = kNoTrack;
     }
-    NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->AudioTracksCount); // Quirk Q13: a ninth stays on track 0
+    NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->AudioTracksCount);
     LX_LOG(kLevelHeader, "AviReadCore : Found audio streamformat sub-chunk. FccType is auds %x, size %d",
            list.pStream->Header.fccType, size);
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_audio(pAviInfo, size, list.pStream));
@@ -155,14 +150,13 @@ bool IsIndexed(const lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 Step TakeIndex(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     pAviInfo->bIndxPresent = 1;
-    if (!IsIndexed(pAviInfo, list) || (size < kSmallestIndexBytes && FollowsFormat(pAviInfo))) {
+    if (!IsIndexed(pAviInfo, list) || (size < kSmallestIndexBytes && ListsAreExact(pAviInfo))) {
         return Skip(size);
     }
     const UInt32 result = LX_AVIREAD_CALL(
         lxAvi2ReadCore_ParseChunkIndx(list.instance, pAviInfo, size, list.pStream, pAviInfo->IndxOption));
     if (result != LX_ERR_AVIREAD_NO_INDEX) {
-        // Quirk Q14: an index that was taken in ends the list, whatever follows
-        return FollowsFormat(pAviInfo) ? ContinueUnless(result) : Step{true, result};
+        return ListsGoOnBehindIndex(pAviInfo) ? ContinueUnless(result) : Step{true, result};
     }
     if (pAviInfo->AviHdr != Null) { // GCOVR_EXCL_BR_LINE: no stream without it
         pAviInfo->AviHdr->dwFlags &= ~LX_AVIREAD_HAS_INDEX;
@@ -237,7 +231,7 @@ UInt32 lxAviReadCore_ParseListStrh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 siz
         return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - kHeaderBytes));
     }
     LX_LOG(kLevelHeader, "size<- sizeof(lxAviRead_Strh_t) (%d<%d)", size, kHeaderBytes);
-    return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, &pStream->Header, kHeaderBytes, size));
+    return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, {&pStream->Header, kHeaderBytes, size}));
 }
 
 UInt32 lxAviReadCore_GetStrhData(UInt32 streamNr, lxAviRead_Strh_t* pStrh, UInt32* pSize)

@@ -5,7 +5,7 @@
 //   compressed, CBR  bytes ÷ nAvgBytesPerSec
 //   compressed, VBR  chunks × dwScale ÷ dwRate
 //
-// A caller that follows the format gets the time of any audio from its header, whatever the codec:
+// In the format mode the time of any audio comes from its header, whatever the codec:
 //
 //   dwSampleSize ≠ 0  bytes ÷ dwSampleSize × dwScale ÷ dwRate
 //   dwSampleSize = 0  chunks × dwScale ÷ dwRate
@@ -13,6 +13,7 @@
 // The single-precision steps and the grouping are part of the results: every target computes the same values.
 
 #include "internal/State.hpp"
+#include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
 namespace {
@@ -29,10 +30,14 @@ UInt32 MicroSecPerFrame()
     return pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
 }
 
-void LogTime(const char* pText, const StreamPosition& position, UInt32 time)
+// `pKind` is how the message begins that tells a time of this kind.
+void LogTime(const char* pKind, const StreamPosition& position, UInt32 time)
 {
-    LX_LOG_TEXT(pText, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
-                MicroSecPerFrame(), time);
+    LX_LOG(kLevelChunk,
+           "lxAviReadCore_GetStreamTime: %sstream=%d framenumber=% 5d bytePosition=%d.% 7d dwMicroSecPerFrame=% 7d "
+           "streamTime=% 7d",
+           pKind, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition), MicroSecPerFrame(),
+           time);
 }
 
 UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
@@ -41,9 +46,7 @@ UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
     // Quirk Q23: the count passes through single precision; above 2^24 it loses its lowest bits
     const double rounded = static_cast<double>(static_cast<float>(frames));
     const UInt32 time = ToUInt32(rounded * (static_cast<double>(MicroSecPerFrame()) / 1000.0));
-    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: Video. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
-            position, time);
+    LogTime("Video. ", position, time);
     return time;
 }
 
@@ -57,9 +60,7 @@ UInt32 UncompressedTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPo
 {
     const double bytes = StartBytes(stream) + static_cast<double>(position.uiBytePosition);
     const UInt32 time = ToUInt32(bytes * 1000.0 / static_cast<double>(stream.Header.dwRate));
-    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: AC3 or PCM.stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
-            position, time);
+    LogTime("AC3 or PCM.", position, time);
     return time;
 }
 
@@ -68,9 +69,7 @@ UInt32 ConstantBitRateTime(const lxAviReadCore_StreamInfo_t& stream, const lxAvi
 {
     const UInt32 bytes = ToUInt32(StartBytes(stream) + static_cast<double>(position.uiBytePosition));
     const UInt32 time = ToUInt32(static_cast<double>(bytes) * 1000.0 / static_cast<double>(format.nAvgBytesPerSec));
-    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: CBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
-            position, time);
+    LogTime("CBR.   ", position, time);
     return time;
 }
 
@@ -79,9 +78,7 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
     const UInt32 chunks = header.dwStart + position.uiFrameNumber;
     const UInt32 time = ToUInt32(static_cast<double>(chunks) *
                                  (static_cast<double>(header.dwScale) * (1000.0 / static_cast<double>(header.dwRate))));
-    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: VBR.   stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
-            position, time);
+    LogTime("VBR.   ", position, time);
     return time;
 }
 
@@ -93,25 +90,19 @@ UInt32 TimeByHeader(const lxAviRead_Strh_t& header, const StreamPosition& positi
                              : static_cast<double>(position.uiFrameNumber);
     const UInt32 time = ToUInt32((static_cast<double>(header.dwStart) + units) * static_cast<double>(header.dwScale) *
                                  1000.0 / static_cast<double>(header.dwRate));
-    LogTime(LX_TEXT(kLevelChunk, "lxAviReadCore_GetStreamTime: by header. stream=%d framenumber=% 5d bytePosition=%d.% 7d "
-                               "dwMicroSecPerFrame=% 7d streamTime=% 7d"),
-            position, time);
+    LogTime("by header. ", position, time);
     return time;
 }
 
 UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
-    if (FollowsFormat(&lxAviReadCore_AviInfo) && stream.StreamType == LX_AVIREAD_STREAM_AUDIO) { // Quirk Q52
+    if (AudioTimeIsByHeader(&lxAviReadCore_AviInfo) && stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
         return TimeByHeader(stream.Header, position);
     }
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
-    switch (format.wFormatTag) {
-    case LX_AVIREAD_FORMAT_PCM:
-    case LX_AVIREAD_FORMAT_IEEE_FLOAT:
-    case LX_AVIREAD_FORMAT_AC3: return UncompressedTime(stream, position);
-    case LX_AVIREAD_FORMAT_MPEG:
-    case LX_AVIREAD_FORMAT_MPEG_LAYER3:
-    case LX_AVIREAD_FORMAT_AAC:
+    switch (AudioCodecOf(format.wFormatTag).eClock) {
+    case AudioClock::Bytes: return UncompressedTime(stream, position);
+    case AudioClock::BitRate:
         return IsConstantBitRate(stream.Header, format) ? ConstantBitRateTime(stream, format, position)
                                                         : VariableBitRateTime(stream.Header, position);
     default: return 0;

@@ -14,8 +14,8 @@
 namespace lxAviReadCore {
 namespace {
 
-// `count` key frames on from `position`. Off the end lies the first key frame, in both directions.
-Position Step(const KeyFrameTable& table, Position position, Int32 count)
+// The key frame `count` steps from `position`. Off either end lies the first key frame.
+Position StepFrom(const KeyFrameTable& table, Position position, Int32 count)
 {
     const bool bForward = count > 0;
     UInt32 left = bForward ? static_cast<UInt32>(count) : 0u - static_cast<UInt32>(count);
@@ -27,8 +27,8 @@ Position Step(const KeyFrameTable& table, Position position, Int32 count)
     return position;
 }
 
-// After a step that has or has not moved to another key frame. What moved is armed to show that key frame and nothing
-// else: counters stay as they are. What did not is armed in full, where it stands.
+// Arms the jump of a step. A step that moved shows the new key frame and nothing else: the counters stay as they are. A
+// step that did not move arms the current key frame in full.
 void ArmStep(lxAviReadCore_AviInfo_t* pAviInfo, bool bMoved, VideoFirst eVideoFirst, Int32 audioTrackNumber)
 {
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(lastPlayedKeyFrame);
@@ -39,7 +39,7 @@ void ArmStep(lxAviReadCore_AviInfo_t* pAviInfo, bool bMoved, VideoFirst eVideoFi
     }
 }
 
-// A place for the outcome of a step, as `pFound` has to be.
+// Whether the caller has given a place for the outcome of a step.
 bool IsGiven(const Bool* pFound)
 {
     LX_ASSERT(pFound != Null, "pFound!= Null", "Parameter pFound shouldn't be a null pointer");
@@ -59,7 +59,7 @@ UInt32 lxAviReadCore_JumpInKeyFrames(Int32 count, Int32 audioTrackNumber)
     const KeyFrameTable table(&lxAviReadCore_AviInfo);
     Position target = lastPlayedKeyFrame;
     if (target.valid == 1) {
-        target = Step(table, target, count);
+        target = StepFrom(table, target, count);
     }
     if (const Entry* const pEntry = table.At(target); pEntry != Null) {
         LX_LOG(kLevelSeek, "lxAviReadCore_JumpInKeyFrames: KFs=%d time=%d leaf %d->%d item %d->%d", count,
@@ -80,7 +80,7 @@ UInt32 lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber)
     }
     const KeyFrameTable table(pAviInfo);
     *pFound = table.Next(lastPlayedKeyFrame) ? 1 : 0;
-    // What the reader has passed already is passed over; at the end of the table the last entry is kept.
+    // Key frames that delivery has passed already are passed over, but for the last one of the table.
     while (*pFound == 1 && lastPlayedKeyFrame.Offset < pAviInfo->CurrentOffset && table.Next(lastPlayedKeyFrame)) {
     }
     lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);

@@ -1,0 +1,193 @@
+// The top level of the file behind the first RIFF list: the extension lists of an OpenDML file.
+//
+//   RIFF size "AVI "  …              the chain's first record, made by Open
+//   RIFF size "AVIX"
+//     LIST size "movi" chunk chunk … one record each: where its chunks begin, and how many bytes they have
+//     …                              whatever else the list holds is stepped over with it
+//   RIFF size other  …               stepped over
+//
+// The walk ends at the end of the file, at anything that is no RIFF list, and where it would not get further on.
+
+#include "internal/Segments.hpp"
+
+#include <algorithm>
+
+namespace lxAviReadCore {
+namespace {
+
+struct RiffHeader {
+    UInt32 uiSize;
+    UInt32 uiForm;
+};
+
+UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo, RiffHeader& riff)
+{
+    LX_LOG(kLevelHeader, "Found a new RIFF ");
+    if (const UInt32 result = ReadRecord(pAviInfo, riff.uiSize); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while Reading size of RIFF: %x ", result);
+        return result;
+    }
+    LX_LOG(kLevelHeader, "New RIFF Size %d \n", riff.uiSize);
+    if (const UInt32 result = ReadRecord(pAviInfo, riff.uiForm); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while Reading RIFF Type: %x ", result);
+        return result;
+    }
+    riff.uiSize = MakeEven(riff.uiSize);
+    return LX_OK;
+}
+
+// Reads the header of the list that an "AVIX" list has to begin with.
+UInt32 ReadMoviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32& listSize)
+{
+    UInt32 code = 0;
+    if (const UInt32 result = ReadRecord(pAviInfo, code); result != LX_OK) {
+        LX_LOG(kLevelError, "Err while LIST fourcc for movi LIST %x ", result);
+        return result;
+    }
+    LX_LOG(kLevelHeader, "Offset value till now %d.%d ", LX_HILO(position + kListHeaderBytes));
+    LX_ASSERT(code == FourCC("LIST"), "uiData == listChunk", "AVIX should have only LIST strcuture");
+    if (code != FourCC("LIST")) {
+        return LX_ERR_AVIREAD_AVIX_LIST;
+    }
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL_AS("lxAviReadCore_FileRead(pAviInfo,&uiSize,4 )", ReadRecord(pAviInfo, listSize)));
+    listSize = MakeEven(listSize);
+    UInt32 type = 0;
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL_AS("lxAviReadCore_FileRead(pAviInfo,&uiDataExt, 4)", ReadRecord(pAviInfo, type)));
+    LX_ASSERT(type == FourCC("movi"), "uiDataExt == listtypeAVIMOVIE", "AVIX should have only movi LIST");
+    return type == FourCC("movi") ? LX_OK : LX_ERR_AVIREAD_AVIX_LIST;
+}
+
+// The end of the chain while the walk adds to it.
+struct ChainEnd {
+    Segment* pTail;
+    bool bFirst = true; // no "AVIX" list was met yet
+};
+
+// A list that claims to reach into the RIFF list at `position` ends there, so that no byte is delivered twice. The
+// default mode leaves alone a list that would be cut to nothing.
+void EndBefore(const lxAviReadCore_AviInfo_t* pAviInfo, Segment* pSegment, UInt64 position)
+{
+    const UInt64 kept = OverlappedListsMayBeEmpty(pAviInfo) ? 0 : 1;
+    if (pSegment != Null && position >= StartOf(*pSegment) + kept) {
+        const UInt64 room = position - StartOf(*pSegment);
+        pSegment->moviDataSize = static_cast<UInt32>(std::min<UInt64>(pSegment->moviDataSize, room));
+    }
+}
+
+// Looks for the `movi` list among whatever else an "AVIX" list holds; `found` is where it begins, 0 when there is none.
+UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffSize, UInt64& found)
+{
+    const UInt64 first = position + kListHeaderBytes;
+    const UInt64 end = position + kChunkHeaderBytes + riffSize;
+    found = 0;
+    // The first one is there whatever the size says: a writer that was stopped has not written it.
+    for (UInt64 at = first; at == first || at + kListHeaderBytes <= end;) {
+        ChunkHeader chunk = {};
+        UInt32 type = 0;
+        if (!SeekAndRemember(pAviInfo, at, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+        LX_AVIREAD_TRY(ReadChunkHeader(pAviInfo, chunk));
+        LX_AVIREAD_TRY(ReadRecord(pAviInfo, type));
+        if (chunk.uiCode == FourCC("LIST") && type == FourCC("movi")) {
+            found = at;
+            return LX_OK;
+        }
+        at += UInt64{kChunkHeaderBytes} + chunk.uiSize;
+    }
+    return LX_OK;
+}
+
+// Records one "AVIX" list. Its record stays in the chain even if the list turns out to be none.
+UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt64 movi, ChainEnd& end)
+{
+    LX_LOG(kLevelHeader, "Found AVIX RIFF");
+    EndBefore(pAviInfo, end.pTail, position);
+    Segment* const pSegment = AppendSegment(pAviInfo, end.pTail);
+    if (pSegment == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    if (end.bFirst) {
+        LX_LOG(kLevelHeader, "pAviInfo->pCurrentAvix Initialized");
+    }
+    end = {pSegment, false};
+    UInt32 listSize = 0;
+    LX_AVIREAD_TRY(ReadMoviHeader(pAviInfo, position, listSize));
+    pSegment->moviDataOffset = movi + kListHeaderBytes;
+    pSegment->moviDataSize = listSize - kListTypeBytes;
+    pAviInfo->bAvixPresent = 1;
+    return LX_OK;
+}
+
+// Takes an "AVIX" list. In the default mode it has to begin with its `movi` list, in the format mode it holds one
+// somewhere or is no segment.
+UInt32 TakeAvix(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffSize, ChainEnd& end)
+{
+    UInt64 movi = position + kListHeaderBytes;
+    if (ExtensionsNeedNoPromise(pAviInfo)) {
+        LX_AVIREAD_TRY(FindMovi(pAviInfo, position, riffSize, movi));
+        if (movi == 0) {
+            return LX_OK;
+        }
+        if (!SeekAndRemember(pAviInfo, movi, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+    }
+    return TakeExtension(pAviInfo, position, movi, end);
+}
+
+// Seeks to the next list. In the default mode a seek takes 32 bits; one that would lead back to bytes already walked ends
+// the walk.
+bool SeekFurtherOn(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 from, UInt64 to)
+{
+    const UInt64 mask = PositionMask(pAviInfo);
+    return (to & mask) > (from & mask) && SeekAndRemember(pAviInfo, to, kFromStart);
+}
+
+UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
+{
+    ChainEnd end = {pAviInfo->pCurrentAvix};
+    for (;;) {
+        LX_LOG(kLevelHeader, "In the While Loop, searching for a RIFF ");
+        UInt32 code = 0;
+        if (const UInt32 result = ReadRecord(pAviInfo, code); result != LX_OK) {
+            return result == LX_ERR_AVIREAD_EOF ? LX_OK : result;
+        }
+        if (code != FourCC("RIFF")) {
+            return LX_OK;
+        }
+        RiffHeader riff = {};
+        LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo, riff));
+        if (riff.uiForm == FourCC("AVIX")) {
+            LX_AVIREAD_TRY(TakeAvix(pAviInfo, position, riff.uiSize, end));
+        }
+        const UInt64 next = position + riff.uiSize + kChunkHeaderBytes;
+        if (!SeekFurtherOn(pAviInfo, position, next)) {
+            return LX_OK;
+        }
+        position = next;
+    }
+}
+
+} // namespace
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_ConstructAvixInfo(UInt32 /*instance*/, lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    LX_LOG(kLevelEnter, "lxAviReadCore_ConstructAvixInfo: Enter");
+    UInt64 position = 0; // where an input that cannot seek is taken to stand
+    UInt32 result = LX_OK;
+    if (lxalAviRead_FileSeekPossible != 0) {
+        position = pAviInfo->riffSize + kListHeaderBytes;
+        result = SeekAndRemember(pAviInfo, position, kFromStart) ? LX_OK : LX_ERR_AVIREAD_SEEK;
+    }
+    if (result == LX_OK) {
+        ReleaseFollowingSegments(pAviInfo);
+        result = WalkTopLevel(pAviInfo, position);
+    }
+    result = AllowEarlyEnd(pAviInfo, result); // the lists before the end of the file are whole
+    LX_LOG(kLevelLeave, "lxAviReadCore_ConstructAvixInfo: Leave with RVAL:%x", result);
+    return result;
+}

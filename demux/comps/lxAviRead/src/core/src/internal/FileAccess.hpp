@@ -1,0 +1,92 @@
+// Access to the file: the one read loop, reads of words and records, seeks.
+
+#pragma once
+
+#include "Bytes.hpp"
+#include "Debug.hpp"
+#include "Mode.hpp"
+#include "Stdio.hpp"
+
+namespace lxAviReadCore {
+
+// ---- Reads ----
+
+// The messages in which the core read and the read of the OpenDML index differ.
+enum class ReadText : UInt32 {
+    EndOfFile, // result twice, bytes left: the file ends inside a read
+    Exhausted, // result twice, bytes left: the attempts are used up
+    Count,
+};
+constexpr UInt8 kReadTextArguments[] = {3, 3};
+
+// What the core read and the read of the OpenDML index differ in.
+struct ReadFamily {
+    bool bAbortable; // looks at the abort flag after a short read
+    const MessageRow<ReadText>* pMessages;
+};
+
+extern const ReadFamily kCoreRead;
+extern const ReadFamily kOpenDmlRead;
+
+// Where the bytes of a read go. What would land behind `capacity` is read from the file and dropped.
+struct ReadTarget {
+    void* pBuffer;
+    size_t capacity;
+    UInt32 uiSize; // bytes that the read wants
+};
+
+// Reads `target.uiSize` bytes, with bounded attempts. Where the file ends inside the read, `pLacking`, if given,
+// receives the number of bytes that did not come.
+[[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
+                              UInt32* pLacking = Null);
+
+// Goes on with a read whose first attempt brought `got` bytes, which is less than it wants.
+[[nodiscard]] UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
+                                  size_t got, UInt32* pLacking = Null);
+
+// Reads bytes for a caller of the library, who answers for the room.
+[[nodiscard]] UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer,
+                                   UInt32 size);
+
+// Reads one record, or one word.
+template <typename Record>
+[[nodiscard]] UInt32 ReadRecord(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const ReadFamily& family = kCoreRead)
+{
+    static_assert(std::is_trivially_copyable_v<Record> && !std::is_pointer_v<Record>);
+    const ReadTarget target = {&record, sizeof record, sizeof record};
+    if constexpr (sizeof record > kWordBytes) {
+        return ReadLoop(pAviInfo, family, target);
+    } else {
+        if (pAviInfo->pFile == Null) {
+            return LX_ERR_AVIREAD_READ;
+        }
+        UInt8 bytes[sizeof record];
+        const size_t got = ReadWord(pAviInfo->pFile, bytes, sizeof record);
+        std::memcpy(&record, bytes, got);
+        return got == sizeof record ? LX_OK : ContinueRead(pAviInfo, family, target, got);
+    }
+}
+
+// ---- Positions ----
+
+constexpr Int32 kFromStart = SEEK_SET;
+constexpr Int32 kFromHere = SEEK_CUR;
+static_assert(kFromStart == 0 && kFromHere == 1, "the origins are those of stdio");
+
+// Seeks and keeps the outcome in lxalAviRead_FileSeekPossible.
+inline bool SeekAndRemember(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Int32 origin)
+{
+    lxalAviRead_FileSeekPossible = lxAviReadCore_FileSeek(pAviInfo, offset, origin);
+    return lxalAviRead_FileSeekPossible != 0;
+}
+
+// Where the file stands; false for an input that cannot tell.
+bool TellPosition(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64& position);
+
+// The abort flag is one byte that another thread may set at any time.
+inline bool IsAborted(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return __atomic_load_n(&pAviInfo->bAbort, __ATOMIC_RELAXED) == 1;
+}
+
+} // namespace lxAviReadCore

@@ -1,0 +1,19 @@
+// The reader's one state, and what stands beside it because the public record has no field for it.
+
+#pragma once
+
+#include "Debug.hpp"
+#include "Mode.hpp"
+
+extern lxAviReadCore_AviInfo_t lxAviReadCore_AviInfo;
+
+namespace lxAviReadCore {
+
+extern void* file_buffer; // no read uses it: its presence proves to Open that Alloc ran
+extern UInt64 AudioByteposition[LX_AVIREAD_AUDIO_TRACKS]; // payload bytes delivered or passed over, per track
+extern lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
+
+// Clears the counters that every return to the start clears.
+void ClearAudioCounters();
+
+} // namespace lxAviReadCore

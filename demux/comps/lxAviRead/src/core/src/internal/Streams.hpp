@@ -1,0 +1,80 @@
+// Lookups of streams and tracks. A number that a damaged file makes up reads as "no such stream".
+
+#pragma once
+
+#include "Bytes.hpp"
+#include "Mode.hpp"
+
+namespace lxAviReadCore {
+
+// The record of a stream, or null for a number above 16, a negative one, or a slot that is not allocated.
+template <typename Number>
+lxAviReadCore_StreamInfo_t* FindStream(const lxAviReadCore_AviInfo_t* pAviInfo, Number streamNr)
+{
+    const UInt32 index = static_cast<UInt32>(streamNr);
+    return index < LX_AVIREAD_STREAMS ? pAviInfo->StreamInfo[index] : Null;
+}
+
+// The kind of a stream; none for a stream that the file does not have.
+inline UInt32 StreamTypeOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, streamNr);
+    return pStream != Null ? pStream->StreamType : UInt32{LX_AVIREAD_STREAM_NONE};
+}
+
+constexpr UInt32 kNoTrack = 0xFFFFFFFFu;
+
+// The track number of a stream among those of its kind, or kNoTrack when the stream number is out of range.
+inline UInt32 TrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    return streamNr < LX_AVIREAD_STREAMS ? pAviInfo->TrackNumber[streamNr] : kNoTrack;
+}
+
+// The track that an audio record of the index counts for; kNoTrack for a stream that the file does not have. In the
+// default mode the number of a stream that is no audio stream serves as well, and is mostly 0.
+inline UInt32 IndexedTrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const UInt32 type = StreamTypeOf(pAviInfo, streamNr);
+    const bool bCounts =
+        OnlyAudioStreamsHaveTracks(pAviInfo) ? type == LX_AVIREAD_STREAM_AUDIO : type != LX_AVIREAD_STREAM_NONE;
+    return bCounts ? TrackOf(pAviInfo, streamNr) : kNoTrack;
+}
+
+// A stream number of a chunk or index record is 16 bits wide and never equals the -1 of "no video stream".
+inline bool IsMainVideoStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    return pAviInfo->videoStreamNr >= 0 && streamNr == static_cast<UInt32>(pAviInfo->videoStreamNr);
+}
+
+// Format of a video or audio stream; all zero when the stream has no buffer.
+template <typename Record>
+Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
+{
+    static_assert(sizeof(Record) <= LX_AVIREAD_FORMAT_BYTES);
+    return pStream->Format != Null ? Load<Record>(static_cast<const UInt8*>(pStream->Format)) : Record{};
+}
+
+// Whether every frame of a video stream can be decoded alone, by its codec.
+bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream);
+
+// What the time of an audio stream in the default mode is counted by.
+enum class AudioClock : UInt8 {
+    None,
+    Bytes,   // at dwRate bytes a second
+    BitRate, // bytes at nAvgBytesPerSec, or chunks where the bit rate varies
+};
+
+// What the reader knows of a coding of audio.
+struct AudioCodec {
+    UInt16 uiFormatTag;
+    UInt16 uiFrameSamples; // samples of a coded frame; 1: uncompressed; 0: not known
+    AudioClock eClock;
+    bool bTrimmed; // leading audio of the first chunk after a jump may be dropped
+};
+
+const AudioCodec& AudioCodecOf(UInt16 formatTag);
+
+// Whether an audio stream runs at a constant bit rate, so that its time follows from its bytes.
+bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format);
+
+} // namespace lxAviReadCore
