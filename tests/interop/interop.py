@@ -19,17 +19,17 @@ from plainwalker import walk  # noqa: E402
 
 SAMPLE_FILES = sorted(SAMPLES.glob("*.avi"))
 FILES = SAMPLE_FILES + made_files()
-MODES = ((), ("--strict",))
+MODES = ((), ("--default-mode",))
 
 
 def is_misread(path, *mode):
-    """By the letter, OpenDML records that begin 32 bytes behind their chunk are read one word off."""
+    """Whether the library misreads the index: default mode reads records that begin at 32 bytes one word off."""
     return "read one word off" in run(LXAVI, "info", str(path), *mode)
 
 
 class Delivery(unittest.TestCase):
     def expected(self, found, track):
-        """What is to be delivered: the main video and one audio track; short last chunks are out of reach."""
+        """The expected delivery: the main video and one audio track. Default mode does not reach short last chunks."""
         audio = [i for i, kind in enumerate(found.types) if kind == b"auds"]
         wanted = {found.types.index(b"vids")} | ({audio[track]} if track < len(audio) else set())
         chunks = [c for c in found.chunks if c.stream in wanted]
@@ -46,7 +46,7 @@ class Delivery(unittest.TestCase):
                                for r in rows("chunks", path, "--audio", str(track), *mode)]
                         want = self.expected(found, track)
                         if mode and want[-1][1] < 4 and found.chunks[-1].offset == want[-1][3]:
-                            want.pop()  # the last four bytes of a plain list are out of reach
+                            want.pop()  # default mode does not reach the last four bytes of a plain list
                         self.assertEqual(got, want)
 
     def test_check_finds_nothing_wrong_with_good_files(self):
@@ -63,7 +63,7 @@ class Delivery(unittest.TestCase):
 
 
 class LargeFile(unittest.TestCase):
-    """More than 1 GiB by a media tool: OpenDML, of several RIFF lists."""
+    """A file of more than 1 GiB, made by a media tool: OpenDML, with several RIFF lists."""
 
     @unittest.skipUnless(has_room_for_a_large_file(), "no media tool, or not enough room on the disk")
     def test_it_is_delivered_whole_and_seekable_across_its_segments(self):
@@ -80,7 +80,7 @@ class LargeFile(unittest.TestCase):
         self.assertEqual(len(rows("index", path, "--budget", "100000000")), len(frames))
         starts = [int(s.split()[-1]) for s in segments]
         reached = set()
-        for frame in range(0, len(frames) - 9, 7):  # the audio is shorter by some frames
+        for frame in range(0, len(frames) - 9, 7):  # the audio ends some frames earlier
             seek = json.loads(run(LXAVI, "seek", str(path), str(40 * frame + 21), "--budget", "100000000", "--json"))
             self.assertEqual(seek["first video"]["offset"], frames[frame].offset)
             self.assertTrue(seek["first video"]["key"])
@@ -124,7 +124,7 @@ class KeyFrames(unittest.TestCase):
 
 
 class Corpus(unittest.TestCase):
-    """A folder of files by many writers, where the environment names one."""
+    """A folder of files by many writers, if the environment names one."""
 
     @unittest.skipUnless(os.environ.get("LXAVI_CORPUS"), "LXAVI_CORPUS names no folder")
     def test_every_file_is_delivered_or_refused_clearly(self):

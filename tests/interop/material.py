@@ -1,4 +1,4 @@
-"""What the interop tests work on: the samples, files that the installed media tools make, and the tool's output."""
+"""The inputs of the interop tests: the samples, files that installed media tools make, and the tool's output."""
 
 import csv
 import io
@@ -35,7 +35,7 @@ def rows(command, path, *options):
 
 
 def made_files():
-    """Files that the installed media tools make; none where a tool is missing."""
+    """Makes files with the installed media tools. A missing tool makes no file."""
     folder, files = pathlib.Path(SCRATCH.name), []
     if shutil.which("ffmpeg"):
         for name, codec in FFMPEG_FILES.items():
@@ -52,7 +52,7 @@ def made_files():
 
 
 def large_file():
-    """More than 1 GiB by a media tool: OpenDML, of several RIFF lists. The caller removes it."""
+    """Makes a file of more than 1 GiB with a media tool: OpenDML, with several RIFF lists. The caller removes it."""
     path = pathlib.Path(SCRATCH.name) / "large.avi"
     subprocess.run(["ffmpeg", "-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i",
                     "color=c=red:size=1280x720:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000", "-frames:v",
@@ -66,6 +66,6 @@ def has_room_for_a_large_file():
 
 
 def corpus():
-    """The files of a folder by many writers, where the environment names one."""
+    """The files by many writers in the folder that the environment names, if it names one."""
     folder = os.environ.get("LXAVI_CORPUS")
     return sorted(pathlib.Path(folder).glob("*.[aA][vV][iI]")) if folder else []

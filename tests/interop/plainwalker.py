@@ -1,4 +1,4 @@
-"""A plain walker over the structure of an AVI file, written for the tests: no library, no cleverness."""
+"""A simple walk over the structure of an AVI file, written for the tests without the library."""
 
 import pathlib
 import struct

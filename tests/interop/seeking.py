@@ -16,11 +16,11 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent))
 from material import LXAVI, SAMPLES, corpus, made_files, rows, run  # noqa: E402
 
 TIMES = 50
-HEADER = 8  # the media tool tells the position of a packet's payload, we tell the chunk's
+HEADER = 8  # the media tool reports the position of a packet's payload, our tool the position of the chunk
 
 
 class Packets:
-    """What the media tool says of the video."""
+    """The packets of the video stream, as the media tool reports them."""
 
     def __init__(self, path):
         self.packets = self._probe(path)
@@ -40,7 +40,7 @@ class Packets:
 
     @staticmethod
     def landings(path, seconds):
-        """Where seeks to these times land: one packet each."""
+        """The packet at which each seek to one of these times lands."""
         intervals = ",".join(f"{s:.6f}%+#1" for s in seconds)
         return Packets._probe(path, "-read_intervals", intervals)
 
@@ -55,7 +55,7 @@ def is_seekable(path):
 
 
 class Film:
-    """One file, as our tool and as the media tool see it."""
+    """One file, with the results of our tool and of the media tool."""
 
     def __init__(self, path):
         self.path = path
@@ -65,14 +65,14 @@ class Film:
         self.video = {int(r["frame"]): r for r in self.delivered if r["type"] == "video"}
         info = json.loads(run(LXAVI, "info", str(path), "--json"))
         self.frame = info["microseconds per frame"]
-        # The clocks: a whole number of microseconds a frame in the main header, a fraction in the stream's.
+        # The clocks differ: the main header has whole microseconds per frame, the stream header has a fraction.
         self.drift = 2 + self.table[-1][0] // 2000
         size, _, _, start = info["segments"][-1].split()
         self.end = int(start) + int(size)
 
     def is_placeholder(self, offset):
-        """Frames of no byte or one repeat the frame before: the media tool leaves out the first, and takes some of the
-        second for key frames, which no index says."""
+        """Whether a frame of 0 bytes or 1 byte stands there; it repeats the frame before. The media tool leaves out
+        frames of 0 bytes, and reports some frames of 1 byte as key frames, although no index says so."""
         with open(self.path, "rb") as data:
             data.seek(offset + 4)
             return int.from_bytes(data.read(4), "little") <= 1
@@ -81,8 +81,8 @@ class Film:
         return {int(self.video[frame]["offset"]) for _, frame in self.table}
 
     def times(self, source):
-        """Random times, none so close to a key frame that the two clocks may disagree about it, and all in the first
-        half of a frame: the media tool rounds a time to the nearest frame before it looks for the key frame."""
+        """Random times. None is so close to a key frame that the two clocks could choose different key frames. All are
+        in the first half of a frame, because the media tool rounds a time to the nearest frame."""
         last, times = self.table[-1][0] + 500, []
         for _ in range(100 * TIMES):
             time = source.randrange(0, last)
@@ -132,7 +132,7 @@ class Seeking(unittest.TestCase):
         self.assertEqual(landed["first video"]["offset"], int(film.video[down[1]]["offset"]))
 
     def check_audio(self, film, landed):
-        """Audio resumes with what plays at the key frame's time, or one chunk before, and never after it."""
+        """Audio has to resume with the chunk that plays at the key frame's time, or one chunk earlier, never later."""
         audio, video = landed.get("first audio"), landed["first video"]
         if not audio or not audio["delivered"]:
             return
@@ -151,13 +151,13 @@ class Seeking(unittest.TestCase):
                     ours = [(int(r["offset"]), int(r["size"])) for r in got if r["type"] == "video"]
                     want = [(int(r["offset"]), int(r["size"])) for r in film.video.values() if int(r["offset"]) >= landed]
                     self.assertEqual(ours, want)
-                    # Behind the media data the media tool may find leftovers of another file.
+                    # Behind the media data the media tool can find leftovers of another file.
                     theirs = [p[1] for p in film.packets.packets if landed <= p[1] < film.end]
                     self.assertEqual([offset for offset, size in ours if size > 0], theirs)
                     self.check_audio_from(film, got)
 
     def check_audio_from(self, film, got):
-        """All chunks of the track from the first one on; that one may have lost its beginning."""
+        """Checks all delivered chunks of the track. The trim can have removed the beginning of the first chunk."""
         ours = [r for r in got if r["type"] == "audio"]
         if not ours:
             return

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The command-line tool as its users meet it. Usage: tool.py LXAVI SAMPLES"""
+"""Tests the command-line tool: options, output and exit status. Usage: tool.py LXAVI SAMPLES"""
 
 import json
 import pathlib
@@ -117,19 +117,19 @@ class Tool(unittest.TestCase):
         dv = report("info", DV)
         self.assertEqual(dv["index"]["kind"], "OpenDML, super index")
         self.assertEqual(dv["index"]["usable for seeking"], "yes")
-        self.assertEqual(dv["reads"], "as the formats say")
+        self.assertEqual(dv["reads"], "format mode")
         self.assertEqual(dv["stream"][0]["index chunks"], 1)
         self.assertIn("stream 0", lxavi("info", TWO).stdout)
         self.assertIn("index.kind,", lxavi("info", TWO, "--csv").stdout)
 
-    def test_strict_reads_to_the_letter(self):
-        dv = report("info", DV, "--strict")
+    def test_default_mode_keeps_the_oddities(self):
+        dv = report("info", DV, "--default-mode")
         self.assertIn("one word off", dv["index"]["usable for seeking"])
-        self.assertEqual(dv["reads"], "to the letter")
+        self.assertEqual(dv["reads"], "default mode")
         self.assertEqual([q[:3] for q in dv["quirks touched"]], ["Q39"])
         self.assertEqual([k["frame"] for k in report("index", DV)], [0, 1, 2, 3])
-        self.assertEqual(report("index", MJPEG)[0]["offset"], report("index", MJPEG, "--strict")[0]["offset"])
-        self.assertNotEqual(report("index", TWO)[0]["offset"], report("index", TWO, "--strict")[0]["offset"])
+        self.assertEqual(report("index", MJPEG)[0]["offset"], report("index", MJPEG, "--default-mode")[0]["offset"])
+        self.assertNotEqual(report("index", TWO)[0]["offset"], report("index", TWO, "--default-mode")[0]["offset"])
 
     def test_seek_reports_the_landing_against_the_request(self):
         seek = report("seek", DV, "70")
@@ -153,15 +153,15 @@ class Tool(unittest.TestCase):
             rows = {r["quirk"]: r for r in report("check", self.file(changed)) if r["quirk"]}
             self.assertEqual(rows[quirk]["offset"], offset, quirk)
             self.assertIn("(repaired)", rows[quirk]["anomaly"])
-            strict = {r["quirk"]: r for r in report("check", self.file(changed), "--strict") if r["quirk"]}
-            self.assertNotIn("(repaired)", strict[quirk]["anomaly"])
+            default = {r["quirk"]: r for r in report("check", self.file(changed), "--default-mode") if r["quirk"]}
+            self.assertNotIn("(repaired)", default[quirk]["anomaly"])
             self.assertEqual(lxavi("seek", self.file(changed), "3100").returncode, 0)
 
     def test_a_budget_thins_the_table_or_refuses_it(self):
         self.assertEqual(report("info", MJPEG, "--budget", "70000")["index"]["leaves"], 1)
         self.assertIn("LX_ERR_AVIREAD_NO_MEMORY", report("info", MJPEG, "--budget", "100")["index"]["usable for seeking"])
         self.assertEqual(lxavi("index", MJPEG, "--budget", "100").returncode, 1)
-        self.assertEqual(lxavi("chunks", MJPEG, "--budget", "100", "--csv").returncode, 0)  # it still plays
+        self.assertEqual(lxavi("chunks", MJPEG, "--budget", "100", "--csv").returncode, 0)  # delivers all
 
     def test_index_lists_every_track(self):
         header = lxavi("index", TWO, "--csv").stdout.splitlines()[0]
@@ -234,7 +234,7 @@ class Tool(unittest.TestCase):
     def test_a_range_starts_at_a_key_frame_and_ends_in_time(self):
         _, whole = self.extract(MPEG4)
         _, part = self.extract(MPEG4, "--from", "2000", "--to", "3000")
-        self.assertEqual(part[0]["chunks"], 49)  # from the key frame at 1040 ms, 40 ms each
+        self.assertEqual(part[0]["chunks"], 49)  # frames of 40 ms, from the key frame at 1040 ms on
         self.assertLess(part[1]["bytes"], whole[1]["bytes"] / 2)
 
     # ---- check ----

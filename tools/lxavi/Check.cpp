@@ -1,4 +1,4 @@
-// lxavi check: walks everything and reports every anomaly with its offset.
+// lxavi check: walks through the structure, the index and the media data, and reports every anomaly with its offset.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
@@ -82,19 +82,19 @@ private:
         if (result != LX_OK) {
             Note(state.idx1Offset, Failure("no key-frame table can be built", result).what());
         }
-        const bool strict = m_reader.Settings().strict;
-        const UInt32 misread = strict ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
+        const bool defaultMode = m_reader.Settings().defaultMode;
+        const UInt32 misread = defaultMode ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
         if (state.bIndxPresent != 0 && misread > 0) {
             Note(0, fmt::format("{} of {} index chunks have their records {} bytes behind their start and not {}: "
                                 "they are read one word off, and not usable for seeking",
-                                misread, m_scan.IndexChunks(), strict ? 32 : 36, strict ? 36 : 32));
+                                misread, m_scan.IndexChunks(), defaultMode ? 32 : 36, defaultMode ? 36 : 32));
         }
         CheckRecords(m_scan.idx1, Idx1Base(), true);
         CheckRecords(m_scan.openDml, 0, false);
     }
 
-    // What the offsets of idx1 count from: the file's start, the "movi" code, or the first chunk. The one that makes most
-    // of the first records chunks.
+    // The position from which the offsets of idx1 count: the file's start, the "movi" code, or the first chunk. The
+    // result is the position with which most of the first records lead to a chunk.
     UInt64 Idx1Base() const
     {
         constexpr size_t kTried = 16;
@@ -188,7 +188,7 @@ private:
         }
     }
 
-    // Bytes between two chunks that belong to no chunk of the file's structure.
+    // Reports a delivered chunk that the file's structure does not have.
     void CheckGap(UInt64 expected, const Item& item)
     {
         const UInt64 begin = item.offset - (item.chunk.bDrm == 1 ? 18 : 0);
@@ -238,7 +238,7 @@ private:
     }
 
     struct Flag {
-        UInt64 at; // of the record
+        UInt64 at; // file offset of the record
         bool key;
     };
 
@@ -246,7 +246,7 @@ private:
     RiffScan m_scan;
     std::vector<Anomaly> m_anomalies;
     UInt64 m_found = 0;
-    std::map<UInt64, Flag> m_flags; // by the chunk's offset
+    std::map<UInt64, Flag> m_flags; // key: offset of the chunk
     UInt64 m_delivered = 0;
 };
 
@@ -264,7 +264,7 @@ int RunCheck(const Options& options)
         }
         for (const TouchedQuirk& quirk : quirks) {
             const QuirkTitle& title = TitleOf(quirk.number);
-            const bool repaired = title.repaired && !options.strict;
+            const bool repaired = title.repaired && !options.defaultMode;
             table.Row({quirk.offset, QuirkName(quirk.number),
                        fmt::format("{}: {}{}", title.title, quirk.what, repaired ? " (repaired)" : "")});
         }

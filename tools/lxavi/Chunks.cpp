@@ -49,7 +49,7 @@ std::vector<Json> Row(UInt64 n, const Item& item, UInt32 crc)
 int RunChunks(const Options& options, const PlayOptions& play)
 {
     Reader reader(options);
-    // Without a table the file still plays from start to end.
+    // Without a table the library still delivers the file from start to end.
     const UInt32 indexed = reader.BuildIndex();
     if (indexed != LX_OK) {
         fmt::print(stderr, "lxavi: {}: no jumps in this file: {}\n", options.file, Failure("", indexed).what());
@@ -62,7 +62,7 @@ int RunChunks(const Options& options, const PlayOptions& play)
     }
     TableWriter table(options, kColumns);
     UInt64 n = 0;
-    bool jumped = false; // told of the first chunk that is delivered after it
+    bool jumped = false; // a jump was executed since the last delivered chunk
     while (!play.limit || n < *play.limit) {
         Item item = reader.Next(play.audio, play.subtitle);
         jumped = jumped || item.jumped;

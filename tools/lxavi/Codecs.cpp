@@ -71,7 +71,7 @@ Record FormatAs(const lxAviReadCore_StreamInfo_t& stream)
     return record;
 }
 
-// The byte behind the first occurrence of 00 00 01 `code`.
+// The byte behind the first occurrence of the bytes 00 00 01 `code`.
 std::optional<UInt8> ByteBehindStartCode(std::span<const UInt8> head, UInt8 code)
 {
     for (size_t i = 0; i + 4 < head.size(); ++i) {
@@ -82,7 +82,7 @@ std::optional<UInt8> ByteBehindStartCode(std::span<const UInt8> head, UInt8 code
     return std::nullopt;
 }
 
-// The first coded picture of an H.264 frame in byte-stream format.
+// Whether the first coded picture of an H.264 frame in byte-stream format is an IDR picture.
 std::optional<bool> IsIdrFrame(std::span<const UInt8> head)
 {
     for (size_t i = 0; i + 3 < head.size(); ++i) {

@@ -1,4 +1,4 @@
-// What is known of codings: names, files they are extracted to, and where a key frame can be told from its payload.
+// The codings: names, file extensions for extracted streams, and a test for key frames by their payload.
 
 #pragma once
 
@@ -27,7 +27,7 @@ lxAviRead_StrfAudio_t AudioFormatOf(const lxAviReadCore_StreamInfo_t& stream);
 
 const char* TypeName(UInt32 streamType);
 
-// Whether the first bytes of a frame make it a key frame; nothing where that cannot be told.
+// Whether the frame is a key frame, by its first bytes; empty when these bytes do not show it.
 std::optional<bool> LooksLikeKeyFrame(Coding coding, std::span<const UInt8> head);
 
 } // namespace lxavi

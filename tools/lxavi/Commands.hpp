@@ -1,4 +1,4 @@
-// The commands, one question each. Every one returns the exit status.
+// The commands. Each function returns the exit status.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// lxavi extract: each delivered stream as a file that players open, and a manifest.
+// lxavi extract: writes each delivered stream to a file that players can open, and writes a manifest.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
@@ -25,7 +25,7 @@ void Append(std::string& bytes, T value)
     bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-// The header of a WAV file of `bytes` of samples, as far as 32 bits can tell.
+// The header of a WAV file with `bytes` bytes of samples. Its size fields have 32 bits.
 std::string WavHeader(const lxAviRead_StrfAudio_t& format, UInt64 bytes)
 {
     const auto size = static_cast<UInt32>(std::min<UInt64>(bytes, 0xFFFFFFFFu - 36));
@@ -44,7 +44,7 @@ std::string WavHeader(const lxAviRead_StrfAudio_t& format, UInt64 bytes)
     return header;
 }
 
-// The seven bytes that make a raw AAC frame playable; nothing where the format does not say enough.
+// The seven header bytes that make a raw AAC frame playable; empty when the format does not state enough.
 std::string AdtsHeader(const lxAviRead_StrfAudio_t& format, UInt32 frameBytes)
 {
     constexpr std::array<UInt32, 13> kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
@@ -75,7 +75,7 @@ std::string AdtsHeader(const lxAviRead_StrfAudio_t& format, UInt32 frameBytes)
     return header;
 }
 
-// What cannot be written ends the extraction; what cannot be read only ends a pass.
+// A failed write ends the extraction. (A failed read ends only one pass.)
 class WriteFailure : public Failure {
 public:
     using Failure::Failure;
@@ -181,7 +181,7 @@ public:
         }
         const std::vector<UInt32> tracks = Tracks();
         const UInt32 subtitles = std::min<UInt32>(m_reader.State().SubtitleTracksCount, LX_AVIREAD_AUDIO_TRACKS);
-        // One pass delivers one audio and one subtitle track; the video goes with the first.
+        // One pass delivers one audio track and one subtitle track; only the first pass writes the video.
         const size_t passes = std::max<size_t>({tracks.size(), subtitles, 1});
         m_audioPasses = tracks.size();
         if (passes > 1 && lxalAviRead_FileSeekPossible == 0) {
@@ -264,13 +264,13 @@ private:
             } catch (const WriteFailure&) {
                 throw;
             } catch (const Failure& failure) {
-                m_trouble = failure.what(); // what came before it is kept
+                m_trouble = failure.what(); // the chunks before the failure are kept
                 return;
             }
         }
     }
 
-    // Audio may lie a little behind its video: the end is passed when video is well beyond it.
+    // Audio can stand a little behind its video in the file, so delivery ends when the video is well beyond the end.
     bool HasPassedTheEnd(const Item& item) const
     {
         constexpr UInt32 kInterleave = 5000; // milliseconds
@@ -319,7 +319,7 @@ private:
 int RunExtract(const Options& options, const ExtractOptions& extract)
 {
     Reader reader(options);
-    // Without a table every chunk is still delivered.
+    // Without a table the library still delivers every chunk.
     static_cast<void>(reader.BuildIndex());
     Extraction extraction(reader, extract);
     const Json manifest = extraction.Run();

@@ -1,4 +1,4 @@
-// lxavi info: what is in the file.
+// lxavi info: shows container, streams, segments, index, and the touched quirks.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
@@ -77,7 +77,7 @@ struct Frames {
     UInt32 key = 0;
 };
 
-// Frames of the main video stream that an index lists.
+// Counts the frames of the main video stream that an index lists.
 Frames CountFrames(const Reader& reader, const std::vector<ScannedRecord>& records)
 {
     Frames frames;
@@ -92,11 +92,12 @@ Frames CountFrames(const Reader& reader, const std::vector<ScannedRecord>& recor
     return frames;
 }
 
-// Whether the table comes from the OpenDML index: always by the letter, and else where it covers no less than idx1.
+// Whether the library builds the table from the OpenDML index: in default mode always when there is one, in format mode
+// when it covers at least as many frames as idx1.
 bool IsFromOpenDml(const Reader& reader, const RiffScan& scan)
 {
     const bool covers = CountFrames(reader, scan.openDml).all >= CountFrames(reader, scan.idx1).all;
-    return reader.State().bIndxPresent != 0 && (reader.Settings().strict || covers);
+    return reader.State().bIndxPresent != 0 && (reader.Settings().defaultMode || covers);
 }
 
 std::string IndexKind(const Reader& reader, const RiffScan& scan)
@@ -121,7 +122,7 @@ std::string Usability(const Reader& reader, const RiffScan& scan, UInt32 result)
     if (!reader.HasTable()) {
         return fmt::format("no ({})", CodeName(result));
     }
-    const UInt32 misread = reader.Settings().strict ? scan.IndexChunks() - scan.IndexesAt36() : scan.IndexesAt36();
+    const UInt32 misread = reader.Settings().defaultMode ? scan.IndexChunks() - scan.IndexesAt36() : scan.IndexesAt36();
     return IsFromOpenDml(reader, scan) && misread > 0 ? "no (index records are read one word off)" : "yes";
 }
 
@@ -149,13 +150,13 @@ Json IndexReport(const Reader& reader, const RiffScan& scan, UInt32 result)
     return json;
 }
 
-// The quirks that the file touches: by the letter they hold, else most of them are repaired.
+// The quirks that the file touches. Default mode keeps them all; format mode repairs most of them.
 Json QuirkReport(const Reader& reader, const RiffScan& scan)
 {
     Json json = Json::array();
     for (const TouchedQuirk& quirk : TouchedQuirks(reader, scan)) {
         const QuirkTitle& title = TitleOf(quirk.number);
-        const bool repaired = title.repaired && !reader.Settings().strict;
+        const bool repaired = title.repaired && !reader.Settings().defaultMode;
         json.push_back(fmt::format("{} {}{}", QuirkName(quirk.number), title.title, repaired ? " (repaired)" : ""));
     }
     return json;
@@ -194,7 +195,7 @@ Json ContainerReport(const Reader& reader)
     }
     const UInt64 frames = openDml.bPresent != 0 ? openDml.uiTotalFrames : avih.dwTotalFrames;
     json["duration"] = Duration(frames * avih.dwMicroSecPerFrame / 1000);
-    json["reads"] = reader.Settings().strict ? "to the letter" : "as the formats say";
+    json["reads"] = reader.Settings().defaultMode ? "default mode" : "format mode";
     json["media data at"] = state.moviOffset;
     json["media data bytes"] = state.moviSize;
     json["seeking works"] = lxalAviRead_FileSeekPossible != 0;

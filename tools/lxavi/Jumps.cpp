@@ -1,4 +1,4 @@
-// lxavi seek and lxavi step: where jumps land, and what is delivered there.
+// lxavi seek and lxavi step: show where jumps land, and which chunks the library delivers there.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
@@ -10,7 +10,7 @@ namespace lxavi {
 
 namespace {
 
-// Opens, builds the table and stands at the first chunk.
+// Builds the table and goes to the first chunk.
 void Prepare(Reader& reader)
 {
     if (const UInt32 result = reader.BuildIndex(); result != LX_OK) {
@@ -19,7 +19,7 @@ void Prepare(Reader& reader)
     reader.Start();
 }
 
-// The next delivered chunk of a kind; the payloads of all chunks before it, and its own, are skipped.
+// The next delivered chunk of a kind. Skips its payload, and the payloads of all chunks before it.
 std::optional<Item> NextOf(Reader& reader, UInt32 type, UInt32 audio)
 {
     for (;;) {
@@ -60,7 +60,7 @@ struct Landing {
     std::optional<Item> audio;
 };
 
-// Delivers until the first video and the first audio chunk have come.
+// Delivers chunks until it has the first video chunk and the first audio chunk.
 Landing Land(Reader& reader, int track)
 {
     Landing landing;
@@ -82,7 +82,7 @@ Landing Land(Reader& reader, int track)
     return landing;
 }
 
-// The times that seeks can land on.
+// The first and the last time that a seek can land on.
 std::string Range()
 {
     lxAviRead_SetPositionRangeInfo_t range = {};

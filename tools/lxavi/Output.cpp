@@ -15,7 +15,7 @@ std::string Plain(const Json& value)
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-// A field of CSV, quoted where it has to be.
+// A field of CSV, in quotes when it needs them.
 std::string CsvField(const Json& value)
 {
     std::string text = Plain(value);

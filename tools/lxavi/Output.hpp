@@ -1,4 +1,4 @@
-// What the commands print: tables row by row and reports, for people or for programs; progress on long work.
+// The output of the commands: tables and reports, for people or for programs, and a progress bar for long work.
 
 #pragma once
 
@@ -19,7 +19,7 @@ struct Column {
     int width;         // for people; negative: left-aligned
 };
 
-// Prints rows as they come: aligned, as CSV, or as a JSON array.
+// Prints each row at once: aligned, as CSV, or as an element of a JSON array.
 class TableWriter {
 public:
     TableWriter(const Options& options, std::vector<Column> columns);
@@ -38,7 +38,7 @@ private:
 // Prints a report of nested objects: indented, as `path,value` lines, or as JSON.
 void PrintReport(const Options& options, const Json& report);
 
-// A bar on standard error while it is a terminal.
+// A progress bar on standard error, when standard error is a terminal.
 class Progress {
 public:
     Progress(const std::string& what, UInt64 total);

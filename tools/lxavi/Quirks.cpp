@@ -17,7 +17,7 @@ namespace {
 constexpr UInt64 kTwoGiB = UInt64{1} << 31;
 constexpr UInt64 kFourGiB = UInt64{1} << 32;
 
-// The oddities that a file can touch; the others are the interface's. doc/quirks.md has the paragraphs.
+// The quirks that a file can touch. The other quirks concern only the interface. doc/quirks.md describes them all.
 constexpr QuirkTitle kTitles[] = {
     {1, false, "Stream numbers weigh letters by ten"},
     {7, true, "Seeks take 32 bits"},
@@ -72,7 +72,7 @@ public:
     }
 
 private:
-    // The first place counts.
+    // Keeps only the first place of each quirk.
     void Note(UInt32 number, UInt64 offset, const std::string& what) { m_found.insert({number, {number, offset, what}}); }
 
     const lxAviReadCore_AviInfo_t& State() const { return m_reader.State(); }
@@ -161,14 +161,14 @@ private:
         }
     }
 
-    // Where the time by the codec is not the time by the header.
+    // Reports audio streams for which default mode (time by codec) and format mode (time by header) differ.
     void LookAtAudioClock(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
     {
         const lxAviRead_StrfAudio_t format = AudioFormatOf(stream);
         const lxAviRead_Strh_t& header = stream.Header;
         const double unitsPerSecond = header.dwScale != 0 ? static_cast<double>(header.dwRate) / header.dwScale : 0.0;
         const double bytesPerSecond = unitsPerSecond * header.dwSampleSize;
-        double byCodec = 0.0; // bytes per second, where the codec counts bytes
+        double byCodec = 0.0; // bytes per second; 0 when default mode counts chunks
         switch (format.wFormatTag) {
         case LX_AVIREAD_FORMAT_PCM:
         case LX_AVIREAD_FORMAT_IEEE_FLOAT:
@@ -192,7 +192,7 @@ private:
         }
     }
 
-    // The index chunks that a super index names have to be where it says.
+    // Checks that the index chunks stand at the offsets that the super index states.
     void LookAtSuperIndex(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
     {
         const auto& common = stream.IndxChunk.aviIndxcommonSection;

@@ -1,4 +1,4 @@
-// Which of the library's oddities a file touches, and where: what an integrator wants to know before choosing a mode.
+// Lists the quirks that a file touches, and where. It helps an integrator to choose between default and format mode.
 
 #pragma once
 
@@ -11,12 +11,12 @@
 namespace lxavi {
 
 struct TouchedQuirk {
-    UInt32 number; // as doc/quirks.md counts them
+    UInt32 number; // number in doc/quirks.md
     UInt64 offset; // where the file first touches it
     std::string what;
 };
 
-// Title of a quirk, and whether following the format repairs it.
+// Title of a quirk, and whether format mode repairs it.
 struct QuirkTitle {
     UInt32 number;
     bool repaired;
@@ -25,7 +25,7 @@ struct QuirkTitle {
 
 const QuirkTitle& TitleOf(UInt32 quirk);
 
-// In order of their numbers, each once. The table of the reader has been built, or could not be.
+// Each touched quirk once, ordered by number. Call this after the attempt to build the reader's table.
 std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& scan);
 
 std::string QuirkName(UInt32 quirk); // "Q07"

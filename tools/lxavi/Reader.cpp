@@ -78,7 +78,7 @@ Reader::Reader(const Options& options)
     }
     lxDbg_SetLevelMask("lxAviRead", options.logMask);
     Bool allIndexed = 0;
-    const UInt32 indxOption = options.indxOption | (options.strict ? 0 : LX_AVIREAD_FOLLOW_FORMAT);
+    const UInt32 indxOption = options.indxOption | (options.defaultMode ? 0 : LX_AVIREAD_FOLLOW_FORMAT);
     const UInt32 result = lxAviReadCore_Open(0, options.file.c_str(), options.attempts, options.budget,
                                              static_cast<UInt8>(indxOption), &allIndexed);
     if (result != LX_OK) {
@@ -101,13 +101,13 @@ bool Reader::HasTable() const
 
 UInt32 Reader::BuildIndex()
 {
-    // By the letter, a table that Open has built from a one-level index would not be rebuilt.
-    return m_options.strict && HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
+    // In default mode ParseIndex would release a table that Open has built from a one-level index, and not rebuild it.
+    return m_options.defaultMode && HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
 }
 
 void Reader::Start()
 {
-    // An input that cannot seek stands at the first chunk since Open.
+    // An input that cannot seek already stands at the first chunk.
     if (lxalAviRead_FileSeekPossible != 0) {
         static_cast<void>(lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo()));
     }
@@ -137,7 +137,7 @@ bool Reader::IsEnd(const Item& item)
     }
 }
 
-// Where the file stands; of an input that cannot tell, where the library takes it to stand.
+// The position of the file. When the input cannot state it, the position that the library has computed.
 UInt64 Reader::Position() const
 {
     if (const off64_t position = ftello64(State().pFile); position >= 0) {
@@ -186,7 +186,7 @@ void Reader::Skip(const Item& item)
     if (item.chunk.uiSize > 0) {
         static_cast<void>(lxAviReadCore_RemoveChunk(item.chunk.uiSize));
     }
-    if (item.result != LX_OK) { // delivered chunks are counted in advance
+    if (item.result != LX_OK) { // the library has already counted delivered chunks
         lxAviReadCore_IncreaseOffset(item.chunk.uiSize);
     }
 }

@@ -1,4 +1,4 @@
-// The library as the tool drives it: one open file, its chunks with their payload in bounded pieces.
+// Calls the library for the tool: one open file, its chunks, and their payload in pieces of limited size.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace lxavi {
 
-// What went wrong, ready to be printed behind the file's name.
+// An error. Its text is printed behind the file's name.
 class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -27,18 +27,18 @@ struct Options {
     UInt32 attempts = 1;
     UInt32 budget = 1u << 20;
     UInt32 indxOption = 1;
-    bool strict = false; // keep the library's oddities instead of following the format
+    bool defaultMode = false; // true: default mode; false: format mode
     UInt32 logMask = 0;
     bool json = false;
     bool csv = false;
 };
 
-// A chunk that the library has told of.
+// One result of NextChunk.
 struct Item {
     UInt32 result = LX_OK;
     lxAviRead_ChunkData_t chunk = {};
     bool jumped = false;
-    UInt64 offset = 0; // of the chunk header in the file; of the payload minus 8 after a trim
+    UInt64 offset = 0; // file offset of the chunk header; after a trim, offset of the payload minus 8
     UInt32 track = 0;
     UInt32 time = 0; // milliseconds
 };
@@ -53,15 +53,15 @@ public:
     const lxAviReadCore_AviInfo_t& State() const { return *lxAviReadCore_GetAviInfo(); }
     const Options& Settings() const { return m_options; }
 
-    // Builds the key-frame table; LX_OK or why there is none.
+    // Builds the key-frame table. The result is LX_OK, or the reason why there is no table.
     UInt32 BuildIndex();
     bool HasTable() const;
     // Goes to the first chunk.
     void Start();
-    // Arms a jump; throws Failure when there is no table. The time of the key frame.
+    // Arms a jump and returns the time of the key frame. Throws Failure when there is no table.
     UInt32 Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding);
 
-    // The track, or -1 where the file has no such track: a jump for an absent track would lead nowhere.
+    // The track, or -1 when the file has no such track: a jump for a missing track would do nothing (quirk Q29).
     int TrackToPlay(UInt32 audio) const;
 
     // The next chunk, or a result that ends delivery (see IsEnd).
@@ -69,26 +69,26 @@ public:
     static bool IsEnd(const Item& item);
     static bool IsRejected(const Item& item) { return item.result != LX_OK && !IsEnd(item); }
 
-    // Hands the payload of a delivered chunk on in pieces. What could not be read throws Failure.
+    // Passes the payload of a delivered chunk to `take` in pieces. Throws Failure when a read fails.
     void ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take);
-    // Skips the payload of a delivered or rejected chunk, as far as its size can be trusted.
+    // Skips the payload of a delivered or rejected chunk, unless its size cannot be trusted.
     void Skip(const Item& item);
 
-    // The entries of the table in order.
+    // All entries of the table, in order.
     std::vector<const lxAviReadCore_KeyFrameEntry_t*> Table() const;
     const lxAviReadCore_StreamInfo_t* Stream(UInt32 number) const;
-    UInt32 StreamCount() const; // those that were described
+    UInt32 StreamCount() const; // streams that the headers describe
     UInt64 FileSize() const { return m_fileSize; }
-    bool IsRegularFile() const { return m_isRegular; } // and can be opened a second time
+    bool IsRegularFile() const { return m_isRegular; } // then it can be opened a second time
 
 private:
     Options m_options;
     UInt64 Position() const;
 
     UInt64 m_fileSize = 0;
-    UInt64 m_delivered = 0; // payload bytes that the library has counted in advance
+    UInt64 m_delivered = 0; // payload bytes that the library has counted, but the tool has not read
     bool m_isRegular = false;
-    std::vector<UInt32> m_buffer; // a piece, with the room that several read attempts need
+    std::vector<UInt32> m_buffer; // room for one piece, four times its size (quirk Q06)
 };
 
 } // namespace lxavi

@@ -12,7 +12,7 @@ namespace lxavi {
 namespace {
 
 constexpr int kDeepest = 8;            // lists in lists
-constexpr size_t kMostAnomalies = 1000; // the rest of a file that is wrong throughout adds nothing
+constexpr size_t kMostAnomalies = 1000; // then the scan stops
 
 UInt32 WordAt(const std::vector<UInt8>& bytes, size_t offset)
 {
@@ -213,7 +213,7 @@ void RiffScan::TakeIndexChunk(UInt64 offset, const Header& header)
         Note(offset, fmt::format("index chunk with records of {} bytes", recordSize));
         return;
     }
-    // The header's fields take 32 bytes; some files have one word more before the records.
+    // The chunk header and the fields take 32 bytes. Some files have one more word before the records.
     const bool oneWordMore =
         header.id != Code("indx") && header.size == 28 + static_cast<UInt64>(entries) * recordSize;
     indexes.push_back({offset, base, header.id, fields[10] == 1, oneWordMore});

@@ -1,4 +1,4 @@
-// A plain walk over the structure of a file, independent of the library: what stands where, and what is wrong with it.
+// A simple walk over the structure of a file, without the library. It notes the place of every part, and every anomaly.
 
 #pragma once
 
@@ -17,34 +17,34 @@ struct Anomaly {
 
 // A chunk of the media data.
 struct ScannedChunk {
-    UInt64 offset; // of its header
+    UInt64 offset; // offset of its header
     UInt32 id;
     UInt32 size;
 };
 
-// A chunk or list of the file's structure that is no media data.
+// A chunk or list of the file's structure that is not media data.
 struct ScannedPart {
-    UInt64 offset; // of its header
+    UInt64 offset; // offset of its header
     UInt32 id;
     UInt32 size;
-    UInt32 type;   // of a list, else 0
+    UInt32 type;   // type of a list; 0 for a chunk
     UInt32 parent; // type of the list that holds it; 0 at the top level
 };
 
-// An index chunk: ix##, or indx on one level.
+// An index chunk: an ix## chunk, or an indx chunk with a one-level index.
 struct ScannedIndex {
-    UInt64 offset; // of its header
+    UInt64 offset; // offset of its header
     UInt64 base;
     UInt32 id;
     bool field;
-    bool oneWordMore; // its records begin 36 bytes behind its start and not 32
+    bool oneWordMore; // the records begin 36 bytes behind the chunk's start, not 32
 };
 
 // A record of an index.
 struct ScannedRecord {
-    UInt64 at;     // where the record stands
-    UInt64 offset; // as the record states it (idx1), or of the chunk's header in the file (OpenDML)
-    UInt32 id;     // of the chunk; of OpenDML records the one that the index names
+    UInt64 at;     // file offset of the record
+    UInt64 offset; // idx1: as the record states it; OpenDML: file offset of the chunk's header
+    UInt32 id;     // identifier of the chunk; OpenDML: the identifier that the index names
     UInt32 size;
     bool key;
 };
@@ -62,12 +62,12 @@ public:
     UInt32 riffLists = 0;
     UInt32 streamLists = 0;
     UInt64 moviCode = 0;      // offset of the first "movi" code
-    UInt64 moviEnd = 0;       // of the first `movi` list
-    UInt64 bytes = 0;         // of the file
-    bool idx1Promised = false; // by the main header
+    UInt64 moviEnd = 0;       // end of the first `movi` list
+    UInt64 bytes = 0;         // size of the file
+    bool idx1Promised = false; // the main header has the has-index bit
 
-    UInt32 IndexChunks() const; // ix##
-    UInt32 IndexesAt36() const; // those with one word more before their records
+    UInt32 IndexChunks() const; // number of ix## chunks
+    UInt32 IndexesAt36() const; // index chunks with one more word before their records
 
 private:
     static constexpr size_t kMostParts = 100000;
@@ -80,8 +80,8 @@ private:
     bool Read(UInt64 offset, void* buffer, size_t size);
     void Note(UInt64 offset, const std::string& text) { anomalies.push_back({offset, text}); }
     struct Place {
-        int depth;     // lists around
-        UInt32 parent; // type of the innermost
+        int depth;     // number of lists around the part
+        UInt32 parent; // type of the innermost list
         bool inMovi;
     };
 
@@ -103,7 +103,7 @@ private:
 
 bool IsMediaId(UInt32 id);
 
-// A four-character code as the word that the file's bytes make.
+// A four-character code as a little-endian word.
 constexpr UInt32 Code(const char (&text)[5])
 {
     return static_cast<UInt32>(static_cast<UInt8>(text[0])) | static_cast<UInt32>(static_cast<UInt8>(text[1])) << 8 |

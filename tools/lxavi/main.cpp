@@ -34,7 +34,7 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
         ->transform(CLI::AsSizeValue(false));
     command->add_option("--indx-option", options.indxOption, "1: a one-level OpenDML index is used")
         ->check(CLI::Range(0, 127));
-    command->add_flag("--strict", options.strict, "Keep the library's oddities instead of following the format");
+    command->add_flag("--default-mode", options.defaultMode, "Read in the default mode of the library, which keeps its oddities");
     command->add_option("--log", options.logMask, "Mask of the library's log levels, to standard error");
     CLI::Option* const json = command->add_flag("--json", options.json, "Print JSON");
     command->add_flag("--csv", options.csv, "Print comma-separated values")->excludes(json);
