@@ -1,4 +1,4 @@
-// What is measured.
+// The cases of the benchmark.
 
 #include "Contender.hpp"
 
@@ -14,12 +14,12 @@ struct Budget {
 
 constexpr Budget kBudgets[] = {
     {"one leaf", kOneLeaf},
-    {"64 KiB", 64u << 10}, // less than a leaf on 64-bit hosts: the key frames are counted, and that is all
+    {"64 KiB", 64u << 10}, // smaller than a leaf on 64-bit hosts, so the reader only counts the key frames
     {"1 MiB", 1u << 20},
     {"unlimited", 0xFFFFFFFF},
 };
 
-// Count, store, place audio; or only the first, where there is no room to store.
+// Number of passes: counting, storing, and assigning audio; only counting when the budget has no room for a leaf.
 UInt32 PassesOf(const Budget& budget)
 {
     return budget.uiBytes < kOneLeaf ? 1 : 3;
@@ -72,7 +72,7 @@ std::vector<Case> Cases()
     for (const UInt32 chunks : {6000u, 60000u, 600000u}) {
         AddDelivery(cases, "small chunks " + std::to_string(chunks), [=]() -> const Input& { return SmallChunks(chunks); });
     }
-    AddDelivery(cases, "large chunks 1 GiB", LargeChunks, Rejected::None, 0.5); // copies memory, as much else does
+    AddDelivery(cases, "large chunks 1 GiB", LargeChunks, Rejected::None, 0.5); // mostly copies memory
     AddDelivery(cases, "rejected, skipped by the caller", [] () -> const Input& { return TwoTracks(600000, 60); },
                 Rejected::SkippedByCaller);
     AddDelivery(cases, "rejected, resynchronised", [] () -> const Input& { return TwoTracks(60000, 2000); },

@@ -1,8 +1,8 @@
-// The same work done in three ways, on the same file:
+// Three contenders do the same work on the same file:
 //
-//   reader   the library, driven as a player drives it
-//   limit    the barest loop over the same calls of stdio, which decides nothing: what the machine allows
-//   peer     a general-purpose media framework through its public interface, where it is installed
+//   reader   the library, called as a player calls it
+//   limit    a loop that only makes the same calls of stdio: the fastest that the machine allows
+//   peer     a general-purpose media framework, through its public interface, if it is installed
 
 #pragma once
 
@@ -25,7 +25,7 @@ public:
     Contender(const Contender&) = delete;
     Contender& operator=(const Contender&) = delete;
 
-    // Does the work once; how many items that were (records, chunks, bytes, jumps).
+    // Does the work once, and returns the number of items (records, chunks, bytes, jumps).
     virtual UInt64 Run() = 0;
 };
 
@@ -34,7 +34,7 @@ using MakeContender = std::function<std::unique_ptr<Contender>()>;
 struct Case {
     std::string name;
     MakeContender reader, limit, peer;
-    double seconds = 0.1; // that one repetition takes at least
+    double seconds = 0.1; // shortest time of one repetition
 };
 
 // All cases, in the order of the table.
@@ -43,7 +43,7 @@ std::vector<Case> Cases();
 // Bytes of a key-frame table of one leaf, as the budget counts them.
 constexpr UInt32 kOneLeaf = sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*);
 
-// What one Run of them does.
+// Number of jumps in one Run.
 constexpr UInt32 kJumps = 1000;
 constexpr UInt32 kLookups = 100000;
 
@@ -66,7 +66,7 @@ std::unique_ptr<Contender> LimitStepping(const Input& input, Steps eSteps);
 std::unique_ptr<Contender> LimitLookup(const Input& input, Lookups eLookups);
 std::unique_ptr<Contender> LimitExtraction(const Input& input);
 
-// Null where the framework is not installed.
+// Null when the framework is not installed.
 std::unique_ptr<Contender> PeerIndexing(const Input& input);
 std::unique_ptr<Contender> PeerDelivery(const Input& input, Rejected eRejected);
 std::unique_ptr<Contender> PeerSeeking(const Input& input);
@@ -75,7 +75,7 @@ std::unique_ptr<Contender> PeerLookup(const Input& input, Lookups eLookups);
 std::unique_ptr<Contender> PeerExtraction(const Input& input);
 bool HasPeer();
 
-// The same pseudo-random numbers for all.
+// The same pseudo-random numbers for all contenders.
 class Dice {
 public:
     UInt32 Below(UInt32 limit)

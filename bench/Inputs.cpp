@@ -19,9 +19,9 @@ constexpr UInt64 kLargeFile = 1u << 30;
 constexpr UInt32 kLargePayload = 460000;
 constexpr UInt32 kLargestSmallPayload = 60;
 constexpr UInt32 kFramesOfAList = 50000;
-constexpr UInt32 kIndexHeaderBytes = 24; // of an ix## chunk, before its records
+constexpr UInt32 kIndexHeaderBytes = 24; // in an ix## chunk before its records
 
-// The inputs by name, and the folder that holds their files for as long as the program runs.
+// The inputs by name, and the folder with their files. The folder exists while the program runs.
 class Folder {
 public:
     Folder() : m_path(std::filesystem::temp_directory_path() / ("lxaviread-bench-" + std::to_string(getpid())))
@@ -65,7 +65,7 @@ UInt32 WordAt(const Bytes& bytes, size_t at)
     return word;
 }
 
-// Notes where the index is: walks through the lists, without the ones that hold headers.
+// Finds the places of the indexes: walks through the lists, except the header lists.
 void FindIndex(Input& input, const Bytes& bytes, size_t begin, size_t end)
 {
     for (size_t at = begin; at + 12 <= end;) {
@@ -97,7 +97,7 @@ void Write(Input& input, AviBuilder& builder)
     input.uiMoviEnd = builder.MoviOffset() + builder.MoviSize();
 }
 
-// 0 to 60 bytes, every size as often as any other.
+// 0 to 60 bytes; all sizes occur equally often.
 Bytes SmallPayload(UInt32 n) { return Fill(n * 37u % (kLargestSmallPayload + 1)); }
 
 void AddSmallChunks(AviBuilder& builder, UInt32 chunks)
@@ -108,7 +108,7 @@ void AddSmallChunks(AviBuilder& builder, UInt32 chunks)
     }
 }
 
-// A list of one chunk, which is then written as often as it takes: the file would not fit into a small machine's memory.
+// Writes one chunk again and again, because the whole file would not fit into the memory of a small machine.
 void WriteLarge(Input& input)
 {
     AviBuilder builder;

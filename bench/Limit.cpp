@@ -1,5 +1,5 @@
-// What the machine allows: the reads that the work takes, through stdio as the library makes them, and nothing else.
-// Headers are trusted; nothing is counted, checked or kept.
+// The limit: only the reads that the work needs, through stdio like those of the library. The code trusts the headers,
+// and counts, checks and keeps nothing.
 
 #include "Contender.hpp"
 
@@ -12,9 +12,9 @@
 namespace bench {
 namespace {
 
-constexpr UInt32 kBatchBytes = 18000;   // of index records, as the library reads them
-constexpr UInt32 kSkipBytes = 1024;     // skipped at a time, likewise
-constexpr UInt32 kIndexHeaderBytes = 32; // of an ix## chunk, with code and size
+constexpr UInt32 kBatchBytes = 18000;   // the library reads index records in batches of this size
+constexpr UInt32 kSkipBytes = 1024;     // the library skips payload in pieces of this size
+constexpr UInt32 kIndexHeaderBytes = 32; // fields of an ix## chunk, with code and size
 constexpr UInt32 kHeaderBytes = 8;
 constexpr UInt32 kLargestPayload = 1u << 20;
 
@@ -46,7 +46,7 @@ protected:
         return word;
     }
 
-    // Header, size and payload; the size of all.
+    // Reads code, size and payload of a chunk, and returns the number of bytes.
     UInt32 ReadChunk()
     {
         ReadWord();
@@ -86,7 +86,7 @@ private:
     UInt32 m_uiPasses;
 };
 
-// The records of video are read twice, to count the key frames and to store them, those of audio in the third pass.
+// Reads the video records twice (to count and to store the key frames), and the audio records once.
 class OpenDml : public LimitFile {
 public:
     OpenDml(const Input& input, UInt32 passes) : LimitFile(input), m_uiPasses(passes) {}
@@ -154,7 +154,7 @@ private:
     volatile UInt32 m_uiWindow = 0;
 };
 
-// Chunks of audio and video alternate in the film, in chunks of one size each.
+// In the film audio and video chunks alternate. All audio chunks have one size, and all video chunks have one size.
 constexpr UInt32 kFilmPairBytes = 2 * kHeaderBytes + 640 + 600;
 constexpr UInt32 kFilmAudioBytes = kHeaderBytes + 640;
 
@@ -193,7 +193,7 @@ private:
     Steps m_eSteps;
 };
 
-// A search in an array of nothing but offsets.
+// A search in an array that contains only offsets.
 class Lookup : public Contender {
 public:
     Lookup(const Input& input, Lookups eLookups)

@@ -1,4 +1,4 @@
-// Stands in for the peer where its development package is not installed.
+// Replaces the peer when its development package is not installed.
 
 #include "Contender.hpp"
 

@@ -1,5 +1,5 @@
-// A general-purpose media framework at the same work, through its public interface. Its lists of streams and indexes
-// are built when a file is opened.
+// A general-purpose media framework does the same work, through its public interface. It builds its lists of streams
+// and its indexes when it opens a file.
 
 #include "Contender.hpp"
 
@@ -148,7 +148,7 @@ private:
     Steps m_eSteps;
 };
 
-// Its index has no search by offset; this is the one by time.
+// The framework's index has no search by offset, so this case uses the search by time.
 class Lookup : public OpenPeer {
 public:
     Lookup(const Input& input, Lookups eLookups) : OpenPeer(input)
@@ -175,7 +175,7 @@ private:
     volatile int m_iFound = 0;
 };
 
-// Its own tool, as one process.
+// The framework's command-line tool, as one process.
 class Extraction : public Contender {
 public:
     explicit Extraction(const Input& input)

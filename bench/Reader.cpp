@@ -1,4 +1,4 @@
-// The library at work. Files are opened as `lxavi` opens them.
+// The library does the work. It opens files in format mode, as `lxavi` does.
 
 #include "Contender.hpp"
 
@@ -30,7 +30,7 @@ void OpenAndIndex(const Input& input, UInt32 budget)
     Expect(lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo()) == LX_OK, "begin");
 }
 
-// Open until the contender goes.
+// Keeps the file open while the contender exists.
 class OpenReader : public Contender {
 public:
     explicit OpenReader(const Input& input, bool bIndexed = true) : m_input(input), m_buffer(kLargestPayload)
@@ -46,9 +46,9 @@ public:
     ~OpenReader() override { lxAviReadCore_Close(); }
 
 protected:
-    static constexpr UInt32 kLargestPayload = 1u << 20; // bytes; by the words of the buffer four times that
+    static constexpr UInt32 kLargestPayload = 1u << 20; // bytes; the buffer has four times as many
 
-    // The next chunk, read. The payload of a rejected one is skipped, or left where it is.
+    // Gets the next chunk and reads its payload. It skips the payload of a rejected chunk only with `bSkipRejected`.
     UInt32 Next(bool bSkipRejected = true)
     {
         const UInt32 result = lxAviReadCore_NextChunk(&m_chunk, 0, 0, &m_bJumped);
@@ -85,10 +85,10 @@ private:
 
 class Delivery : public OpenReader {
 public:
-    // With the table in place where the file has an index: each chunk of video is looked up in it.
+    // Builds the table when the file has an index, so the reader looks up each video chunk in the table.
     Delivery(const Input& input, Rejected eRejected) : OpenReader(input, input.uiIdx1 != 0), m_eRejected(eRejected) {}
 
-    // Items: chunks of the file; bytes of rejected payload where those are gone through.
+    // The items are the chunks of the file, or the bytes of rejected payload when the search goes through these bytes.
     UInt64 Run() override
     {
         lxAviReadCore_RewindToStart();
@@ -105,7 +105,7 @@ private:
     Rejected m_eRejected;
 };
 
-// Plays until the first video and the first audio chunk have come.
+// Seeks, and plays until it has the first video chunk and the first audio chunk.
 class Seeking : public OpenReader {
 public:
     using OpenReader::OpenReader;
@@ -128,7 +128,7 @@ public:
     }
 };
 
-// From key frame to key frame, with the first chunk delivered there. Audio is not asked for, so that it is the frame.
+// Steps from key frame to key frame, and reads the first chunk there. It asks for no audio, so this chunk is the frame.
 class Stepping : public OpenReader {
 public:
     Stepping(const Input& input, Steps eSteps) : OpenReader(input), m_eSteps(eSteps) {}
@@ -154,7 +154,7 @@ private:
     Steps m_eSteps;
 };
 
-// Asks which key frame begins at an offset, as delivery does for each chunk of video.
+// Looks up the key frame at an offset, as delivery does for each video chunk.
 class Lookup : public OpenReader {
 public:
     Lookup(const Input& input, Lookups eLookups) : OpenReader(input)
@@ -185,7 +185,7 @@ public:
 private:
     static constexpr UInt32 kOffsets = 4096;
 
-    // An offset between the key frame that has been delivered and the one that follows it.
+    // Returns an offset between the delivered key frame and the next key frame.
     UInt32 PlayToFirstKeyFrame()
     {
         while (m_chunk.bKeyFrame == 0) {
@@ -198,7 +198,7 @@ private:
     volatile UInt32 m_uiValid = 0;
 };
 
-// The whole tool: one process.
+// The whole tool, as one process.
 class Extraction : public Contender {
 public:
     explicit Extraction(const Input& input)

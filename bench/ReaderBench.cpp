@@ -1,5 +1,5 @@
-// Times every case with each of its contenders: `case/contender`. Repetitions are to be interleaved, so that what else
-// the machine does meets all alike.
+// Measures every case with each of its contenders: `case/contender`. Interleave the repetitions, so that other work of
+// the machine slows down all contenders equally.
 
 #include "Contender.hpp"
 

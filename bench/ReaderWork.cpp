@@ -1,8 +1,8 @@
-// Does the work of one case a number of times, for tools that count what a process does (instructions, system calls), and
-// counts itself what the heap is asked for.
+// Does the work of one case several times, for tools that count instructions or system calls of a process. It can also
+// count its own heap allocations.
 //
-//   reader_work CASE reader|limit|peer TIMES     nothing is printed; what one Run takes is the difference of two TIMES
-//   reader_work heap                             one line per figure: name, tab, value
+//   reader_work CASE reader|limit|peer TIMES     prints nothing; one Run costs the difference between two TIMES
+//   reader_work heap                             prints one line per figure: name, tab, value
 
 #include "Contender.hpp"
 
@@ -76,7 +76,8 @@ void CountAllocationsOfDelivery()
     Print("allocations while " + std::to_string(chunks) + " chunks are delivered", s_heap.calls - before);
 }
 
-// What the reader holds at most, from before Open to behind ParseIndex; stdio's buffer and stream belong to it.
+// Counts the most heap memory that the reader holds between the start of Open and the end of ParseIndex, with stdio's
+// buffer and stream.
 void CountPeak(const char* pIndex, const bench::Input& input, UInt32 budget)
 {
     const auto indexing = bench::ReaderIndexing(input, budget);

@@ -28,9 +28,9 @@ std::int64_t s_position;
 enum Fault : UInt8 { kShortRead, kFailedRead, kEndOfFile, kFailedSeek, kFailedAllocation, kAbort, kFaults };
 
 Input s_script;
-UInt32 s_turns[kFaults]; // operations so far, by the kind of fault they can meet
+UInt32 s_turns[kFaults]; // number of operations so far, by the kind of fault that the operation can meet
 
-// Whether an operation meets a fault of its kind now.
+// Counts an operation, and returns whether it meets a scripted fault.
 bool Meets(Fault fault)
 {
     const UInt32 turn = ++s_turns[fault];
@@ -87,10 +87,10 @@ int Seek(void* /*pCookie*/, off64_t* pOffset, int whence)
 
 // ---- The player ----
 
-// Reads a payload in pieces: its size is the file's word.
+// Reads a payload in pieces, because the file can state any size.
 bool ReadPayload(UInt32 size)
 {
-    UInt32 buffer[1024]; // four times a piece, as several read attempts need
+    UInt32 buffer[1024]; // four times the size of a piece (quirk Q06)
     for (UInt32 left = size; left > 0;) {
         const UInt32 piece = std::min<UInt32>(left, sizeof buffer / 4);
         if (lxAviReadCore_GetChunk(buffer, piece) != LX_OK) {
@@ -105,7 +105,7 @@ bool ReadPayload(UInt32 size)
 
 void Serve(Input file)
 {
-    lxDbg_LogToCallback(nullptr, nullptr, nullptr); // damaged input violates many an assertion
+    lxDbg_LogToCallback(nullptr, nullptr, nullptr); // damaged input makes many assertions fail
     s_file = file;
     ScriptFaults({});
 }
@@ -165,7 +165,7 @@ void Call(UInt8 code, UInt8 argument)
     case 13: static_cast<void>(lxAviReadCore_Reset()); break;
     case 14: static_cast<void>(lxAviReadCore_ConstructAvixInfo(0, pAviInfo)); break;
     case 15: static_cast<void>(lxAviReadCore_FileSeek(pAviInfo, argument, 0)); break;
-    case 16: static_cast<void>(lxAviReadCore_NextChunk(&chunk, argument, argument, &flag)); break; // nothing skipped
+    case 16: static_cast<void>(lxAviReadCore_NextChunk(&chunk, argument, argument, &flag)); break; // skips no payload
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

@@ -1,4 +1,5 @@
-// What the fuzzers share: the input served as a file, faults scripted by the input, and the calls of a player.
+// Common code of the fuzzers: it serves the input as a file, scripts faults by the input, and makes the calls of a
+// player.
 
 #pragma once
 
@@ -11,22 +12,23 @@ namespace lxfuzz {
 
 using Input = std::span<const UInt8>;
 
-// The next lxAviReadCore_Open reads these bytes, whatever path it is given.
+// The next lxAviReadCore_Open reads these bytes, with any path.
 void Serve(Input file);
 
-// Scripts faults by pairs of bytes: kind, and after how many operations of that kind. None for an empty script.
+// Scripts faults by pairs of bytes: the kind, and the number of the operation of this kind that fails. An empty script
+// has no faults.
 void ScriptFaults(Input script);
 
-// Delivers up to `chunks` chunks by the caller's protocol. False at the end of delivery.
+// Delivers up to `chunks` chunks with the calls that the header prescribes. False at the end of delivery.
 bool Play(UInt32 chunks, UInt32 audioTrack);
 
-// Makes one call of a player, by its code.
+// Makes one call of a player; `code` selects the call.
 void Call(UInt8 code, UInt8 argument);
 
-// Stops the program when the table breaks what it promises: leaves, entries, budget.
+// Aborts the program when the table breaks a rule for leaves, entries or budget.
 void CheckTable(UInt32 budget);
 
-// Closes, and stops the program if anything is left in the state.
+// Calls Close, and aborts the program when the state is not all zero.
 void CloseAndCheck();
 
 // The file and the script of an input whose last `scriptBytes` bytes are the script.
@@ -38,5 +40,5 @@ Parts Split(const UInt8* pData, size_t size, size_t scriptBytes);
 
 } // namespace lxfuzz
 
-// Bytes at the end of an input that are no part of the file; each target says how many.
+// Number of bytes at the end of an input that do not belong to the file. Each target defines it.
 extern const size_t kScriptBytes;

@@ -1,6 +1,6 @@
-// A mutator that knows RIFF: it takes a file apart into its lists and chunks, changes one of them, and puts the file
-// together again with sizes that fit, so that a change reaches the code behind the walk. One time in four it leaves
-// the bytes to libFuzzer, which breaks sizes as well.
+// A mutator for RIFF files. It splits a file into its lists and chunks, changes one of them, and builds the file again
+// with correct sizes, so that the change reaches the code behind the walk over the chunks. In one of four cases
+// libFuzzer changes the bytes instead, which can also break sizes.
 
 #include "Harness.hpp"
 
@@ -18,9 +18,9 @@ using Bytes = std::vector<UInt8>;
 
 struct Node {
     UInt8 code[4] = {};
-    UInt8 type[4] = {};   // of a list
+    UInt8 type[4] = {};   // only for a list
     bool bList = false;
-    Bytes payload;        // of a chunk
+    Bytes payload;        // only for a chunk
     std::vector<Node> children;
 };
 
@@ -69,7 +69,7 @@ void Write(const std::vector<Node>& nodes, Bytes& out)
 
 using Random = std::minstd_rand;
 
-// A list of nodes somewhere in the tree that is not empty.
+// Picks a list of nodes in the tree that is not empty.
 std::vector<Node>& PickList(std::vector<Node>& nodes, Random& random)
 {
     std::vector<Node>* pList = &nodes;
@@ -97,7 +97,7 @@ void Change(std::vector<Node>& list, Random& random)
     const size_t at = random() % list.size();
     Node& node = list[at];
     switch (random() % 8) {
-    case 0: list.insert(list.begin() + static_cast<long>(at), Node(node)); break; // twice
+    case 0: list.insert(list.begin() + static_cast<long>(at), Node(node)); break; // the node occurs twice
     case 1:
         if (list.size() > 1) {
             list.erase(list.begin() + static_cast<long>(at));

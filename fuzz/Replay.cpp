@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files that are named, where libFuzzer is not built in.
+// Runs a fuzz target with the files on the command line, in a build without libFuzzer.
 
 #include "lxTypes.h"
 
@@ -15,7 +15,7 @@ int main(int argc, char** argv)
         std::ifstream file(argv[i], std::ios::binary);
         const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         LLVMFuzzerTestOneInput(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size());
-        // half of it is an input, too, and so are its first bytes
+        // also runs the target with the first half of the file, and with its first bytes
         LLVMFuzzerTestOneInput(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size() / 2);
         LLVMFuzzerTestOneInput(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size() / 100);
     }

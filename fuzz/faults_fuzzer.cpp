@@ -1,5 +1,5 @@
-// The last bytes of the input script faults of the file and of the heap, and calls, on the rest as a file. Whatever
-// happens, the same file opens and plays as ever afterwards.
+// The last bytes of the input are a script of file faults, heap faults and calls. The rest of the input is the file.
+// After the script the same file has to open and play as before.
 
 #include "Harness.hpp"
 
@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t kFaultBytes = 16;
 
-// What a session without faults comes to.
+// A checksum of the results of a session without faults.
 UInt32 Outcome(UInt8 indxOption)
 {
     Bool allIndexed = 0;
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const UInt8* pData, size_t size)
     }
     lxfuzz::CloseAndCheck();
     if (Outcome(indxOption) != before) {
-        std::abort(); // something of the faults has stayed
+        std::abort(); // the faults have changed a later session
     }
     return 0;
 }

@@ -1,5 +1,6 @@
-// The input as an index of a small film: as idx1, as the entries of a super index with its index chunks, or as an index on
-// one level. Its first bytes choose the kind, IndxOption and the budget; the structure around it is always right.
+// The input becomes the index of a small film: idx1, or a super index with its index chunks, or a one-level index. The
+// first bytes of the input choose the kind of index, IndxOption and the budget. The structure of the file around the
+// index is always correct.
 
 #include "Harness.hpp"
 
@@ -47,7 +48,7 @@ Bytes StreamList(bool bAudio, const Bytes& indx)
     header.dwSampleSize = bAudio ? 1 : 0;
     Bytes strh, strf(40);
     Append(strh, &header, sizeof header);
-    strf[0] = 0x55; // a compressed format, for audio
+    strf[0] = 0x55; // for audio: a compressed format
     strf[8] = 0x40;
     strf[9] = 0x1F; // 8000 bytes a second
     strf[12] = 1;
@@ -83,7 +84,7 @@ Bytes Build(const Film& film)
     return List("RIFF", "AVI ", body);
 }
 
-// Index chunks stand at fixed places of the media data, whose offsets the input can name.
+// Index chunks stand at fixed places in the media data, so that the input can contain their offsets.
 Film MakeFilm(UInt8 kind, const Bytes& index)
 {
     Film film;

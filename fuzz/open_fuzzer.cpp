@@ -1,4 +1,5 @@
-// Any bytes as a file: opened, indexed, delivered, sought, and closed. The last byte is Open's IndxOption.
+// The input is a file, except its last byte, which is Open's IndxOption. The target opens, indexes, plays, seeks and
+// closes the file.
 
 #include "Harness.hpp"
 

@@ -1,5 +1,5 @@
-// The last bytes of the input script the calls that are made on the rest as a file: attempts, budget, IndxOption, and
-// then pairs of a call and its argument.
+// The last bytes of the input are a script: attempts, budget, IndxOption, and then pairs of a call and its argument.
+// The rest of the input is the file.
 
 #include "Harness.hpp"
 

@@ -1,4 +1,4 @@
-// Writes files of every kind of index into a folder, for the fuzzers to start from. Usage: write_seeds FOLDER
+// Writes files with every kind of index into a folder. The fuzzers start with these files. Usage: write_seeds FOLDER
 
 #include "AviBuilder.hpp"
 
@@ -31,12 +31,12 @@ AviBuilder Film(IndexKind eKind, IxLayout eLayout, UInt32 lists)
     return builder;
 }
 
-// The option that follows the format, and a script that opens, indexes, plays, seeks and steps.
+// A script that selects default mode or format mode, opens, indexes, plays, seeks and steps.
 Bytes Script(bool bFollow)
 {
     Bytes script = {1, 64, static_cast<UInt8>(bFollow ? 0x81 : 1), 8, 0, 10, 0, 0, 30, 1, 5, 0, 9, 2, 1, 0, 9, 4, 1, 0, 9, 6, 1};
     script.resize(34);
-    script.push_back(script[2]); // where the last byte alone is the option
+    script.push_back(script[2]); // for the target that uses only the last byte, as option
     return script;
 }
 

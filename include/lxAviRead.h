@@ -1,8 +1,12 @@
 /** @file
- *  AVI reader: opens an AVI or OpenDML file, indexes its key frames within a memory budget, hands out the chunks of
- *  the media data one at a time, seeks, steps from key frame to key frame, and resumes audio and video together.
+ *  AVI reader: opens an AVI or OpenDML file, indexes its key frames within a memory budget, delivers the chunks of the
+ *  media data one at a time, seeks, steps from key frame to key frame, and resumes audio and video together.
  *
- *  One file is open at a time; all state is the library's. The calls in their usual order:
+ *  The library has two modes of reading. In default mode the reader keeps the oddities that older callers were built on
+ *  (doc/quirks.md). In format mode it reads files as the published AVI and OpenDML formats say. The bit
+ *  `LX_AVIREAD_FOLLOW_FORMAT` of Open's `IndxOption` selects format mode.
+ *
+ *  Only one file can be open at a time; the library holds all state. The usual order of the calls:
  *  @code
  *  Bool allIndexed;
  *  if (lxAviReadCore_Open(0, "film.avi", 3, 1u << 20, 1, &allIndexed) == LX_OK) {
@@ -12,16 +16,19 @@
  *      Bool jumped;
  *      UInt32 result;
  *      while ((result = lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped)) != LX_AVIREAD_END_OF_MEDIA) {
- *          ... // LX_OK: read chunk.uiSize bytes with lxAviReadCore_GetChunk; a rejection: skip them; else: stop
+ *          ... // LX_OK: read chunk.uiSize bytes with lxAviReadCore_GetChunk; a rejection: skip the bytes; else: stop
  *      }
  *  }
  *  lxAviReadCore_Close();
  *  @endcode
  *
  *  Results: every operation returns a code of lxAviReadTypes.h, `LX_OK` = 0, unless it says otherwise.
- *  Threads: none inside. Serialise all calls, except lxAviReadCore_SetAbortFlag, which any thread may make.
- *  Memory: the reader owns what it allocates until lxAviReadCore_Close; records and buffers passed in are the caller's.
- *  Null pointers where a result is to be stored are reported as a failed assertion; nothing is stored, the result is 0. */
+ *  Threads: the library creates none. Only one thread at a time may call the library; only lxAviReadCore_SetAbortFlag
+ *  may be called from any thread at any time.
+ *  Memory: the reader owns the memory that it allocates, until lxAviReadCore_Close. The caller owns the records and
+ *  buffers that it passes in.
+ *  Null pointers: when the pointer for a result is null, the reader reports a failed assertion, stores nothing and
+ *  returns 0. */
 #ifndef LX_AVI_READ_H
 #define LX_AVI_READ_H
 
@@ -39,7 +46,7 @@
 #define LX_AVIREAD_API
 #endif
 
-/* Inside the project every result has to be looked at; callers decide for themselves. */
+/* Inside the project the compiler warns about every result that is not used. For callers it does not. */
 #if defined(LX_AVIREAD_NODISCARD_RESULTS) && defined(__cplusplus)
 #define LX_AVIREAD_RESULT [[nodiscard]] LX_AVIREAD_API UInt32
 #else
@@ -52,89 +59,95 @@ extern "C" {
 
 /* ---- Globals shared with the layer above ----------------------------------------------------------------------- */
 
-/** Owned by the layer above; the reader neither reads nor writes it. */
+/** Belongs to the layer above. The reader neither reads nor writes it. */
 extern LX_AVIREAD_API UInt32 videoTrackNumber;
 /** Video frames delivered since the start or the last jump. */
 extern LX_AVIREAD_API UInt32 lxalAviRead_VideoFrame;
-/** Chunks counted per audio track, whether the track is selected or not. */
+/** Chunks counted per audio track. The reader also counts the chunks of tracks that are not selected. */
 extern LX_AVIREAD_API UInt32 lxalAviRead_AudioFrame[LX_AVIREAD_AUDIO_TRACKS];
-/** 1 while seeking in the file works; 0 before the first Reset or Open and as soon as a seek has failed. */
+/** 1 while seeking in the file works. 0 before the first Reset or Open, and after a failed seek. */
 extern LX_AVIREAD_API Bool lxalAviRead_FileSeekPossible;
 /** Debug unit "lxAviRead", registered by the first Open. */
 extern LX_AVIREAD_API lxDbg_Unit_t glxalAviRead_debug_unit;
 
 /* ---- Lifecycle --------------------------------------------------------------------------------------------------- */
 
-/** Allocates what the reader needs before the first Open (Open calls it, too). Calling it again is harmless.
+/** Allocates the stream records and the main header. Open calls it, too. A second call changes nothing.
  *  @param instance the caller's handle; not used
- *  @return LX_OK or LX_ERR_AVIREAD_NO_MEMORY; what was allocated so far stays until Close */
+ *  @return LX_OK or LX_ERR_AVIREAD_NO_MEMORY; the blocks that were allocated before the failure stay until Close */
 LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
 
 /** Opens a file and parses its headers up to the media data.
  *  @param instance         the caller's handle; passed through
- *  @param path             file path; "" parses the file that is already open again, from its current position
- *  @param maxReadAttempts  `fread` calls that one read may make; 0 counts as 1. Above 1, buffers handed to the reader
- *                          need four times their size (see lxAviReadCore_FileRead)
+ *  @param path             file path; "" parses the already open file again, from its current position
+ *  @param maxReadAttempts  number of `fread` calls that one read may make; 0 counts as 1. When it is above 1, in
+ *                          default mode a buffer passed to the reader needs four times its size (see
+ *                          lxAviReadCore_FileRead)
  *  @param memoryUsageLimit budget of the key-frame table in bytes
- *  @param IndxOption       lower seven bits 1: a one-level OpenDML index fills the key-frame table at once;
- *                          | `LX_AVIREAD_FOLLOW_FORMAT`: files are read as the published formats say (doc/quirks.md)
- *  @param pAllIndexed      out: 1 when the main video and the first audio stream were indexed that way, else 0
+ *  @param IndxOption       lower seven bits 1: Open fills the key-frame table from a one-level OpenDML index;
+ *                          bit `LX_AVIREAD_FOLLOW_FORMAT`: 1 for format mode, 0 for default mode
+ *  @param pAllIndexed      out: 1 when Open has indexed the main video and the first audio stream from one-level
+ *                          OpenDML indexes, else 0
  *  @return LX_OK; LX_ERR_AVIREAD_OPEN, _NOT_AVI, _EOF (no `movi` list), _READ, _ABORTED, _NO_MEMORY, or a result of
- *          the extension lists (_AVIX_LIST, _SEEK). After a failure no stream is known, and the next Open, Reset or
- *          Close closes the file. */
+ *          the walk over the "AVIX" lists (_AVIX_LIST, _SEEK). After a failure the reader knows no stream; the file
+ *          stays open until the next Open with a path, Reset or Close. */
 LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttempts,
                                      UInt32 memoryUsageLimit, UInt8 IndxOption, Bool* pAllIndexed);
 
-/** Moves the file to the first chunk of the media data: the last step before delivery.
- *  @return LX_OK, or LX_ERR_AVIREAD_SEEK; chunks can then still be delivered from where the file stands */
+/** Seeks to the first chunk of the media data. Call it last before delivery.
+ *  @return LX_OK, or LX_ERR_AVIREAD_SEEK; then delivery can still begin at the current position of the file */
 LX_AVIREAD_RESULT lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_AviInfo_t* pAviInfo);
 
-/** Prepares delivery from the first chunk again: position, counters and sync state; a pending jump stays. */
+/** Goes back to the first chunk and clears the counters and the sync state. A pending jump stays armed. */
 LX_AVIREAD_API void lxAviReadCore_RewindToStart(void);
 
-/** Closes the file and forgets everything about it; the allocated records stay. The abort flag stays as it is.
+/** Closes the file and clears everything that the state holds about it. The allocated records and the abort flag stay.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_Reset(void);
 
-/** Closes the file and releases everything; the whole state is zero afterwards. @return LX_OK */
+/** Closes the file and frees all memory. All bytes of the state are zero afterwards. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_DeAlloc(void);
 
 /** The same as lxAviReadCore_DeAlloc. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_Close(void);
 
-/** Releases the stream records, the main header and the batch buffer, and clears the counters (part of Close). */
+/** Frees the stream records, the main header and the batch buffer, and clears the counters (part of Close). */
 LX_AVIREAD_API void lxAviReadCore_FreeAllocatedMemory(lxAviReadCore_AviInfo_t* pAviInfo);
 
-/** Sets (1) or clears (0) the abort flag. While it is set, a read that comes back short gives LX_ERR_AVIREAD_ABORTED,
- *  and so does an index parse. Any thread may call it. @return LX_OK */
+/** Sets (1) or clears (0) the abort flag. While the flag is set, the result of an index parse is
+ *  LX_ERR_AVIREAD_ABORTED. A read has the same result when it returns too few bytes, but not at the end of the file.
+ *  Any thread may call this function. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetAbortFlag(Bool bAbort);
 
 /** @return the abort flag */
 LX_AVIREAD_API Bool lxAviReadCore_GetAbortFlag(void);
 
-/** @return the address of the one reader state, for the operations that take `pAviInfo` */
+/** @return the address of the reader state, for the operations that take `pAviInfo` */
 LX_AVIREAD_API lxAviReadCore_AviInfo_t* lxAviReadCore_GetAviInfo(void);
 
-/** Stores the open stream (null without a file) in `*ppFile`; it stays the reader's. @return LX_OK */
+/** Stores the open stdio stream in `*ppFile`, or null when no file is open. The stream still belongs to the reader.
+ *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetFile(FILE** ppFile);
 
-/** Takes the place of a print function where a build leaves logging out. @return 1 */
+/** Does nothing. A build without logging uses it instead of a print function. @return 1 */
 LX_AVIREAD_API int NOPRINT(const char* format, ...);
 
 /* ---- File access --------------------------------------------------------------------------------------------------- */
 
-/** Reads exactly `size` bytes. After a short `fread` that is not the end of the file, the next one continues at the
- *  buffer address advanced by FOUR TIMES the bytes received: give a buffer of four times the size, or let Open allow
- *  one read attempt only. With `LX_AVIREAD_FOLLOW_FORMAT` it continues where it stopped, and `size` bytes are enough.
- *  @return LX_OK; LX_ERR_AVIREAD_EOF (the file ended), _ABORTED (abort flag after a short read), _READ (attempts used
- *          up, or no file) */
+/** Reads exactly `size` bytes. In default mode, after a short `fread` that is not the end of the file, the next `fread`
+ *  writes to the buffer address advanced by FOUR TIMES the bytes received. So pass a buffer of four times the size, or
+ *  let Open allow only one read attempt. In format mode the next `fread` continues directly behind the bytes received,
+ *  and a buffer of `size` bytes is large enough.
+ *  @return LX_OK; LX_ERR_AVIREAD_EOF (the file ended), _ABORTED (the abort flag was set after a short read), _READ (all
+ *          attempts were short, or no file is open) */
 LX_AVIREAD_RESULT lxAviReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size);
 
-/** The read of the OpenDML index code: as lxAviReadCore_FileRead, but it never looks at the abort flag. */
+/** The read function of the OpenDML index code. It does the same as lxAviReadCore_FileRead, but never checks the abort
+ *  flag. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer, UInt32 size);
 
-/** Seeks. Only the low 32 bits of `offset` count, as a signed number: positions from 2 GiB on cannot be reached. With
- *  `LX_AVIREAD_FOLLOW_FORMAT` all 64 bits count, as a signed number.
+/** Seeks. Default mode uses only the low 32 bits of `offset`, as a signed number, so it cannot reach positions from
+ *  2 GiB on. Format mode uses all 64 bits, as a signed number.
  *  @param origin 0 from the start, 1 from the current position
  *  @return 1 on success, else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_FileSeek(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, Int32 origin);
@@ -145,88 +158,94 @@ LX_AVIREAD_API Bool lxAviReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo);
 /** The same as lxAviReadCore_FileEof. */
 LX_AVIREAD_API Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo);
 
-/** Stores the absolute file offset of delivery in `*pPosition`. */
+/** Stores the position of delivery in `*pPosition`, as an offset from the start of the file. */
 LX_AVIREAD_API void lxAviReadCore_GetFilePosition(UInt64* pPosition);
 
-/** Adds `count` bytes to the position of delivery: for payload that the caller has read or skipped by itself. */
+/** Adds `count` bytes to the position of delivery. Call it when you have skipped the payload of a rejected chunk. */
 LX_AVIREAD_API void lxAviReadCore_IncreaseOffset(UInt32 count);
 
-/** Consumes `size` bytes of the file by reading them (it never seeks), without counting them.
+/** Reads `size` bytes of the file and drops them. It never seeks. It does not change the position of delivery (see
+ *  lxAviReadCore_IncreaseOffset).
  *  @return LX_OK or the code of the read that failed */
 LX_AVIREAD_RESULT lxAviReadCore_RemoveChunk(UInt32 size);
 
 /* ---- Header access ------------------------------------------------------------------------------------------------- */
 
-/** Copies the main AVI header to `*pAvih`; leaves it untouched when there is none. @return LX_OK */
+/** Copies the main AVI header to `*pAvih`. Without a main header `*pAvih` stays unchanged. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetAvihData(lxAviRead_Avih_t* pAvih);
 
 /** Fills `*pOpenDmlInfo`. */
 LX_AVIREAD_API void lxAviReadCore_GetOpenDmlInfo(lxAviRead_OpenDmlInfo_t* pOpenDmlInfo);
 
-/** Copies the header of stream `streamNr` to `*pStrh` and its payload bytes by the index to `*pSize`; leaves both
- *  untouched when there is no such stream record. @return LX_OK */
+/** Copies the header of stream `streamNr` to `*pStrh`, and the payload bytes that the index counts for the stream to
+ *  `*pSize`. Without such a stream record both stay unchanged. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrhData(UInt32 streamNr, lxAviRead_Strh_t* pStrh, UInt32* pSize);
 
 /** Copies the format of stream `streamNr` to `pOut`: 40 bytes (lxAviRead_StrfVideo_t) for a video stream, 32 bytes
- *  (lxAviRead_StrfAudio_t) for an audio stream, nothing for any other. @return LX_OK */
+ *  (lxAviRead_StrfAudio_t) for an audio stream. For other streams it copies nothing. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrfData(UInt32 streamNr, void* pOut);
 
-/** Copies the stream data of video stream `streamNr`, 2232 bytes, to `pOut` (whose first four bytes are cleared in
- *  any case; all of it when there is no stream data).
+/** Copies the stream data of video stream `streamNr`, 2232 bytes, to `pOut`. When the stream has no stream data, it
+ *  clears all 2232 bytes of `pOut`. When there is no such stream record, it clears only the first four bytes.
  *  @param pPresent out: 1 when stream data was copied, else 0
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrdData(UInt32 streamNr, void* pOut, Bool* pPresent);
 
-/** @return 1 when the audio stream is of variable bit rate: fewer than 1000 samples (chunks) per second, or a sample
- *  size and a block size of 0 */
+/** @return 1 when the audio stream has a variable bit rate: its sample size and its block size are both 0, or they
+ *  differ and `dwRate` / `dwScale` is below 1000; else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
 
-/* ---- Header parsers (Open calls them; the file stands behind the chunk's header) ---------------------------------- */
+/* ---- Header parsers (Open calls them; the file has to stand directly behind the chunk's header) ------------------ */
 
-/** Parses the header list; `size` counts from its "hdrl" code. */
+/** Parses the header list. `size` is the list size, which includes the "hdrl" code. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListHdrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size);
 /** Parses `avih`; LX_ERR_AVIREAD_NOT_AVI unless `size` is 56. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseAviHeader(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size);
 /** Parses `dmlh`. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListdmlh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size);
-/** Parses one stream list; `size` counts from behind its "strl" code, `StreamNr` is 0 to 16. */
+/** Parses one stream list. `size` is the list size without the "strl" code, `StreamNr` is 0 to 16. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                               UInt32 StreamNr);
 /** Parses `strh` of stream `StreamID`. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrh(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 StreamID);
-/** Stores a video format: 40 bytes, the rest of the chunk is skipped. */
+/** Stores 40 bytes of a video format, and skips the rest of the chunk. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrf_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                     lxAviReadCore_StreamInfo_t* pStrInfo);
-/** Stores an audio format, 32 bytes, and computes the audio frame size. */
+/** Stores 32 bytes of an audio format, and computes the audio frame size. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrf_audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                     lxAviReadCore_StreamInfo_t* pStrInfo);
-/** Stores a text subtitle format, 8 bytes. */
+/** Stores 8 bytes of a text subtitle format. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrf_textSubtitle(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                            lxAviReadCore_StreamInfo_t* pStrInfo);
-/** Stores stream data of a video stream, 2232 bytes; a shorter chunk is skipped. */
+/** Stores 2232 bytes of stream data of a video stream. It skips a shorter chunk. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                     lxAviReadCore_StreamInfo_t* pStrInfo);
 /** Parses the OpenDML index chunk of a stream. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseChunkIndx(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                 lxAviReadCore_StreamInfo_t* pStrInfo, UInt8 IndxOption);
-/** Finds the "AVIX" lists behind the first RIFF list and chains their `movi` lists to the first one.
+/** Finds the "AVIX" lists behind the first RIFF list, and adds their `movi` lists to the chain behind the first one.
  *  @return LX_OK, LX_ERR_AVIREAD_AVIX_LIST, _NO_MEMORY, _SEEK, _EOF, _READ or _ABORTED */
 LX_AVIREAD_RESULT lxAviReadCore_ConstructAvixInfo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo);
 
 /* ---- The index and the key-frame table -------------------------------------------------------------------------- */
 
-/** Builds the key-frame table: from the OpenDML super indexes when a stream list held an `indx` chunk, else from `idx1`.
- *  Call it after Open. A table that is there is released first; one that Open has built from a one-level OpenDML index
- *  is not rebuilt, so ask lxAviReadCore_GetSetPositionRangeInfo before. The file is left anywhere: position it with
- *  lxAviReadCore_PositionTheFileHandleToPlayData afterwards.
- *  With `LX_AVIREAD_FOLLOW_FORMAT` every kind of index is built (again); of two indexes the one that covers more frames
- *  is taken, the other one where that is unusable; and an index that ends early gives a table of what it covers.
+/** Builds the key-frame table. Call it after Open. It first releases an existing table. Afterwards the file can stand
+ *  anywhere, so call lxAviReadCore_PositionTheFileHandleToPlayData next.
+ *
+ *  Default mode: when a stream list held an `indx` chunk, the reader builds the table from the OpenDML super indexes,
+ *  otherwise from `idx1`. When Open has built a table from a one-level OpenDML index, ParseIndex releases this table,
+ *  does not build it again, and returns LX_OK. So call lxAviReadCore_GetSetPositionRangeInfo first, and ParseIndex only
+ *  when there is no table.
+ *
+ *  Format mode: the reader builds the table from any kind of index, also when Open has built one before. When the file
+ *  has two indexes, the reader uses the index that covers more frames, or the other index when that one is unusable.
+ *  From an index that ends early it builds a table of the part that is there.
  *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (no index, no key frame in it, no video stream), _NO_MEMORY (the budget is
- *          below one leaf, or the heap is exhausted), _SEEK, _EOF, _READ, _ABORTED, _INDEX_STREAM. The file plays from
- *          start to end without a table, too. */
+ *          below one leaf, or the heap is exhausted), _SEEK, _EOF, _READ, _ABORTED, _INDEX_STREAM. A file without a
+ *          table can still be played from start to end. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIndex(UInt32 instance);
 
-/** Sizes the table against `memoryUsageLimit`.
+/** Computes the size of the table, so that it fits into `memoryUsageLimit`.
  *  @param numberOfKeyFrames in: key frames of the file; out: key frames that will be stored
  *  @param neededLeafs       out: leaves for those
  *  @param neededMemory      out: bytes of the leaves, without the array of pointers
@@ -236,13 +255,14 @@ LX_AVIREAD_RESULT lxAviReadCore_CalcLeafsNeededAndSkipValue(lxAviReadCore_AviInf
                                                             UInt32* numberOfKeyFrames, UInt32* neededLeafs,
                                                             UInt32* neededMemory, UInt32* SkipKey);
 
-/** Walks over the table for diagnostics. @return LX_OK */
+/** Logs every entry of the table. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_PrintIndex(void);
 
 /** Builds the table from `idx1` (part of lxAviReadCore_ParseIndex). */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIdx1Chunk(UInt32 instance);
-/** First pass over `idx1`: decides the base of the offsets, counts key frames (`*numberOfKeyFrames` is 0 on entry),
- *  and sizes the table. The file stands at the first record; `uiSize` is in bytes. */
+/** First pass over `idx1`: decides what the offsets count from, counts the key frames (the caller sets
+ *  `*numberOfKeyFrames` to 0 before), and computes the size of the table. The file has to stand at the first record;
+ *  `uiSize` is in bytes. */
 LX_AVIREAD_RESULT lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32* SkipKey,
                                                   UInt32* neededLeafs, UInt32* neededMemory,
                                                   UInt32* numberOfKeyFrames);
@@ -251,26 +271,26 @@ LX_AVIREAD_RESULT lxAviReadCore_ParseIndex_Video(UInt32 instance, lxAviReadCore_
                                                  UInt32 SkipKey, UInt32 neededLeafs);
 /** Third pass: gives every stored key frame the audio chunks that play at its time. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32 neededLeafs);
-/** Both in a single pass, one record at a time, with the audio chunks by index order and not by time. Needs the batch
- *  buffer, as lxAviReadCore_ParseIndex_Video does. */
+/** Second and third pass in one, one record at a time. It assigns audio chunks to key frames by their order in the
+ *  index, not by their times. Like lxAviReadCore_ParseIndex_Video it needs the batch buffer. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseVideoAudioIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
                                                      UInt32 SkipKey, UInt32 neededLeafs);
 
 /** Builds the table from the OpenDML super indexes (part of lxAviReadCore_ParseIndex). */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseIndxIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo);
-/** Counts the key frames of the video super index and sizes the table. */
+/** Counts the key frames of the video super index, and computes the size of the table. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_PreParseVideoIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32* skipKey,
                                                     UInt32* neededLeafs, UInt32* neededMemory,
                                                     UInt32* numberOfKeyFrames);
-/** Counts the key frames in `uiNoOfEntries` standard records (8 bytes) from where the file stands. */
+/** Counts the key frames in the next `uiNoOfEntries` standard records (8 bytes) of the file. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,
                                                                UInt32* pCount);
-/** Counts the key frames in `uiNoOfEntries` field records (12 bytes) from where the file stands. */
+/** Counts the key frames in the next `uiNoOfEntries` field records (12 bytes) of the file. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_GetTotalKFramesInFieldIndxChunk(lxAviReadCore_AviInfo_t* pAviInfo,
                                                                  UInt32 uiNoOfEntries, UInt32* pCount);
 /** Allocates a table of `neededLeafs` empty leaves. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_CreateKFTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs);
-/** Fills the table from the one-level index that follows. */
+/** Fills the table from a one-level index, whose records begin at the current position of the file. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                     const lxAviReadCore_AviIndxChunkCommonSection_t* pCommon,
                                                     UInt64 qwBaseOffset, UInt32 dwReserved, UInt32 skipKey,
@@ -278,21 +298,21 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_ParseVideoStdIndex(UInt32 instance, lxAviReadCo
 /** Fills the table from the video super index. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseVideoSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo,
                                                       UInt32 skipKey, UInt32 neededLeafs);
-/** Stores the key frames of a run of `uiNoOfEntries` records; leaf, frame number, skip counter and leaf number go on
- *  from run to run. */
+/** Stores the key frames of a run of `uiNoOfEntries` records. The next call continues with the leaf, frame number, skip
+ *  counter and leaf number that this call returns. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInfo,
                                                            lxAviReadCore_KeyFrameLeaf_t** ppCurrentLeaf,
                                                            UInt32* pFrameNumber, UInt32 uiNoOfEntries,
                                                            UInt8 uiSubIndexType, UInt32 dwChunkId, UInt64 qwBaseOffset,
                                                            UInt32 skipKey, UInt32* pSkipCounter, UInt32* pLeafNumber);
-/** Places the audio of the one-level index that follows. */
+/** Assigns the audio chunks of a one-level index, whose records begin at the current position, to the key frames. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseAudioStdIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo,
                                                     const lxAviReadCore_AviIndxChunkCommonSection_t* pCommon,
                                                     UInt64 qwBaseOffset, UInt32 dwReserved);
-/** Places the audio of every audio stream's super index. */
+/** Assigns the audio chunks of every audio stream's super index to the key frames. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseAudioSuperIndex(lxAviReadCore_AviInfo_t* pAviInfo);
-/** Places the audio of a run of `uiNoOfEntries` records; state, cursor and the cursor's time (milliseconds) go on from
- *  run to run. */
+/** Assigns the audio chunks of a run of `uiNoOfEntries` records to the key frames. The next call continues with the
+ *  state, the cursor and the cursor's time (milliseconds) that this call returns. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,
                                                         UInt8 uiSubIndexType, UInt32 dwChunkId, UInt64 qwBaseOffset,
                                                         UInt32 audioTrackNumber,
@@ -302,12 +322,16 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t*
 
 /* ---- Delivery --------------------------------------------------------------------------------------------------- */
 
-/** Reads the header of the next media chunk, executes a pending jump first, and decides whether the chunk is to be
- *  delivered. On LX_OK read exactly `uiSize` bytes with lxAviReadCore_GetChunk (or lxAviReadCore_RemoveChunk).
- *  After a rejection the payload is still unread: skip it with lxAviReadCore_RemoveChunk(uiSize) and count it with
- *  lxAviReadCore_IncreaseOffset(uiSize), except after LX_ERR_AVIREAD_BAD_STREAM, whose size cannot be trusted;
- *  a caller that does not skip leaves it to a search byte by byte, which payload can fool. Never allocate `uiSize`
- *  bytes on the file's word.
+/** Executes a pending jump, reads the header of the next media chunk, and decides whether to deliver the chunk.
+ *
+ *  After LX_OK read exactly `uiSize` bytes with lxAviReadCore_GetChunk (or lxAviReadCore_RemoveChunk).
+ *
+ *  After a rejection the payload is still unread. Skip the payload with lxAviReadCore_RemoveChunk(uiSize), and count it
+ *  with lxAviReadCore_IncreaseOffset(uiSize). Do not do this after LX_ERR_AVIREAD_BAD_STREAM, because the size of such
+ *  a chunk cannot be trusted. If the caller does not skip the payload, the next call searches it byte by byte for a
+ *  chunk, and payload bytes can look like a chunk.
+ *
+ *  Never allocate `uiSize` bytes without a limit of your own: a damaged file can state any size.
  *  @param chunkData           filled; `bValid` is 1 only together with LX_OK
  *  @param audioTrackNumber    selected audio track, 0 to 7; any other value (an assertion) selects none
  *  @param subtitleTrackNumber selected subtitle track
@@ -318,19 +342,20 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t*
 LX_AVIREAD_RESULT lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTrackNumber,
                                           UInt32 subtitleTrackNumber, Bool* pJumped);
 
-/** Reads `size` payload bytes of the current chunk; lxAviReadCore_FileRead under its own name, with its rule for the
- *  size of the buffer. */
+/** Reads `size` payload bytes of the current chunk. It does the same as lxAviReadCore_FileRead, and has the same rule
+ *  for the size of the buffer. */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunk(UInt32* buffer, UInt32 size);
 
-/** Nothing to do: pass another track to the next lxAviReadCore_NextChunk; all tracks are counted all the time.
+/** Does nothing. To switch the track, pass another track number to the next lxAviReadCore_NextChunk. The reader always
+ *  counts the chunks of all tracks.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SwitchAudioTrack(void);
 
-/** Presentation time in milliseconds of a position in a stream, the stream's start included.
+/** Computes the presentation time of a position in a stream. The time includes the stream's start (`dwStart`).
  *  @param streamNr     0 to 16
- *  @param frameNumber  video frame, or audio chunk for tracks that are timed by their chunks
- *  @param bytePosition payload bytes before the position, for tracks that are timed by their bytes
- *  @return milliseconds, saturated at 0xFFFFFFFF; 0 for an unknown stream or audio coding */
+ *  @param frameNumber  number of the video frame, or of the audio chunk when the track's time is computed from chunks
+ *  @param bytePosition payload bytes before the position, when the track's time is computed from bytes
+ *  @return milliseconds, at most 0xFFFFFFFF; 0 for an unknown stream and, in default mode, for an unknown coding */
 LX_AVIREAD_API UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
 
 /** Decides about a video chunk (part of lxAviReadCore_NextChunk). `jumped`: this call executed a jump. */
@@ -345,46 +370,51 @@ LX_AVIREAD_RESULT lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t
 
 /* ---- Seeking and key-frame steps ------------------------------------------------------------------------------------ */
 
-/* These only arm a jump; the next lxAviReadCore_NextChunk executes it. They need a key-frame table: without one a failed
- * assertion is reported, nothing is armed, and times are 0. `audioTrackNumber` is the track that plays, or negative for
- * none; one above 7 is reported, and taken for none. */
+/* These functions only arm a jump; the next lxAviReadCore_NextChunk executes it. They need a key-frame table. Without a
+ * table they report a failed assertion, arm nothing, and return a time of 0. `audioTrackNumber` is the track that
+ * plays, or a negative number for no track. A number above 7 is a failed assertion and counts as no track. */
 
-/** Arms a jump to the key frame for a time.
+/** Chooses the key frame for a time, and arms a jump to it.
  *  @param timeMsec        milliseconds
  *  @param roundPreference `lxAviRead_SetPosRoundUp`, `…Down` or `…Nearest`
- *  @return stream time in milliseconds of the key frame that was chosen */
+ *  @return stream time of the chosen key frame in milliseconds */
 LX_AVIREAD_API UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 roundPreference);
 
-/** Arms a jump to an entry of the table: to its audio chunk where that lies before the key frame, else to the key
- *  frame. An `Offset` of 0 in `*keyFrame` stands for the entry's own. */
+/** Arms a jump to an entry of the table: to its audio chunk when this chunk lies before the key frame, else to the key
+ *  frame. When `Offset` in `*keyFrame` is 0, the function uses the offset of the entry. */
 LX_AVIREAD_API void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFrame,
                                                  Int32 audioTrackNumber);
 
 /** Fills the range that seeking covers. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetSetPositionRangeInfo(lxAviRead_SetPositionRangeInfo_t* pRange);
 
-/** Looks up the key frame whose chunk begins at `offset` (the low 32 bits, in the base of the index).
- *  @param result out: `valid` 1 and the position when there is one, else `valid` 0
+/** Looks up the key frame whose chunk begins at `offset`. `offset` is the low 32 bits of the position, counted from the
+ *  same place as the offsets of the table.
+ *  @param result out: `valid` 1 and the position when such a key frame exists, else `valid` 0
  *  @return LX_OK, or LX_ERR_AVIREAD_NO_INDEX without a table */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt32 offset);
 
-/** Arms a jump back to the key frame played last; nothing happens when none was. @return LX_OK */
+/** Arms a jump back to the key frame played last. When no key frame was played, it does nothing. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber);
 
-/** Arms a jump `count` key frames forward, or back when negative, from the key frame played last. Off either end lies
- *  the first key frame. 0 arms nothing. @return LX_OK */
+/** Arms a jump of `count` key frames from the key frame played last: forward, or back when `count` is negative. When
+ *  the jump would pass the first or the last key frame, it goes to the first key frame. A `count` of 0 arms nothing.
+ *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_JumpInKeyFrames(Int32 count, Int32 audioTrackNumber);
 
 /** Arms a jump to the next key frame that delivery has not passed yet.
- *  @param pFound out: 1, or 0 when there is no next key frame and the current one was armed again
+ *  @param pFound out: 1; or 0 when there is no next key frame, then the jump goes to the current key frame
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber);
 
-/** Arms a jump exactly one key frame forward, for trick play: counters are not loaded. `pFound` as above.
+/** Arms a jump of exactly one key frame forward, for trick play. It does not load the counters. `pFound` has the same
+ *  meaning as for lxAviReadCore_SetJumpToNextKeyFrame.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audioTrackNumber);
 
-/** Arms a jump one key frame back, for trick play: counters are not loaded. `pFound` likewise. @return LX_OK */
+/** Arms a jump of one key frame back, for trick play. It does not load the counters.
+ *  @param pFound out: 1; or 0 when there is no previous key frame, then the jump goes to the current key frame
+ *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToPrevKeyFrame(Bool* pFound, Int32 audioTrackNumber);
 
 #ifdef __cplusplus

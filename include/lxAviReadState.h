@@ -1,9 +1,9 @@
 /** @file
- *  The reader state, for the layer above and for diagnostics: read, never written.
+ *  The reader state, for the layer above and for diagnostics. Callers may read it, but must not write it.
  *
- *  There is one reader and one state. Its address comes from lxAviReadCore_GetAviInfo and is handed to the operations
- *  that take `pAviInfo`. Everything the state points to belongs to the reader and lives until lxAviReadCore_Close at
- *  the latest. */
+ *  There is one reader and one state. lxAviReadCore_GetAviInfo returns the address of the state. Pass this address to
+ *  the operations that take `pAviInfo`. The reader owns all memory that the state points to, and frees it in
+ *  lxAviReadCore_Close at the latest. Modes (default mode, format mode): see lxAviRead.h. */
 #ifndef LX_AVI_READ_STATE_H
 #define LX_AVI_READ_STATE_H
 
@@ -15,17 +15,17 @@
 extern "C" {
 #endif
 
-/** One retained video key frame, with the audio chunk that each track resumes with at its time. */
+/** One stored video key frame, and for each audio track the chunk with which the track resumes at the key frame. */
 typedef struct {
     UInt32 videoFrameNumber; /**< frames of the video stream before this one */
-    UInt64 videoChunkOffset; /**< position of the chunk as the index states it; of the "dd" chunk before it, if any */
-    UInt64 timeMsec;         /**< presentation time in milliseconds, the stream's start not included */
-    UInt32 audioFrameNumber[LX_AVIREAD_AUDIO_TRACKS];  /**< number of the audio chunk; 0xFFFFFFFF: no such track */
-    UInt64 audioChunkOffset[LX_AVIREAD_AUDIO_TRACKS];  /**< its position, in the base of videoChunkOffset */
-    UInt64 audioBytePosition[LX_AVIREAD_AUDIO_TRACKS]; /**< payload bytes of the track before it */
+    UInt64 videoChunkOffset; /**< position that the index states for the chunk, or for its "dd" chunk */
+    UInt64 timeMsec;         /**< presentation time in milliseconds, without the stream's start */
+    UInt32 audioFrameNumber[LX_AVIREAD_AUDIO_TRACKS];  /**< number of the audio chunk; 0xFFFFFFFF: no chunk */
+    UInt64 audioChunkOffset[LX_AVIREAD_AUDIO_TRACKS];  /**< position of the chunk; counts from the same place */
+    UInt64 audioBytePosition[LX_AVIREAD_AUDIO_TRACKS]; /**< payload bytes of the track before the chunk */
 } lxAviReadCore_KeyFrameEntry_t;
 
-/** A run of key frames with its bounds. Every leaf before the last one in use is full. */
+/** A block of key frames, with its first and last time and offset. Every leaf before the last used leaf is full. */
 typedef struct lxAviReadCore_KeyFrameLeaf_s {
     lxAviReadCore_KeyFrameEntry_t array[LEAF_ARRAY_LENGTH];
     UInt32 arrayLength; /**< entries in use, 0 to LEAF_ARRAY_LENGTH */
@@ -79,29 +79,30 @@ typedef struct {
     lxAviReadCore_AviSuperIndexEntry_t* pAviSuperIndexEntry; /**< `uiEntriesInUse` entries, or null */
 } lxAviReadCore_IndxChunk_t;
 
-/** What is known of an audio track while the chunks of its index are walked. */
+/** Counters of an audio track during the walk over the chunks of its index. */
 typedef struct {
     UInt32 chunkCount;            /**< chunks seen so far */
-    UInt64 lastChunkOffset;       /**< position of the last one */
-    UInt64 lastChunkBytePosition; /**< payload bytes before it */
-    Bool bHaveChunk;              /**< 1 when there is a last one */
-    UInt64 totalBytes;            /**< payload bytes of all of them */
+    UInt64 lastChunkOffset;       /**< position of the last chunk */
+    UInt64 lastChunkBytePosition; /**< payload bytes before the last chunk */
+    Bool bHaveChunk;              /**< 1 when there is a last chunk */
+    UInt64 totalBytes;            /**< payload bytes of all chunks */
 } lxAvi2ReadCore_AudioIndexState_t;
 
 /** One stream. */
 typedef struct {
-    UInt32 StreamType;       /**< `LX_AVIREAD_STREAM_…`, known once the format was read */
+    UInt32 StreamType;       /**< `LX_AVIREAD_STREAM_…`; set when the format is read */
     lxAviRead_Strh_t Header;
     void* Format;            /**< `LX_AVIREAD_FORMAT_BYTES` bytes */
     Bool bStrdPresent;       /**< 1 when StreamData holds a `strd` payload */
     Bool bIndexParsed;       /**< 1 when the stream's `indx` chunk filled the key-frame table inside Open */
-    UInt32 uiStreamSize;     /**< payload bytes of the stream by the index; grows with every parse */
+    UInt32 uiStreamSize;     /**< payload bytes of the stream by the index; in default mode a second parse adds them
+                                  again */
     Int32 iFrameSize;        /**< audio frame size in bytes, or 0 */
     void* StreamData;        /**< `LX_AVIREAD_STREAM_DATA_BYTES` bytes */
     lxAviReadCore_IndxChunk_t IndxChunk;
 } lxAviReadCore_StreamInfo_t;
 
-/** The reader state. All zero before the first lxAviReadCore_Alloc and after lxAviReadCore_Close. */
+/** The reader state. All its bytes are 0 before the first lxAviReadCore_Alloc and after lxAviReadCore_Close. */
 typedef struct {
     FILE* pFile;              /**< the open file, or null */
     void* pMetaDataBuffer;    /**< 18000 bytes for batches of index records, or null */
@@ -115,31 +116,31 @@ typedef struct {
     Int32 audioStreamNr;      /**< first audio stream, or -1 */
     Int32 videoStreamNr;      /**< main video stream, or -1 */
     lxAviReadCore_StreamInfo_t* StreamInfo[LX_AVIREAD_STREAMS]; /**< by stream number; null when not allocated */
-    UInt64 JumpOffset;        /**< pending jump, in the base of CurrentOffset; 0: none */
-    UInt64 CurrentOffset;     /**< position of delivery: absolute, or counted from the "movi" code (first chunk at 4) */
-    UInt32 AudioTracksCount;    /**< audio streams seen, may exceed 8 */
-    UInt32 SubtitleTracksCount; /**< subtitle streams seen, may exceed 8 */
+    UInt64 JumpOffset;        /**< target of the pending jump, counted like CurrentOffset; 0: no jump */
+    UInt64 CurrentOffset;     /**< delivery: file offset, or counted from the "movi" code (first chunk at 4) */
+    UInt32 AudioTracksCount;    /**< number of audio streams, may exceed 8 */
+    UInt32 SubtitleTracksCount; /**< number of subtitle streams, may exceed 8 */
     UInt32 uiUnused2;
     lxAviReadCore_KeyFrameLeaf_t** KeyFramesListAsArray; /**< leaves of the key-frame table, or null */
     UInt32 KeyFramesListAsArrayLength;                   /**< number of leaves; 0: no table */
     UInt32 memoryUsageLimit;  /**< budget of the key-frame table in bytes */
-    UInt32 TrackNumber[LX_AVIREAD_STREAMS]; /**< number of the stream among those of its kind; with
-                                                 `LX_AVIREAD_FOLLOW_FORMAT` 0xFFFFFFFF for audio streams beyond eight */
-    Bool bAudioSync;          /**< the first audio chunk after a jump is still to be checked */
-    Bool bIndxPresent;        /**< some stream list held an `indx` chunk */
-    Bool bJumpToVideo;        /**< a jump to a video key frame is pending */
-    UInt8 IndxOption;         /**< as given to Open, with or without `LX_AVIREAD_FOLLOW_FORMAT` */
-    Bool bDmlhPresent;        /**< the header list held an OpenDML header */
+    UInt32 TrackNumber[LX_AVIREAD_STREAMS]; /**< number of the stream among the streams of its kind; in
+                                                 format mode 0xFFFFFFFF for audio streams beyond eight */
+    Bool bAudioSync;          /**< 1 until the first audio chunk after a jump has been checked */
+    Bool bIndxPresent;        /**< 1 when a stream list held an `indx` chunk */
+    Bool bJumpToVideo;        /**< 1 when the first chunk after the jump has to be video */
+    UInt8 IndxOption;         /**< as given to Open; its bit `LX_AVIREAD_FOLLOW_FORMAT` selects format mode */
+    Bool bDmlhPresent;        /**< 1 when the header list held an OpenDML header */
     UInt32 dmlhTotalFrames;   /**< video frames of the whole file by that header */
-    Bool bAbsoluteOffsets;    /**< 1: index offsets and CurrentOffset are file offsets; always with
-                                   `LX_AVIREAD_FOLLOW_FORMAT` */
-    UInt32 audioSyncLeafNr;   /**< entry at which audio and video resume: its leaf */
-    UInt32 audioSyncItemNr;   /**< and its item */
-    UInt32 uiMaxRecordsInBuffer; /**< index records that one batch holds */
-    lxAviReadCore_AvixRiff_t* pCurrentAvix; /**< `movi` list being read, or null */
-    Bool bAbort;              /**< 1 makes blocking reads give up; written by any thread */
-    Bool bAvixPresent;        /**< the file has "AVIX" lists */
-    UInt32 maxReadAttempts;   /**< `fread` calls that one read may make; 0 counts as 1 */
+    Bool bAbsoluteOffsets;    /**< 1: index offsets and CurrentOffset are file offsets; always 1 in
+                                   format mode */
+    UInt32 audioSyncLeafNr;   /**< leaf of the entry at which audio and video resume */
+    UInt32 audioSyncItemNr;   /**< index of this entry in its leaf */
+    UInt32 uiMaxRecordsInBuffer; /**< number of index records in one batch */
+    lxAviReadCore_AvixRiff_t* pCurrentAvix; /**< `movi` list that delivery reads from, or null */
+    Bool bAbort;              /**< abort flag, see lxAviReadCore_SetAbortFlag; any thread may set it */
+    Bool bAvixPresent;        /**< 1 when the file has "AVIX" lists */
+    UInt32 maxReadAttempts;   /**< number of `fread` calls that one read may make; 0 counts as 1 */
 } lxAviReadCore_AviInfo_t;
 
 #ifdef __cplusplus

@@ -13,10 +13,10 @@ extern "C" {
 
 /** Success. */
 #define LX_OK 0u
-/** Of lxAviReadCore_NextChunk only, and no error: the media data is over. */
+/** The media data has ended. This is not an error; only lxAviReadCore_NextChunk returns it. */
 #define LX_AVIREAD_END_OF_MEDIA 1u
 
-/** A read did not complete within the read attempts that Open was given. */
+/** A read did not get all its bytes within the read attempts that the caller gave to Open. */
 #define LX_ERR_AVIREAD_READ 0x88019017u
 /** The heap is exhausted, or the memory budget does not hold one leaf of the key-frame table. */
 #define LX_ERR_AVIREAD_NO_MEMORY 0x8801901Cu
@@ -24,7 +24,7 @@ extern "C" {
 #define LX_ERR_AVIREAD_OPEN 0x88019801u
 /** Not a RIFF "AVI " file, or a malformed header. */
 #define LX_ERR_AVIREAD_NOT_AVI 0x88019802u
-/** A seek failed, or the next `movi` segment cannot be reached. */
+/** A seek failed, or the reader cannot reach the next `movi` segment. */
 #define LX_ERR_AVIREAD_SEEK 0x88019808u
 /** The file ended inside a read. */
 #define LX_ERR_AVIREAD_EOF 0x88019809u
@@ -38,7 +38,7 @@ extern "C" {
 #define LX_ERR_AVIREAD_VIDEO_SKIPPED 0x8801980Fu
 /** Rejected: the first chunk after a jump to a video key frame is not video. */
 #define LX_ERR_AVIREAD_JUMP_NOT_VIDEO 0x88019810u
-/** Rejected: chunk of a stream number above 16 or of an empty stream slot; its size cannot be trusted. */
+/** Rejected: the chunk has a stream number above 16, or that of an empty stream slot. Its size cannot be trusted. */
 #define LX_ERR_AVIREAD_BAD_STREAM 0x88019811u
 /** The abort flag stopped a read. */
 #define LX_ERR_AVIREAD_ABORTED 0x88019812u
@@ -66,10 +66,12 @@ extern "C" {
 /** Bytes of the DRM descriptor that a "dd" chunk carries. */
 #define LX_AVIREAD_DRM_BYTES 10
 
-/** Bit of the main header's `dwFlags`: the file has an index. Open sets or clears it by what it found. */
+/** Bit of the main header's `dwFlags`: the file has an index. Open sets the bit when it has found an index, else clears
+ *  it. */
 #define LX_AVIREAD_HAS_INDEX 0x10u
-/** A bit of Open's `IndxOption`: read files as the published AVI and OpenDML formats say. Without it the reader keeps its
- *  oddities, for callers that were built on them. The lower seven bits mean the same with it and without. */
+/** A bit of Open's `IndxOption`. 1 selects format mode: the reader reads files as the published AVI and OpenDML formats
+ *  say. 0 selects default mode: the reader keeps its oddities, for callers that were built on them. The lower seven
+ *  bits have the same meaning in both modes. */
 #define LX_AVIREAD_FOLLOW_FORMAT 0x80u
 
 /** Stream kinds: `StreamType` of a stream record, `eStreamType` of a chunk record. */
@@ -80,14 +82,14 @@ enum {
     LX_AVIREAD_STREAM_SUBTITLE = 3
 };
 
-/** Rounding of a seek: which key frame answers a time between two of them. */
+/** Rounding of a seek: which key frame the reader chooses for a time between two key frames. */
 enum {
     lxAviRead_SetPosRoundUp = 0,     /**< the first key frame at or after the time */
     lxAviRead_SetPosRoundDown = 1,   /**< the last key frame at or before the time */
-    lxAviRead_SetPosRoundNearest = 2 /**< the nearer of the two, the earlier one on a tie */
+    lxAviRead_SetPosRoundNearest = 2 /**< the nearer of the two; the earlier one when both are equally near */
 };
 
-/** Values of `wFormatTag` that the reader knows a timing rule for. */
+/** Values of `wFormatTag` for which default mode has a timing rule. */
 enum {
     LX_AVIREAD_FORMAT_PCM = 0x0001,
     LX_AVIREAD_FORMAT_IEEE_FLOAT = 0x0003,
@@ -97,17 +99,17 @@ enum {
     LX_AVIREAD_FORMAT_AC3 = 0x2000
 };
 
-/* ---- Records as they stand in the file (little-endian) -------------------------------------------------------- */
+/* ---- Records with the same layout as in the file (little-endian) ----------------------------------------------- */
 
 /** Main AVI header, the payload of `avih` (56 bytes). */
 typedef struct {
-    UInt32 dwMicroSecPerFrame; /**< duration of a video frame in microseconds; every video time derives from it */
+    UInt32 dwMicroSecPerFrame; /**< microseconds per video frame; the reader computes all video times from it */
     UInt32 dwMaxBytesPerSec;
     UInt32 dwPaddingGranularity;
-    UInt32 dwFlags;        /**< bit `LX_AVIREAD_HAS_INDEX` is kept up to date by Open */
+    UInt32 dwFlags;        /**< Open sets or clears the bit `LX_AVIREAD_HAS_INDEX` */
     UInt32 dwTotalFrames;  /**< video frames in the first RIFF list */
     UInt32 dwInitialFrames;
-    UInt32 dwStreams;      /**< number of streams, as the writer says */
+    UInt32 dwStreams;      /**< number of streams that the writer states */
     UInt32 dwSuggestedBufferSize;
     UInt32 dwWidth;        /**< pixels */
     UInt32 dwHeight;       /**< pixels */
@@ -136,7 +138,7 @@ typedef struct {
 typedef struct {
     UInt32 biSize;
     Int32 biWidth;  /**< pixels */
-    Int32 biHeight; /**< pixels; negative: rows run from the top */
+    Int32 biHeight; /**< pixels; negative: the first row is the top row */
     UInt16 biPlanes;
     UInt16 biBitCount;
     UInt32 biCompression; /**< four-character code, or a small number for uncompressed pictures */
@@ -171,24 +173,24 @@ typedef struct {
 
 /* ---- Records of the calls ------------------------------------------------------------------------------------- */
 
-/** What the OpenDML extended header says. */
+/** Contents of the OpenDML extended header. */
 typedef struct {
     Bool bPresent;        /**< 1 when the header list held an `odml` list */
     UInt32 uiTotalFrames; /**< video frames of the whole file, all RIFF lists; 0 when unknown */
 } lxAviRead_OpenDmlInfo_t;
 
-/** One chunk of the media data. The caller owns it; lxAviReadCore_NextChunk fills it. A field that a call does not
- *  mention keeps what the caller had there. */
+/** One chunk of the media data. The caller owns the record; lxAviReadCore_NextChunk fills it. A field that a call does
+ *  not set keeps its old value. */
 typedef struct {
     Bool bValid;           /**< 1: deliver the payload; 0: skip it */
-    UInt64 uiBytePosition; /**< audio: payload bytes of the track before this chunk (after a trim) */
+    UInt64 uiBytePosition; /**< audio: payload bytes of the track before this payload; a trim increases it */
     UInt32 uiFrameNumber;  /**< video: frame number; audio: number of the chunk in its track, from 0 */
     UInt32 uiStreamNr;     /**< stream number decoded from the chunk's identifier */
-    UInt32 uiSize;         /**< payload bytes to read now (a trim reduces it); not rounded up when odd */
+    UInt32 uiSize;         /**< payload bytes to read now; a trim reduces it; an odd size is not rounded up */
     Bool bKeyFrame;        /**< 1 for a key frame of the table at or after the sync point */
     UInt32 eStreamType;    /**< `LX_AVIREAD_STREAM_…` */
-    UInt16 bDrm;           /**< 1 when a "dd" chunk came before this chunk */
-    UInt8 DrmInfo[LX_AVIREAD_DRM_BYTES]; /**< that chunk's descriptor, verbatim; meaningful when bDrm is 1 */
+    UInt16 bDrm;           /**< 1 when a "dd" chunk stands before this chunk */
+    UInt8 DrmInfo[LX_AVIREAD_DRM_BYTES]; /**< descriptor of the "dd" chunk, unchanged; valid only when bDrm is 1 */
 } lxAviRead_ChunkData_t;
 
 /** The range that seeking covers. */
@@ -198,12 +200,12 @@ typedef struct {
     UInt32 uiEndTimeMsec;    /**< time of the last key frame in milliseconds; 0 without a table */
 } lxAviRead_SetPositionRangeInfo_t;
 
-/** Designates an entry of the key-frame table. */
+/** The position of an entry in the key-frame table. */
 typedef struct {
     UInt32 leafNr; /**< index into `KeyFramesListAsArray` */
     UInt32 itemNr; /**< index into that leaf's `array` */
     UInt64 Offset; /**< copy of the entry's `videoChunkOffset` */
-    Bool valid;    /**< 1 when the record designates an entry */
+    Bool valid;    /**< 1 when the record names an entry */
 } lxAviReadCore_KeyFramePosition_t;
 
 #ifdef __cplusplus

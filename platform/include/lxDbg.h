@@ -1,6 +1,6 @@
 /** @file
- *  What a component asks of the platform's debug library: a named unit with a mask of log levels, a print that
- *  the caller guards with that mask, and the report of a failed assertion. */
+ *  The functions of the platform's debug library that a component calls: registering a named unit with a mask of log
+ *  levels, printing a message (the caller tests the mask first), and reporting a failed assertion. */
 #ifndef LX_DBG_H
 #define LX_DBG_H
 
@@ -16,19 +16,19 @@ extern "C" {
 #define LX_DBG_PRINTF(formatArgument, firstArgument)
 #endif
 
-/** Number of a debug unit, 1 to `LX_DBG_UNITS` - 1. 0 is the global unit; a component whose unit is still 0 has
- *  not registered yet and logs as the global unit. */
+/** Number of a debug unit, 1 to `LX_DBG_UNITS` - 1. 0 is the global unit. Before a component has registered, its unit
+ *  number is 0, and it logs as the global unit. */
 typedef UInt32 lxDbg_Unit_t;
 
-/** Units the platform can hold, the global unit included. */
+/** Largest number of units, including the global unit. */
 #define LX_DBG_UNITS 32u
 
-/** The unit whose mask counts for every component. */
+/** The global unit. Its mask switches levels on for every component. */
 #define LX_DBG_GLOBAL_UNIT 0u
 
-/** The level mask of every unit, by unit number. A message of level L is printed when L shares a bit with the mask
- *  of its unit or with the mask of the global unit. Read it before the arguments of a message are evaluated (see
- *  `lxDbg_LevelIsOn`), so that a message that is switched off costs one test. Written by the platform only. */
+/** The level mask of every unit, by unit number. A message of level L is on when L shares a bit with the mask of its
+ *  unit or with the mask of the global unit. Test the mask before you evaluate the arguments of a message (see
+ *  `lxDbg_LevelIsOn`); then a message that is off costs only one test. Only the platform writes the masks. */
 extern UInt32 kvStbDbg_DbgUnit[LX_DBG_UNITS];
 
 /** Registers a component under `name` (copied; at most 31 characters count).
@@ -36,27 +36,28 @@ extern UInt32 kvStbDbg_DbgUnit[LX_DBG_UNITS];
  *  @return 0, or 1 when `pUnit` or `name` is null or no unit is left (`*pUnit` is then the global unit). */
 UInt32 lxDbg_RegisterModule(lxDbg_Unit_t* pUnit, const char* name);
 
-/** Prints one message of `unit` at `level`, printf fashion. Does not look at the masks: the caller has. */
+/** Prints one message of `unit` at `level`, with a format string as in printf. It does not test the masks; the caller
+ *  has done this before. */
 void lxDbg_Print(lxDbg_Unit_t unit, UInt32 level, const char* format, ...) LX_DBG_PRINTF(3, 4);
 
-/** Formats the explanation of a failed assertion, printf fashion.
- *  @return the text (cut at 511 bytes), in storage of the calling thread that the next call overwrites. */
+/** Formats the explanation of a failed assertion, with a format string as in printf.
+ *  @return the text (at most 511 bytes). The next call of the same thread overwrites it. */
 const char* lxDbg_StrAssertFormat(const char* format, ...) LX_DBG_PRINTF(1, 2);
 
 /** Reports a failed assertion. Returns to the caller unless the platform was told to abort.
  *  @param condition source text of the condition that does not hold
- *  @param text      what that means, from `lxDbg_StrAssertFormat`
+ *  @param text      the explanation, from `lxDbg_StrAssertFormat`
  *  @param file      source path of the component
  *  @param line      line in that source */
 void lxDbg_AssertError(const char* condition, const char* text, const char* file, int line);
 
-/** The levels that are printed of `unit`: its own and those of all units. */
+/** The levels that are on for `unit`: the mask of the unit and the mask of the global unit. */
 static inline UInt32 lxDbg_MaskOf(lxDbg_Unit_t unit)
 {
     return kvStbDbg_DbgUnit[unit % LX_DBG_UNITS] | kvStbDbg_DbgUnit[LX_DBG_GLOBAL_UNIT];
 }
 
-/** True when a message of `level` by `unit` is to be printed. */
+/** True when messages of `level` are on for `unit`. */
 static inline Bool lxDbg_LevelIsOn(lxDbg_Unit_t unit, UInt32 level)
 {
     return (Bool)((lxDbg_MaskOf(unit) & level) != 0);

@@ -1,5 +1,5 @@
 /** @file
- *  The platform's scalar types. Every name gives its width; nothing here depends on the compiler's `long`. */
+ *  The platform's scalar types. Every name states the width in bits. No type depends on the compiler's `long`. */
 #ifndef LX_TYPES_H
 #define LX_TYPES_H
 

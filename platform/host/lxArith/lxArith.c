@@ -1,4 +1,4 @@
-// Stands in for the set-top box's arithmetic library, so that the reader finds every library that it names.
+// Replaces the set-top box's arithmetic library on a host: the loader then finds every library that the reader needs.
 
 #include "lxArith.h"
 

@@ -1,6 +1,6 @@
 /** @file
- *  The platform's arithmetic library. On the set-top processors it carries 64-bit helpers that the compiler calls;
- *  a host needs none of them, so only its version remains. */
+ *  The platform's arithmetic library. On the set-top processors it contains 64-bit helper functions that the compiler
+ *  calls. A host needs none of them, so this version contains only the version number. */
 #ifndef LX_ARITH_H
 #define LX_ARITH_H
 

@@ -1,4 +1,4 @@
-// The debug library of a Linux host: units by name, one mask each, and one sink for everything that is printed.
+// The debug library of a Linux host: named units with one mask each, and one sink for all output.
 
 #include "lxDbgHost.h"
 
@@ -144,14 +144,14 @@ private:
 
     std::recursive_mutex m_mutex;
     std::array<std::string, LX_DBG_UNITS> m_names{"*"};
-    UInt32 m_used = 0; // highest unit number given away
+    UInt32 m_used = 0; // highest unit number in use
     std::map<std::string, UInt32> m_masks;
     std::shared_ptr<spdlog::logger> m_logger = MakeLogger(std::make_shared<spdlog::sinks::stderr_sink_mt>());
     Callbacks m_callbacks;
     bool m_abortOnAssert = false;
 };
 
-[[maybe_unused]] const DebugHost& g_loadedBeforeMain = DebugHost::Get(); // masks of the environment hold from the start
+[[maybe_unused]] const DebugHost& g_loadedBeforeMain = DebugHost::Get(); // reads LXDBG before main runs
 
 } // namespace
 
