@@ -9,9 +9,22 @@
 namespace lxavi {
 
 enum class Coding {
-    Other, Mjpeg, Mpeg4, H264, Mpeg12, Uncompressed,            // video
-    Pcm, Mp3, Mp2, Aac, Ac3,                                    // audio
-    Text, Bitmap,                                               // subtitles
+    Other,
+    // video
+    Mjpeg,
+    Mpeg4,
+    H264,
+    Mpeg12,
+    Uncompressed,
+    // audio
+    Pcm,
+    Mp3,
+    Mp2,
+    Aac,
+    Ac3,
+    // subtitles
+    Text,
+    Bitmap,
 };
 
 struct StreamCoding {

@@ -37,7 +37,7 @@ constexpr UInt32 kFileBufferBytes = 1024;
 void* s_pMetaDataBufferOwner; // the batch buffer, also while the state has forgotten it
 
 template <typename T>
-constexpr bool kPlainRecord = std::is_standard_layout_v<T> && std::is_trivially_copyable_v<T>;
+constexpr bool kPlainRecord = (std::is_standard_layout_v<T>) && (std::is_trivially_copyable_v<T>);
 
 // The records that are read from the file as they stand.
 static_assert(kPlainRecord<lxAviRead_Avih_t> && sizeof(lxAviRead_Avih_t) == 56);
