@@ -20,10 +20,7 @@ constexpr Budget kBudgets[] = {
 };
 
 // Number of passes: counting, storing, and assigning audio; only counting when the budget has no room for a leaf.
-UInt32 PassesOf(const Budget& budget)
-{
-    return budget.uiBytes < kOneLeaf ? 1 : 3;
-}
+UInt32 PassesOf(const Budget& budget) { return budget.uiBytes < kOneLeaf ? 1 : 3; }
 
 void AddIndexing(std::vector<Case>& cases, UInt32 records)
 {
@@ -70,13 +67,16 @@ std::vector<Case> Cases()
         AddIndexing(cases, records);
     }
     for (const UInt32 chunks : {6000u, 60000u, 600000u}) {
-        AddDelivery(cases, "small chunks " + std::to_string(chunks), [=]() -> const Input& { return SmallChunks(chunks); });
+        AddDelivery(cases, "small chunks " + std::to_string(chunks),
+                    [=]() -> const Input& { return SmallChunks(chunks); });
     }
     AddDelivery(cases, "large chunks 1 GiB", LargeChunks, Rejected::None, 0.5); // mostly copies memory
-    AddDelivery(cases, "rejected, skipped by the caller", [] () -> const Input& { return TwoTracks(600000, 60); },
-                Rejected::SkippedByCaller);
-    AddDelivery(cases, "rejected, resynchronised", [] () -> const Input& { return TwoTracks(60000, 2000); },
-                Rejected::LeftToResync);
+    AddDelivery(
+        cases, "rejected, skipped by the caller", []() -> const Input& { return TwoTracks(600000, 60); },
+        Rejected::SkippedByCaller);
+    AddDelivery(
+        cases, "rejected, resynchronised", []() -> const Input& { return TwoTracks(60000, 2000); },
+        Rejected::LeftToResync);
     cases.push_back({"seek + first chunks", [] { return ReaderSeeking(Film()); }, [] { return LimitSeeking(Film()); },
                      [] { return PeerSeeking(Film()); }});
     AddStepping(cases, "key-frame step forward", Steps::Forward);

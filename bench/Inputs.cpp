@@ -121,7 +121,9 @@ void WriteLarge(Input& input)
     input.uiMovi = movi;
     input.uiMoviEnd = movi + input.uiChunks * chunk.size();
     head.resize(movi);
-    const auto patch = [&head](size_t at, UInt64 size) { std::ranges::copy(U32(size), head.begin() + static_cast<long>(at)); };
+    const auto patch = [&head](size_t at, UInt64 size) {
+        std::ranges::copy(U32(size), head.begin() + static_cast<long>(at));
+    };
     patch(4, input.uiMoviEnd - 8);
     patch(movi - 8, input.uiMoviEnd - movi + 4);
     std::ofstream file(input.path, std::ios::binary);
@@ -162,10 +164,7 @@ const Input& SmallChunksOpenDml(UInt32 chunks)
     });
 }
 
-const Input& LargeChunks()
-{
-    return Files().Get("large", WriteLarge);
-}
+const Input& LargeChunks() { return Files().Get("large", WriteLarge); }
 
 const Input& TwoTracks(UInt32 chunks, UInt32 payload)
 {

@@ -18,13 +18,13 @@ struct IndexChunk {
 
 struct Input {
     std::string path;
-    UInt64 uiChunks = 0;   // number of media chunks
-    UInt64 uiMovi = 0;     // offset of the first media chunk
-    UInt64 uiMoviEnd = 0;  // offset behind the last media chunk
-    UInt64 uiIdx1 = 0;     // offset of the first record of idx1
+    UInt64 uiChunks = 0;  // number of media chunks
+    UInt64 uiMovi = 0;    // offset of the first media chunk
+    UInt64 uiMoviEnd = 0; // offset behind the last media chunk
+    UInt64 uiIdx1 = 0;    // offset of the first record of idx1
     UInt64 uiIdx1Bytes = 0;
     std::vector<IndexChunk> indexChunks; // of an OpenDML index
-    UInt64 uiRejected = 0; // payload bytes of the second audio track
+    UInt64 uiRejected = 0;               // payload bytes of the second audio track
 };
 
 // Video and one audio track in turn, with payloads of 0 to 60 bytes.

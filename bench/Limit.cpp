@@ -12,8 +12,8 @@
 namespace bench {
 namespace {
 
-constexpr UInt32 kBatchBytes = 18000;   // the library reads index records in batches of this size
-constexpr UInt32 kSkipBytes = 1024;     // the library skips payload in pieces of this size
+constexpr UInt32 kBatchBytes = 18000;    // the library reads index records in batches of this size
+constexpr UInt32 kSkipBytes = 1024;      // the library skips payload in pieces of this size
 constexpr UInt32 kIndexHeaderBytes = 32; // fields of an ix## chunk, with code and size
 constexpr UInt32 kHeaderBytes = 8;
 constexpr UInt32 kLargestPayload = 1u << 20;
@@ -203,7 +203,9 @@ public:
         }
         Dice dice;
         for (UInt32 i = 0; i < kAsked; ++i) {
-            m_asked.push_back(eLookups == Lookups::InOrder ? m_offsets[i] : m_offsets[dice.Below(static_cast<UInt32>(m_offsets.size()))]);
+            m_asked.push_back(eLookups == Lookups::InOrder
+                                  ? m_offsets[i]
+                                  : m_offsets[dice.Below(static_cast<UInt32>(m_offsets.size()))]);
         }
     }
 

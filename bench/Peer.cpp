@@ -53,10 +53,7 @@ protected:
         return stream;
     }
 
-    void Seek(UInt32 frame)
-    {
-        Expect(av_seek_frame(m_pContext, kVideo, frame, AVSEEK_FLAG_BACKWARD) >= 0, "seek");
-    }
+    void Seek(UInt32 frame) { Expect(av_seek_frame(m_pContext, kVideo, frame, AVSEEK_FLAG_BACKWARD) >= 0, "seek"); }
 
     void PlayTo(int stream)
     {

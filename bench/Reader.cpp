@@ -142,7 +142,9 @@ public:
         Bool found = 0;
         for (UInt32 i = 0; i < kJumps; ++i) {
             Expect((bForward ? lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, -1)
-                             : lxAviReadCore_SetJumpToPrevKeyFrame(&found, -1)) == LX_OK && found == 1, "step");
+                             : lxAviReadCore_SetJumpToPrevKeyFrame(&found, -1)) == LX_OK &&
+                       found == 1,
+                   "step");
             FirstFrame();
         }
         return kJumps;

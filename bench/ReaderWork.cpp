@@ -62,10 +62,7 @@ void free(void* pBlock)
 
 namespace {
 
-void Print(const std::string& name, size_t value)
-{
-    std::printf("%s\t%zu\n", name.c_str(), value);
-}
+void Print(const std::string& name, size_t value) { std::printf("%s\t%zu\n", name.c_str(), value); }
 
 void CountAllocationsOfDelivery()
 {
@@ -85,7 +82,8 @@ void CountPeak(const char* pIndex, const bench::Input& input, UInt32 budget)
     s_heap.peak = before;
     indexing->Run();
     Print("peak heap of open+index, " + std::string(pIndex) + " of " + std::to_string(input.uiChunks) + ", budget " +
-              std::to_string(budget), s_heap.peak - before);
+              std::to_string(budget),
+          s_heap.peak - before);
 }
 
 void CountHeap()

@@ -212,10 +212,7 @@ FILE* __wrap_fopen64(const char* /*path*/, const char* mode)
     return fopencookie(nullptr, mode, {lxfuzz::Read, nullptr, lxfuzz::Seek, nullptr});
 }
 
-void* __wrap_malloc(size_t bytes)
-{
-    return lxfuzz::Meets(lxfuzz::kFailedAllocation) ? nullptr : __real_malloc(bytes);
-}
+void* __wrap_malloc(size_t bytes) { return lxfuzz::Meets(lxfuzz::kFailedAllocation) ? nullptr : __real_malloc(bytes); }
 
 void* __wrap_realloc(void* pBlock, size_t bytes)
 {

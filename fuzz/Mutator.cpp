@@ -18,9 +18,9 @@ using Bytes = std::vector<UInt8>;
 
 struct Node {
     UInt8 code[4] = {};
-    UInt8 type[4] = {};   // only for a list
+    UInt8 type[4] = {}; // only for a list
     bool bList = false;
-    Bytes payload;        // only for a chunk
+    Bytes payload; // only for a chunk
     std::vector<Node> children;
 };
 
@@ -89,8 +89,9 @@ void MutatePayload(Node& node)
     node.payload.resize(LLVMFuzzerMutate(node.payload.data(), size, node.payload.size()));
 }
 
-constexpr char kCodes[][5] = {"strl", "strh", "strf", "strd", "indx", "odml", "dmlh", "JUNK", "INFO", "movi", "idx1", "00dc",
-                              "00db", "01wb", "00dd", "02st", "ix00", "ix01", "AVIX", "rec ", "LIST", "abcd", "hdrl", "avih"};
+constexpr char kCodes[][5] = {"strl", "strh", "strf", "strd", "indx", "odml", "dmlh", "JUNK",
+                              "INFO", "movi", "idx1", "00dc", "00db", "01wb", "00dd", "02st",
+                              "ix00", "ix01", "AVIX", "rec ", "LIST", "abcd", "hdrl", "avih"};
 
 void Change(std::vector<Node>& list, Random& random)
 {

@@ -34,7 +34,8 @@ AviBuilder Film(IndexKind eKind, IxLayout eLayout, UInt32 lists)
 // A script that selects default mode or format mode, opens, indexes, plays, seeks and steps.
 Bytes Script(bool bFollow)
 {
-    Bytes script = {1, 64, static_cast<UInt8>(bFollow ? 0x81 : 1), 8, 0, 10, 0, 0, 30, 1, 5, 0, 9, 2, 1, 0, 9, 4, 1, 0, 9, 6, 1};
+    Bytes script = {
+        1, 64, static_cast<UInt8>(bFollow ? 0x81 : 1), 8, 0, 10, 0, 0, 30, 1, 5, 0, 9, 2, 1, 0, 9, 4, 1, 0, 9, 6, 1};
     script.resize(34);
     script.push_back(script[2]); // for the target that uses only the last byte, as option
     return script;
@@ -46,8 +47,9 @@ int main(int argc, char** argv)
 {
     const std::string folder = argc > 1 ? argv[1] : ".";
     int written = 0;
-    for (const IndexKind eKind : {IndexKind::None, IndexKind::Idx1Relative, IndexKind::Idx1Absolute, IndexKind::SuperStandard,
-                                  IndexKind::SuperField, IndexKind::OneLevelStandard, IndexKind::OneLevelField}) {
+    for (const IndexKind eKind :
+         {IndexKind::None, IndexKind::Idx1Relative, IndexKind::Idx1Absolute, IndexKind::SuperStandard,
+          IndexKind::SuperField, IndexKind::OneLevelStandard, IndexKind::OneLevelField}) {
         for (const bool bFollow : {false, true}) {
             for (const UInt32 lists : {1u, 3u}) {
                 AviBuilder film = Film(eKind, bFollow ? IxLayout::At32 : IxLayout::At36, lists);

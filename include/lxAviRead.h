@@ -91,8 +91,8 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
  *  @return LX_OK; LX_ERR_AVIREAD_OPEN, _NOT_AVI, _EOF (no `movi` list), _READ, _ABORTED, _NO_MEMORY, or a result of
  *          the walk over the "AVIX" lists (_AVIX_LIST, _SEEK). After a failure the reader knows no stream; the file
  *          stays open until the next Open with a path, Reset or Close. */
-LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttempts,
-                                     UInt32 memoryUsageLimit, UInt8 IndxOption, Bool* pAllIndexed);
+LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttempts, UInt32 memoryUsageLimit,
+                                     UInt8 IndxOption, Bool* pAllIndexed);
 
 /** Seeks to the first chunk of the media data. Call it last before delivery.
  *  @return LX_OK, or LX_ERR_AVIREAD_SEEK; then delivery can still begin at the current position of the file */
@@ -264,8 +264,7 @@ LX_AVIREAD_RESULT lxAviReadCore_ParseIdx1Chunk(UInt32 instance);
  *  `*numberOfKeyFrames` to 0 before), and computes the size of the table. The file has to stand at the first record;
  *  `uiSize` is in bytes. */
 LX_AVIREAD_RESULT lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32* SkipKey,
-                                                  UInt32* neededLeafs, UInt32* neededMemory,
-                                                  UInt32* numberOfKeyFrames);
+                                                  UInt32* neededLeafs, UInt32* neededMemory, UInt32* numberOfKeyFrames);
 /** Second pass: allocates the table and stores the key frames. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIndex_Video(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize,
                                                  UInt32 SkipKey, UInt32 neededLeafs);

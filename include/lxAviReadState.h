@@ -39,8 +39,8 @@ typedef struct lxAviReadCore_KeyFrameLeaf_s {
 
 /** One `movi` list of the file. */
 typedef struct lxAviReadCore_AvixRiff_s {
-    UInt64 moviDataOffset; /**< file offset of the first chunk in the list */
-    UInt32 moviDataSize;   /**< bytes of chunks, without the list type */
+    UInt64 moviDataOffset;                      /**< file offset of the first chunk in the list */
+    UInt32 moviDataSize;                        /**< bytes of chunks, without the list type */
     struct lxAviReadCore_AvixRiff_s* pNextAvix; /**< following list in the file, or null */
     struct lxAviReadCore_AvixRiff_s* pPrevAvix; /**< preceding list in the file, or null */
 } lxAviReadCore_AvixRiff_t;
@@ -90,15 +90,15 @@ typedef struct {
 
 /** One stream. */
 typedef struct {
-    UInt32 StreamType;       /**< `LX_AVIREAD_STREAM_…`; set when the format is read */
+    UInt32 StreamType; /**< `LX_AVIREAD_STREAM_…`; set when the format is read */
     lxAviRead_Strh_t Header;
-    void* Format;            /**< `LX_AVIREAD_FORMAT_BYTES` bytes */
-    Bool bStrdPresent;       /**< 1 when StreamData holds a `strd` payload */
-    Bool bIndexParsed;       /**< 1 when the stream's `indx` chunk filled the key-frame table inside Open */
-    UInt32 uiStreamSize;     /**< payload bytes of the stream by the index; in default mode a second parse adds them
+    void* Format;        /**< `LX_AVIREAD_FORMAT_BYTES` bytes */
+    Bool bStrdPresent;   /**< 1 when StreamData holds a `strd` payload */
+    Bool bIndexParsed;   /**< 1 when the stream's `indx` chunk filled the key-frame table inside Open */
+    UInt32 uiStreamSize; /**< payload bytes of the stream by the index; in default mode a second parse adds them
                                   again */
-    Int32 iFrameSize;        /**< audio frame size in bytes, or 0 */
-    void* StreamData;        /**< `LX_AVIREAD_STREAM_DATA_BYTES` bytes */
+    Int32 iFrameSize;    /**< audio frame size in bytes, or 0 */
+    void* StreamData;    /**< `LX_AVIREAD_STREAM_DATA_BYTES` bytes */
     lxAviReadCore_IndxChunk_t IndxChunk;
 } lxAviReadCore_StreamInfo_t;
 
@@ -113,34 +113,34 @@ typedef struct {
     UInt64 riffSize;          /**< bytes of the first RIFF list behind "AVI " */
     lxAviRead_Avih_t* AviHdr; /**< main header, or null */
     UInt32 uiUnused1;
-    Int32 audioStreamNr;      /**< first audio stream, or -1 */
-    Int32 videoStreamNr;      /**< main video stream, or -1 */
+    Int32 audioStreamNr;                                        /**< first audio stream, or -1 */
+    Int32 videoStreamNr;                                        /**< main video stream, or -1 */
     lxAviReadCore_StreamInfo_t* StreamInfo[LX_AVIREAD_STREAMS]; /**< by stream number; null when not allocated */
-    UInt64 JumpOffset;        /**< target of the pending jump, counted like CurrentOffset; 0: no jump */
-    UInt64 CurrentOffset;     /**< delivery: file offset, or counted from the "movi" code (first chunk at 4) */
+    UInt64 JumpOffset;          /**< target of the pending jump, counted like CurrentOffset; 0: no jump */
+    UInt64 CurrentOffset;       /**< delivery: file offset, or counted from the "movi" code (first chunk at 4) */
     UInt32 AudioTracksCount;    /**< number of audio streams, may exceed 8 */
     UInt32 SubtitleTracksCount; /**< number of subtitle streams, may exceed 8 */
     UInt32 uiUnused2;
     lxAviReadCore_KeyFrameLeaf_t** KeyFramesListAsArray; /**< leaves of the key-frame table, or null */
     UInt32 KeyFramesListAsArrayLength;                   /**< number of leaves; 0: no table */
-    UInt32 memoryUsageLimit;  /**< budget of the key-frame table in bytes */
-    UInt32 TrackNumber[LX_AVIREAD_STREAMS]; /**< number of the stream among the streams of its kind; in
+    UInt32 memoryUsageLimit;                             /**< budget of the key-frame table in bytes */
+    UInt32 TrackNumber[LX_AVIREAD_STREAMS];              /**< number of the stream among the streams of its kind; in
                                                  format mode 0xFFFFFFFF for audio streams beyond eight */
-    Bool bAudioSync;          /**< 1 until the first audio chunk after a jump has been checked */
-    Bool bIndxPresent;        /**< 1 when a stream list held an `indx` chunk */
-    Bool bJumpToVideo;        /**< 1 when the first chunk after the jump has to be video */
-    UInt8 IndxOption;         /**< as given to Open; its bit `LX_AVIREAD_FOLLOW_FORMAT` selects format mode */
-    Bool bDmlhPresent;        /**< 1 when the header list held an OpenDML header */
-    UInt32 dmlhTotalFrames;   /**< video frames of the whole file by that header */
-    Bool bAbsoluteOffsets;    /**< 1: index offsets and CurrentOffset are file offsets; always 1 in
+    Bool bAudioSync;             /**< 1 until the first audio chunk after a jump has been checked */
+    Bool bIndxPresent;           /**< 1 when a stream list held an `indx` chunk */
+    Bool bJumpToVideo;           /**< 1 when the first chunk after the jump has to be video */
+    UInt8 IndxOption;            /**< as given to Open; its bit `LX_AVIREAD_FOLLOW_FORMAT` selects format mode */
+    Bool bDmlhPresent;           /**< 1 when the header list held an OpenDML header */
+    UInt32 dmlhTotalFrames;      /**< video frames of the whole file by that header */
+    Bool bAbsoluteOffsets;       /**< 1: index offsets and CurrentOffset are file offsets; always 1 in
                                    format mode */
-    UInt32 audioSyncLeafNr;   /**< leaf of the entry at which audio and video resume */
-    UInt32 audioSyncItemNr;   /**< index of this entry in its leaf */
+    UInt32 audioSyncLeafNr;      /**< leaf of the entry at which audio and video resume */
+    UInt32 audioSyncItemNr;      /**< index of this entry in its leaf */
     UInt32 uiMaxRecordsInBuffer; /**< number of index records in one batch */
     lxAviReadCore_AvixRiff_t* pCurrentAvix; /**< `movi` list that delivery reads from, or null */
-    Bool bAbort;              /**< abort flag, see lxAviReadCore_SetAbortFlag; any thread may set it */
-    Bool bAvixPresent;        /**< 1 when the file has "AVIX" lists */
-    UInt32 maxReadAttempts;   /**< number of `fread` calls that one read may make; 0 counts as 1 */
+    Bool bAbort;                            /**< abort flag, see lxAviReadCore_SetAbortFlag; any thread may set it */
+    Bool bAvixPresent;                      /**< 1 when the file has "AVIX" lists */
+    UInt32 maxReadAttempts;                 /**< number of `fread` calls that one read may make; 0 counts as 1 */
 } lxAviReadCore_AviInfo_t;
 
 #ifdef __cplusplus

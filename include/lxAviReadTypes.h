@@ -106,13 +106,13 @@ typedef struct {
     UInt32 dwMicroSecPerFrame; /**< microseconds per video frame; the reader computes all video times from it */
     UInt32 dwMaxBytesPerSec;
     UInt32 dwPaddingGranularity;
-    UInt32 dwFlags;        /**< Open sets or clears the bit `LX_AVIREAD_HAS_INDEX` */
-    UInt32 dwTotalFrames;  /**< video frames in the first RIFF list */
+    UInt32 dwFlags;       /**< Open sets or clears the bit `LX_AVIREAD_HAS_INDEX` */
+    UInt32 dwTotalFrames; /**< video frames in the first RIFF list */
     UInt32 dwInitialFrames;
-    UInt32 dwStreams;      /**< number of streams that the writer states */
+    UInt32 dwStreams; /**< number of streams that the writer states */
     UInt32 dwSuggestedBufferSize;
-    UInt32 dwWidth;        /**< pixels */
-    UInt32 dwHeight;       /**< pixels */
+    UInt32 dwWidth;  /**< pixels */
+    UInt32 dwHeight; /**< pixels */
     UInt32 dwReserved[4];
 } lxAviRead_Avih_t;
 
@@ -157,8 +157,8 @@ typedef struct {
     UInt32 nAvgBytesPerSec;
     UInt16 nBlockAlign; /**< bytes per block */
     UInt16 wBitsPerSample;
-    UInt16 cbSize;            /**< bytes of the extension that follows */
-    UInt8 uiExtension[14];    /**< the first 14 bytes of the extension, as read */
+    UInt16 cbSize;         /**< bytes of the extension that follows */
+    UInt8 uiExtension[14]; /**< the first 14 bytes of the extension, as read */
 } lxAviRead_StrfAudio_t;
 
 /** Text subtitle format, the payload of `strf` of a "txts" stream (the first 8 bytes), as read. */

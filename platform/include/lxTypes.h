@@ -6,12 +6,12 @@
 #include <stddef.h>
 #include <stdint.h>
 
-typedef uint8_t  UInt8;
+typedef uint8_t UInt8;
 typedef uint16_t UInt16;
 typedef uint32_t UInt32;
 typedef uint64_t UInt64;
-typedef int16_t  Int16;
-typedef int32_t  Int32;
+typedef int16_t Int16;
+typedef int32_t Int32;
 
 /** A truth value of exactly 8 bits: 0 is false, 1 is true. */
 typedef UInt8 Bool;

@@ -171,13 +171,23 @@ protected:
                 }
             }
         }
-        const std::set<UInt32> defined = {LX_OK, LX_AVIREAD_END_OF_MEDIA, LX_ERR_AVIREAD_READ,
-                                          LX_ERR_AVIREAD_NO_MEMORY, LX_ERR_AVIREAD_OPEN, LX_ERR_AVIREAD_NOT_AVI,
-                                          LX_ERR_AVIREAD_SEEK, LX_ERR_AVIREAD_EOF, LX_ERR_AVIREAD_NO_INDEX,
-                                          LX_ERR_AVIREAD_AUDIO_SKIPPED, LX_ERR_AVIREAD_VIDEO_SKIPPED,
-                                          LX_ERR_AVIREAD_JUMP_NOT_VIDEO, LX_ERR_AVIREAD_BAD_STREAM,
-                                          LX_ERR_AVIREAD_ABORTED, LX_ERR_AVIREAD_NO_KEY_FRAME,
-                                          LX_ERR_AVIREAD_AVIX_LIST, LX_ERR_AVIREAD_INDEX_STREAM,
+        const std::set<UInt32> defined = {LX_OK,
+                                          LX_AVIREAD_END_OF_MEDIA,
+                                          LX_ERR_AVIREAD_READ,
+                                          LX_ERR_AVIREAD_NO_MEMORY,
+                                          LX_ERR_AVIREAD_OPEN,
+                                          LX_ERR_AVIREAD_NOT_AVI,
+                                          LX_ERR_AVIREAD_SEEK,
+                                          LX_ERR_AVIREAD_EOF,
+                                          LX_ERR_AVIREAD_NO_INDEX,
+                                          LX_ERR_AVIREAD_AUDIO_SKIPPED,
+                                          LX_ERR_AVIREAD_VIDEO_SKIPPED,
+                                          LX_ERR_AVIREAD_JUMP_NOT_VIDEO,
+                                          LX_ERR_AVIREAD_BAD_STREAM,
+                                          LX_ERR_AVIREAD_ABORTED,
+                                          LX_ERR_AVIREAD_NO_KEY_FRAME,
+                                          LX_ERR_AVIREAD_AVIX_LIST,
+                                          LX_ERR_AVIREAD_INDEX_STREAM,
                                           LX_ERR_AVIREAD_JUMP_RANGE};
         for (const UInt32 code : m_codes) {
             EXPECT_TRUE(defined.contains(code)) << std::hex << code;
@@ -246,7 +256,9 @@ TEST_P(ReadFaultLoops, EveryReadFailsWhole)
 TEST_P(ReadFaultLoops, EveryReadMeetsTheEndOfTheFile)
 {
     ExhaustAllFiles(
-        [this](UInt64 n, bool bFromThenOn) { Faults().FaultRead(n, {ReadFault::Kind::EndOfFile, 1}, bFromThenOn); },
+        [this](UInt64 n, bool bFromThenOn) {
+            Faults().FaultRead(n, {ReadFault::Kind::EndOfFile, 1}, bFromThenOn);
+        },
         GetParam());
     EXPECT_TRUE(m_codes.contains(LX_ERR_AVIREAD_EOF));
 }

@@ -179,7 +179,7 @@ protected:
     std::ostringstream out;
     bool bQuiet = false;
     bool bInFull = false; // every chunk and message, not their sums
-    UInt8 mode = 0; // added to every scenario's option with a bitwise or
+    UInt8 mode = 0;       // added to every scenario's option with a bitwise or
 
     void MessagesInFull()
     {
@@ -194,7 +194,8 @@ protected:
 
     void Messages()
     {
-        static const std::regex kVolatile("(Free\\( 0x[0-9a-f]+|0x[0-9a-f]{6,}|\\(nil\\)|:\\d+$|:\\d+\\)|line:\\d+|at line \\d+|line \\d+)");
+        static const std::regex kVolatile(
+            "(Free\\( 0x[0-9a-f]+|0x[0-9a-f]{6,}|\\(nil\\)|:\\d+$|:\\d+\\)|line:\\d+|at line \\d+|line \\d+)");
         if (!kHasMessages) {
             out << "messages are not in this build\n";
             log.Clear();
@@ -234,8 +235,8 @@ protected:
             const auto& keys = *Info().KeyFramesListAsArray[leaf];
             for (UInt32 item = 0; item < keys.arrayLength; item += 1 + keys.arrayLength / 8) {
                 const auto& key = keys.array[item];
-                out << "key " << leaf << "." << item << " " << key.videoFrameNumber << " " << key.videoChunkOffset << " "
-                    << key.timeMsec;
+                out << "key " << leaf << "." << item << " " << key.videoFrameNumber << " " << key.videoChunkOffset
+                    << " " << key.timeMsec;
                 for (UInt32 track = 0; track < 2; ++track) {
                     out << " | " << key.audioFrameNumber[track] << " " << key.audioChunkOffset[track] << " "
                         << key.audioBytePosition[track];
@@ -249,9 +250,9 @@ protected:
     {
         std::ostringstream line;
         line << "chunk " << std::hex << got.uiResult << std::dec << " stream " << got.chunk.uiStreamNr << " frame "
-             << got.chunk.uiFrameNumber << " bytes " << got.chunk.uiBytePosition << " size " << got.chunk.uiSize << " key "
-             << int{got.chunk.bKeyFrame} << " drm " << int{got.chunk.bDrm} << " jumped " << got.bJumped << " sum "
-             << SumOf(got.payload) << " time "
+             << got.chunk.uiFrameNumber << " bytes " << got.chunk.uiBytePosition << " size " << got.chunk.uiSize
+             << " key " << int{got.chunk.bKeyFrame} << " drm " << int{got.chunk.bDrm} << " jumped " << got.bJumped
+             << " sum " << SumOf(got.payload) << " time "
              << lxAviReadCore_GetStreamTime(got.chunk.uiStreamNr, got.chunk.uiFrameNumber, got.chunk.uiBytePosition);
         return line.str();
     }
@@ -290,7 +291,8 @@ protected:
         Bool found = 0;
         for (const UInt32 time : {0u, 700u, 1500u, 999999u}) {
             for (UInt32 rounding = 0; rounding < 3; ++rounding) {
-                out << "seek " << time << " " << rounding << " to " << lxAviReadCore_SeekToTime(time, 0, rounding) << "\n";
+                out << "seek " << time << " " << rounding << " to " << lxAviReadCore_SeekToTime(time, 0, rounding)
+                    << "\n";
                 State();
                 Play(rounding == 1 ? 6 : 1);
             }
@@ -322,7 +324,8 @@ protected:
                 out << "index " << std::hex << lxAviReadCore_ParseIndex(0) << std::dec << "\n";
             }
             static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
-            out << "range " << range.uiLastKeyFrameNr << " " << range.uiStartTimeMsec << " " << range.uiEndTimeMsec << "\n";
+            out << "range " << range.uiLastKeyFrameNr << " " << range.uiStartTimeMsec << " " << range.uiEndTimeMsec
+                << "\n";
             TableLines();
             State();
             if (scenario.bSeekable) {

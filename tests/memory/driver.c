@@ -33,10 +33,7 @@ void lxDbg_Print(lxDbg_Unit_t unit, UInt32 level, const char* format, ...)
     va_end(arguments);
 }
 
-const char* lxDbg_StrAssertFormat(const char* format, ...)
-{
-    return format;
-}
+const char* lxDbg_StrAssertFormat(const char* format, ...) { return format; }
 
 void lxDbg_AssertError(const char* condition, const char* text, const char* file, int line)
 {
@@ -90,8 +87,8 @@ static void Play(UInt32 chunks)
             if (!Deliver(&chunk)) {
                 return;
             }
-        } else if (result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_SEEK ||
-                   result == LX_ERR_AVIREAD_JUMP_RANGE) {
+        } else if (result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_READ ||
+                   result == LX_ERR_AVIREAD_SEEK || result == LX_ERR_AVIREAD_JUMP_RANGE) {
             return;
         } else if (result != LX_ERR_AVIREAD_BAD_STREAM) {
             if (lxAviReadCore_RemoveChunk(chunk.uiSize) != LX_OK) {

@@ -182,8 +182,8 @@ TEST_F(Quirks, Quirk_Q14_AnIndexChunkEndsItsStreamList)
 {
     // If the reader read the second header as part of the stream list, the stream's rate would change.
     Stream other = VideoStream(99);
-    builder.streams[0].extra = Chunk("indx", U16(4) + Bytes{0, 0} + U32(0) + Text("00dc") + Fill(12)) +
-                               Chunk("strh", AsBytes(other.header));
+    builder.streams[0].extra =
+        Chunk("indx", U16(4) + Bytes{0, 0} + U32(0) + Text("00dc") + Fill(12)) + Chunk("strh", AsBytes(other.header));
     builder.Frame(0, Fill(4), true);
     ASSERT_EQ(Open(builder), LX_OK);
     EXPECT_EQ(Info().StreamInfo[0]->Header.dwRate, 25u);
@@ -406,8 +406,7 @@ TEST_F(Quirks, Quirk_Q36_AOneLevelFieldIndexIsCountedAs8ByteRecords)
 {
     // Read as two 12-byte records, one is a key frame; read as two 8-byte records, none is a key frame.
     const Bytes records = U32(8) + U32(0x80000004u) + U32(0) + U32(0x80000000u) + U32(4) + U32(0);
-    builder.streams[0].extra =
-        Chunk("indx", U16(3) + Bytes{1, 1} + U32(2) + Text("00dc") + U64(0) + U32(0) + records);
+    builder.streams[0].extra = Chunk("indx", U16(3) + Bytes{1, 1} + U32(2) + Text("00dc") + U64(0) + U32(0) + records);
     builder.eIndex = IndexKind::None;
     builder.Frame(0, Fill(4), true);
     static_cast<void>(Open(builder));

@@ -15,13 +15,13 @@ constexpr size_t kNoKey = static_cast<size_t>(-1);
 
 // A chunk of the linear reading.
 struct Chunk0 {
-    UInt64 uiStart; // offset of the chunk, or of the "dd" chunk before it; counts like the index
+    UInt64 uiStart;  // offset of the chunk, or of the "dd" chunk before it; counts like the index
     UInt64 uiHeader; // offset of the chunk's own header; counts like the index
     UInt32 uiSize;
-    int iTrack; // audio track, or -1 for video
-    UInt32 uiFrame; // video frame number
-    UInt32 uiNumber; // chunk number in its track
-    UInt64 uiBytes;  // payload bytes of the track before the chunk
+    int iTrack;            // audio track, or -1 for video
+    UInt32 uiFrame;        // video frame number
+    UInt32 uiNumber;       // chunk number in its track
+    UInt64 uiBytes;        // payload bytes of the track before the chunk
     size_t uiKey = kNoKey; // index into the stored key frames
     Bytes payload;
     bool bIndexed = true;
@@ -39,15 +39,15 @@ struct Key {
 
 // The expected state of the reader, computed from the list.
 struct Model {
-    size_t uiAt = 0;        // number of the next chunk
-    size_t uiSync = 0;      // number of the key frame that is the sync entry
+    size_t uiAt = 0;   // number of the next chunk
+    size_t uiSync = 0; // number of the key frame that is the sync entry
     bool bAudioSync = false;
     bool bJumped = false;      // the next chunk is the first after a jump
     bool bJumpToVideo = false; // the first chunk after a jump has to be video
     UInt32 uiVideoFrame = 0;
     UInt32 audioNumber[8] = {};
     UInt64 audioBytes[8] = {};
-    size_t uiLast = 0;      // key frame played last
+    size_t uiLast = 0; // key frame played last
     bool bLastValid = false;
 };
 
@@ -183,8 +183,15 @@ protected:
                 pDrm = &item;
                 continue;
             }
-            Chunk0 chunk = {item.uiOffset - base, item.uiOffset - base, static_cast<UInt32>(item.payload.size()),
-                            item.code[1] - '1', 0, 0, 0, kNoKey, item.payload};
+            Chunk0 chunk = {item.uiOffset - base,
+                            item.uiOffset - base,
+                            static_cast<UInt32>(item.payload.size()),
+                            item.code[1] - '1',
+                            0,
+                            0,
+                            0,
+                            kNoKey,
+                            item.payload};
             if (pDrm != nullptr) {
                 chunk.uiStart = pDrm->uiOffset - base;
                 pDrm = nullptr;
@@ -267,10 +274,9 @@ protected:
             return 0;
         }
         const UInt32 blockBytes = follow ? stream.header.dwSampleSize : stream.header.dwScale;
-        const float block = follow ? static_cast<float>(stream.header.dwScale * 1000.0) /
-                                         static_cast<float>(stream.header.dwRate)
-                                   : static_cast<float>(blockBytes * 1000.0) /
-                                         static_cast<float>(Get32(stream.format, 8));
+        const float block =
+            follow ? static_cast<float>(stream.header.dwScale * 1000.0) / static_cast<float>(stream.header.dwRate)
+                   : static_cast<float>(blockBytes * 1000.0) / static_cast<float>(Get32(stream.format, 8));
         const float video = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
         const auto audio = static_cast<float>(AudioTime(chunk.iTrack, model.audioNumber[chunk.iTrack], bytes));
         const float blocks = (video - (block + audio)) / block;

@@ -44,8 +44,8 @@ Stream PcmStream(UInt32 samplesPerSec, UInt16 channels, UInt16 bits)
     stream.header.dwScale = blockAlign;
     stream.header.dwRate = samplesPerSec * blockAlign;
     stream.header.dwSampleSize = blockAlign;
-    stream.format = AudioFormat(LX_AVIREAD_FORMAT_PCM, channels, samplesPerSec, samplesPerSec * blockAlign, blockAlign,
-                                bits);
+    stream.format =
+        AudioFormat(LX_AVIREAD_FORMAT_PCM, channels, samplesPerSec, samplesPerSec * blockAlign, blockAlign, bits);
     return stream;
 }
 
@@ -190,7 +190,8 @@ Bytes AviBuilder::Indx(UInt32 streamNr) const
     const bool bAudio = streams[streamNr].header.fccType == Code("auds");
     const Bytes chunkId = Text(StreamDigits(streamNr)) + Text(bAudio ? "wb" : "dc");
     if (IsSuper()) {
-        Bytes body = U16(4) + Bytes{static_cast<UInt8>(IsField() ? 1 : 0), 0} + U32(RiffCount()) + chunkId + Fill(12, 0);
+        Bytes body =
+            U16(4) + Bytes{static_cast<UInt8>(IsField() ? 1 : 0), 0} + U32(RiffCount()) + chunkId + Fill(12, 0);
         for (UInt32 riff = 0; riff < RiffCount(); ++riff) {
             const SuperEntry entry = m_super.empty() ? SuperEntry{} : m_super[streamNr][riff];
             body += U64(entry.uiOffset) + U32(entry.uiSize) + U32(entry.uiDuration);

@@ -61,23 +61,23 @@ public:
     std::optional<UInt32> dmlhTotalFrames; // writes an odml list
     IndexKind eIndex = IndexKind::Idx1Relative;
     IxLayout eLayout = IxLayout::At36;
-    bool bIdx1Too = false;      // besides an OpenDML index, an idx1 of the first list with relative offsets
-    bool bIxInMovi = true;      // true: ix## chunks stand in the movi list; false: behind it, in the RIFF list
-    Bytes beforeMovi;           // chunks between the header list and movi
-    Bytes inOdml;               // chunks before the dmlh chunk
-    Bytes beforeMoviInAvix;     // chunks of every further RIFF list
-    Bytes behindMovi;           // chunks between movi and idx1
+    bool bIdx1Too = false;  // besides an OpenDML index, an idx1 of the first list with relative offsets
+    bool bIxInMovi = true;  // true: ix## chunks stand in the movi list; false: behind it, in the RIFF list
+    Bytes beforeMovi;       // chunks between the header list and movi
+    Bytes inOdml;           // chunks before the dmlh chunk
+    Bytes beforeMoviInAvix; // chunks of every further RIFF list
+    Bytes behindMovi;       // chunks between movi and idx1
     Bytes behindIdx1;
-    Bytes inHeaderList;         // chunks behind the stream lists
-    UInt64 uiBaseShift = 0;     // added to every base offset, and subtracted from the offsets of the records
+    Bytes inHeaderList;     // chunks behind the stream lists
+    UInt64 uiBaseShift = 0; // added to every base offset, and subtracted from the offsets of the records
 
     AviBuilder& Add(const Stream& stream);
     AviBuilder& Frame(UInt32 streamNr, const Bytes& payload, bool bKey, std::string_view twocc = "dc");
     AviBuilder& Audio(UInt32 streamNr, const Bytes& payload);
     AviBuilder& Drm(UInt32 streamNr, const Bytes& payload);
     AviBuilder& Media(std::string_view code, const Bytes& payload, bool bKey = false, bool bIndexed = true);
-    AviBuilder& Raw(const Bytes& bytes); // bytes between chunks, not in the index
-    AviBuilder& NextRiff();              // begins a new AVIX list
+    AviBuilder& Raw(const Bytes& bytes);        // bytes between chunks, not in the index
+    AviBuilder& NextRiff();                     // begins a new AVIX list
     AviBuilder& ForeignRiff(const Bytes& riff); // bytes before the next AVIX list
 
     // Builds the file, and sets the offsets of the media items.

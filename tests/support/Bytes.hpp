@@ -52,15 +52,9 @@ inline Bytes Chunk(std::string_view code, const Bytes& payload)
     return payload.size() % 2 != 0 ? chunk + Fill(1, 0) : chunk;
 }
 
-inline Bytes List(std::string_view type, const Bytes& payload)
-{
-    return Chunk("LIST", Text(type) + payload);
-}
+inline Bytes List(std::string_view type, const Bytes& payload) { return Chunk("LIST", Text(type) + payload); }
 
-inline Bytes Riff(std::string_view form, const Bytes& payload)
-{
-    return Chunk("RIFF", Text(form) + payload);
-}
+inline Bytes Riff(std::string_view form, const Bytes& payload) { return Chunk("RIFF", Text(form) + payload); }
 
 // Overwrites a word of a finished file.
 inline void Patch32(Bytes& file, size_t offset, UInt32 value)

@@ -122,10 +122,7 @@ void FaultScript::FaultRead(UInt64 n, const ReadFault& fault, bool bFromThenOn)
     m_pending.reset();
 }
 
-void FaultScript::FaultReadToo(UInt64 n, const ReadFault& fault)
-{
-    m_readFaults.push_back({{n, false}, fault});
-}
+void FaultScript::FaultReadToo(UInt64 n, const ReadFault& fault) { m_readFaults.push_back({{n, false}, fault}); }
 
 void FaultScript::FailSeek(UInt64 n, bool bFromThenOn)
 {

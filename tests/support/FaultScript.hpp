@@ -57,7 +57,7 @@ public:
     UInt64 ReadSize(size_t i) const { return m_readSizes.at(i); }
     const std::vector<UInt64>& ReadSizes() const { return m_readSizes; }
     UInt64 Seeks() const { return m_uiSeeks; }
-    bool Met() const { return m_bMet; } // a scripted fault has happened
+    bool Met() const { return m_bMet; }              // a scripted fault has happened
     UInt64 Injected() const { return m_uiInjected; } // faults since the program began
 
     // The wrapped functions call these.

@@ -60,14 +60,15 @@ size_t LogRecorder::Count(const std::string& text) const
 size_t LogRecorder::CountPrefix(const std::string& text) const
 {
     const std::vector<LogLine>& lines = Lines();
-    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(),
-                                             [&](const LogLine& line) { return line.text.starts_with(text); }));
+    return static_cast<size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.starts_with(text); }));
 }
 
 bool LogRecorder::Has(UInt32 level, const std::string& text) const
 {
     const std::vector<LogLine>& lines = Lines();
-    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.uiLevel == level && line.text == text; });
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const LogLine& line) { return line.uiLevel == level && line.text == text; });
 }
 
 bool LogRecorder::HasAssertion(const std::string& condition, const std::string& text) const

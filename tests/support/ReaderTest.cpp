@@ -41,10 +41,7 @@ void ReaderTest::OpenIndexed(const Bytes& file, UInt32 budget)
     log.Clear();
 }
 
-void ReaderTest::Position()
-{
-    ASSERT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_OK);
-}
+void ReaderTest::Position() { ASSERT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_OK); }
 
 Delivered ReaderTest::Next(UInt32 audioTrack, UInt32 subtitleTrack)
 {

@@ -20,9 +20,9 @@ struct Delivered {
     UInt32 uiResult;
     lxAviRead_ChunkData_t chunk;
     bool bJumped;
-    Bytes payload;     // when the chunk is valid
+    Bytes payload;          // when the chunk is valid
     UInt32 uiPayloadResult; // result of reading the payload
-    UInt64 uiPosition; // file offset of the chunk's header
+    UInt64 uiPosition;      // file offset of the chunk's header
 };
 
 constexpr UInt32 kPlenty = 64u << 20; // a budget with room for all key frames

@@ -34,9 +34,10 @@ protected:
         stream.header.dwScale = OneOf({0, 1, 2, 1152, 44100, 0xFFFFFFFF});
         stream.header.dwStart = OneOf({0, 0, 0, 7, 1000, 0xFFFFFFF0});
         stream.header.dwSampleSize = OneOf({0, 1, 2, 4, 0xFFFFFFFF});
-        stream.format = AudioFormat(static_cast<UInt16>(OneOf({LX_AVIREAD_FORMAT_PCM, LX_AVIREAD_FORMAT_AC3, LX_AVIREAD_FORMAT_MPEG_LAYER3,
-                                                               LX_AVIREAD_FORMAT_AAC, 0x1234})),
-                                    2, 8000, OneOf({0, 1, 16000, 0xFFFFFFFF}), static_cast<UInt16>(OneOf({0, 1, 2, 4})), 16);
+        stream.format =
+            AudioFormat(static_cast<UInt16>(OneOf({LX_AVIREAD_FORMAT_PCM, LX_AVIREAD_FORMAT_AC3,
+                                                   LX_AVIREAD_FORMAT_MPEG_LAYER3, LX_AVIREAD_FORMAT_AAC, 0x1234})),
+                        2, 8000, OneOf({0, 1, 16000, 0xFFFFFFFF}), static_cast<UInt16>(OneOf({0, 1, 2, 4})), 16);
         return stream;
     }
 
@@ -176,7 +177,8 @@ TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
     state.lastChunkOffset = 777;
     lxAviReadCore_KeyFramePosition_t cursor = {0, 0, 0, 1};
     UInt32 cursorTime = 0;
-    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime), LX_OK);
+    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime),
+              LX_OK);
     EXPECT_EQ(cursor.itemNr, 1u);
     EXPECT_EQ(Entry(0, 0).audioChunkOffset[0], 777u);
 }
@@ -185,14 +187,19 @@ TEST_F(AudioPlacement, GoesOnFromAStateWithoutACount)
 TEST_F(AudioPlacement, GoesOnFromTheCursorGiven)
 {
     AviBuilder builder;
-    builder.Add(VideoStream()).Add(Mp3VbrStream()).Frame(0, Fill(8, 0), true).Frame(0, Fill(2), true).Frame(0, Fill(2), true);
+    builder.Add(VideoStream())
+        .Add(Mp3VbrStream())
+        .Frame(0, Fill(8, 0), true)
+        .Frame(0, Fill(2), true)
+        .Frame(0, Fill(2), true);
     builder.streams[1].header.dwStart = 1;
     StandAtARecord(builder);
     lxAvi2ReadCore_AudioIndexState_t state = {};
     state.bHaveChunk = 1;
     lxAviReadCore_KeyFramePosition_t cursor = {0, 1, 0, 1};
     UInt32 cursorTime = 1000000; // much later than the chunk, so the reader assigns nothing
-    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime), LX_OK);
+    ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 1, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime),
+              LX_OK);
     EXPECT_EQ(cursor.itemNr, 1u);
     EXPECT_EQ(cursorTime, 1000000u);
 }

@@ -25,7 +25,8 @@ protected:
     // Bytes from the characters of chunk identifiers, so that many of them look almost like an identifier.
     Bytes AlmostCodes()
     {
-        static constexpr char kCharacters[] = {'0', '1', 'd', 'c', 'b', 'w', 't', 's', 'i', 'x', 'J', 'U', 'N', 'K', '\0', '\1'};
+        static constexpr char kCharacters[] = {'0', '1', 'd', 'c', 'b', 'w', 't',  's',
+                                               'i', 'x', 'J', 'U', 'N', 'K', '\0', '\1'};
         Bytes bytes(Below(40));
         for (UInt8& byte : bytes) {
             byte = static_cast<UInt8>(kCharacters[Below(sizeof kCharacters)]);

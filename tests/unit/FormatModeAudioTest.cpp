@@ -102,11 +102,11 @@ TEST_F(FormatMode, AudioTimesComeFromTheHeaderWhateverTheCodec)
     EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 25600), 0u);
     ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
     EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, 192000), 1000u);
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 7, 6ull << 30), 33554432u);  // beyond 4 GiB
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 25600), 6312u);           // 100 x 505 / 8000
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(3, 10, 99999), 339u);           // 13 x 1152 / 44100
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 7, 6ull << 30), 33554432u); // beyond 4 GiB
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(2, 0, 25600), 6312u);          // 100 x 505 / 8000
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(3, 10, 99999), 339u);          // 13 x 1152 / 44100
     EXPECT_EQ(lxAviReadCore_GetStreamTime(4, 0, 48000), 2000u);
-    EXPECT_EQ(lxAviReadCore_GetStreamTime(5, 10, 48000), 0u);             // not an audio stream
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(5, 10, 48000), 0u); // not an audio stream
     EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 10, 0), 400u);
 }
 

@@ -53,8 +53,12 @@ TEST_F(FormatMode, EveryChunkOfAnOdmlListIsRead)
 
 TEST_F(FormatMode, ChunksOfAHeaderListEndWithTheirList)
 {
-    const Bytes tooLong[] = {ChunkOfSize("strn", 50000, Fill(4)), ChunkOfSize("JUNK", 50000, Fill(6)),
-                             ChunkOfSize("indx", 8, Fill(8, 0)),  Fill(2), Fill(6), ChunkOfSize("LIST", 2, Fill(2))};
+    const Bytes tooLong[] = {ChunkOfSize("strn", 50000, Fill(4)),
+                             ChunkOfSize("JUNK", 50000, Fill(6)),
+                             ChunkOfSize("indx", 8, Fill(8, 0)),
+                             Fill(2),
+                             Fill(6),
+                             ChunkOfSize("LIST", 2, Fill(2))};
     for (const Bytes& bytes : tooLong) {
         builder = AviBuilder();
         builder.Add(VideoStream()).Add(PcmStream());
@@ -102,8 +106,8 @@ TEST_F(FormatMode, AShortReadGoesOnWhereItStopped)
             UInt32 buffer[16] = {};
             Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 2});
             ASSERT_EQ(read(&Info(), buffer, 6), LX_OK);
-            const Bytes want = as == kFormat ? Bytes{1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0}
-                                             : Bytes{1, 2, 0, 0, 0, 0, 0, 0, 3, 4, 5, 6};
+            const Bytes want =
+                as == kFormat ? Bytes{1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0} : Bytes{1, 2, 0, 0, 0, 0, 0, 0, 3, 4, 5, 6};
             EXPECT_EQ(AsBytes(buffer), want + Fill(52, 0));
         }
     }

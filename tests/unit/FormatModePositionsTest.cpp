@@ -32,7 +32,8 @@ TEST_F(FormatMode, PositionsAreTrueWhateverStandsAround)
             differences += bDefaultWorks ? 0 : 1;
             ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
             EXPECT_EQ(Info().moviOffset, builder.MoviOffset());
-            EXPECT_EQ(Info().idx1Offset, Find(file, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())) + 8);
+            EXPECT_EQ(Info().idx1Offset,
+                      Find(file, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())) + 8);
             EXPECT_EQ(Info().idx1Size, 20u * 16);
             EXPECT_EQ(Info().pCurrentAvix->moviDataOffset, builder.MoviOffset());
             EXPECT_EQ(TableOffsets(), KeyFrames());
@@ -351,8 +352,9 @@ TEST_F(FormatMode, AnIndexThatHasToWaitIsNoFailure)
     builder.Raw(payload);
     ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
     ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset(), 0), 1);
-    EXPECT_EQ(lxAvi2ReadCore_ParseChunkIndx(0, &Info(), static_cast<UInt32>(payload.size()), Info().StreamInfo[1], kFormat),
-              LX_OK);
+    EXPECT_EQ(
+        lxAvi2ReadCore_ParseChunkIndx(0, &Info(), static_cast<UInt32>(payload.size()), Info().StreamInfo[1], kFormat),
+        LX_OK);
     EXPECT_EQ(Info().StreamInfo[1]->bIndexParsed, 0);
 }
 
@@ -396,7 +398,9 @@ TEST_F(FormatMode, TheFirstOfTwoIndexesCounts)
 
 TEST_F(FormatMode, MediaDataOfEveryKindAreMeasured)
 {
-    builder.Media("JUNK", Fill(6), false, false).Media("ix00", Fill(6), false, false).Raw(List("rec ", Chunk("00dc", Fill(8))));
+    builder.Media("JUNK", Fill(6), false, false)
+        .Media("ix00", Fill(6), false, false)
+        .Raw(List("rec ", Chunk("00dc", Fill(8))));
     AddMedia(2, 1);
     Bytes file = builder.Build();
     Patch32(file, Find(file, "movi") - 4, 0);

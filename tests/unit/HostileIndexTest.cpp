@@ -8,7 +8,10 @@ namespace {
 TEST_F(OpenDmlIndex, EntrySizesAreClampedToTheBatchBuffer)
 {
     for (const auto& [longs, result] : {std::pair<UInt32, UInt32>{0, LX_ERR_AVIREAD_NO_INDEX},
-                                        {1, LX_OK}, {3, LX_OK}, {0x4000, LX_OK}, {0xFFFF, LX_OK}}) {
+                                        {1, LX_OK},
+                                        {3, LX_OK},
+                                        {0x4000, LX_OK},
+                                        {0xFFFF, LX_OK}}) {
         builder = AviBuilder();
         builder.Add(VideoStream());
         builder.eIndex = IndexKind::SuperStandard;
@@ -132,7 +135,8 @@ TEST_F(OpenDmlIndex, SuperIndexOffsetsMayPointAnywhere)
         Patch32(file, entry + 4, static_cast<UInt32>(offset >> 32));
         ASSERT_EQ(Open(file), LX_OK);
         const UInt32 result = lxAviReadCore_ParseIndex(0);
-        EXPECT_EQ(result, static_cast<UInt32>(offset) >= 0x80000000u ? LX_ERR_AVIREAD_SEEK : LX_ERR_AVIREAD_EOF) << offset;
+        EXPECT_EQ(result, static_cast<UInt32>(offset) >= 0x80000000u ? LX_ERR_AVIREAD_SEEK : LX_ERR_AVIREAD_EOF)
+            << offset;
     }
 }
 

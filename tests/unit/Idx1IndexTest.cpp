@@ -59,8 +59,8 @@ TEST_F(Idx1Index, TheDriverSaysWhatItNeeds)
     builder.Frame(0, Fill(4), true).Frame(0, Fill(4), true);
     ASSERT_EQ(Open(builder), LX_OK);
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
-    EXPECT_TRUE(log.Has("lxAviReadCore_PreParseIdx1Chunk: memoryUsageLimit:67108864, ReqMemory=" +
-                        std::to_string(kLeafBytes)));
+    EXPECT_TRUE(
+        log.Has("lxAviReadCore_PreParseIdx1Chunk: memoryUsageLimit:67108864, ReqMemory=" + std::to_string(kLeafBytes)));
     EXPECT_TRUE(log.Has("lxAviReadCore_PreParseIdx1Chunk: SkipKey:1 ReqLeafs=1 NoOfKeyFrames:2"));
     EXPECT_TRUE(log.Has("Num of Streams : 2, Frame rate : 0, ConsFramesThr : 125"));
     EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
@@ -324,9 +324,9 @@ TEST_F(AudioPositions, EachKeyFrameGetsTheLastChunkThatBeganBeforeIt)
               LX_OK);
     const auto table = Table();
     ASSERT_EQ(table.size(), 3u);
-    Expect(table[0], 0, {0, 10, 0});       // chunk 1 (50 ms) is later than 0 ms: chunk 0
-    Expect(table[1], 0, {2, 16, 1600});    // chunk 3 (150 ms) is later than 120 ms: chunk 2
-    Expect(table[2], 0, {4, 20, 3200});    // chunk 5 (250 ms) is later than 200 ms: chunk 4
+    Expect(table[0], 0, {0, 10, 0});    // chunk 1 (50 ms) is later than 0 ms: chunk 0
+    Expect(table[1], 0, {2, 16, 1600}); // chunk 3 (150 ms) is later than 120 ms: chunk 2
+    Expect(table[2], 0, {4, 20, 3200}); // chunk 5 (250 ms) is later than 200 ms: chunk 4
     EXPECT_TRUE(log.Has("Storing A0 for 0.1  fr#2 Offset=0.16 BP=0.1600"));
     EXPECT_TRUE(log.Has("Atrk=1(0) vtrk=0 streamTime=150 seekedT=120 "));
     EXPECT_TRUE(log.Has("KF_data.leafNr.itemNr=0.1 offset=15 valid=1 ;  _KF: leafNr.itemNr=0.2 offset=19 valid=1"));
@@ -642,7 +642,7 @@ TEST_F(Idx1Index, AnAbortIsSeenBeforeAndAfterEachBatch)
     ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
     const UInt64 reads = Faults().Reads();
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
-    EXPECT_EQ(Faults().Reads(), reads); // the reader makes no read
+    EXPECT_EQ(Faults().Reads(), reads);   // the reader makes no read
     for (const UInt64 n : {1u, 2u, 3u}) { // sets the flag while the reader reads the n-th batch
         ASSERT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
         Faults().FaultRead(0, {});
@@ -724,7 +724,7 @@ TEST_F(Idx1Index, AMillionRecordsNeedNothingButTheTable)
         EXPECT_LE(Faults().ReadSize(i), 18000u);
     }
     EXPECT_EQ(Faults().ReadSizes().size() - reads, 3u * 889u); // three passes of 888 full batches and one more
-    EXPECT_EQ(Table().size(), 3572u); // 50000 key frames, every 14th
+    EXPECT_EQ(Table().size(), 3572u);                          // 50000 key frames, every 14th
 }
 
 TEST_F(Idx1Index, ASecondParseForgetsOnlyPositionsThatWouldDangle)

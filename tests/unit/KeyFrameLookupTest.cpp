@@ -83,7 +83,8 @@ TEST_F(KeyFrameLookup, OffsetsOutsideTheTableAreOutOfRange)
 TEST_F(KeyFrameLookup, TheBoundsOfEveryLeafAreFound)
 {
     OpenVideo(800, 1); // leaves of 363, 363 and 74
-    for (const auto& [leaf, item] : {std::pair{2u, 73u}, {0u, 0u}, {2u, 0u}, {0u, 362u}, {1u, 362u}, {1u, 0u}, {1u, 180u}}) {
+    for (const auto& [leaf, item] :
+         {std::pair{2u, 73u}, {0u, 0u}, {2u, 0u}, {0u, 362u}, {1u, 362u}, {1u, 0u}, {1u, 180u}}) {
         const UInt64 offset = Entry(leaf, item).videoChunkOffset;
         const auto result = Lookup(offset);
         EXPECT_EQ(result.valid, 1);

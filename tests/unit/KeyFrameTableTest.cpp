@@ -186,7 +186,7 @@ TEST_F(KeyFrameTableTest, AFailedAllocationLeavesNoTable)
         EXPECT_EQ(Info().KeyFramesListAsArrayLength, 0u);
         if (n == 2) {
             EXPECT_TRUE(log.Has("AviRead:Failed allocating " + std::to_string(3 * sizeof(void*)) +
-                        " bytes for pAviInfo->KeyFramesListAsArray"));
+                                " bytes for pAviInfo->KeyFramesListAsArray"));
         }
         if (n >= 3) {
             EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) +
@@ -214,7 +214,7 @@ TEST_F(KeyFrameTableTest, ASecondParseReleasesTheFirstTable)
 
 TEST_F(KeyFrameTableTest, OfATableThatCouldNotBeMadeOnlyTheArrayIsLeft)
 {
-    OpenFrames(800); // three leaves
+    OpenFrames(800);            // three leaves
     Faults().FailAllocation(4); // the allocation after the batch buffer, the array and one leaf
     ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY);
     Faults().FailAllocation(0);
@@ -265,7 +265,8 @@ TEST_F(KeyFrameTableTest, WithoutALeafNothingIsStored)
     for (UInt32 leafNr : {0u, 1u, 9u}) { // no table; then leaf 1 and leaf 9 of a table of one leaf
         ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
         frame = 0;
-        EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 2, 0, 0, 0, 1, &skip, &leafNr), LX_OK);
+        EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 2, 0, 0, 0, 1, &skip, &leafNr),
+                  LX_OK);
         EXPECT_EQ(pLeaf, nullptr);
         EXPECT_EQ(frame, 2u);
         ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 1), LX_OK);

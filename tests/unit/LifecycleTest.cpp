@@ -405,8 +405,8 @@ TEST_F(Lifecycle, NullResultPointersAreAssertedAndAnsweredWithZero)
     lxAviReadCore_SetPointerOnKF(nullptr, 0);
     EXPECT_EQ(log.Assertions().size(), 15u);
     EXPECT_TRUE(log.HasAssertion("pOpenDmlInfo!=Null", "pOpenDmlInfo must be initialized"));
-    EXPECT_TRUE(log.HasAssertion("chunkData!= Null",
-                                 "Parameter for lxAviReadCore_NextChunk shouldn't be a null pointer"));
+    EXPECT_TRUE(
+        log.HasAssertion("chunkData!= Null", "Parameter for lxAviReadCore_NextChunk shouldn't be a null pointer"));
 }
 
 TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
@@ -443,10 +443,7 @@ TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
     EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA); // without media data delivery ends at once
 }
 
-TEST_F(Lifecycle, NoPrintReturnsOne)
-{
-    EXPECT_EQ(NOPRINT("%d %s", 1, "two"), 1);
-}
+TEST_F(Lifecycle, NoPrintReturnsOne) { EXPECT_EQ(NOPRINT("%d %s", 1, "two"), 1); }
 
 } // namespace
 } // namespace avitest

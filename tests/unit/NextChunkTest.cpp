@@ -309,9 +309,9 @@ TEST_F(NextChunk, AChunkOfABadStreamIsOfNoType)
 
 TEST_F(NextChunk, StreamDigitsAreWeightedByTen)
 {
-    const std::pair<const char*, UInt32> cases[] = {{"00dc", 0},  {"01wb", 1}, {"0Adc", 10}, {"10dc", 10}, {"16dc", 16},
-                                                    {"17dc", 17}, {"99dc", 99}, {"1Adc", 20}, {"A0dc", 100},
-                                                    {"0adc", 42}, {"//dc", 65525}};
+    const std::pair<const char*, UInt32> cases[] = {{"00dc", 0},   {"01wb", 1},  {"0Adc", 10},   {"10dc", 10},
+                                                    {"16dc", 16},  {"17dc", 17}, {"99dc", 99},   {"1Adc", 20},
+                                                    {"A0dc", 100}, {"0adc", 42}, {"//dc", 65525}};
     for (const auto& [id, streamNr] : cases) {
         AviBuilder one;
         one.eIndex = IndexKind::None;
@@ -475,8 +475,8 @@ TEST_F(NextChunk, AJumpWithoutSeekingIsAssertedAndTakenOver)
     Info().JumpOffset = 4 + 18; // position of the second chunk; the file stands at the first chunk
     const UInt64 seeks = Faults().Seeks();
     const Delivered chunk = Next();
-    EXPECT_TRUE(log.HasAssertion("lxalAviRead_FileSeekPossible",
-                                 "Jump is set but fseek doesn't work. Programming error"));
+    EXPECT_TRUE(
+        log.HasAssertion("lxalAviRead_FileSeekPossible", "Jump is set but fseek doesn't work. Programming error"));
     EXPECT_TRUE(chunk.bJumped);
     EXPECT_EQ(chunk.payload, Fill(10));
     EXPECT_EQ(Faults().Seeks(), seeks);

@@ -133,7 +133,8 @@ TEST_F(OpenDmlIndex, APaddingSkipThatFailsCountsOnlyWithoutAnErrorBefore)
 {
     const Bytes cutPadding = ChunkOfSize("indx", 12 + 12 + 5000, IndxHead(2, 0, 1, 1) + Fill(12, 0) + U32(8) + U32(4));
     EXPECT_EQ(OpenWithIndx(cutPadding), LX_ERR_AVIREAD_READ);
-    const Bytes noKey = ChunkOfSize("indx", 12 + 12 + 5000, IndxHead(2, 0, 1, 1) + Fill(12, 0) + U32(8) + U32(0x80000004u));
+    const Bytes noKey =
+        ChunkOfSize("indx", 12 + 12 + 5000, IndxHead(2, 0, 1, 1) + Fill(12, 0) + U32(8) + U32(0x80000004u));
     // the result NO_INDEX is tolerated, and the walk then meets the end of the file
     EXPECT_EQ(OpenWithIndx(noKey), LX_ERR_AVIREAD_EOF);
 }
@@ -179,7 +180,8 @@ TEST_F(OpenDmlIndex, RecordsThatASuperIndexNamesOverAndOverAreNotReadOverAndOver
     ASSERT_EQ(Open(file), LX_OK);
     const UInt64 reads = Faults().Reads();
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
-    EXPECT_LT(Faults().Reads() - reads, (kCallsOfAWord + 2) * 20u); // 6000 bytes of file hold 320 bytes of records not 20 times
+    EXPECT_LT(Faults().Reads() - reads,
+              (kCallsOfAWord + 2) * 20u); // 6000 bytes of file hold 320 bytes of records not 20 times
 }
 
 TEST_F(OpenDmlIndex, RecordsAreReadAsOftenAsTheyHaveRoomBeforeTheFurthest)
@@ -238,8 +240,7 @@ TEST_F(OpenDmlIndex, EntriesAreReadInPiecesThatGrow)
     for (UInt64 n = 54; n <= 57; ++n) {
         ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
         Faults().FailAllocation(n);
-        EXPECT_EQ(OpenWithIndx(Chunk("indx", IndxHead(4, 0, 0, 10000) + Fill(12) + entries)),
-                  LX_ERR_AVIREAD_NO_MEMORY);
+        EXPECT_EQ(OpenWithIndx(Chunk("indx", IndxHead(4, 0, 0, 10000) + Fill(12) + entries)), LX_ERR_AVIREAD_NO_MEMORY);
     }
     Faults().FailAllocation(0);
 }
@@ -294,8 +295,8 @@ protected:
     // The key frames of the next five records.
     void Fill5(UInt32 skipKey)
     {
-        ASSERT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 5, 0, Code("00dc"), 0, skipKey, &skip,
-                                                           &leafNr),
+        ASSERT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 5, 0, Code("00dc"), 0, skipKey,
+                                                           &skip, &leafNr),
                   LX_OK);
     }
 };
@@ -342,8 +343,9 @@ TEST_F(FillFunctions, CountAudioFromRunToRun)
     lxAviReadCore_KeyFramePosition_t cursor = {0, 0, 0, 1};
     UInt32 cursorTime = 0;
     for (int half = 0; half < 2; ++half) {
-        ASSERT_EQ(lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 5, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime),
-                  LX_OK);
+        ASSERT_EQ(
+            lxAvi2ReadCore_FillAudioInfoInKFTable(&Info(), 5, 0, Code("01wb"), 0, 0, &state, &cursor, &cursorTime),
+            LX_OK);
     }
     EXPECT_EQ(state.chunkCount, 10u);
     EXPECT_EQ(state.totalBytes, 100u);

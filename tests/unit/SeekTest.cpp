@@ -210,7 +210,7 @@ TEST_F(Seek, AStreamThatStartsLateIsToldByTheResult)
     video.header.dwStart = 25;
     builder.Add(video).Frame(0, Fill(4), true).Frame(0, Fill(4), true);
     OpenIndexed(builder);
-    EXPECT_EQ(lxAviReadCore_SeekToTime(0, -1, kDown), 1000u); // the returned stream time includes the start
+    EXPECT_EQ(lxAviReadCore_SeekToTime(0, -1, kDown), 1000u);  // the returned stream time includes the start
     EXPECT_EQ(lxAviReadCore_SeekToTime(40, -1, kDown), 1040u); // the time to seek, as in the table, does not
 }
 

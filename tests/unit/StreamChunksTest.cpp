@@ -183,7 +183,11 @@ TEST_F(StreamChunks, KeyFramesOfTheTableAreMarkedAndNumbered)
 TEST_F(StreamChunks, AProtectedKeyFrameIsRecognisedByItsDrmChunk)
 {
     builder.Add(VideoStream());
-    builder.Frame(0, Fill(10), true).Drm(0, Fill(10)).Frame(0, Fill(12), true).Drm(0, Fill(10)).Frame(0, Fill(14), false);
+    builder.Frame(0, Fill(10), true)
+        .Drm(0, Fill(10))
+        .Frame(0, Fill(12), true)
+        .Drm(0, Fill(10))
+        .Frame(0, Fill(14), false);
     OpenIndexed(builder);
     EXPECT_EQ(Entry(0, 1).videoChunkOffset, Relative(1));
     EXPECT_EQ(Next().chunk.bKeyFrame, 1);

@@ -187,9 +187,7 @@ TEST_F(StreamFormat, WithoutAStreamRecordOnlyTheFirstWordIsCleared)
 TEST_F(StreamFormat, ReadAndSkipErrorsArePassedOn)
 {
     const Bytes header = Chunk("strh", AsBytes(VideoStream().header));
-    const auto cut = [&](const Bytes& chunk) {
-        return Open(Riff("AVI ", List("hdrl", List("strl", header + chunk))));
-    };
+    const auto cut = [&](const Bytes& chunk) { return Open(Riff("AVI ", List("hdrl", List("strl", header + chunk)))); };
     EXPECT_EQ(cut(ChunkOfSize("strf", 40, Fill(39))), LX_ERR_AVIREAD_EOF);
     EXPECT_EQ(cut(ChunkOfSize("strf", 60, Fill(50))), LX_ERR_AVIREAD_EOF);
     const Bytes format = Chunk("strf", Fill(40));
@@ -218,7 +216,7 @@ TEST_F(StreamFormat, BitRatesAreTold)
     EXPECT_EQ(isVbr(0, 1152, 44100, 1152), 1);
     EXPECT_EQ(isVbr(1, 4, 1000, 1), 0);
     EXPECT_EQ(isVbr(1, 4, 999, 1), 1);
-    EXPECT_EQ(isVbr(1, 4, 0, 0), 0);          // 0 / 0 is not a number, and not below 1000
+    EXPECT_EQ(isVbr(1, 4, 0, 0), 0);           // 0 / 0 is not a number, and not below 1000
     EXPECT_EQ(isVbr(1, 4, 0x80000000u, 1), 0); // the rate is unsigned
     EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 17), 0);
 }

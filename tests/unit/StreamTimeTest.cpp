@@ -161,7 +161,7 @@ TEST_F(StreamTime, NoRateAndNoScaleAreVbrAndGiveNoTime)
     Stream stream = Mp3VbrStream(0);
     stream.header.dwScale = 0;
     OpenStream(stream);
-    EXPECT_EQ(Time(100), 0u); // 100 x (0 x infinity) is not a number
+    EXPECT_EQ(Time(100), 0u);                           // 100 x (0 x infinity) is not a number
     EXPECT_EQ(lxAviReadCore_TrackIsVBR(&Info(), 0), 0); // TrackIsVBR decides differently
 }
 

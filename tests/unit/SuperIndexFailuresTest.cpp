@@ -125,7 +125,8 @@ TEST_F(OpenDmlIndex, AllocationFailuresOfTheWalksArePassedOn)
         EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_MEMORY);
         Faults().FailAllocation(0);
         if (n == 3) {
-            EXPECT_TRUE(log.Has("Failed allocating " + std::to_string(kLeafBytes) + " bytes for KeyFramesListAsArray[0]"));
+            EXPECT_TRUE(
+                log.Has("Failed allocating " + std::to_string(kLeafBytes) + " bytes for KeyFramesListAsArray[0]"));
         }
     }
 }
@@ -190,8 +191,8 @@ TEST_F(OpenDmlIndex, PaddingIsSkipped)
 TEST_F(OpenDmlIndex, AnUnknownTypeIsAssertedAndSkipped)
 {
     ASSERT_EQ(OpenWithIndx(Chunk("indx", IndxHead(4, 0, 2, 1) + Fill(40))), LX_OK);
-    EXPECT_TRUE(log.HasAssertion("(uiIndexType == (AVI_INDEX_OF_INDEXES || AVI_INDEX_OF_CHUNKS))",
-                                 "Un supported Index type"));
+    EXPECT_TRUE(
+        log.HasAssertion("(uiIndexType == (AVI_INDEX_OF_INDEXES || AVI_INDEX_OF_CHUNKS))", "Un supported Index type"));
     EXPECT_EQ(log.Assertions()[0].file, "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore");
     EXPECT_EQ(Info().StreamInfo[1]->StreamType, 1u);
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
@@ -225,7 +226,7 @@ TEST_F(OpenDmlIndex, ATruncatedIndexChunkFailsTheOpen)
     for (size_t length = 9; length < whole.size(); ++length) {
         const Bytes cut(whole.begin(), whole.begin() + static_cast<long>(length));
         EXPECT_EQ(Open(Riff("AVI ", List("hdrl", List("strl", Chunk("strh", AsBytes(video.header)) +
-                                                                Chunk("strf", video.format) + cut)))),
+                                                                  Chunk("strf", video.format) + cut)))),
                   LX_ERR_AVIREAD_EOF)
             << length;
     }

@@ -104,7 +104,8 @@ TEST_F(Traces, OfASeek)
             " Found the Leaf: StartTimeMsec=0.0  EndTimeMsec=0.800",
             "lxAviReadCore_SeekToTime : JumpOffset 0." + jump + " (aud= 0." + jump + "), moviOffset 0."});
     Next();
-    Expect({"lxAviReadCore_NextChunk : Offset 0." + jump, "Offset =0." + jump + " , Leaf = 0,Item = 1) Chunk Offset=0."});
+    Expect(
+        {"lxAviReadCore_NextChunk : Offset 0." + jump, "Offset =0." + jump + " , Leaf = 0,Item = 1) Chunk Offset=0."});
     static_cast<void>(lxAviReadCore_SeekToTime(450, -1, lxAviRead_SetPosRoundDown));
     Expect({"lxAviReadCore_SeekToTime : JumpOffset 0." + std::to_string(Info().JumpOffset) + " , moviOffset 0."});
     Info().JumpOffset = 4;

@@ -37,10 +37,7 @@ protected:
         }
     }
 
-    UInt32 Armed()
-    {
-        return Entry(Info().audioSyncLeafNr, Info().audioSyncItemNr).videoFrameNumber;
-    }
+    UInt32 Armed() { return Entry(Info().audioSyncLeafNr, Info().audioSyncItemNr).videoFrameNumber; }
 
     // Returns the number of the frame that is delivered next.
     UInt32 Shown()

@@ -130,7 +130,8 @@ private:
             const auto found = byOffset.find(offset);
             if (found == byOffset.end()) {
                 if (IsMediaId(record.id)) {
-                    Note(record.at, fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
+                    Note(record.at,
+                         fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
                 }
                 continue;
             }
@@ -151,8 +152,8 @@ private:
                                         chunk.size));
         }
         if (hasId && record.id != chunk.id) {
-            Note(record.at, fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id),
-                                        FourCCText(chunk.id)));
+            Note(record.at,
+                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id), FourCCText(chunk.id)));
         }
         const UInt64 header = chunk.offset;
         m_flags[header] = {record.at, record.key};
@@ -175,7 +176,8 @@ private:
             }
             progress.At(item.offset);
             if (item.result == LX_ERR_AVIREAD_BAD_STREAM) {
-                Note(item.offset, fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
+                Note(item.offset,
+                     fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
             }
             CheckGap(expected, item);
             expected = item.offset + 8 + item.chunk.uiSize + (item.chunk.uiSize & 1);
@@ -192,9 +194,9 @@ private:
     void CheckGap(UInt64 expected, const Item& item)
     {
         const UInt64 begin = item.offset - (item.chunk.bDrm == 1 ? 18 : 0);
-        const bool known = std::binary_search(
-            m_scan.media.begin(), m_scan.media.end(), ScannedChunk{item.offset, 0, 0},
-            [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
+        const bool known =
+            std::binary_search(m_scan.media.begin(), m_scan.media.end(), ScannedChunk{item.offset, 0, 0},
+                               [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
         if (!known) {
             Note(item.offset, fmt::format("delivered a chunk where the file's structure has none ({} bytes behind the "
                                           "chunk before)",
@@ -231,9 +233,9 @@ private:
         }
         const auto isKey = LooksLikeKeyFrame(CodingOf(*m_reader.Stream(item.chunk.uiStreamNr)).coding, head);
         if (isKey && *isKey != flag->second.key) {
-            Note(flag->second.at, fmt::format("index record says {}, the frame at {} is {}",
-                                              flag->second.key ? "key frame" : "no key frame", item.offset,
-                                              *isKey ? "one" : "none"));
+            Note(flag->second.at,
+                 fmt::format("index record says {}, the frame at {} is {}",
+                             flag->second.key ? "key frame" : "no key frame", item.offset, *isKey ? "one" : "none"));
         }
     }
 

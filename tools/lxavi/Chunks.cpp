@@ -12,17 +12,17 @@ namespace lxavi {
 namespace {
 
 const std::vector<Column> kColumns = {
-    {"n", "n", 8},         {"stream", "stream", 6}, {"type", "type", -8},     {"track", "track", 5},
-    {"frame", "frame", 8}, {"byte_position", "byte position", 13}, {"size", "size", 9}, {"key", "key", 3},
-    {"drm", "drm", 3},     {"jumped", "jumped", 6}, {"offset", "offset", 12}, {"time_ms", "time ms", 9},
+    {"n", "n", 8},           {"stream", "stream", 6},  {"type", "type", -8},
+    {"track", "track", 5},   {"frame", "frame", 8},    {"byte_position", "byte position", 13},
+    {"size", "size", 9},     {"key", "key", 3},        {"drm", "drm", 3},
+    {"jumped", "jumped", 6}, {"offset", "offset", 12}, {"time_ms", "time ms", 9},
     {"crc32", "crc32", 10}};
 
 UInt32 PayloadCrc(Reader& reader, const Item& item)
 {
     uLong crc = crc32(0, nullptr, 0);
-    reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
-        crc = crc32(crc, piece.data(), static_cast<uInt>(piece.size()));
-    });
+    reader.ReadPayload(
+        item, [&](std::span<const UInt8> piece) { crc = crc32(crc, piece.data(), static_cast<uInt>(piece.size())); });
     return static_cast<UInt32>(crc);
 }
 

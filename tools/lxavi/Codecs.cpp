@@ -18,9 +18,9 @@ struct NamedCoding {
 };
 
 constexpr NamedCoding kVideoCodings[] = {
-    {"mjpg", Coding::Mjpeg},  {"ijpg", Coding::Mjpeg},  {"xvid", Coding::Mpeg4}, {"divx", Coding::Mpeg4},
-    {"dx50", Coding::Mpeg4},  {"fmp4", Coding::Mpeg4},  {"mp4v", Coding::Mpeg4}, {"mp4s", Coding::Mpeg4},
-    {"h264", Coding::H264},   {"x264", Coding::H264},   {"avc1", Coding::H264},  {"mpg1", Coding::Mpeg12},
+    {"mjpg", Coding::Mjpeg},  {"ijpg", Coding::Mjpeg},  {"xvid", Coding::Mpeg4},        {"divx", Coding::Mpeg4},
+    {"dx50", Coding::Mpeg4},  {"fmp4", Coding::Mpeg4},  {"mp4v", Coding::Mpeg4},        {"mp4s", Coding::Mpeg4},
+    {"h264", Coding::H264},   {"x264", Coding::H264},   {"avc1", Coding::H264},         {"mpg1", Coding::Mpeg12},
     {"mpg2", Coding::Mpeg12}, {"mpeg", Coding::Mpeg12}, {"dib ", Coding::Uncompressed},
 };
 

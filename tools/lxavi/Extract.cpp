@@ -323,8 +323,12 @@ int RunExtract(const Options& options, const ExtractOptions& extract)
     static_cast<void>(reader.BuildIndex());
     Extraction extraction(reader, extract);
     const Json manifest = extraction.Run();
-    TableWriter table(options, {{"stream", "stream", 6}, {"type", "type", -8}, {"codec", "codec", -14},
-                                {"chunks", "chunks", 8}, {"bytes", "bytes", 12}, {"file", "file", -24}});
+    TableWriter table(options, {{"stream", "stream", 6},
+                                {"type", "type", -8},
+                                {"codec", "codec", -14},
+                                {"chunks", "chunks", 8},
+                                {"bytes", "bytes", 12},
+                                {"file", "file", -24}});
     for (const Json& stream : manifest["streams"]) {
         table.Row({stream["stream"], stream["type"], stream["codec"], stream["chunks"], stream["bytes"],
                    extract.folder + "/" + stream["file"].get<std::string>()});

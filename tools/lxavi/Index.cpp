@@ -26,8 +26,12 @@ int RunIndex(const Options& options)
     TableWriter table(options, columns);
     UInt64 n = 0;
     for (const auto* entry : reader.Table()) {
-        std::vector<Json> row = {n, n / LEAF_ARRAY_LENGTH, n % LEAF_ARRAY_LENGTH, entry->videoFrameNumber,
-                                 entry->timeMsec, entry->videoChunkOffset};
+        std::vector<Json> row = {n,
+                                 n / LEAF_ARRAY_LENGTH,
+                                 n % LEAF_ARRAY_LENGTH,
+                                 entry->videoFrameNumber,
+                                 entry->timeMsec,
+                                 entry->videoChunkOffset};
         for (UInt32 t = 0; t < tracks; ++t) {
             row.insert(row.end(),
                        {entry->audioFrameNumber[t], entry->audioChunkOffset[t], entry->audioBytePosition[t]});

@@ -139,7 +139,8 @@ Json IndexReport(const Reader& reader, const RiffScan& scan, UInt32 result)
     json["key frames stored"] = stored;
     json["every n-th is stored"] = stored > 0 ? (found + stored - 1) / stored : 0;
     json["leaves"] = state.KeyFramesListAsArrayLength;
-    const UInt64 used = UInt64{state.KeyFramesListAsArrayLength} * (sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*));
+    const UInt64 used =
+        UInt64{state.KeyFramesListAsArrayLength} * (sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*));
     json["table bytes"] = used;
     json["budget bytes"] = state.memoryUsageLimit;
     lxAviRead_SetPositionRangeInfo_t range = {};

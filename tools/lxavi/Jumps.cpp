@@ -138,8 +138,13 @@ int RunStep(const Options& options, const StepOptions& step)
     if (step.from) {
         reader.Seek(*step.from, -1, lxAviRead_SetPosRoundDown);
     }
-    TableWriter table(options, {{"n", "n", 6}, {"found", "found", 5}, {"frame", "frame", 8}, {"time_ms", "time ms", 9},
-                                {"key", "key", 3}, {"offset", "offset", 12}, {"size", "size", 9}});
+    TableWriter table(options, {{"n", "n", 6},
+                                {"found", "found", 5},
+                                {"frame", "frame", 8},
+                                {"time_ms", "time ms", 9},
+                                {"key", "key", 3},
+                                {"offset", "offset", 12},
+                                {"size", "size", 9}});
     const auto show = [&](int n, bool found) {
         const std::optional<Item> item = NextOf(reader, LX_AVIREAD_STREAM_VIDEO, 0);
         if (!item) {

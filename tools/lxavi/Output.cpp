@@ -10,10 +10,7 @@ namespace lxavi {
 
 namespace {
 
-std::string Plain(const Json& value)
-{
-    return value.is_string() ? value.get<std::string>() : value.dump();
-}
+std::string Plain(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
 
 // A field of CSV, in quotes when it needs them.
 std::string CsvField(const Json& value)
@@ -28,10 +25,7 @@ std::string CsvField(const Json& value)
     return '"' + text + '"';
 }
 
-bool IsTableOfObjects(const Json& value)
-{
-    return value.is_array() && !value.empty() && value.front().is_object();
-}
+bool IsTableOfObjects(const Json& value) { return value.is_array() && !value.empty() && value.front().is_object(); }
 
 void PrintForPeople(const Json& object, int indent)
 {

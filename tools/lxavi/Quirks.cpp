@@ -73,7 +73,10 @@ public:
 
 private:
     // Keeps only the first place of each quirk.
-    void Note(UInt32 number, UInt64 offset, const std::string& what) { m_found.insert({number, {number, offset, what}}); }
+    void Note(UInt32 number, UInt64 offset, const std::string& what)
+    {
+        m_found.insert({number, {number, offset, what}});
+    }
 
     const lxAviReadCore_AviInfo_t& State() const { return m_reader.State(); }
 
@@ -175,20 +178,19 @@ private:
         case LX_AVIREAD_FORMAT_AC3: byCodec = header.dwRate; break;
         case LX_AVIREAD_FORMAT_MPEG:
         case LX_AVIREAD_FORMAT_MPEG_LAYER3:
-        case LX_AVIREAD_FORMAT_AAC:
-            byCodec = header.dwSampleSize == 0 ? 0.0 : format.nAvgBytesPerSec;
-            break;
-        default:
-            Note(52, 0, fmt::format("audio stream {}: format {} has no time", number, format.wFormatTag));
-            return;
+        case LX_AVIREAD_FORMAT_AAC: byCodec = header.dwSampleSize == 0 ? 0.0 : format.nAvgBytesPerSec; break;
+        default: Note(52, 0, fmt::format("audio stream {}: format {} has no time", number, format.wFormatTag)); return;
         }
         if (byCodec > 0.0 && std::abs(bytesPerSecond - byCodec) > byCodec / 1000) {
-            Note(52, 0, fmt::format("audio stream {}: {:.0f} bytes a second, by the codec {:.0f}", number, bytesPerSecond,
-                                    byCodec));
+            Note(52, 0,
+                 fmt::format("audio stream {}: {:.0f} bytes a second, by the codec {:.0f}", number, bytesPerSecond,
+                             byCodec));
         }
-        if (format.wFormatTag == LX_AVIREAD_FORMAT_PCM && header.dwScale % std::max<UInt32>(header.dwSampleSize, 1) != 0) {
-            Note(53, 0, fmt::format("audio stream {}: samples of {} bytes, scale {}", number, header.dwSampleSize,
-                                    header.dwScale));
+        if (format.wFormatTag == LX_AVIREAD_FORMAT_PCM &&
+            header.dwScale % std::max<UInt32>(header.dwSampleSize, 1) != 0) {
+            Note(53, 0,
+                 fmt::format("audio stream {}: samples of {} bytes, scale {}", number, header.dwSampleSize,
+                             header.dwScale));
         }
     }
 
@@ -263,7 +265,8 @@ private:
 
     bool IsAbsolute() const
     {
-        return !m_scan.idx1.empty() && !m_scan.media.empty() && m_scan.idx1.front().offset >= m_scan.media.front().offset;
+        return !m_scan.idx1.empty() && !m_scan.media.empty() &&
+               m_scan.idx1.front().offset >= m_scan.media.front().offset;
     }
 
     void LookAtIdx1()
@@ -349,7 +352,8 @@ private:
 
 const QuirkTitle& TitleOf(UInt32 quirk)
 {
-    return *std::find_if(std::begin(kTitles), std::end(kTitles), [&](const QuirkTitle& t) { return t.number == quirk; });
+    return *std::find_if(std::begin(kTitles), std::end(kTitles),
+                         [&](const QuirkTitle& t) { return t.number == quirk; });
 }
 
 std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& scan)
@@ -357,9 +361,6 @@ std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& sc
     return Detector(reader, scan).Run();
 }
 
-std::string QuirkName(UInt32 quirk)
-{
-    return fmt::format("Q{:02}", quirk);
-}
+std::string QuirkName(UInt32 quirk) { return fmt::format("Q{:02}", quirk); }
 
 } // namespace lxavi

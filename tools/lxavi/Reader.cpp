@@ -87,10 +87,7 @@ Reader::Reader(const Options& options)
     }
 }
 
-Reader::~Reader()
-{
-    static_cast<void>(lxAviReadCore_Close());
-}
+Reader::~Reader() { static_cast<void>(lxAviReadCore_Close()); }
 
 bool Reader::HasTable() const
 {
@@ -160,8 +157,8 @@ Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
         item.track = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : State().TrackNumber[item.chunk.uiStreamNr];
     }
     if (item.result == LX_OK) {
-        item.time = lxAviReadCore_GetStreamTime(item.chunk.uiStreamNr, item.chunk.uiFrameNumber,
-                                                item.chunk.uiBytePosition);
+        item.time =
+            lxAviReadCore_GetStreamTime(item.chunk.uiStreamNr, item.chunk.uiFrameNumber, item.chunk.uiBytePosition);
     }
     return item;
 }

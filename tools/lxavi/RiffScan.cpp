@@ -11,7 +11,7 @@ namespace lxavi {
 
 namespace {
 
-constexpr int kDeepest = 8;            // lists in lists
+constexpr int kDeepest = 8;             // lists in lists
 constexpr size_t kMostAnomalies = 1000; // then the scan stops
 
 UInt32 WordAt(const std::vector<UInt8>& bytes, size_t offset)
@@ -64,8 +64,8 @@ RiffScan::RiffScan(const std::string& path) : m_file(std::fopen(path.c_str(), "r
 
 UInt32 RiffScan::IndexChunks() const
 {
-    return static_cast<UInt32>(
-        std::count_if(indexes.begin(), indexes.end(), [](const ScannedIndex& index) { return index.id != Code("indx"); }));
+    return static_cast<UInt32>(std::count_if(indexes.begin(), indexes.end(),
+                                             [](const ScannedIndex& index) { return index.id != Code("indx"); }));
 }
 
 UInt32 RiffScan::IndexesAt36() const
@@ -115,8 +115,8 @@ UInt64 RiffScan::TakeChunk(UInt64 offset, UInt64 end, const Header& header, cons
 {
     const UInt64 chunkEnd = offset + 8 + header.size;
     if (chunkEnd > end) {
-        Note(offset, fmt::format("chunk '{}' of {} bytes reaches {} bytes beyond {}", FourCCText(header.id), header.size,
-                                 chunkEnd - end, end == bytes ? "the end of the file" : "its list"));
+        Note(offset, fmt::format("chunk '{}' of {} bytes reaches {} bytes beyond {}", FourCCText(header.id),
+                                 header.size, chunkEnd - end, end == bytes ? "the end of the file" : "its list"));
     }
     const UInt64 limit = std::min(chunkEnd, end);
     if (header.id == Code("RIFF") || header.id == Code("LIST")) {
@@ -214,14 +214,14 @@ void RiffScan::TakeIndexChunk(UInt64 offset, const Header& header)
         return;
     }
     // The chunk header and the fields take 32 bytes. Some files have one more word before the records.
-    const bool oneWordMore =
-        header.id != Code("indx") && header.size == 28 + static_cast<UInt64>(entries) * recordSize;
+    const bool oneWordMore = header.id != Code("indx") && header.size == 28 + static_cast<UInt64>(entries) * recordSize;
     indexes.push_back({offset, base, header.id, fields[10] == 1, oneWordMore});
     if (24 + static_cast<UInt64>(entries) * recordSize > header.size) {
         Note(offset, fmt::format("index chunk claims {} records and has room for {}", entries,
                                  (header.size - 24) / recordSize));
     }
-    TakeRecords(offset + (oneWordMore ? 36 : 32), offset + 8 + header.size, entries, recordSize, WordAt(fields, 16), base);
+    TakeRecords(offset + (oneWordMore ? 36 : 32), offset + 8 + header.size, entries, recordSize, WordAt(fields, 16),
+                base);
 }
 
 } // namespace lxavi

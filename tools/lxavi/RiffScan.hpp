@@ -61,9 +61,9 @@ public:
     std::vector<Anomaly> anomalies;
     UInt32 riffLists = 0;
     UInt32 streamLists = 0;
-    UInt64 moviCode = 0;      // offset of the first "movi" code
-    UInt64 moviEnd = 0;       // end of the first `movi` list
-    UInt64 bytes = 0;         // size of the file
+    UInt64 moviCode = 0;       // offset of the first "movi" code
+    UInt64 moviEnd = 0;        // end of the first `movi` list
+    UInt64 bytes = 0;          // size of the file
     bool idx1Promised = false; // the main header has the has-index bit
 
     UInt32 IndexChunks() const; // number of ix## chunks
@@ -107,7 +107,8 @@ bool IsMediaId(UInt32 id);
 constexpr UInt32 Code(const char (&text)[5])
 {
     return static_cast<UInt32>(static_cast<UInt8>(text[0])) | static_cast<UInt32>(static_cast<UInt8>(text[1])) << 8 |
-           static_cast<UInt32>(static_cast<UInt8>(text[2])) << 16 | static_cast<UInt32>(static_cast<UInt8>(text[3])) << 24;
+           static_cast<UInt32>(static_cast<UInt8>(text[2])) << 16 |
+           static_cast<UInt32>(static_cast<UInt8>(text[3])) << 24;
 }
 
 // The stream number that the first two characters of a chunk identifier give.

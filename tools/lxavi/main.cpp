@@ -34,7 +34,8 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
         ->transform(CLI::AsSizeValue(false));
     command->add_option("--indx-option", options.indxOption, "1: a one-level OpenDML index is used")
         ->check(CLI::Range(0, 127));
-    command->add_flag("--default-mode", options.defaultMode, "Read in the default mode of the library, which keeps its oddities");
+    command->add_flag("--default-mode", options.defaultMode,
+                      "Read in the default mode of the library, which keeps its oddities");
     command->add_option("--log", options.logMask, "Mask of the library's log levels, to standard error");
     CLI::Option* const json = command->add_flag("--json", options.json, "Print JSON");
     command->add_flag("--csv", options.csv, "Print comma-separated values")->excludes(json);
@@ -43,7 +44,8 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 
 void AddAudio(CLI::App* command, PlayOptions& play)
 {
-    command->add_option("--audio", play.audio, "Audio track, 0 to 7")->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1));
+    command->add_option("--audio", play.audio, "Audio track, 0 to 7")
+        ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1));
 }
 
 void AddRounding(CLI::App* command, PlayOptions& play)
@@ -73,7 +75,8 @@ int Run(int argc, char** argv)
     AddRounding(chunks, play);
     chunks->add_option("--subtitle", play.subtitle, "Subtitle track");
     chunks->add_option("--from", play.from, "Jump to this time, in milliseconds, first");
-    chunks->add_option("--limit", play.limit, "Stop after this many chunks")->check(CLI::Range(UInt64{0}, UInt64{1} << 53));
+    chunks->add_option("--limit", play.limit, "Stop after this many chunks")
+        ->check(CLI::Range(UInt64{0}, UInt64{1} << 53));
     chunks->callback([&] { command = [&] { return RunChunks(options, play); }; });
 
     AddCommand(app, "index", "Show the key-frame table", options)->callback([&] {
@@ -95,7 +98,8 @@ int Run(int argc, char** argv)
         if (step.count < 0 && step.mode != StepMode::Jump) {
             throw CLI::ValidationError("--count", "only --mode jump goes back by a negative count");
         }
-    command = [&] { return RunStep(options, step); }; });
+        command = [&] { return RunStep(options, step); };
+    });
 
     CLI::App* const extraction = AddCommand(app, "extract", "Write each stream to a file of its own", options);
     extraction->add_option("--out", extract.folder, "Folder for the files")->required();
@@ -107,7 +111,8 @@ int Run(int argc, char** argv)
         if (extract.from && extract.to && *extract.to < *extract.from) {
             throw CLI::ValidationError("--to", "lies before --from");
         }
-    command = [&] { return RunExtract(options, extract); }; });
+        command = [&] { return RunExtract(options, extract); };
+    });
 
     AddCommand(app, "check", "Walk everything and report every anomaly", options)->callback([&] {
         command = [&] { return RunCheck(options); };
@@ -132,7 +137,4 @@ int Run(int argc, char** argv)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    return Run(argc, argv);
-}
+int main(int argc, char** argv) { return Run(argc, argv); }

@@ -2,7 +2,4 @@
 
 #include "lxArith.h"
 
-UInt32 lxArith_Version(void)
-{
-    return 0x00010000u;
-}
+UInt32 lxArith_Version(void) { return 0x00010000u; }

@@ -123,7 +123,10 @@ private:
         return logger;
     }
 
-    static void StoreMask(UInt32 unit, UInt32 mask) { __atomic_store_n(&kvStbDbg_DbgUnit[unit], mask, __ATOMIC_RELAXED); }
+    static void StoreMask(UInt32 unit, UInt32 mask)
+    {
+        __atomic_store_n(&kvStbDbg_DbgUnit[unit], mask, __ATOMIC_RELAXED);
+    }
 
     void ReadEnvironment()
     {
@@ -188,15 +191,9 @@ void lxDbg_AssertError(const char* condition, const char* text, const char* file
     DebugHost::Get().Assertion(condition, text, file, line);
 }
 
-void lxDbg_SetLevelMask(const char* name, UInt32 mask)
-{
-    DebugHost::Get().SetMask(name != nullptr ? name : "*", mask);
-}
+void lxDbg_SetLevelMask(const char* name, UInt32 mask) { DebugHost::Get().SetMask(name != nullptr ? name : "*", mask); }
 
-void lxDbg_LogToStandardError(void)
-{
-    DebugHost::Get().SetSink(std::make_shared<spdlog::sinks::stderr_sink_mt>());
-}
+void lxDbg_LogToStandardError(void) { DebugHost::Get().SetSink(std::make_shared<spdlog::sinks::stderr_sink_mt>()); }
 
 UInt32 lxDbg_LogToFile(const char* path)
 {
@@ -213,7 +210,4 @@ void lxDbg_LogToCallback(lxDbg_MessageFn message, lxDbg_AssertFn assertion, void
     DebugHost::Get().SetCallbacks({message, assertion, context});
 }
 
-void lxDbg_AbortOnAssert(Bool abortOnAssert)
-{
-    DebugHost::Get().AbortOnAssert(abortOnAssert != 0);
-}
+void lxDbg_AbortOnAssert(Bool abortOnAssert) { DebugHost::Get().AbortOnAssert(abortOnAssert != 0); }

@@ -58,8 +58,7 @@ void CompleteStream(AudioStream& stream)
     if (stream.uiTrack < LX_AVIREAD_AUDIO_TRACKS) {
         stream.placer.Complete();
     }
-    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", stream.uiStreamNr,
-           stream.placer.State().chunkCount - 1);
+    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", stream.uiStreamNr, stream.placer.State().chunkCount - 1);
 }
 
 // Reports a failed assertion when there is no table to place audio in.
@@ -137,8 +136,8 @@ UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     if (result == LX_OK) {
         RequireTable(pAviInfo);
         AudioStream stream = BeginStream(pAviInfo, streamNr, IndexedTrackOf(pAviInfo, streamNr));
-        result = LX_AVIREAD_CALL(
-            PlaceRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, qwBaseOffset, stream));
+        result =
+            LX_AVIREAD_CALL(PlaceRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, qwBaseOffset, stream));
         if (result == LX_OK) {
             CompleteStream(stream);
         }

@@ -27,7 +27,4 @@ UInt32 lxAvi2ReadCore_FileRead(lxAviReadCore_AviInfo_t* pAviInfo, UInt32* buffer
     return ReadForCaller(pAviInfo, kOpenDmlRead, buffer, size);
 }
 
-Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    return lxAviReadCore_FileEof(pAviInfo);
-}
+Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo) { return lxAviReadCore_FileEof(pAviInfo); }

@@ -46,8 +46,8 @@ UInt32 ReadSuperIndexEntries(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_St
         }
         pEntries = pGrown;
         pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
-            ReadLoop(pAviInfo, kOpenDmlRead, {static_cast<UInt8*>(pEntries) + done, piece, piece})));
+        LX_AVIREAD_TRY(
+            LX_AVIREAD_CALL(ReadLoop(pAviInfo, kOpenDmlRead, {static_cast<UInt8*>(pEntries) + done, piece, piece})));
         done += piece;
     }
     return LX_OK;
@@ -137,8 +137,8 @@ UInt32 BuildFromAudio(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     }
     const auto common = pStrInfo->IndxChunk.aviIndxcommonSection;
     const auto& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
-    const UInt32 result = LX_AVIREAD_CALL(lxAvi2ReadCore_ParseAudioStdIndex(instance, pAviInfo, &common,
-                                                                            specific.qwBaseOffset, specific.dwReserved));
+    const UInt32 result = LX_AVIREAD_CALL(
+        lxAvi2ReadCore_ParseAudioStdIndex(instance, pAviInfo, &common, specific.qwBaseOffset, specific.dwReserved));
     padding.uiRemaining -= EntriesBytes(common);
     if (result == LX_OK) {
         pStrInfo->bIndexParsed = 1;

@@ -260,8 +260,8 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountWalk, count));
     *numberOfKeyFrames = SettleKeyFrames(pAviInfo, counter);
-    return LX_AVIREAD_CALL(lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs,
-                                                                     neededMemory, skipKey));
+    return LX_AVIREAD_CALL(
+        lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, skipKey));
 }
 
 UInt32 lxAvi2ReadCore_GetTotalKFramesInStdIndxChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiNoOfEntries,

@@ -108,9 +108,8 @@ UInt32 lxAvi2ReadCore_ParseVideoSuperIndex(UInt32 instance, lxAviReadCore_AviInf
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     KeyFrameFiller filler(pAviInfo, kOpenDmlMessages, skipKey);
-    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kVideoWalk, [&](const IndexChunk& chunk) {
-        return FillFromChunk(pAviInfo, chunk, filler);
-    }));
+    LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kVideoWalk,
+                                     [&](const IndexChunk& chunk) { return FillFromChunk(pAviInfo, chunk, filler); }));
     filler.Builder().Finish();
     LogLeafs(pAviInfo);
     return LX_OK;
@@ -136,7 +135,7 @@ UInt32 lxAvi2ReadCore_FillVideoKFramesInKFTable(lxAviReadCore_AviInfo_t* pAviInf
     *pFrameNumber = filler.FrameNumber();
     *pSkipCounter = filler.SkipCounter();
     *pLeafNumber = filler.Builder().LeafNr();
-    *ppCurrentLeaf = *pLeafNumber < pAviInfo->KeyFramesListAsArrayLength ? pAviInfo->KeyFramesListAsArray[*pLeafNumber]
-                                                                         : Null;
+    *ppCurrentLeaf =
+        *pLeafNumber < pAviInfo->KeyFramesListAsArrayLength ? pAviInfo->KeyFramesListAsArray[*pLeafNumber] : Null;
     return result;
 }

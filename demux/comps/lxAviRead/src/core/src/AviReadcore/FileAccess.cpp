@@ -58,8 +58,7 @@ size_t ReadPiece(FILE* pFile, const ReadTarget& target, UInt64 position, size_t 
 
 const ReadFamily kCoreRead = {true, kCoreReadMessages};
 
-UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
-                UInt32* pLacking)
+UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, UInt32* pLacking)
 {
     if (pAviInfo->pFile == Null) {
         return LX_ERR_AVIREAD_READ;
@@ -153,10 +152,7 @@ void lxAviReadCore_GetFilePosition(UInt64* pPosition)
     *pPosition = FileOffsetOf(&lxAviReadCore_AviInfo, lxAviReadCore_AviInfo.CurrentOffset);
 }
 
-void lxAviReadCore_IncreaseOffset(UInt32 count)
-{
-    lxAviReadCore_AviInfo.CurrentOffset += count;
-}
+void lxAviReadCore_IncreaseOffset(UInt32 count) { lxAviReadCore_AviInfo.CurrentOffset += count; }
 
 UInt32 lxAviReadCore_RemoveChunk(UInt32 size)
 {

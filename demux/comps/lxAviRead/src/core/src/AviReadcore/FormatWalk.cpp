@@ -24,8 +24,8 @@ constexpr UInt32 kLargestSize = 0xFFFFFFFEu;
 struct Walk {
     lxAviReadCore_AviInfo_t* pAviInfo;
     UInt32 instance;
-    UInt64 uiEnd;       // of the RIFF list, as it says
-    UInt64 uiAt;        // where the file stands
+    UInt64 uiEnd; // of the RIFF list, as it says
+    UInt64 uiAt;  // where the file stands
     UInt32 uiTolerance = kWalkTolerance;
     bool bMoviFound = false;
     bool bIndexFound = false;

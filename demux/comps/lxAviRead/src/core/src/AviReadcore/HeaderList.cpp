@@ -52,8 +52,8 @@ UInt32 ParseStreamList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, 
         LX_LOG(kLevelError, "AviReadCore : No slot for stream %d, its LIST is skipped", walk.uiStreamNr);
         return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - kListTypeBytes));
     }
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(
-        lxAviReadCore_ParseListStrl(walk.instance, pAviInfo, size - kListTypeBytes, walk.uiStreamNr)));
+    LX_AVIREAD_TRY(
+        LX_AVIREAD_CALL(lxAviReadCore_ParseListStrl(walk.instance, pAviInfo, size - kListTypeBytes, walk.uiStreamNr)));
     ++walk.uiStreamNr;
     return LX_OK;
 }

@@ -26,8 +26,7 @@ constexpr MessageRow<TableText> kIdx1Messages[] = {
     {TableText::ArraySucceeded, kLevelIndex, "AviRead:Succeeded allocating %d bytes for %d leafs"},
     {TableText::LeafFailed, kLevelError, "Failed allocating %d bytes for pAviInfo->KeyFramesListAsArray[%d]"},
     NoMessage(TableText::LeafSucceeded),
-    {TableText::LeafsSucceeded, kLevelIndex,
-     "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"},
+    {TableText::LeafsSucceeded, kLevelIndex, "Succeeded allocating the full array pAviInfo->KeyFramesListAsArray[%d]"},
     {TableText::LeafFull, kLevelIndex, "Leaf %d if full, filling %d leaf"},
 };
 static_assert(IsMessageTable(kIdx1Messages, kTableTextArguments));
@@ -118,8 +117,7 @@ bool SeekToIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 // The two passes that fill the table. The audio pass runs even if the seek before it fails.
 UInt32 FillFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32 skipKey, UInt32 neededLeafs)
 {
-    LX_AVIREAD_TRY(
-        LX_AVIREAD_CALL(lxAviReadCore_ParseIndex_Video(instance, pAviInfo, size, skipKey, neededLeafs)));
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_ParseIndex_Video(instance, pAviInfo, size, skipKey, neededLeafs)));
     const bool bSought = SeekToIdx1(pAviInfo); // Quirk Q34
     LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_ParseIndex_Audio(pAviInfo, size, neededLeafs)));
     return bSought ? LX_OK : LX_ERR_AVIREAD_SEEK;
@@ -138,8 +136,8 @@ UInt32 BuildFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
     UInt32 neededLeafs = 0;
     UInt32 neededMemory = 0;
     UInt32 numberOfKeyFrames = 0;
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_PreParseIdx1Chunk(pAviInfo, size, &skipKey, &neededLeafs,
-                                                                   &neededMemory, &numberOfKeyFrames)));
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+        lxAviReadCore_PreParseIdx1Chunk(pAviInfo, size, &skipKey, &neededLeafs, &neededMemory, &numberOfKeyFrames)));
     LX_LOG(kLevelIndex, "lxAviReadCore_PreParseIdx1Chunk: memoryUsageLimit:%d, ReqMemory=%d",
            pAviInfo->memoryUsageLimit, neededMemory);
     LX_LOG(kLevelIndex, "lxAviReadCore_PreParseIdx1Chunk: SkipKey:%d ReqLeafs=%d NoOfKeyFrames:%d", skipKey,
@@ -320,8 +318,7 @@ UInt32 lxAviReadCore_ParseIndex_Video(UInt32 /*instance*/, lxAviReadCore_AviInfo
                                       UInt32 SkipKey, UInt32 neededLeafs)
 {
     KeyFrameFiller filler(pAviInfo, kIdx1Messages, SkipKey);
-    return BuildTable(pAviInfo, Idx1Run(uiSize, pAviInfo->uiMaxRecordsInBuffer), neededLeafs, filler,
-                      StoreKeyFrames);
+    return BuildTable(pAviInfo, Idx1Run(uiSize, pAviInfo->uiMaxRecordsInBuffer), neededLeafs, filler, StoreKeyFrames);
 }
 
 UInt32 lxAviReadCore_ParseIndex_Audio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 uiSize, UInt32 /*neededLeafs*/)

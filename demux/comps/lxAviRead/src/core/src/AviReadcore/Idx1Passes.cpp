@@ -25,8 +25,8 @@ UInt64 s_uiOffsetBase;
 class Idx1Decoder {
 public:
     explicit Idx1Decoder(const lxAviReadCore_AviInfo_t* pAviInfo)
-        : m_iVideoStreamNr(pAviInfo->videoStreamNr), m_uiOffsetBase(s_uiOffsetBase),
-          m_meanings{MeaningOf(0), MeaningOf(0), MeaningOf(0), MeaningOf(0)}
+        : m_iVideoStreamNr(pAviInfo->videoStreamNr),
+          m_uiOffsetBase(s_uiOffsetBase), m_meanings{MeaningOf(0), MeaningOf(0), MeaningOf(0), MeaningOf(0)}
     {
     }
 

@@ -73,7 +73,8 @@ IndexSurvey s_survey;
 UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
 {
     const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
-    const UInt32 microSecPerFrame = pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
+    const UInt32 microSecPerFrame =
+        pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
     return static_cast<UInt64>(static_cast<double>(frameNumber) * (static_cast<double>(microSecPerFrame) / 1000.0));
 }
 
@@ -228,8 +229,8 @@ Position AudioPlacer::Advance()
         m_cursor = {};
     }
     if (const Entry* const pEntry = table.At(m_cursor); pEntry != Null) {
-        m_uiCursorTime = lxAviReadCore_GetStreamTime(static_cast<UInt32>(m_pAviInfo->videoStreamNr),
-                                                     pEntry->videoFrameNumber, 0);
+        m_uiCursorTime =
+            lxAviReadCore_GetStreamTime(static_cast<UInt32>(m_pAviInfo->videoStreamNr), pEntry->videoFrameNumber, 0);
     }
     return before;
 }
@@ -273,9 +274,8 @@ void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 // Gives the last chunk to the key frames that the chunk to come plays after.
 void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
 {
-    const UInt32 time = m_state.bHaveChunk == 0
-                            ? 0
-                            : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount, bytePosition);
+    const UInt32 time =
+        m_state.bHaveChunk == 0 ? 0 : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount, bytePosition);
     if (m_cursor.valid == 1) {
         LX_LOG(kLevelIndex, "Atrk=%d(%d) vtrk=%d streamTime=%d seekedT=%d ", entry.uiStreamNr, m_uiTrack,
                m_pAviInfo->videoStreamNr, time, m_uiCursorTime);

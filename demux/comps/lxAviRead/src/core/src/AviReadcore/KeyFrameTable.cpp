@@ -138,15 +138,9 @@ Entry* KeyFrameTableBuilder::Append()
     return &pLeaf->array[pLeaf->arrayLength++];
 }
 
-UInt32 KeyFrameTableBuilder::ItemNr() const
-{
-    return m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength - 1;
-}
+UInt32 KeyFrameTableBuilder::ItemNr() const { return m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength - 1; }
 
-UInt32 KeyFrameTableBuilder::LeafsInUse() const
-{
-    return KeyFrameTable(m_pAviInfo).LeafCount();
-}
+UInt32 KeyFrameTableBuilder::LeafsInUse() const { return KeyFrameTable(m_pAviInfo).LeafCount(); }
 
 void KeyFrameTableBuilder::Finish() const
 {

@@ -178,7 +178,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     }
     const char twocc[] = {static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'};
     LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", twocc, HighHalf(id), id,
-                 static_cast<UInt32>(pAviInfo->CurrentOffset));
+           static_cast<UInt32>(pAviInfo->CurrentOffset));
     return LX_OK;
 }
 
@@ -256,7 +256,7 @@ UInt32 NextChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChun
         LX_AVIREAD_TRY(ExecuteJump(pAviInfo, pJumped));
     }
     LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
-                 LX_HILO(pAviInfo->moviSize));
+           LX_HILO(pAviInfo->moviSize));
     UInt32 id = 0;
     LX_AVIREAD_TRY(FindMediaCode(pAviInfo, id));
     if (HighHalf(id) == TwoCC("dd")) {
@@ -287,8 +287,7 @@ UInt32 lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTra
     }
     chunkData->bKeyFrame = 0;
     *pJumped = 0;
-    const UInt32 result =
-        NextChunk(&lxAviReadCore_AviInfo, chunkData, audioTrackNumber, subtitleTrackNumber, pJumped);
+    const UInt32 result = NextChunk(&lxAviReadCore_AviInfo, chunkData, audioTrackNumber, subtitleTrackNumber, pJumped);
     chunkData->bValid = result == LX_OK ? 1 : 0;
     LX_LOG(kLevelLeave, "lxAviReadCore_NextChunk leave: RVAL: %x ", result);
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_NextChunk at line %d ", __LINE__);

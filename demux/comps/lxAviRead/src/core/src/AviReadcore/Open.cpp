@@ -76,7 +76,8 @@ UInt32 WalkFirstList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& b
 // its first chunks.
 UInt32 FindExtensions(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance)
 {
-    const bool bLook = ExtensionsNeedNoPromise(pAviInfo) ? lxalAviRead_FileSeekPossible != 0 : pAviInfo->bAvixPresent == 1;
+    const bool bLook =
+        ExtensionsNeedNoPromise(pAviInfo) ? lxalAviRead_FileSeekPossible != 0 : pAviInfo->bAvixPresent == 1;
     if (!bLook) {
         return LX_OK;
     }

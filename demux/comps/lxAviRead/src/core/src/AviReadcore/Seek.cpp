@@ -80,7 +80,8 @@ UInt32 FindLeaf(const KeyFrameTable& table, UInt64 time)
 }
 
 // The one of two neighbours around `time` that the rounding asks for.
-Position Round(const KeyFrameTable& table, const Position& down, const Position& up, UInt64 time, UInt32 roundPreference)
+Position Round(const KeyFrameTable& table, const Position& down, const Position& up, UInt64 time,
+               UInt32 roundPreference)
 {
     switch (roundPreference) {
     case lxAviRead_SetPosRoundDown: return down;
@@ -170,8 +171,8 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
-    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS",
-                                     "lxAviReadCore_SeekToTime", Here());
+    const Int32 track =
+        CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS", "lxAviReadCore_SeekToTime", Here());
     const KeyFrameTable table(pAviInfo);
     LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
               "Set position cannot be called when KeyFramesListAsArrayLength  <  0");

@@ -37,7 +37,7 @@ constexpr UInt32 kFileBufferBytes = 1024;
 void* s_pMetaDataBufferOwner; // the batch buffer, also while the state has forgotten it
 
 template <typename T>
-constexpr bool kPlainRecord = (std::is_standard_layout_v<T>) && (std::is_trivially_copyable_v<T>);
+constexpr bool kPlainRecord = std::conjunction_v<std::is_standard_layout<T>, std::is_trivially_copyable<T>>;
 
 // The records that are read from the file as they stand.
 static_assert(kPlainRecord<lxAviRead_Avih_t> && sizeof(lxAviRead_Avih_t) == 56);
@@ -178,10 +178,7 @@ bool AcquireMetaDataBuffer(lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->pMetaDataBuffer != Null;
 }
 
-void ClearMetaDataBuffer(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    ClearBlock(pAviInfo->pMetaDataBuffer, kMetaDataBytes);
-}
+void ClearMetaDataBuffer(lxAviReadCore_AviInfo_t* pAviInfo) { ClearBlock(pAviInfo->pMetaDataBuffer, kMetaDataBytes); }
 
 void ReleaseMetaDataBuffer(lxAviReadCore_AviInfo_t* pAviInfo)
 {
@@ -278,10 +275,7 @@ UInt32 lxAviReadCore_DeAlloc(void)
     return LX_OK;
 }
 
-UInt32 lxAviReadCore_Close(void)
-{
-    return lxAviReadCore_DeAlloc();
-}
+UInt32 lxAviReadCore_Close(void) { return lxAviReadCore_DeAlloc(); }
 
 void lxAviReadCore_RewindToStart(void)
 {
@@ -313,15 +307,9 @@ UInt32 lxAviReadCore_SetAbortFlag(Bool bAbort)
     return LX_OK;
 }
 
-Bool lxAviReadCore_GetAbortFlag(void)
-{
-    return __atomic_load_n(&lxAviReadCore_AviInfo.bAbort, __ATOMIC_RELAXED);
-}
+Bool lxAviReadCore_GetAbortFlag(void) { return __atomic_load_n(&lxAviReadCore_AviInfo.bAbort, __ATOMIC_RELAXED); }
 
-lxAviReadCore_AviInfo_t* lxAviReadCore_GetAviInfo(void)
-{
-    return &lxAviReadCore_AviInfo;
-}
+lxAviReadCore_AviInfo_t* lxAviReadCore_GetAviInfo(void) { return &lxAviReadCore_AviInfo; }
 
 UInt32 lxAviReadCore_GetFile(FILE** ppFile)
 {
@@ -332,7 +320,4 @@ UInt32 lxAviReadCore_GetFile(FILE** ppFile)
     return LX_OK;
 }
 
-int NOPRINT(const char* /*format*/, ...)
-{
-    return 1;
-}
+int NOPRINT(const char* /*format*/, ...) { return 1; }

@@ -50,7 +50,7 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTab
                found.valid == 1 ? "Is a key frame" : "Is not a key frame");
     } else {
         LX_LOG(kLevelChunk, "Not drm-ed Chunk with offset=%d.%d %s", LX_HILO(start),
-                     found.valid == 1 ? "is a video K F" : "is not K F");
+               found.valid == 1 ? "is a video K F" : "is not K F");
     }
     return found;
 }
@@ -120,19 +120,19 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
         return NumberFrame(pChunk, pFound->videoFrameNumber);
     }
     LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
-                 LX_HILO(pAviInfo->CurrentOffset));
+           LX_HILO(pAviInfo->CurrentOffset));
     return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
 }
 
 // Decides about a chunk of the main video stream in a file with a key-frame table.
-UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table,
-                           lxAviRead_ChunkData_t* pChunk, Bool bJumped)
+UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, lxAviRead_ChunkData_t* pChunk,
+                           Bool bJumped)
 {
     Position found = {};
     const Entry* pFound = Null;
     const UInt32 result = MeetFrame(pAviInfo, table, pChunk, bJumped, found, pFound);
-    LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d",
-                 found.valid, found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
+    LX_LOG(kLevelChunk, "Search Result's validity =%d Leaf=%d Item=%d audioSynkInfoSet's Leaf: %d Item:%d", found.valid,
+           found.leafNr, found.itemNr, pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr);
     return result != LX_OK ? result : ApplySyncRule(pAviInfo, table, pChunk, pFound);
 }
 
@@ -149,7 +149,7 @@ UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead
                         UInt32 audioTrackNumber)
 {
     LX_LOG(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
-                 pChunk->uiStreamNr);
+           pChunk->uiStreamNr);
     if (track < LX_AVIREAD_AUDIO_TRACKS) {
         CountAudio(track, pChunk->uiSize);
     }
@@ -226,9 +226,8 @@ UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_C
     PlaceAudio(pChunk, track);
     LX_LOG(kLevelSeek, "1st audio chunk After Jump(fr#=%d Byte postn=%d.%d) ", pChunk->uiFrameNumber,
            LX_HILO(pChunk->uiBytePosition));
-    LX_LOG(kLevelSeek, "Offset =%d.%d , Leaf = %d,Item = %d) Chunk Offset=%d.%d",
-           LX_HILO(sync.audioChunkOffset[track]), pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr,
-           LX_HILO(start));
+    LX_LOG(kLevelSeek, "Offset =%d.%d , Leaf = %d,Item = %d) Chunk Offset=%d.%d", LX_HILO(sync.audioChunkOffset[track]),
+           pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr, LX_HILO(start));
     const UInt32 size = pChunk->uiSize; // counted whole, whatever is trimmed
     TrimLeadingAudio(pAviInfo, pChunk, sync);
     CountAudio(track, size);
@@ -276,7 +275,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
 {
     const UInt32 track = TrackOf(pAviInfo, chunkData->uiStreamNr);
     LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
-                 chunkData->uiSize, audioTrackNumber);
+           chunkData->uiSize, audioTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
     UInt32 result = LX_OK;
     if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {
@@ -297,7 +296,4 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
     return result;
 }
 
-UInt32 lxAviReadCore_SwitchAudioTrack(void)
-{
-    return LX_OK;
-}
+UInt32 lxAviReadCore_SwitchAudioTrack(void) { return LX_OK; }

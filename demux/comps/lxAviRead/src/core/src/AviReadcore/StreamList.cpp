@@ -25,10 +25,7 @@ struct StreamList {
     lxAviReadCore_StreamInfo_t* pStream;
 };
 
-Step Skip(UInt32 size)
-{
-    return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)));
-}
+Step Skip(UInt32 size) { return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size))); }
 
 // Gives the stream the next number among those of its kind. A stream beyond the eighth is counted, and keeps the number
 // that it has.
@@ -76,8 +73,7 @@ void BecomeSubtitles(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 UInt32 TakeBitmapSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     BecomeSubtitles(pAviInfo, list);
-    LX_LOG(kLevelHeader,
-           "AviReadCore : Found subtitle streamformat (bitmap) (id=%d,size = %d) streamformat sub-chunk.",
+    LX_LOG(kLevelHeader, "AviReadCore : Found subtitle streamformat (bitmap) (id=%d,size = %d) streamformat sub-chunk.",
            list.uiStreamNr, size);
     NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
@@ -130,9 +126,10 @@ UInt32 TakeStreamData(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list,
         return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
     }
     if (!IsMainVideoStream(pAviInfo, list.uiStreamNr)) {
-        LX_LOG(kLevelHeader,
-               "AviReadCore : Found streamdata (strd) sub-chunk for not-main video track. FccType is vids %x, size %x\n",
-               type, size);
+        LX_LOG(
+            kLevelHeader,
+            "AviReadCore : Found streamdata (strd) sub-chunk for not-main video track. FccType is vids %x, size %x\n",
+            type, size);
         return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
     }
     list.pStream->StreamType = LX_AVIREAD_STREAM_VIDEO;

@@ -24,25 +24,22 @@ constexpr bool kHasMessages = true;
 // ---- Levels ----
 
 // Levels are bit masks; a message is printed when it shares a bit with a mask in force. 0x8000 marks trouble.
-constexpr UInt32 kLevelNever = 0;              // of a message that an index family does not have
-constexpr UInt32 kLevelChunk = 0x10;           // delivered chunks
-constexpr UInt32 kLevelSeek = 0x20;            // jumps, seeks and key-frame steps
-constexpr UInt32 kLevelEnter = 0x40;           // entry traces
-constexpr UInt32 kLevelLeave = 0x80;           // exit traces
-constexpr UInt32 kLevelHeader = 0x100;         // what the headers hold
-constexpr UInt32 kLevelIndex = 0x200;          // what the index holds, and the table built from it
-constexpr UInt32 kLevelMemory = 0x800;         // what is freed
-constexpr UInt32 kLevelCall = 0x1000;          // checked calls, before and after
+constexpr UInt32 kLevelNever = 0;      // of a message that an index family does not have
+constexpr UInt32 kLevelChunk = 0x10;   // delivered chunks
+constexpr UInt32 kLevelSeek = 0x20;    // jumps, seeks and key-frame steps
+constexpr UInt32 kLevelEnter = 0x40;   // entry traces
+constexpr UInt32 kLevelLeave = 0x80;   // exit traces
+constexpr UInt32 kLevelHeader = 0x100; // what the headers hold
+constexpr UInt32 kLevelIndex = 0x200;  // what the index holds, and the table built from it
+constexpr UInt32 kLevelMemory = 0x800; // what is freed
+constexpr UInt32 kLevelCall = 0x1000;  // checked calls, before and after
 constexpr UInt32 kLevelError = 0x8100;
 constexpr UInt32 kLevelEndOfFile = 0x8180;
-constexpr UInt32 kLevelOversize = 0x8200;      // records longer than the reader keeps
+constexpr UInt32 kLevelOversize = 0x8200; // records longer than the reader keeps
 constexpr UInt32 kLevelBadParameter = 0x8400;
 
 // Whether a message of this level is printed at present.
-inline bool IsLogged(UInt32 level)
-{
-    return kHasMessages && lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0;
-}
+inline bool IsLogged(UInt32 level) { return kHasMessages && lxDbg_LevelIsOn(glxalAviRead_debug_unit, level) != 0; }
 
 // ---- Rows of messages ----
 

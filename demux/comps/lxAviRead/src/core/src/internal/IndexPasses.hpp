@@ -166,7 +166,7 @@ private:
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
-    bool m_bLookAtEveryFrame; // a frame without the flag may be a key frame, or its message is logged
+    bool m_bLookAtEveryFrame;   // a frame without the flag may be a key frame, or its message is logged
     UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
     UInt32 m_uiFrameNumber = 0;
     UInt64 m_uiDrmOffset = 0; // of the "dd" chunk before the next frame
@@ -219,7 +219,7 @@ private:
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
     bool m_bLogged = false;
-    Reach m_reach;                    // chunks of a stream up to here do not play after it
+    Reach m_reach; // chunks of a stream up to here do not play after it
 };
 
 // Makes `chunk` the last one of the track. The placers and the single-pass builder count alike.

@@ -7,9 +7,9 @@
 namespace lxAviReadCore {
 
 enum class VideoFirst : UInt8 {
-    Keep,           // bJumpToVideo stays as it is
-    Require,        // the first chunk after the jump has to be the key frame
-    UnlessToAudio,  // required when the jump goes to the key frame, not when it goes to the audio chunk before it
+    Keep,          // bJumpToVideo stays as it is
+    Require,       // the first chunk after the jump has to be the key frame
+    UnlessToAudio, // required when the jump goes to the key frame, not when it goes to the audio chunk before it
 };
 
 // How the jumps differ.

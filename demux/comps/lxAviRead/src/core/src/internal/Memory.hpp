@@ -14,7 +14,7 @@ namespace lxAviReadCore {
 inline void* AllocateCleared(UInt64 count, size_t recordSize)
 {
     if (count > SIZE_MAX / recordSize) { // GCOVR_EXCL_BR_LINE: counts have 32 bits, sizes 64 where coverage is measured
-        return Null; // GCOVR_EXCL_LINE
+        return Null;                     // GCOVR_EXCL_LINE
     }
     void* pBlock = std::malloc(static_cast<size_t>(count) * recordSize);
     if (pBlock != Null) {

@@ -21,7 +21,10 @@ inline bool FollowsFormat(ModeOf pAviInfo) { return (pAviInfo->IndxOption & LX_A
 
 // How far the next attempt of a read lands behind the last one that brought `bytes`: the default mode applies bytes as
 // words.
-inline UInt64 ReadAdvance(ModeOf pAviInfo, UInt64 bytes) { return FollowsFormat(pAviInfo) ? bytes : 4 * bytes; } // Quirk Q06
+inline UInt64 ReadAdvance(ModeOf pAviInfo, UInt64 bytes)
+{
+    return FollowsFormat(pAviInfo) ? bytes : 4 * bytes;
+} // Quirk Q06
 
 // What a seek makes of an offset, from the start or from the current position: the default mode takes its low 32 bits as
 // a signed number, on every target.
@@ -32,12 +35,18 @@ inline std::int64_t SeekDistance(ModeOf pAviInfo, UInt64 offset)
 }
 
 // The bits of a position that the index and the lookups work with: 32 in the default mode.
-inline UInt64 PositionMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; } // Quirk Q27, Quirk Q35
+inline UInt64 PositionMask(ModeOf pAviInfo)
+{
+    return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu;
+} // Quirk Q27, Quirk Q35
 
 // ---- Lists ----
 
 // Every chunk of the first RIFF list stands where the sizes before it say.
-inline bool ChunksStandWhereSizesSay(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q09, Quirk Q10, Quirk Q47
+inline bool ChunksStandWhereSizesSay(ModeOf pAviInfo)
+{
+    return FollowsFormat(pAviInfo);
+} // Quirk Q09, Quirk Q10, Quirk Q47
 
 // A list in the headers, or a chunk with records, ends where its size says, and so do the chunks in it.
 inline bool ListsAreExact(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q11, Quirk Q12
@@ -86,7 +95,10 @@ inline UInt32 AllowEarlyEnd(ModeOf pAviInfo, UInt32 result)
 inline bool AudioIsPlacedByChunkStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q32
 
 // An OpenDML index on one level is noted as a super index of one entry.
-inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q36, Quirk Q37, Quirk Q40
+inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo)
+{
+    return FollowsFormat(pAviInfo);
+} // Quirk Q36, Quirk Q37, Quirk Q40
 
 // An entry of a super index names an index chunk, or is unused, or makes the index unusable.
 inline bool EntriesNameIndexChunks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q38

@@ -9,7 +9,7 @@ extern lxAviReadCore_AviInfo_t lxAviReadCore_AviInfo;
 
 namespace lxAviReadCore {
 
-extern void* file_buffer; // no read uses it: its presence proves to Open that Alloc ran
+extern void* file_buffer;                                 // no read uses it: its presence proves to Open that Alloc ran
 extern UInt64 AudioByteposition[LX_AVIREAD_AUDIO_TRACKS]; // payload bytes delivered or passed over, per track
 extern lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
 
