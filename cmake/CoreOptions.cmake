@@ -1,11 +1,13 @@
 # How the core is compiled and linked.
 
+include(CMakePushCheckState)
 include(CheckCXXSymbolExists)
 include(CheckIPOSupported)
 check_ipo_supported(RESULT LXAVIREAD_LTO OUTPUT ignored LANGUAGES CXX)
-set(CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
+cmake_push_check_state()
+list(APPEND CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
 check_cxx_symbol_exists(fread_unlocked cstdio LXAVIREAD_HAS_UNLOCKED_STDIO)
-unset(CMAKE_REQUIRED_DEFINITIONS)
+cmake_pop_check_state()
 
 # What every build of the core has in common.
 function(configure_core target)
@@ -14,7 +16,7 @@ function(configure_core target)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics # needs no C++ runtime
     -fvisibility=hidden -fvisibility-inlines-hidden
-    -ffp-contract=off) # results are the same on every target: no fused multiply-add
+    -ffp-contract=off -fno-fast-math) # results are the same on every target, whatever the caller's flags
   target_compile_definitions(${target} PRIVATE _GNU_SOURCE LX_AVIREAD_NODISCARD_RESULTS)
   if(NOT LXAVIREAD_MESSAGES)
     target_compile_definitions(${target} PRIVATE LX_AVIREAD_NO_MESSAGES)

@@ -580,6 +580,18 @@ TEST_F(Quirks, Quirk_Q53_LeadingAudioIsDroppedInBlocksOfTheScale)
     EXPECT_EQ(NextValid().chunk.uiBytePosition, 1279u);
 }
 
+TEST_F(Quirks, Quirk_Q57_TrimmingWorksWith32Bits)
+{
+    builder.streams[1].header.dwScale = 1;
+    builder.streams[1].format = AudioFormat(LX_AVIREAD_FORMAT_PCM, 1, 8000, 16000, 2, 16);
+    builder.Audio(1, Fill(8000)).Frame(0, Fill(8), true).Frame(0, Fill(8), false).Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    constexpr UInt64 kFourGiB = UInt64{1} << 32;
+    Entry(0, 1).audioBytePosition[0] = kFourGiB; // three days of audio behind the key frame
+    static_cast<void>(lxAviReadCore_SeekToTime(80, 0, lxAviRead_SetPosRoundDown));
+    EXPECT_EQ(NextValid().chunk.uiBytePosition, kFourGiB + 1279); // trimmed as if it were 0
+}
+
 TEST_F(Quirks, Quirk_Q54_ExtensionListsHaveToBePromised)
 {
     builder.eIndex = IndexKind::None;

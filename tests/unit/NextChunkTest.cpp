@@ -406,6 +406,35 @@ TEST_F(NextChunk, EveryFailedReadIsTheSameReadError)
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ); // an abort gives the same result
 }
 
+// The size of a chunk that is stepped over is read without asking for room. Behind the end of the list there is no room
+// for 0 bytes either.
+TEST_F(NextChunk, AnEmptyChunkAcrossTheEndOfTheListEndsTheList)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(6), true).Raw(Fill(4, 0)).Raw(Chunk("JUNK", {})); // its size is out of reach
+    OpenToPlay();
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    log.Clear();
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    EXPECT_FALSE(log.HasPrefix("lxAviReadCore_RemoveChunk : size == 0"));
+}
+
+TEST_F(NextChunk, AnEmptyChunkAcrossTheEndOfTheListGoesOnInTheNextOne)
+{
+    builder.eIndex = IndexKind::None;
+    builder.dmlhTotalFrames = 9;
+    builder.Frame(0, Fill(6), true).Raw(Fill(4, 0)).Raw(Text("JUNK")).Raw(Fill(8, 0));
+    builder.NextRiff().Raw(Text("00dc")).NextRiff().Frame(0, Fill(12), true);
+    Bytes file = builder.Build();
+    const size_t movi = Find(file, "movi");
+    Patch32(file, Find(file, "movi", movi + 4) - 4, 4 + 2); // the second list ends inside the code
+    Patch32(file, movi - 4, static_cast<UInt32>(Find(file, "JUNK", movi)) - static_cast<UInt32>(movi) + 4);
+    ASSERT_EQ(Open(file, true, 1, kPlenty, UInt8{LX_AVIREAD_FOLLOW_FORMAT | 1}), LX_OK);
+    Position();
+    EXPECT_EQ(Next().payload, Fill(6));
+    EXPECT_EQ(Next().payload, Fill(12)); // the second list has no room for a code
+}
+
 TEST_F(NextChunk, ATruncatedFileEndsWithAReadError)
 {
     builder.Frame(0, Fill(20), true).Frame(0, Fill(20), false);

@@ -8,7 +8,6 @@
 // A super index is only noted here; SuperIndex.cpp builds the table from it later. An index on one level builds the table
 // inside Open, if the caller asks for that; the format mode notes it as a super index of one entry.
 
-#include "internal/ListWalk.hpp"
 #include "internal/OpenDmlIndex.hpp"
 
 #include <iterator>
@@ -104,7 +103,7 @@ UInt32 BuildFromVideo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
         return LX_OK; // only once in a file: the seek back below must not lead to the same chunk again and again
     }
     if (static_cast<UInt16>(EntryBytes(common)) == 0) {
-        return LX_ERR_AVIREAD_NO_INDEX; // the fill takes the size as 16 bits
+        return LX_ERR_AVIREAD_NO_INDEX; // the fill uses the low 16 bits of the size
     }
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), kStandardIndex)); // GCOVR_EXCL_BR_LINE: not 0, see above
     if (!AcquireMetaDataBuffer(pAviInfo)) {
@@ -146,7 +145,8 @@ UInt32 BuildFromAudio(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     return result;
 }
 
-// Notes an index on one level as a super index of one entry: the chunk is laid out as an `ix##` chunk is.
+// Notes an index on one level as a super index of one entry. This works because the chunk has the layout of an `ix##`
+// chunk.
 UInt32 NoteAsSuperIndex(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 size)
 {
     UInt64 behindFields = 0;
@@ -208,7 +208,7 @@ UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxA
     LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.qwBaseOffset, padding));
     LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.dwReserved, padding));
     padding.uiRemaining -= kTypeSpecificBytes;
-    // Where the main header promises an `idx1`, that one builds the table.
+    // Where the main header promises an `idx1`, the default mode leaves the table to that one.
     const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
     const bool bIdx1Promised =
         pHeader != Null && (pHeader->dwFlags & LX_AVIREAD_HAS_INDEX) != 0; // GCOVR_EXCL_BR_LINE: no stream without it

@@ -79,8 +79,8 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     return result;
 }
 
-// Bounds the work of a walk by the size of the file. A damaged index may name the same records again and again; the walk
-// reads at most as many bytes of records as there are before the end of the furthest record.
+// Bounds the work of a walk. The walk reads at most as many bytes of records as lie before the end of the furthest record,
+// so that a damaged index that names the same records repeatedly cannot make it run long.
 class IndexWalkBudget {
 public:
     // `offset` is where the chunk begins, as far as a seek goes.

@@ -5,8 +5,7 @@
 //   LIST size "movi" chunk chunk …     moviOffset, moviSize, the first segment record
 //   idx1 size record record …          idx1Offset, idx1Size
 //
-// The two offsets are sums of the sizes that lead there, and some chunks are left out of a sum. The file is left
-// wherever the walk ends.
+// Each of the two offsets is a sum of chunk sizes, and some chunks are not added. The file is left wherever the walk ends.
 
 #include "internal/Segments.hpp"
 #include "internal/Walk.hpp"
@@ -35,8 +34,8 @@ bool IsTolerated(Walk& walk, bool bSuspicious)
 
 // ---- The lists ----
 
-// Steps over the media data, be there none. A size of 2 GiB and more would lead backwards in a 32-bit seek: that
-// counts as failed, and is not tried.
+// Skips the media data, also when there is none. In a 32-bit seek a size of 2 GiB or more would lead backwards, so the
+// reader does not try it, and the seek counts as failed.
 bool SeekPastMovi(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     if (static_cast<Int32>(static_cast<UInt32>(pAviInfo->moviSize)) < 0) {
@@ -119,7 +118,7 @@ Step SkipJunk(Walk& walk, UInt32 size)
     if (IsTolerated(walk, size == 0)) {
         return kNextChunk;
     }
-    walk.pAviInfo->moviOffset += UInt64{size} + kChunkHeaderBytes; // deliberate behind `movi`, too
+    walk.pAviInfo->moviOffset += UInt64{size} + kChunkHeaderBytes; // deliberate, also behind `movi`
     return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)));
 }
 

@@ -80,7 +80,7 @@ UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
     const UInt64 first = position + kListHeaderBytes;
     const UInt64 end = position + kChunkHeaderBytes + riffSize;
     found = 0;
-    // The first one is there whatever the size says: a writer that was stopped has not written it.
+    // The first list is read whatever the RIFF size says: a writer that was stopped has left that size 0.
     for (UInt64 at = first; at == first || at + kListHeaderBytes <= end;) {
         ChunkHeader chunk = {};
         UInt32 type = 0;
@@ -98,7 +98,7 @@ UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
     return LX_OK;
 }
 
-// Records one "AVIX" list. Its record stays in the chain even if the list turns out to be none.
+// Records one "AVIX" list. The record stays in the chain even if the list is malformed.
 UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt64 movi, ChainEnd& end)
 {
     LX_LOG(kLevelHeader, "Found AVIX RIFF");

@@ -1,7 +1,6 @@
 // Access to the file: the read loop, seeks, skips, and the account of where delivery stands.
 //
-// Reads block. One read makes at most `maxReadAttempts` attempts and always one; an attempt is one call of
-// `fread_unlocked`, or the calls of `getc_unlocked` for a word:
+// Reads block. One read makes at most `maxReadAttempts` attempts, and always one:
 //
 //   attempt ► all there ─────────────► LX_OK
 //         ├─► end of file ───────────► LX_ERR_AVIREAD_EOF
@@ -51,7 +50,8 @@ size_t ReadPiece(FILE* pFile, const ReadTarget& target, UInt64 position, size_t 
     const size_t room = position < target.capacity ? target.capacity - static_cast<size_t>(position) : 0;
     const size_t wanted = std::min(room, left);
     const size_t got = wanted > 0 ? ReadBytes(pFile, static_cast<UInt8*>(target.pBuffer) + position, wanted) : 0;
-    return got < wanted ? got : got + ReadAndDrop(pFile, left - wanted);
+    const bool bRoomIsUsedUp = got == wanted && wanted < left;
+    return bRoomIsUsedUp ? got + ReadAndDrop(pFile, left - wanted) : got;
 }
 
 } // namespace

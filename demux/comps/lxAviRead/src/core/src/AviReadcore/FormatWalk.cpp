@@ -7,7 +7,7 @@
 //     any other chunk or list    stepped over
 //   RIFF …                       the next list: this one ends here, whatever its size says
 //
-// A writer that was stopped has left sizes of 0. Its media data end at the first chunk that cannot belong to them. A chunk
+// If a writer was stopped, sizes may be 0. The media data then end at the first chunk that cannot belong to them. A chunk
 // that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a known chunk
 // lines up.
 
@@ -117,7 +117,7 @@ void NoteFirstMovi(const Walk& walk, UInt64 offset, UInt64 size)
     walk.pAviInfo->moviOffset = offset;
     walk.pAviInfo->moviSize = size;
     if (!walk.bIndexFound) {
-        walk.pAviInfo->idx1Offset = offset + size; // where it would be
+        walk.pAviInfo->idx1Offset = offset + size; // where an index behind the media data would begin
     }
 }
 
@@ -178,8 +178,8 @@ Step StepOver(Walk& walk, const Place& place)
     return AfterResult(walk, GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
 }
 
-// A list that is too short for a type has none, and the next chunk begins in the place of the type. Media data and INFO
-// lists are the exception: a writer that was stopped has left their size 0.
+// A list of fewer than 4 bytes has no type; the next chunk begins where the type would be. Media data and INFO lists are
+// the exception: a writer that was stopped has left their size 0.
 bool HasType(const Place& place, UInt32 type)
 {
     return place.chunk.uiSize >= kListTypeBytes || type == FourCC("movi") || type == FourCC("INFO");

@@ -76,7 +76,7 @@ void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 UInt32 BeginTable(const lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameTableBuilder& builder, UInt32 neededLeafs)
 {
     if (pAviInfo->pMetaDataBuffer == Null) {
-        LogRow(kIdx1Messages, TableText::ArrayFailed, kMetaDataBytes); // the passes need it as they need the table
+        LogRow(kIdx1Messages, TableText::ArrayFailed, kMetaDataBytes); // no buffer, no table
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     LX_AVIREAD_TRY(builder.Create(neededLeafs));
@@ -156,8 +156,7 @@ UInt32 BuildFromIdx1(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 
 // ---- Where the offsets count from ----
 
-// Whether the chunk of `record` stands in the file where it says, counted from `base`. A "rec " record names the type of a
-// list.
+// Whether the chunk that `record` names is at its offset plus `base`. A "rec " record names the type of a list.
 bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t& record, UInt64 base)
 {
     const UInt32 id = UInt32{record.uiStreamCharacters} | static_cast<UInt32>(record.uiChunkType) << 16;
@@ -166,7 +165,7 @@ bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_
            code == (id == FourCC("rec ") ? FourCC("LIST") : id);
 }
 
-// What has to be added to the offsets of the index to make them absolute. Writers count from the file's start, from the
+// The number to add to an offset of the index to make it absolute. Writers count from the file's start, from the
 // "movi" code, or so that the first record names the first chunk. The first two are tried with the first record, the third
 // with the first and the second.
 UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t (&records)[2])

@@ -190,7 +190,7 @@ private:
                 continue;
             }
             WriteAudio(entry, track, audio.state);
-            audio.state.bHaveChunk = 0; // no key frame waits for this track: the chunk went to those that did
+            audio.state.bHaveChunk = 0; // no key frame waits now: the chunk was given to all that waited
             Log("ahead of video ", m_video.Builder().ItemNr(), track, entry);
         }
     }

@@ -119,7 +119,7 @@ void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounte
 }
 
 // A "dd" chunk belongs to the frame of the main video stream that follows it. Video and "dd" records of other streams
-// may stand between the two; anything else parts them.
+// may stand between the two; any other record in between cancels the descriptor.
 Entry* KeyFrameFiller::TakeAny(const IndexEntry& entry)
 {
     switch (entry.eKind) {
@@ -250,9 +250,8 @@ void AudioPlacer::Place()
     m_pMessages->bMovedFirst ? LogStored(before) : LogMoved(before);
 }
 
-// Finds a place further on in the stream whose time does not exceed the cursor's, so that no chunk up to there needs its
-// time computed: the time of a stream never runs backwards while the count of chunks does not wrap. The place is where
-// the stream would reach the cursor's time if it went on as until now; it counts only if its real time is no later.
+// Estimates how far the stream can go before it passes the cursor's time, and checks the estimate. No times are computed
+// up to there. This is safe because times never decrease while the count of chunks does not wrap.
 void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);
@@ -271,7 +270,7 @@ void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
     }
 }
 
-// Gives the last chunk to the key frames that the chunk to come plays after.
+// Gives the last chunk to all key frames whose time is before that of the next chunk.
 void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
 {
     const UInt32 time =

@@ -13,7 +13,7 @@ UInt32 leafsInUse;
 
 namespace {
 
-// The leaves to free. The length in the state may say 0 while there are leaves.
+// The number of leaves to free. The length in the state can be 0 although leaves exist.
 UInt32 s_uiOwnedLeafs;
 
 constexpr UInt32 DivideUp(UInt32 dividend, UInt32 divisor)
@@ -128,7 +128,7 @@ bool KeyFrameTableBuilder::RollOver()
 Entry* KeyFrameTableBuilder::Append()
 {
     if (m_uiLeafNr >= m_pAviInfo->KeyFramesListAsArrayLength || m_uiLeafNr > leafsInUse) {
-        return Null; // no leaf, or one behind an empty one
+        return Null; // no such leaf, or the leaf before it is empty
     }
     if (m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength >= LEAF_ARRAY_LENGTH && !RollOver()) {
         return Null;

@@ -6,13 +6,11 @@
 //   anything else                  slid over byte by byte until a media code lines up: pad bytes, list headers, damage
 //
 // Before a header is read, a pending jump is executed; where a `movi` list ends, the next segment takes over. The
-// state's `CurrentOffset` always tells where the file stands, but for a payload that has been counted in advance.
+// state's `CurrentOffset` is the position of the file, except while a payload that was counted has not been read yet.
 
 #include "internal/Segments.hpp"
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
-
-#include <algorithm>
 
 namespace lxAviReadCore {
 namespace {
@@ -58,11 +56,13 @@ UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->CurrentOffset <= end ? end - pAviInfo->CurrentOffset : 0;
 }
 
-// Makes sure that the current segment holds `bytes` more. Where it does not, the next one is entered, and the caller
-// continues there unchecked.
+// Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there is
+// less room, enters the next segment, and the caller continues there unchecked.
 UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 {
-    return RoomLeft(pAviInfo) >= bytes ? LX_OK : EnterNextSegment(pAviInfo); // Quirk Q20
+    const UInt64 end = EndOfDelivery(pAviInfo);
+    const bool bHasRoom = pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
+    return bHasRoom ? LX_OK : EnterNextSegment(pAviInfo); // Quirk Q20
 }
 
 // ---- The pending jump ----
@@ -185,7 +185,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 // Reads a DRM descriptor and the identifier of the chunk that it belongs to.
 UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32& id)
 {
-    UInt32 size = 0; // Quirk Q22: whatever it says, 10 bytes are read, and the next code counts as a chunk's
+    UInt32 size = 0; // Quirk Q22: always 10 bytes are read, and the next code is taken for the code of a chunk
     LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, size, kDrmSize, Here()));
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kDrmBytes + kSizeBytes));
     UInt32 result = ReadHeaderPart(pAviInfo, pChunk->DrmInfo, kDrm, Here());
@@ -217,7 +217,7 @@ UInt32 Dispatch(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk
     case LX_AVIREAD_STREAM_AUDIO: return lxAviReadCore_ProcessNextAudioChunk(pAviInfo, pChunk, audioTrackNumber);
     case LX_AVIREAD_STREAM_SUBTITLE:
         return lxAviReadCore_ProcessNextSubtitleChunk(pAviInfo, pChunk, subtitleTrackNumber);
-    default: return LX_OK; // no file brings it about
+    default: return LX_OK; // cannot happen
     }
 }
 

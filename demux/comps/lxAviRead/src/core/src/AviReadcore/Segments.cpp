@@ -69,13 +69,6 @@ void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 
 // ---- The way through the chain ----
 
-Segment CurrentSegment(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    return pAviInfo->pCurrentAvix != Null
-               ? *pAviInfo->pCurrentAvix
-               : Segment{pAviInfo->moviOffset, static_cast<UInt32>(pAviInfo->moviSize), Null, Null};
-}
-
 void GoToFirstSegment(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     while (pAviInfo->pCurrentAvix != Null && pAviInfo->pCurrentAvix->pPrevAvix != Null) {
@@ -84,12 +77,6 @@ void GoToFirstSegment(lxAviReadCore_AviInfo_t* pAviInfo)
 }
 
 namespace {
-
-// Whether delivery keeps to the segments of the chain, and not to the one `movi` list of a plain file.
-bool IsSegmented(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    return pAviInfo->bAvixPresent == 1 || pAviInfo->bAbsoluteOffsets == 1;
-}
 
 void LogEndOfMovi(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
@@ -144,14 +131,6 @@ bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
         pAviInfo->pCurrentAvix = pSegment;
     }
     return pSegment != Null;
-}
-
-// ---- Positions of delivery ----
-
-UInt64 EndOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    // In a plain file of the default mode this is 4 bytes before the end of the list, since positions start at 4.
-    return IsSegmented(pAviInfo) ? EndOf(CurrentSegment(pAviInfo)) : pAviInfo->moviSize;
 }
 
 } // namespace lxAviReadCore

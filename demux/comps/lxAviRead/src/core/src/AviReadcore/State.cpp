@@ -4,8 +4,8 @@
 //               ▲  └────Reset────┴──────────Reset───────────┘  └─ RewindToStart: back to the first chunk
 //   DeAlloc / Close: from anywhere to all bytes zero
 //
-// Everything the state points to is allocated and freed here, but for the key-frame table and the segment chain, which
-// have chapters of their own.
+// Most of what the state points to is allocated and freed here. The key-frame table, the segment chain and the entries of
+// super indexes are allocated in files of their own.
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
@@ -64,7 +64,7 @@ bool AllocateOnce(void*& pBlock, size_t bytes)
     return pBlock != Null;
 }
 
-// Completes the record of one stream; a record that an earlier failure left half made is completed, too.
+// Allocates what is missing of one stream's record.
 UInt32 AllocateStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 {
     lxAviReadCore_StreamInfo_t*& pStream = pAviInfo->StreamInfo[streamNr];
@@ -127,7 +127,7 @@ void CloseFile(lxAviReadCore_AviInfo_t* pAviInfo)
     }
 }
 
-// Everything that Open found out about the file. The abort flag is no such thing: only DeAlloc clears it.
+// Clears all that Open found in the file. The abort flag stays; only DeAlloc clears it.
 void ForgetFile(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     pAviInfo->pMetaDataBuffer = Null; // still owned beside the state

@@ -55,7 +55,7 @@ Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTab
     return found;
 }
 
-// Notes the key frame as the one played last; a jump to video has then arrived. Null for a position without an entry.
+// Stores the key frame as the one played last, and ends a jump to video. Null for a position without an entry.
 const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, const Position& found,
                           Bool bJumped)
 {
@@ -186,7 +186,7 @@ UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Ch
     const UInt32 videoTime =
         lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0);
     const UInt32 audioTime = lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
-                                                         pChunk->uiBytePosition & PositionMask(pAviInfo));
+                                                         pChunk->uiBytePosition & TrimMask(pAviInfo));
     return ToUInt32((static_cast<float>(videoTime) - (block + static_cast<float>(audioTime))) / block);
 }
 
@@ -205,7 +205,7 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
         return;
     }
     pChunk->uiBytePosition += bytes;
-    // A skip that fails shows again when the rest of the payload is read.
+    // The result is ignored: if the skip fails, reading the payload fails, too.
     static_cast<void>(lxAviReadCore_RemoveChunk(static_cast<UInt32>(bytes)));
     pAviInfo->CurrentOffset += bytes;
     pChunk->uiSize -= static_cast<UInt32>(bytes);

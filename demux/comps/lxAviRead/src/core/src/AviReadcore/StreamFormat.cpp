@@ -19,8 +19,8 @@ namespace {
 // What the format parsers differ in.
 struct FormatRule {
     UInt32 uiLimit;         // bytes that are kept
-    const char* pKind;      // as the names of the parsers end
-    const char* pStream;    // as messages call the stream
+    const char* pKind;      // end of the parser's name
+    const char* pStream;    // name of the stream in messages
     UInt32 uiOversizeLevel; // of the message about a longer format
 };
 

@@ -2,7 +2,7 @@
 //
 //   LIST size "strl"
 //     strh 56 …     the stream header: type, codec, time base
-//     strf size …   the format; its arrival classifies the stream by the header's type
+//     strf size …   the format; when it arrives, the reader sets the stream's kind
 //     strd size …   data for the decoder of the main video stream
 //     indx size …   the OpenDML index of the stream
 //     strn, JUNK …  stepped over

@@ -30,7 +30,7 @@ UInt32 MicroSecPerFrame()
     return pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
 }
 
-// `pKind` is how the message begins that tells a time of this kind.
+// `pKind` is inserted behind the function's name.
 void LogTime(const char* pKind, const StreamPosition& position, UInt32 time)
 {
     LX_LOG(kLevelChunk,

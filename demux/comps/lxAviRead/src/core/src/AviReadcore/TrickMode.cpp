@@ -6,7 +6,8 @@
 //   SetJumpToNextKeyFrameForTrickMode     yes                        kept       kept
 //   SetJumpToPrevKeyFrame                 yes                        kept       required
 //
-// Every step only arms a jump; where there is no key frame in that direction, the current one is armed again.
+// Every step only arms a jump. Where there is no key frame in that direction, the last three arm the current one again, and
+// JumpInKeyFrames goes to the first.
 
 #include "internal/KeyFrameJump.hpp"
 #include "internal/KeyFrames.hpp"
@@ -80,7 +81,7 @@ UInt32 lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber)
     }
     const KeyFrameTable table(pAviInfo);
     *pFound = table.Next(lastPlayedKeyFrame) ? 1 : 0;
-    // Key frames that delivery has passed already are passed over, but for the last one of the table.
+    // Skips key frames that delivery has already passed, but never the last one of the table.
     while (*pFound == 1 && lastPlayedKeyFrame.Offset < pAviInfo->CurrentOffset && table.Next(lastPlayedKeyFrame)) {
     }
     lxAviReadCore_SetPointerOnKF(&lastPlayedKeyFrame, audioTrackNumber);

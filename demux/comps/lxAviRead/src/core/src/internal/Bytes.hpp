@@ -67,8 +67,8 @@ constexpr UInt32 StreamDigit(UInt8 character)
     return character < 'A' ? static_cast<UInt32>(character) - '0' : static_cast<UInt32>(character) - 55u;
 }
 
-// The stream number that the first two characters of a chunk identifier give, 16 bits wide. Tens count ten, even
-// where the digit is a letter, so "1A" and "20" name the same stream.
+// The stream number that the first two characters of a chunk identifier give, 16 bits wide. The
+// tens digit is multiplied by ten, also when it is a letter, so "1A" and "20" name the same stream.
 constexpr UInt16 StreamNumber(UInt16 characters)
 {
     // Quirk Q01

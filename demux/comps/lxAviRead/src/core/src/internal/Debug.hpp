@@ -111,7 +111,8 @@ struct SourcePlace {
 // The place of the call.
 consteval SourcePlace Here(const char* pFile = __builtin_FILE(), int line = __builtin_LINE())
 {
-    const bool bOpenDml = std::string_view(pFile).find("Avi2ReadCore") != std::string_view::npos;
+    const std::string_view file(pFile);
+    const bool bOpenDml = file.substr(0, file.find_last_of('/')).ends_with("Avi2ReadCore");
     return {bOpenDml ? "src/demux/comps/lxAviRead/src/core/src/Avi2ReadCore"
                      : "src/demux/comps/lxAviRead/src/core/src/AviReadcore",
             line};

@@ -28,7 +28,7 @@ struct ReadFamily {
 extern const ReadFamily kCoreRead;
 extern const ReadFamily kOpenDmlRead;
 
-// Where the bytes of a read go. What would land behind `capacity` is read from the file and dropped.
+// Where the bytes of a read go. Bytes that do not fit into `capacity` are read and dropped.
 struct ReadTarget {
     void* pBuffer;
     size_t capacity;
@@ -44,7 +44,7 @@ struct ReadTarget {
 [[nodiscard]] UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
                                   size_t got, UInt32* pLacking = Null);
 
-// Reads bytes for a caller of the library, who answers for the room.
+// Reads bytes for a caller of the library, who must provide a large enough buffer.
 [[nodiscard]] UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer,
                                    UInt32 size);
 
@@ -53,17 +53,15 @@ template <typename Record>
 [[nodiscard]] UInt32 ReadRecord(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const ReadFamily& family = kCoreRead)
 {
     static_assert(std::is_trivially_copyable_v<Record> && !std::is_pointer_v<Record>);
-    const ReadTarget target = {&record, sizeof record, sizeof record};
     if constexpr (sizeof record > kWordBytes) {
-        return ReadLoop(pAviInfo, family, target);
+        return ReadLoop(pAviInfo, family, {&record, sizeof record, sizeof record});
     } else {
         if (pAviInfo->pFile == Null) {
             return LX_ERR_AVIREAD_READ;
         }
-        UInt8 bytes[sizeof record];
-        const size_t got = ReadWord(pAviInfo->pFile, bytes, sizeof record);
-        std::memcpy(&record, bytes, got);
-        return got == sizeof record ? LX_OK : ContinueRead(pAviInfo, family, target, got);
+        const size_t got = ReadWord(pAviInfo->pFile, reinterpret_cast<UInt8*>(&record), sizeof record);
+        return got == sizeof record ? LX_OK
+                                    : ContinueRead(pAviInfo, family, {&record, sizeof record, sizeof record}, got);
     }
 }
 

@@ -28,8 +28,8 @@ constexpr IndexRun Idx1Run(UInt32 size, UInt32 batch)
             .bLogsFailedBatch = false};
 }
 
-// Sets what the passes add to every offset, so that positions count from the file's start; 0 leaves offsets as they
-// stand. The value holds until it is set again.
+// Sets what the passes add to every offset, so that positions count from the file's start; with 0 the passes leave
+// the offsets unchanged. The value holds until it is set again.
 void SetIdx1OffsetBase(UInt64 base);
 
 // What the first pass finds out.

@@ -54,8 +54,8 @@ class IndexBatches {
 public:
     IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run);
 
-    // Reads the next batch; false where the run ends. If a read fails while the abort flag is set, the result is
-    // LX_ERR_AVIREAD_ABORTED.
+    // Reads the next batch; false where the run ends. When the abort flag is set before or after the read, the result is
+    // LX_ERR_AVIREAD_ABORTED, whatever the read gave.
     bool Next();
     const UInt8* Records() const { return static_cast<const UInt8*>(m_pAviInfo->pMetaDataBuffer); }
     UInt32 Count() const { return m_uiCount; }
@@ -132,7 +132,7 @@ public:
     // Continues where another run has ended.
     void Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter);
 
-    // Takes one record; the entry that it stored, or null. Records that store nothing and log nothing end here.
+    // Takes one record; the entry that it stored, or null. Most records are finished here.
     Entry* Take(const IndexEntry& entry)
     {
         if (entry.eKind == EntryKind::Audio || entry.eKind == EntryKind::Other) {
@@ -179,7 +179,7 @@ using AudioState = lxAvi2ReadCore_AudioIndexState_t;
 // Gives every key frame the audio chunk of one track that plays at its time.
 class AudioPlacer {
 public:
-    // Called before the first chunk. The placers of all tracks are an array, which constructs them without arguments.
+    // Called before the first chunk. It is no constructor, because the placers of all tracks are in an array.
     void Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerMessages& messages);
     // Continues where another run has ended.
     void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime);
@@ -219,10 +219,10 @@ private:
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
     bool m_bLogged = false;
-    Reach m_reach; // chunks of a stream up to here do not play after it
+    Reach m_reach; // no chunk of a stream up to here plays after the cursor's key frame
 };
 
-// Makes `chunk` the last one of the track. The placers and the single-pass builder count alike.
+// Makes `chunk` the last one of the track. Used by the placers and by the single-pass builder.
 void CountAudioChunk(AudioState& state, const IndexEntry& chunk);
 
 // Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.

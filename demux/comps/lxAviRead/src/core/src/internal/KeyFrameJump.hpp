@@ -1,4 +1,4 @@
-// Arming a jump to a key frame, with which every seek and every step ends.
+// Arming a jump to a key frame. Every seek and every step ends with it.
 
 #pragma once
 

@@ -48,7 +48,7 @@ public:
     Position First() const { return PositionOf(0, 0); }
     Position Last() const;
 
-    // The last leaf whose bound `pStart` (StartOffset or StartTimeMsec) does not lie behind `value`; the first at least.
+    // The last leaf whose bound `pStart` (StartOffset or StartTimeMsec) is not greater than `value`, or else the first leaf.
     UInt32 FindLeaf(UInt64 Leaf::*pStart, UInt64 value) const;
 
     // Move to the neighbour; false, and the position unchanged, where there is none.

@@ -20,7 +20,7 @@ public:
     // Reads the header of that chunk, and counts the whole chunk as consumed. An exact walk cuts a chunk at the end of
     // the list.
     [[nodiscard]] UInt32 Enter(ChunkHeader& chunk);
-    // Skips what an exact walk has left of the list.
+    // In an exact walk, skips the rest of the list.
     [[nodiscard]] UInt32 Leave() const;
 
     bool IsExact() const { return m_bExact; }

@@ -2,8 +2,8 @@
 //
 // The default mode keeps the oddities that older players were built on. The format mode, which the caller chooses with
 // LX_AVIREAD_FOLLOW_FORMAT in Open's `IndxOption`, reads files as the published AVI and OpenDML formats say. Each
-// function below is one rule and says what holds in the format mode. The quirks behind it are what the default mode does
-// instead; doc/quirks.md describes them. No other file asks for the mode.
+// function below is one rule and says what holds in the format mode. The quirks named with it are what the default mode
+// does instead; doc/quirks.md describes them. No other file asks for the mode.
 
 #pragma once
 
@@ -19,105 +19,124 @@ inline bool FollowsFormat(ModeOf pAviInfo) { return (pAviInfo->IndxOption & LX_A
 
 // ---- Reads and positions ----
 
-// How far the next attempt of a read lands behind the last one that brought `bytes`: the default mode applies bytes as
-// words.
-inline UInt64 ReadAdvance(ModeOf pAviInfo, UInt64 bytes)
-{
-    return FollowsFormat(pAviInfo) ? bytes : 4 * bytes;
-} // Quirk Q06
+// How far the buffer address moves after `bytes` bytes came: exactly so far. The default mode moves it four times as far.
+// Quirk Q06
+inline UInt64 ReadAdvance(ModeOf pAviInfo, UInt64 bytes) { return FollowsFormat(pAviInfo) ? bytes : 4 * bytes; }
 
-// What a seek makes of an offset, from the start or from the current position: the default mode takes its low 32 bits as
-// a signed number, on every target.
+// The distance of a seek, from the start or from the current position: all 64 bits of the offset. The default mode uses the
+// low 32 bits as a signed number, on every target.
+// Quirk Q07
 inline std::int64_t SeekDistance(ModeOf pAviInfo, UInt64 offset)
 {
     const auto low = static_cast<Int32>(static_cast<UInt32>(offset));
-    return FollowsFormat(pAviInfo) ? static_cast<std::int64_t>(offset) : std::int64_t{low}; // Quirk Q07
+    return FollowsFormat(pAviInfo) ? static_cast<std::int64_t>(offset) : std::int64_t{low};
 }
 
-// The bits of a position that the index and the lookups work with: 32 in the default mode.
-inline UInt64 PositionMask(ModeOf pAviInfo)
-{
-    return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu;
-} // Quirk Q27, Quirk Q35
+// The bits of a position that the index, the lookups and the comparison of positions work with: all 64. The default mode
+// works with 32.
+// Quirk Q27, Quirk Q35
+inline UInt64 PositionMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; }
 
 // ---- Lists ----
 
-// Every chunk of the first RIFF list stands where the sizes before it say.
-inline bool ChunksStandWhereSizesSay(ModeOf pAviInfo)
-{
-    return FollowsFormat(pAviInfo);
-} // Quirk Q09, Quirk Q10, Quirk Q47
+// Open computes every position in the first RIFF list from the sizes of all chunks before it, counts positions from the
+// start of the file, and continues behind unknown chunks.
+// Quirk Q09, Quirk Q10, Quirk Q19, Quirk Q47
+inline bool ChunksStandWhereSizesSay(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // A list in the headers, or a chunk with records, ends where its size says, and so do the chunks in it.
-inline bool ListsAreExact(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q11, Quirk Q12
+// Quirk Q11, Quirk Q12
+inline bool ListsAreExact(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // A stream list goes on behind its index chunk.
-inline bool ListsGoOnBehindIndex(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q14
+// Quirk Q14
+inline bool ListsGoOnBehindIndex(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// Extension lists are looked for in every file that can seek, and may hold other things before their media data.
-inline bool ExtensionsNeedNoPromise(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q54
+// Open looks for extension lists in every file that can seek. Their `movi` list may stand anywhere in them.
+// Quirk Q54
+inline bool ExtensionsNeedNoPromise(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// A `movi` list that claims to reach into the next RIFF list ends there, even if nothing of it is left.
-inline bool OverlappedListsMayBeEmpty(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q56
+// A `movi` list that claims to reach into the next "AVIX" list ends there, even if nothing of it is left.
+// Quirk Q56
+inline bool OverlappedListsMayBeEmpty(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Streams ----
 
 // Audio streams beyond the eighth have no track number.
-inline bool SurplusStreamsHaveNoTrack(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q13
+// Quirk Q13
+inline bool SurplusStreamsHaveNoTrack(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // Only audio streams have audio tracks.
-inline bool OnlyAudioStreamsHaveTracks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q33
+// Quirk Q33
+inline bool OnlyAudioStreamsHaveAudioTracks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // The time of audio follows from the units of its stream header, whatever the codec.
-inline bool AudioTimeIsByHeader(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q52
+// Quirk Q52
+inline bool AudioTimeIsByHeader(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The bits of an audio position by which leading audio is trimmed: all 64. The default mode uses 32.
+// Quirk Q57
+inline UInt64 TrimMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; }
 
 // Leading audio is trimmed in whole samples.
-inline bool AudioIsTrimmedInSamples(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q53
+// Quirk Q53
+inline bool AudioIsTrimmedInSamples(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- The index ----
 
 // Positions count from the start of the file, whatever the index counts from.
-inline bool OffsetsAreAbsolute(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q19, Quirk Q48
+// Quirk Q48
+inline bool OffsetsAreAbsolute(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// Of two indexes the one that covers more of the file gives the table.
-inline bool BothIndexesCompete(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q49
+// When a file has two indexes, the table comes from the one that covers more of the file. Both are read from the start, so
+// that an input that cannot seek has none.
+// Quirk Q49
+inline bool BothIndexesCompete(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // An index without any key flag is usable.
-inline bool IndexesNeedNoKeyFlag(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q50
+// Quirk Q50
+inline bool IndexesNeedNoKeyFlag(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// What becomes of a result: an index, or a chain of lists, that is cut off by the end of the file counts as far as it goes.
+// The end of the file is no error for an index pass or for the search for extension lists: what was read before it counts.
+// Quirk Q51
 inline UInt32 AllowEarlyEnd(ModeOf pAviInfo, UInt32 result)
 {
-    return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result; // Quirk Q51
+    return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result;
 }
 
 // An audio chunk is placed by the time at which it starts.
-inline bool AudioIsPlacedByChunkStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q32
+// Quirk Q32
+inline bool AudioIsPlacedByChunkStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // An OpenDML index on one level is noted as a super index of one entry.
-inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo)
-{
-    return FollowsFormat(pAviInfo);
-} // Quirk Q36, Quirk Q37, Quirk Q40
+// Quirk Q36, Quirk Q37, Quirk Q40
+inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// An entry of a super index names an index chunk, or is unused, or makes the index unusable.
-inline bool EntriesNameIndexChunks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q38
+// An entry of a super index must name an index chunk. An entry with offset 0 is unused. Any other entry makes the index
+// unusable.
+// Quirk Q38
+inline bool EntriesNameIndexChunks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // The records of an index chunk follow the fields of its header.
-inline bool RecordsFollowTheFields(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q39
+// Quirk Q39
+inline bool RecordsFollowTheFields(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // The index in a stream's list is the index of that stream, whatever its number and whatever its records name.
-inline bool IndexesBelongToTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q41
+// Quirk Q41
+inline bool IndexesBelongToTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// An unusable index of an audio stream costs the audio of that stream alone.
-inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q55
+// An unusable OpenDML index of an audio stream costs the audio of that stream alone, unless an `idx1` can serve instead.
+// Quirk Q55
+inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Delivery ----
 
-// A jump does not go to the audio of a track that the table knows nothing of.
-inline bool AbsentTracksAreNoTarget(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q29
+// For a track without audio in the table, a jump goes to the key frame.
+// Quirk Q29
+inline bool AbsentTracksAreNoTarget(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// A protected frame is found at the position of its "dd" chunk and at its own.
-inline bool ProtectedFramesHaveTwoStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); } // Quirk Q45
+// The reader recognises a protected key frame by the position of its "dd" chunk or by that of the frame.
+// Quirk Q45
+inline bool ProtectedFramesHaveTwoStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 } // namespace lxAviReadCore

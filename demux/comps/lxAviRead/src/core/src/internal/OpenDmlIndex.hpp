@@ -44,7 +44,7 @@ public:
     IndexEntry operator()(const UInt8* pRecord) const
     {
         const auto record = Load<OpenDmlRecord>(pRecord);
-        // an offset points behind the chunk's header, the table's in front of it
+        // the index gives the position behind the chunk's header, the table stores that of the header
         const UInt64 offset = (m_qwBaseOffset + record.dwOffset - kChunkHeaderBytes) & m_uiOffsetMask;
         return {.eKind = m_eKind,
                 .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,

@@ -28,7 +28,18 @@ void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo);
 // ---- The way through the chain ----
 
 // A copy of the current segment; the first `movi` list of the file where no record was made.
-Segment CurrentSegment(const lxAviReadCore_AviInfo_t* pAviInfo);
+inline Segment CurrentSegment(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return pAviInfo->pCurrentAvix != Null
+               ? *pAviInfo->pCurrentAvix
+               : Segment{pAviInfo->moviOffset, static_cast<UInt32>(pAviInfo->moviSize), Null, Null};
+}
+
+// Whether delivery keeps to the segments of the chain, and not to the one `movi` list of a plain file.
+inline bool IsSegmented(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return pAviInfo->bAvixPresent == 1 || pAviInfo->bAbsoluteOffsets == 1;
+}
 
 // Makes the first segment of the chain the current one.
 void GoToFirstSegment(lxAviReadCore_AviInfo_t* pAviInfo);
@@ -57,7 +68,11 @@ inline UInt64 FileOffsetOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 posit
     return position + pAviInfo->moviOffset - StartOfDelivery(pAviInfo);
 }
 
-// The position at which delivery leaves the current segment.
-UInt64 EndOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo);
+// The position at which delivery leaves the current segment. In a plain file of the default mode this is 4 bytes before the
+// end of the list, since positions start at 4.
+inline UInt64 EndOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return IsSegmented(pAviInfo) ? EndOf(CurrentSegment(pAviInfo)) : pAviInfo->moviSize;
+}
 
 } // namespace lxAviReadCore

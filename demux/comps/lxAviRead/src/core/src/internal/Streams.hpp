@@ -1,4 +1,4 @@
-// Lookups of streams and tracks. A number that a damaged file makes up reads as "no such stream".
+// Lookups of streams and tracks. An invalid number gives "no such stream".
 
 #pragma once
 
@@ -31,12 +31,12 @@ inline UInt32 TrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 }
 
 // The track that an audio record of the index counts for; kNoTrack for a stream that the file does not have. In the
-// default mode the number of a stream that is no audio stream serves as well, and is mostly 0.
+// default mode the track number of a stream that is no audio stream counts, too; it is mostly 0.
 inline UInt32 IndexedTrackOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 {
     const UInt32 type = StreamTypeOf(pAviInfo, streamNr);
     const bool bCounts =
-        OnlyAudioStreamsHaveTracks(pAviInfo) ? type == LX_AVIREAD_STREAM_AUDIO : type != LX_AVIREAD_STREAM_NONE;
+        OnlyAudioStreamsHaveAudioTracks(pAviInfo) ? type == LX_AVIREAD_STREAM_AUDIO : type != LX_AVIREAD_STREAM_NONE;
     return bCounts ? TrackOf(pAviInfo, streamNr) : kNoTrack;
 }
 
@@ -57,7 +57,7 @@ Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
 // Whether every frame of a video stream can be decoded alone, by its codec.
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream);
 
-// What the time of an audio stream in the default mode is counted by.
+// From what the default mode computes the time of an audio stream.
 enum class AudioClock : UInt8 {
     None,
     Bytes,   // at dwRate bytes a second

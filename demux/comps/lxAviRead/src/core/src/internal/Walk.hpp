@@ -1,4 +1,5 @@
-// What the two walks over the first RIFF list share. The default mode and the format mode walk it in ways of their own.
+// What the walks over the first RIFF list share: the default mode and the format mode walk it in different ways. The walk
+// over a stream list uses Step, too.
 
 #pragma once
 
