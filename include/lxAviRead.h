@@ -57,7 +57,7 @@
 extern "C" {
 #endif
 
-/* ---- Globals shared with the layer above ----------------------------------------------------------------------- */
+/* ---- Globals shared with the layer above ------------------------------------------------------------------------ */
 
 /** Belongs to the layer above. The reader neither reads nor writes it. */
 extern LX_AVIREAD_API UInt32 videoTrackNumber;
@@ -70,7 +70,7 @@ extern LX_AVIREAD_API Bool lxalAviRead_FileSeekPossible;
 /** Debug unit "lxAviRead", registered by the first Open. */
 extern LX_AVIREAD_API lxDbg_Unit_t glxalAviRead_debug_unit;
 
-/* ---- Lifecycle --------------------------------------------------------------------------------------------------- */
+/* ---- Lifecycle -------------------------------------------------------------------------------------------------- */
 
 /** Allocates the stream records and the main header. Open calls it, too. A second call changes nothing.
  *  @param instance the caller's handle; not used
@@ -132,7 +132,7 @@ LX_AVIREAD_RESULT lxAviReadCore_GetFile(FILE** ppFile);
 /** Does nothing. A build without logging uses it instead of a print function. @return 1 */
 LX_AVIREAD_API int NOPRINT(const char* format, ...);
 
-/* ---- File access --------------------------------------------------------------------------------------------------- */
+/* ---- File access ------------------------------------------------------------------------------------------------ */
 
 /** Reads exactly `size` bytes. In default mode, after a short `fread` that is not the end of the file, the next `fread`
  *  writes to the buffer address advanced by FOUR TIMES the bytes received. So pass a buffer of four times the size, or
@@ -169,7 +169,7 @@ LX_AVIREAD_API void lxAviReadCore_IncreaseOffset(UInt32 count);
  *  @return LX_OK or the code of the read that failed */
 LX_AVIREAD_RESULT lxAviReadCore_RemoveChunk(UInt32 size);
 
-/* ---- Header access ------------------------------------------------------------------------------------------------- */
+/* ---- Header access ---------------------------------------------------------------------------------------------- */
 
 /** Copies the main AVI header to `*pAvih`. Without a main header `*pAvih` stays unchanged. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetAvihData(lxAviRead_Avih_t* pAvih);
@@ -195,7 +195,7 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStrdData(UInt32 streamNr, void* pOut, Bool* p
  *  differ and `dwRate` / `dwScale` is below 1000; else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
 
-/* ---- Header parsers (Open calls them; the file has to stand directly behind the chunk's header) ------------------ */
+/* ---- Header parsers (Open calls them; the file has to stand directly behind the chunk's header) ----------------- */
 
 /** Parses the header list. `size` is the list size, which includes the "hdrl" code. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListHdrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size);
@@ -367,7 +367,7 @@ LX_AVIREAD_RESULT lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* p
 LX_AVIREAD_RESULT lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo,
                                                          lxAviRead_ChunkData_t* chunkData, UInt32 subtitleTrackNumber);
 
-/* ---- Seeking and key-frame steps ------------------------------------------------------------------------------------ */
+/* ---- Seeking and key-frame steps -------------------------------------------------------------------------------- */
 
 /* These functions only arm a jump; the next lxAviReadCore_NextChunk executes it. They need a key-frame table. Without a
  * table they report a failed assertion, arm nothing, and return a time of 0. `audioTrackNumber` is the track that

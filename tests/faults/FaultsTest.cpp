@@ -149,9 +149,11 @@ protected:
         ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
         ASSERT_EQ(Faults().LiveAllocations(), 0u);
         ASSERT_EQ(AsBytes(Info()), Bytes(sizeof(Info()), 0));
+        Faults().SetBuffered(true); // what is tested here has no faults
         ASSERT_EQ(Open(good), LX_OK);
         Position();
         ASSERT_EQ(All().size(), chunks);
+        Faults().SetBuffered(false);
     }
 
     void Exhaust(const Bytes& file, const std::function<void(UInt64, bool)>& arm, UInt32 attempts)

@@ -1,6 +1,6 @@
 // The golden files record what the reader does: results, positions, tables, times and messages for files of every kind
-// and with every oddity. There is a file for each mode and each family of scenarios. The tests fail when a change alters
-// any of these values, and when a target computes other values; they then print what the scenario does, in full.
+// and with every oddity. There is a file for each mode and each family of scenarios. The tests fail when a change
+// alters any of these values, and when a target computes other values; they then print what the scenario does, in full.
 //
 // After a wanted change, LXAVI_GOLDEN_OUT=FOLDER writes the lines to files in that folder instead of comparing them.
 //

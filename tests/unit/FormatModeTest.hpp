@@ -1,4 +1,5 @@
-// The fixture of the tests of the format mode. Most of these tests read a file in both modes, which read it differently.
+// The fixture of the tests of the format mode. Most of these tests read a file in both modes, which read it
+// differently.
 
 #pragma once
 

@@ -268,7 +268,8 @@ TEST_F(OpenDmlIndex, ASecondIndexChunkReplacesTheFirst)
     ASSERT_EQ(lxAviReadCore_Open(0, "", 1, kPlenty, 1, &allIndexed), LX_OK); // same records again: no leak
 }
 
-// Ten records of 10 bytes at 1008, 1108, …: every other one is a key frame. The pass functions are called by themselves.
+// Ten records of 10 bytes at 1008, 1108, …: every other one is a key frame. The pass functions are called by
+// themselves.
 class FillFunctions : public OpenDmlIndex {
 protected:
     Bytes buffer = Bytes(18000);

@@ -5,8 +5,8 @@
 //     type 0: 3 reserved words, then entries of 16 bytes: offset (64), size, duration of an `ix##` chunk
 //     type 1: base offset (64), reserved, then the records themselves
 //
-// A super index is only noted here; SuperIndex.cpp builds the table from it later. An index on one level builds the table
-// inside Open, if the caller asks for that; the format mode notes it as a super index of one entry.
+// A super index is only noted here; SuperIndex.cpp builds the table from it later. An index on one level builds the
+// table inside Open, if the caller asks for that; the format mode notes it as a super index of one entry.
 
 #include "internal/OpenDmlIndex.hpp"
 
@@ -165,7 +165,8 @@ UInt32 StreamNrOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_S
     return static_cast<UInt32>(pFound - std::begin(pAviInfo->StreamInfo));
 }
 
-// Builds what the caller has asked Open to build: the table from the video's index, and the audio from an index behind it.
+// Builds what the caller has asked Open to build: the table from the video's index, and the audio from an index behind
+// it.
 UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo)
 {
     const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
@@ -181,8 +182,8 @@ UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     return result;
 }
 
-// Takes an index on one level in the format mode: notes it for lxAviReadCore_ParseIndex, and builds from it when the caller
-// has asked for that.
+// Takes an index on one level in the format mode: notes it for lxAviReadCore_ParseIndex, and builds from it when the
+// caller has asked for that.
 UInt32 TakeOneLevel(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo,
                     UInt32 size, bool bBuild, Padding& padding)
 {

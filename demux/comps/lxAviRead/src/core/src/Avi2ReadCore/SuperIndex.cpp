@@ -16,8 +16,8 @@ namespace {
 
 // ---- One index chunk ----
 
-// Reads the code of an index chunk. In the default mode, if the code does not begin with "ix", single bytes are read and
-// shifted into a word that can never begin so, until the file ends.
+// Reads the code of an index chunk. In the default mode, if the code does not begin with "ix", single bytes are read
+// and shifted into a word that can never begin so, until the file ends.
 UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
 {
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, code, kOpenDmlRead));
@@ -79,8 +79,8 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     return result;
 }
 
-// Bounds the work of a walk. The walk reads at most as many bytes of records as lie before the end of the furthest record,
-// so that a damaged index that names the same records repeatedly cannot make it run long.
+// Bounds the work of a walk. The walk reads at most as many bytes of records as lie before the end of the furthest
+// record, so that a damaged index that names the same records repeatedly cannot make it run long.
 class IndexWalkBudget {
 public:
     // `offset` is where the chunk begins, as far as a seek goes.

@@ -5,7 +5,8 @@
 //   LIST size "movi" chunk chunk …     moviOffset, moviSize, the first segment record
 //   idx1 size record record …          idx1Offset, idx1Size
 //
-// Each of the two offsets is a sum of chunk sizes, and some chunks are not added. The file is left wherever the walk ends.
+// Each of the two offsets is a sum of chunk sizes, and some chunks are not added. The file is left wherever the walk
+// ends.
 
 #include "internal/Segments.hpp"
 #include "internal/Walk.hpp"

@@ -136,8 +136,8 @@ UInt32 TakeAvix(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
     return TakeExtension(pAviInfo, position, movi, end);
 }
 
-// Seeks to the next list. In the default mode a seek takes 32 bits; one that would lead back to bytes already walked ends
-// the walk.
+// Seeks to the next list. In the default mode a seek takes 32 bits; one that would lead back to bytes already walked
+// ends the walk.
 bool SeekFurtherOn(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 from, UInt64 to)
 {
     const UInt64 mask = PositionMask(pAviInfo);

@@ -7,9 +7,9 @@
 //     any other chunk or list    stepped over
 //   RIFF …                       the next list: this one ends here, whatever its size says
 //
-// If a writer was stopped, sizes may be 0. The media data then end at the first chunk that cannot belong to them. A chunk
-// that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a known chunk
-// lines up.
+// If a writer was stopped, sizes may be 0. The media data then end at the first chunk that cannot belong to them. A
+// chunk that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a
+// known chunk lines up.
 
 #include "internal/Segments.hpp"
 #include "internal/Walk.hpp"
@@ -178,8 +178,8 @@ Step StepOver(Walk& walk, const Place& place)
     return AfterResult(walk, GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
 }
 
-// A list of fewer than 4 bytes has no type; the next chunk begins where the type would be. Media data and INFO lists are
-// the exception: a writer that was stopped has left their size 0.
+// A list of fewer than 4 bytes has no type; the next chunk begins where the type would be. Media data and INFO lists
+// are the exception: a writer that was stopped has left their size 0.
 bool HasType(const Place& place, UInt32 type)
 {
     return place.chunk.uiSize >= kListTypeBytes || type == FourCC("movi") || type == FourCC("INFO");

@@ -62,8 +62,8 @@ Int32 ConsecutiveFramesThreshold(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     return 0;
 }
 
-// The first record tells whether offsets count from the file's start: no chunk lies before the media data. In the format
-// mode the passes have made them absolute.
+// The first record tells whether offsets count from the file's start: no chunk lies before the media data. In the
+// format mode the passes have made them absolute.
 void DecideOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 firstOffset)
 {
     pAviInfo->bAbsoluteOffsets = pAviInfo->moviOffset <= firstOffset || OffsetsAreAbsolute(pAviInfo) ? 1 : 0;
@@ -166,8 +166,8 @@ bool IsChunkAt(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_
 }
 
 // The number to add to an offset of the index to make it absolute. Writers count from the file's start, from the
-// "movi" code, or so that the first record names the first chunk. The first two are tried with the first record, the third
-// with the first and the second.
+// "movi" code, or so that the first record names the first chunk. The first two are tried with the first record, the
+// third with the first and the second.
 UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_IDXrecord_t (&records)[2])
 {
     const lxAviReadCore_IDXrecord_t& first = records[0];
@@ -185,8 +185,8 @@ UInt64 ChooseOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_I
     return first.uiOffset >= pAviInfo->moviOffset ? 0 : fromMovi;
 }
 
-// Sets the base for the passes, and leaves the file where it stood, at the first record. The default mode leaves offsets
-// as they stand.
+// Sets the base for the passes, and leaves the file where it stood, at the first record. The default mode leaves
+// offsets as they stand.
 void ChooseAndSetOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     UInt64 base = 0;

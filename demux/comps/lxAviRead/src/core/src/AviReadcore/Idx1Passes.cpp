@@ -20,8 +20,8 @@ EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
 
 UInt64 s_uiOffsetBase;
 
-// Decodes records. A file has few identifiers, which come again and again: the decoder remembers what the last few mean,
-// in a slot by the second digit of the stream number.
+// Decodes records. A file has few identifiers, which come again and again: the decoder remembers what the last few
+// mean, in a slot by the second digit of the stream number.
 class Idx1Decoder {
 public:
     explicit Idx1Decoder(const lxAviReadCore_AviInfo_t* pAviInfo)

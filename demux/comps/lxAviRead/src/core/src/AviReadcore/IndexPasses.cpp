@@ -250,8 +250,8 @@ void AudioPlacer::Place()
     m_pMessages->bMovedFirst ? LogStored(before) : LogMoved(before);
 }
 
-// Estimates how far the stream can go before it passes the cursor's time, and checks the estimate. No times are computed
-// up to there. This is safe because times never decrease while the count of chunks does not wrap.
+// Estimates how far the stream can go before it passes the cursor's time, and checks the estimate. No times are
+// computed up to there. This is safe because times never decrease while the count of chunks does not wrap.
 void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 {
     const lxAviReadCore_StreamInfo_t* const pStream = FindStream(m_pAviInfo, streamNr);

@@ -56,8 +56,8 @@ UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->CurrentOffset <= end ? end - pAviInfo->CurrentOffset : 0;
 }
 
-// Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there is
-// less room, enters the next segment, and the caller continues there unchecked.
+// Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there
+// is less room, enters the next segment, and the caller continues there unchecked.
 UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 {
     const UInt64 end = EndOfDelivery(pAviInfo);

@@ -4,8 +4,8 @@
 //     …                      the first list: DefaultWalk.cpp, FormatWalk.cpp
 //   RIFF size "AVIX" …       extension lists: ExtensionLists.cpp
 //
-// Open builds no key-frame table, except from an OpenDML index on one level when the caller asks for it. The file is left
-// wherever the walk ended.
+// Open builds no key-frame table, except from an OpenDML index on one level when the caller asks for it. The file is
+// left wherever the walk ended.
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
@@ -71,9 +71,9 @@ UInt32 WalkFirstList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& b
                                               : WalkByDefault(pAviInfo, instance, bIndexFound);
 }
 
-// Adds the lists behind the first RIFF list to the segment chain. In the default mode the OpenDML header of the first list
-// has to promise them. The format mode looks for them in every file that can seek; in others the search would use up the
-// first chunks.
+// Adds the lists behind the first RIFF list to the segment chain. In the default mode the OpenDML header of the first
+// list has to promise them. The format mode looks for them in every file that can seek; in others the search would use
+// up the first chunks.
 UInt32 FindExtensions(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance)
 {
     const bool bLook =
@@ -155,8 +155,8 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
         lxDbg_RegisterModule(&glxalAviRead_debug_unit, kModuleName);
     }
     LX_LOG(kLevelEnter, "Entered lxAviReadCore_Open path=%s", path);
-    // If a record cannot be allocated, the error appears where the record is needed: a file of few streams opens without
-    // the last ones.
+    // If a record cannot be allocated, the error appears where the record is needed: a file of few streams opens
+    // without the last ones.
     static_cast<void>(lxAviReadCore_Alloc(instance));
 
     UInt32 result = OpenPath(pAviInfo, path);

@@ -4,8 +4,8 @@
 //               ▲  └────Reset────┴──────────Reset───────────┘  └─ RewindToStart: back to the first chunk
 //   DeAlloc / Close: from anywhere to all bytes zero
 //
-// Most of what the state points to is allocated and freed here. The key-frame table, the segment chain and the entries of
-// super indexes are allocated in files of their own.
+// Most of what the state points to is allocated and freed here. The key-frame table, the segment chain and the entries
+// of super indexes are allocated in files of their own.
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"

@@ -14,8 +14,8 @@
 namespace lxAviReadCore {
 namespace {
 
-// Where the chunk begins whose header has just been read. A protected frame begins with its "dd" chunk, which an OpenDML
-// index does not list.
+// Where the chunk begins whose header has just been read. A protected frame begins with its "dd" chunk, which an
+// OpenDML index does not list.
 UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
 {
     return pAviInfo->CurrentOffset - kChunkHeaderBytes - (pChunk->bDrm == 1 ? kDrmChunkBytes : 0);
@@ -106,8 +106,8 @@ bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound,
            lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, sync.videoFrameNumber, 0);
 }
 
-// Quirk Q43: the sync rule holds for every video chunk, not only after a jump. Before any jump the sync entry is the first
-// entry of the table.
+// Quirk Q43: the sync rule holds for every video chunk, not only after a jump. Before any jump the sync entry is the
+// first entry of the table.
 UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, lxAviRead_ChunkData_t* pChunk,
                      const Entry* pFound)
 {

@@ -76,7 +76,7 @@ UInt32 AudioFrameSize(const lxAviRead_StrfAudio_t& format)
     if (samples == 1) {
         return format.wBitsPerSample / 8u;
     }
-    // Quirk Q15: the quotient is truncated before it is multiplied, so that sampling rates above the frame's length give 0
+    // Quirk Q15: the quotient is truncated before it is multiplied; sampling rates above the frame's length give 0
     return format.nSamplesPerSec == 0 ? 0 : samples / format.nSamplesPerSec * format.nAvgBytesPerSec;
 }
 

@@ -6,8 +6,8 @@
 //   SetJumpToNextKeyFrameForTrickMode     yes                        kept       kept
 //   SetJumpToPrevKeyFrame                 yes                        kept       required
 //
-// Every step only arms a jump. Where there is no key frame in that direction, the last three arm the current one again, and
-// JumpInKeyFrames goes to the first.
+// Every step only arms a jump. Where there is no key frame in that direction, the last three arm the current one again,
+// and JumpInKeyFrames goes to the first.
 
 #include "internal/KeyFrameJump.hpp"
 #include "internal/KeyFrames.hpp"

@@ -1,8 +1,8 @@
 // Logging and assertions of the reader: messages that cost one test while their level is off, and checked calls that
 // report a failed code in the system's words and return it unchanged.
 //
-// A build with LX_AVIREAD_NO_MESSAGES has no messages: LX_LOG hands its arguments to NOPRINT in a branch that never runs,
-// and a checked call is the call alone. Assertions stay.
+// A build with LX_AVIREAD_NO_MESSAGES has no messages: LX_LOG hands its arguments to NOPRINT in a branch that never
+// runs, and a checked call is the call alone. Assertions stay.
 
 #pragma once
 
@@ -75,7 +75,8 @@ constexpr size_t CountConversions(std::string_view format)
     return count;
 }
 
-// Whether a table has a row for every name, in the order of the names, and no row takes more arguments than its name has.
+// Whether a table has a row for every name, in the order of the names, and no row takes more arguments than its name
+// has.
 template <typename Name, size_t kRows>
 consteval bool IsMessageTable(const MessageRow<Name> (&rows)[kRows], const UInt8 (&arguments)[kRows])
 {

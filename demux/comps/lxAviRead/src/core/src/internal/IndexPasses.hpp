@@ -54,8 +54,8 @@ class IndexBatches {
 public:
     IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run);
 
-    // Reads the next batch; false where the run ends. When the abort flag is set before or after the read, the result is
-    // LX_ERR_AVIREAD_ABORTED, whatever the read gave.
+    // Reads the next batch; false where the run ends. When the abort flag is set before or after the read, the result
+    // is LX_ERR_AVIREAD_ABORTED, whatever the read gave.
     bool Next();
     const UInt8* Records() const { return static_cast<const UInt8*>(m_pAviInfo->pMetaDataBuffer); }
     UInt32 Count() const { return m_uiCount; }

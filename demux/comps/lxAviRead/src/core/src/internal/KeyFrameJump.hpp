@@ -22,8 +22,8 @@ struct JumpRules {
 // Whether the chunk that `track` resumes with at `entry` lies before the key frame; never for track -1.
 bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset);
 
-// Arms the jump to `entry` at `position`, or to the chunk that `track` resumes with where that lies before it; `track` is
-// -1 when no audio is played. True when it goes to an audio chunk.
+// Arms the jump to `entry` at `position`, or to the chunk that `track` resumes with where that lies before it; `track`
+// is -1 when no audio is played. True when it goes to an audio chunk.
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules);
 

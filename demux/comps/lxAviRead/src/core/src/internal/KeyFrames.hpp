@@ -48,7 +48,8 @@ public:
     Position First() const { return PositionOf(0, 0); }
     Position Last() const;
 
-    // The last leaf whose bound `pStart` (StartOffset or StartTimeMsec) is not greater than `value`, or else the first leaf.
+    // The last leaf whose bound `pStart` (StartOffset or StartTimeMsec) is not greater than `value`, or else the first
+    // leaf.
     UInt32 FindLeaf(UInt64 Leaf::*pStart, UInt64 value) const;
 
     // Move to the neighbour; false, and the position unchanged, where there is none.
@@ -126,7 +127,8 @@ enum class TableReleaseTrace { CleanUp, IndexDriver };
 // Frees the table, also when its length in the state is 0 already.
 void ReleaseKeyFrameTable(lxAviReadCore_AviInfo_t* pAviInfo, TableReleaseTrace trace);
 
-// Clears the position of the key frame played last, and that of the sync entry, where the table has no such entry any more.
+// Clears the position of the key frame played last, and that of the sync entry, where the table has no such entry any
+// more.
 void ForgetDanglingPositions(lxAviReadCore_AviInfo_t* pAviInfo);
 
 } // namespace lxAviReadCore

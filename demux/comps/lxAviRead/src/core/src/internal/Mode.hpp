@@ -19,12 +19,13 @@ inline bool FollowsFormat(ModeOf pAviInfo) { return (pAviInfo->IndxOption & LX_A
 
 // ---- Reads and positions ----
 
-// How far the buffer address moves after `bytes` bytes came: exactly so far. The default mode moves it four times as far.
+// How far the buffer address moves after `bytes` bytes came: exactly so far. The default mode moves it four times as
+// far.
 // Quirk Q06
 inline UInt64 ReadAdvance(ModeOf pAviInfo, UInt64 bytes) { return FollowsFormat(pAviInfo) ? bytes : 4 * bytes; }
 
-// The distance of a seek, from the start or from the current position: all 64 bits of the offset. The default mode uses the
-// low 32 bits as a signed number, on every target.
+// The distance of a seek, from the start or from the current position: all 64 bits of the offset. The default mode uses
+// the low 32 bits as a signed number, on every target.
 // Quirk Q07
 inline std::int64_t SeekDistance(ModeOf pAviInfo, UInt64 offset)
 {
@@ -32,8 +33,8 @@ inline std::int64_t SeekDistance(ModeOf pAviInfo, UInt64 offset)
     return FollowsFormat(pAviInfo) ? static_cast<std::int64_t>(offset) : std::int64_t{low};
 }
 
-// The bits of a position that the index, the lookups and the comparison of positions work with: all 64. The default mode
-// works with 32.
+// The bits of a position that the index, the lookups and the comparison of positions work with: all 64. The default
+// mode works with 32.
 // Quirk Q27, Quirk Q35
 inline UInt64 PositionMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; }
 
@@ -88,8 +89,8 @@ inline bool AudioIsTrimmedInSamples(ModeOf pAviInfo) { return FollowsFormat(pAvi
 // Quirk Q48
 inline bool OffsetsAreAbsolute(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// When a file has two indexes, the table comes from the one that covers more of the file. Both are read from the start, so
-// that an input that cannot seek has none.
+// When a file has two indexes, the table comes from the one that covers more of the file. Both are read from the start,
+// so that an input that cannot seek has none.
 // Quirk Q49
 inline bool BothIndexesCompete(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
@@ -97,7 +98,8 @@ inline bool BothIndexesCompete(ModeOf pAviInfo) { return FollowsFormat(pAviInfo)
 // Quirk Q50
 inline bool IndexesNeedNoKeyFlag(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// The end of the file is no error for an index pass or for the search for extension lists: what was read before it counts.
+// The end of the file is no error for an index pass or for the search for extension lists: what was read before it
+// counts.
 // Quirk Q51
 inline UInt32 AllowEarlyEnd(ModeOf pAviInfo, UInt32 result)
 {
@@ -125,7 +127,8 @@ inline bool RecordsFollowTheFields(ModeOf pAviInfo) { return FollowsFormat(pAviI
 // Quirk Q41
 inline bool IndexesBelongToTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// An unusable OpenDML index of an audio stream costs the audio of that stream alone, unless an `idx1` can serve instead.
+// An unusable OpenDML index of an audio stream costs the audio of that stream alone, unless an `idx1` can serve
+// instead.
 // Quirk Q55
 inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 

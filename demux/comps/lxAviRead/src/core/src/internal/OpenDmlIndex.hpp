@@ -75,8 +75,8 @@ inline IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subTyp
 // The stream that the identifier of the indexed chunks names.
 constexpr UInt32 StreamOfChunks(UInt32 chunkId) { return StreamNumber(LowHalf(chunkId)); }
 
-// Derives the size of a batch from the size of an entry, and bounds it by the batch buffer. LX_ERR_AVIREAD_NO_INDEX for a
-// size of 0.
+// Derives the size of a batch from the size of an entry, and bounds it by the batch buffer. LX_ERR_AVIREAD_NO_INDEX for
+// a size of 0.
 [[nodiscard]] UInt32 SetBatchSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 entryBytes, UInt8 subType);
 
 // An `ix##` chunk: its stream, and its header as it stands in the file behind the four-character code.
@@ -134,8 +134,8 @@ constexpr bool IsUnusableIndex(UInt32 result)
 // Builds the table from the video stream's super index: counts, then stores the key frames.
 [[nodiscard]] UInt32 BuildVideoFromSuperIndex(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo);
 
-// Hands every index chunk of a super index to `pfnVisit`, with the file at its first record. The walk ends with the first
-// failure.
+// Hands every index chunk of a super index to `pfnVisit`, with the file at its first record. The walk ends with the
+// first failure.
 [[nodiscard]] UInt32 WalkIndexChunks(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                                      const IndexWalkRules& rules,
                                      UInt32 (*pfnVisit)(void* pVisitor, const IndexChunk& chunk), void* pVisitor);

@@ -68,8 +68,8 @@ inline UInt64 FileOffsetOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 posit
     return position + pAviInfo->moviOffset - StartOfDelivery(pAviInfo);
 }
 
-// The position at which delivery leaves the current segment. In a plain file of the default mode this is 4 bytes before the
-// end of the list, since positions start at 4.
+// The position at which delivery leaves the current segment. In a plain file of the default mode this is 4 bytes before
+// the end of the list, since positions start at 4.
 inline UInt64 EndOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     return IsSegmented(pAviInfo) ? EndOf(CurrentSegment(pAviInfo)) : pAviInfo->moviSize;

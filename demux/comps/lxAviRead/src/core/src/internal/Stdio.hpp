@@ -1,6 +1,6 @@
-// The calls of stdio that read bytes. One thread at a time uses the reader, so that no call has to lock the stream. The first
-// attempt to read a word uses getc_unlocked, every other read uses fread_unlocked. Where a platform lacks these calls, the
-// build defines LX_AVIREAD_PLAIN_STDIO and gets the locked ones.
+// The calls of stdio that read bytes. One thread at a time uses the reader, so that no call has to lock the stream. The
+// first attempt to read a word uses getc_unlocked, every other read uses fread_unlocked. Where a platform lacks these
+// calls, the build defines LX_AVIREAD_PLAIN_STDIO and gets the locked ones.
 
 #pragma once
 

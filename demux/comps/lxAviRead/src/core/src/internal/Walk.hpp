@@ -1,5 +1,5 @@
-// What the walks over the first RIFF list share: the default mode and the format mode walk it in different ways. The walk
-// over a stream list uses Step, too.
+// What the walks over the first RIFF list share: the default mode and the format mode walk it in different ways. The
+// walk over a stream list uses Step, too.
 
 #pragma once
 
