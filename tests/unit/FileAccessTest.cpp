@@ -280,7 +280,7 @@ protected:
         return lxAviReadCore_ParseListdmlh(&Info(), 4);
     }
 
-    long Position() { return ftell(Info().pFile); }
+    UInt32 Position() { return static_cast<UInt32>(ftell(Info().pFile)); }
 };
 
 TEST_P(Word, ThatComesShortIsReadOnAtFourTimesItsBytes)
@@ -288,21 +288,21 @@ TEST_P(Word, ThatComesShortIsReadOnAtFourTimesItsBytes)
     EXPECT_EQ(ReadWord(2, ReadFault::Kind::ShortThenError), LX_OK);
     constexpr UInt32 kKept[] = {0x03020100, 0x00000000, 0x00000100, 0x00020100}; // 4 and more are beyond the word
     EXPECT_EQ(Info().dmlhTotalFrames, kKept[Came()]);
-    EXPECT_EQ(Position(), 4);
+    EXPECT_EQ(Position(), 4u);
 }
 
 TEST_P(Word, ThatComesShortIsReadOnBehindItsBytesInTheFormatMode)
 {
     EXPECT_EQ(ReadWord(2, ReadFault::Kind::ShortThenError, LX_AVIREAD_FOLLOW_FORMAT), LX_OK);
     EXPECT_EQ(Info().dmlhTotalFrames, 0x03020100u);
-    EXPECT_EQ(Position(), 4);
+    EXPECT_EQ(Position(), 4u);
 }
 
 TEST_P(Word, ThatComesShortUsesUpOneAttempt)
 {
     for (const UInt32 attempts : {0u, 1u}) {
         EXPECT_EQ(ReadWord(attempts, ReadFault::Kind::ShortThenError), LX_ERR_AVIREAD_READ);
-        EXPECT_EQ(Position(), long{Came()});
+        EXPECT_EQ(Position(), Came());
         EXPECT_EQ(Info().dmlhTotalFrames, 0u);
     }
 }
@@ -311,7 +311,7 @@ TEST_P(Word, ThatComesShortEndsWithTheAbort)
 {
     ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
     EXPECT_EQ(ReadWord(9, ReadFault::Kind::ShortThenError), LX_ERR_AVIREAD_ABORTED);
-    EXPECT_EQ(Position(), long{Came()});
+    EXPECT_EQ(Position(), Came());
 }
 
 TEST_P(Word, ThatMeetsTheEndOfTheFileLacksItsFourBytes)
@@ -319,7 +319,7 @@ TEST_P(Word, ThatMeetsTheEndOfTheFileLacksItsFourBytes)
     EXPECT_EQ(ReadWord(9, ReadFault::Kind::EndOfFile), LX_ERR_AVIREAD_EOF);
     EXPECT_TRUE(log.Has(0x8180, "leaving lxAviReadCore_FileRead()-eof.err=0x88019017(-2013163497). only 4 bytes left "
                                 "unread"));
-    EXPECT_EQ(Position(), long{Came()});
+    EXPECT_EQ(Position(), Came());
 }
 
 INSTANTIATE_TEST_SUITE_P(Bytes, Word, ::testing::Values(0u, 1u, 2u, 3u));
