@@ -54,19 +54,7 @@ size_t ReadPiece(FILE* pFile, const ReadTarget& target, UInt64 position, size_t 
     return bRoomIsUsedUp ? got + ReadAndDrop(pFile, left - wanted) : got;
 }
 
-} // namespace
-
-const ReadFamily kCoreRead = {true, kCoreReadMessages};
-
-UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, UInt32* pLacking)
-{
-    if (pAviInfo->pFile == Null) {
-        return LX_ERR_AVIREAD_READ;
-    }
-    const size_t got = ReadPiece(pAviInfo->pFile, target, 0, target.uiSize);
-    return got == target.uiSize ? LX_OK : ContinueRead(pAviInfo, family, target, got, pLacking);
-}
-
+// Goes on with a read whose first attempt brought `got` bytes, which is less than it wants.
 UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, size_t got,
                     UInt32* pLacking)
 {
@@ -95,6 +83,24 @@ UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
         got = ReadPiece(pAviInfo->pFile, target, position, left);
     }
     return LX_OK;
+}
+
+} // namespace
+
+const ReadFamily kCoreRead = {true, kCoreReadMessages};
+
+UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, UInt32* pLacking)
+{
+    if (pAviInfo->pFile == Null) {
+        return LX_ERR_AVIREAD_READ;
+    }
+    const size_t got = ReadPiece(pAviInfo->pFile, target, 0, target.uiSize);
+    return got == target.uiSize ? LX_OK : ContinueRead(pAviInfo, family, target, got, pLacking);
+}
+
+UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord, UInt32 size, size_t got)
+{
+    return ContinueRead(pAviInfo, family, {pWord, size, size}, got, Null);
 }
 
 UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer, UInt32 size)

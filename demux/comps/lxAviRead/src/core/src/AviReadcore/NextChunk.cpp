@@ -151,8 +151,12 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 // Lets the identifier slide on by one byte.
 UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
-    UInt8 next = 0;
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, next, kSlide, Here()));
+    const int character = ReadByte(pAviInfo->pFile);
+    auto next = static_cast<UInt8>(character);
+    if (character == EOF && ContinueWord(pAviInfo, kCoreRead, &next, sizeof next, 0) != LX_OK) {
+        return ReportFailedRead(kSlide, Here());
+    }
+    pAviInfo->CurrentOffset += sizeof next;
     id = id >> 8 | static_cast<UInt32>(next) << 24;
     return LX_OK;
 }
@@ -162,10 +166,10 @@ UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));
-    LX_AVIREAD_TRY(SlideByOne(pAviInfo, id));
-    for (UInt64 room = RoomLeft(pAviInfo); room > 0 && !MeansSomething(pAviInfo, id); --room) {
+    UInt64 room = RoomLeft(pAviInfo); // 0 in a next segment that is empty: one byte is read all the same
+    do {
         LX_AVIREAD_TRY(SlideByOne(pAviInfo, id));
-    }
+    } while (room-- > 1 && !MeansSomething(pAviInfo, id));
     return LX_OK;
 }
 

@@ -40,9 +40,9 @@ struct ReadTarget {
 [[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
                               UInt32* pLacking = Null);
 
-// Goes on with a read whose first attempt brought `got` bytes, which is less than it wants.
-[[nodiscard]] UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
-                                  size_t got, UInt32* pLacking = Null);
+// Goes on with the read of a word whose first attempt brought `got` bytes, which is less than `size`.
+[[nodiscard]] UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord, UInt32 size,
+                                  size_t got);
 
 // Reads bytes for a caller of the library, who must provide a large enough buffer.
 [[nodiscard]] UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer,
@@ -60,8 +60,7 @@ template <typename Record>
             return LX_ERR_AVIREAD_READ;
         }
         const size_t got = ReadWord(pAviInfo->pFile, reinterpret_cast<UInt8*>(&record), sizeof record);
-        return got == sizeof record ? LX_OK
-                                    : ContinueRead(pAviInfo, family, {&record, sizeof record, sizeof record}, got);
+        return got == sizeof record ? LX_OK : ContinueWord(pAviInfo, family, &record, sizeof record, got);
     }
 }
 
