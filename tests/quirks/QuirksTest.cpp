@@ -615,16 +615,20 @@ TEST_F(Quirks, Quirk_Q55_AnUnusableAudioIndexCostsTheResult)
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
 }
 
-TEST_F(Quirks, Quirk_Q56_AnOverlappedListKeepsAClaimThatWouldBecomeNothing)
+TEST_F(Quirks, Quirk_Q56_AListThatReachesIntoTheNextRiffListKeepsItsSize)
 {
     builder.eIndex = IndexKind::None;
     builder.dmlhTotalFrames = 1;
+    builder.Frame(0, Fill(4), true);
     Bytes file = builder.Build();
-    ASSERT_EQ(Find(file, "movi") + 4, file.size());
     const Bytes extension = Riff("AVIX", List("movi", Chunk("00dc", Fill(10))));
-    Patch32(file, file.size() - 8, static_cast<UInt32>(4 + extension.size())); // the list claims all that follows
+    const size_t movi = Find(file, "movi");
+    const auto claimed = static_cast<UInt32>(12 + extension.size()); // its own chunk, and the whole next list
+    Patch32(file, movi - 4, claimed + 4);
     ASSERT_EQ(Open(file + extension), LX_OK);
-    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, extension.size());
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, claimed);
+    ASSERT_NE(Info().pCurrentAvix->pNextAvix, nullptr);
+    EXPECT_EQ(Info().pCurrentAvix->pNextAvix->moviDataSize, 18u);
 }
 
 TEST_F(Quirks, Quirk_Q46_KeyFrameTimesLeaveOutTheStart)

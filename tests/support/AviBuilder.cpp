@@ -224,7 +224,7 @@ Bytes AviBuilder::HeaderList() const
         body += StreamList(i);
     }
     if (dmlhTotalFrames) {
-        body += List("odml", inOdml + Chunk("dmlh", U32(*dmlhTotalFrames) + Fill(244, 0)));
+        body += List("odml", inOdml + Chunk("dmlh", U32(*dmlhTotalFrames) + Fill(244, 0)) + behindDmlh);
     }
     return List("hdrl", body + inHeaderList);
 }

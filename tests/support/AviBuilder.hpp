@@ -65,6 +65,7 @@ public:
     bool bIxInMovi = true;  // true: ix## chunks stand in the movi list; false: behind it, in the RIFF list
     Bytes beforeMovi;       // chunks between the header list and movi
     Bytes inOdml;           // chunks before the dmlh chunk
+    Bytes behindDmlh;       // chunks of the odml list behind the dmlh chunk
     Bytes beforeMoviInAvix; // chunks of every further RIFF list
     Bytes behindMovi;       // chunks between movi and idx1
     Bytes behindIdx1;

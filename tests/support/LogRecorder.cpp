@@ -13,7 +13,8 @@ LogRecorder::LogRecorder()
             static_cast<LogRecorder*>(context)->m_lines.push_back({level, text});
         },
         [](void* context, const char* condition, const char* text, const char* file, int) {
-            static_cast<LogRecorder*>(context)->m_assertions.push_back({condition, text, file});
+            auto* const pRecorder = static_cast<LogRecorder*>(context);
+            pRecorder->m_assertions.push_back({condition, text, file, pRecorder->m_lines.size()});
         },
         this);
     SetMask(0xFFFFFFFFu);
@@ -69,6 +70,15 @@ bool LogRecorder::Has(UInt32 level, const std::string& text) const
     const std::vector<LogLine>& lines = Lines();
     return std::any_of(lines.begin(), lines.end(),
                        [&](const LogLine& line) { return line.uiLevel == level && line.text == text; });
+}
+
+size_t LogRecorder::Find(const std::string& text, size_t from) const
+{
+    const std::vector<LogLine>& lines = Lines();
+    const auto begin = lines.begin() + static_cast<std::ptrdiff_t>(from);
+    const auto found =
+        std::find_if(begin, lines.end(), [&](const LogLine& line) { return line.text.starts_with(text); });
+    return static_cast<size_t>(found - lines.begin());
 }
 
 bool LogRecorder::HasAssertion(const std::string& condition, const std::string& text) const

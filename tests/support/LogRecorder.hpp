@@ -18,6 +18,7 @@ struct AssertLine {
     std::string condition;
     std::string text;
     std::string file;
+    size_t uiLinesBefore; // messages recorded before it
 };
 
 #ifdef LX_AVIREAD_NO_MESSAGES
@@ -47,6 +48,9 @@ public:
     bool Has(const std::string& text) const { return Count(text) > 0; }
     bool Has(UInt32 level, const std::string& text) const;
     bool HasPrefix(const std::string& text) const { return CountPrefix(text) > 0; }
+    // The place among the recorded lines, from `from` on, of the first one that begins with `text`; the number of all
+    // lines where there is none.
+    size_t Find(const std::string& text, size_t from = 0) const;
     bool HasAssertion(const std::string& condition, const std::string& text) const;
 
 private:

@@ -140,5 +140,88 @@ TEST_F(OpenDmlIndex, SuperIndexOffsetsMayPointAnywhere)
     }
 }
 
+// A file whose super index names one index chunk again and again. The index chunk stands before the media data. All its
+// records are key frames.
+class RepeatedIndexChunk : public OpenDmlIndex {
+protected:
+    static constexpr UInt32 kRecords = 4000;
+    UInt64 indexOffset = 0;
+
+    Bytes Repeat(UInt32 records, UInt32 times, UInt32 recordBytes = 8)
+    {
+        AviBuilder file;
+        file.Add(VideoStream()).Frame(0, Fill(4), true);
+        file.eIndex = IndexKind::None;
+        const UInt8 subType = recordBytes == 12 ? 1 : 0;
+        const Bytes word = U32(0); // the default mode reads it behind the header
+        file.beforeMovi = Chunk("ix00", IndxHead(recordBytes / 4, subType, 1, records) + Fill(12, 0) + word +
+                                            Fill(records * recordBytes, 0));
+        file.streams[0].extra = Chunk("indx", IndxHead(4, 0, 0, times) + Fill(12, 0) + Fill(16 * times, 0));
+        Bytes bytes = file.Build();
+        indexOffset = Find(bytes, "ix00");
+        for (UInt32 i = 0; i < times; ++i) {
+            Patch32(bytes, Find(bytes, "indx") + 8 + 24 + 16 * i, static_cast<UInt32>(indexOffset));
+        }
+        return bytes;
+    }
+
+    UInt32 KeyFrameCount()
+    {
+        UInt32 count = 0;
+        for (UInt32 i = 0; i < Info().KeyFramesListAsArrayLength; ++i) {
+            count += Info().KeyFramesListAsArray[i]->arrayLength;
+        }
+        return count;
+    }
+
+    // The number of index chunks that the counting walk goes to before the reader refuses one.
+    size_t Visited(const Bytes& file)
+    {
+        EXPECT_EQ(Open(file), LX_OK);
+        log.SetMask(0x200);
+        log.Clear();
+        EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+        return log.CountPrefix("Fseeking(");
+    }
+};
+
+TEST_F(RepeatedIndexChunk, IsTakenEachTime)
+{
+    for (const UInt8 option : {UInt8{1}, UInt8{LX_AVIREAD_FOLLOW_FORMAT}}) {
+        indxOptionOfOpen = option;
+        ASSERT_EQ(Open(Repeat(200, 2)), LX_OK);
+        EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+        EXPECT_EQ(KeyFrameCount(), 400u);
+    }
+}
+
+TEST_F(RepeatedIndexChunk, IsRefusedBeyond16MiBAndEightTimesTheFurthestPosition)
+{
+    for (const UInt32 recordBytes : {8u, 12u}) {
+        const UInt64 bytes = UInt64{kRecords} * recordBytes;
+        Bytes file = Repeat(kRecords, 600, recordBytes);
+        const UInt64 budget = 16777216 + 8 * (indexOffset + bytes);
+        EXPECT_EQ(Visited(file), budget / bytes + 1);
+    }
+}
+
+TEST_F(RepeatedIndexChunk, IsNoFurtherAwayWhereA32BitSeekIgnoresTheUpperHalf)
+{
+    Bytes file = Repeat(kRecords, 600);
+    for (UInt32 i = 0; i < 600; ++i) {
+        Patch32(file, Find(file, "indx") + 8 + 24 + 16 * i + 4, i % 3);
+    }
+    EXPECT_EQ(Visited(file), (16777216 + 8 * (indexOffset + kRecords * 8)) / (kRecords * 8) + 1);
+}
+
+TEST_F(RepeatedIndexChunk, IsTakenAsOftenAsTheBudgetAllows)
+{
+    const Bytes file = Repeat(kRecords, 534);
+    ASSERT_EQ((16777216 + 8 * (indexOffset + kRecords * 8)) / (kRecords * 8), 534u);
+    log.SetMask(0);
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+}
+
 } // namespace
 } // namespace avitest

@@ -46,11 +46,60 @@ TEST_F(Idx1Index, WithoutAnIndexThereIsNoTable)
     EXPECT_TRUE(log.Has("Leaving lxAviReadCore_ParseIndex 8801980a"));
 }
 
-TEST_F(Idx1Index, WithoutAVideoStreamThereIsNoTable)
+// A file of 280 bytes with one stream of audio, whose index counts from the start of the file.
+AviBuilder AudioOnly()
 {
-    AviBuilder audioOnly;
-    audioOnly.Add(PcmStream()).Audio(0, Fill(4));
-    ASSERT_EQ(Open(audioOnly), LX_OK);
+    AviBuilder audio;
+    audio.eIndex = IndexKind::Idx1Absolute;
+    audio.Add(PcmStream()).Audio(0, Fill(20)).Audio(0, Fill(2));
+    return audio;
+}
+
+TEST_F(Idx1Index, WithoutAVideoStreamThereIsNoTableButTheIndexIsRead)
+{
+    AviBuilder audio = AudioOnly();
+    ASSERT_EQ(Open(audio), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(Info().KeyFramesListAsArray, nullptr);
+    EXPECT_EQ(Info().bAbsoluteOffsets, 1);
+    EXPECT_EQ(Info().CurrentOffset, audio.MoviOffset());
+    EXPECT_TRUE(log.Has("Entering lxAviReadCore_PreParseIdx1Chunk"));
+    EXPECT_TRUE(log.Has("Num of Streams : 1, Frame rate : 0, ConsFramesThr : 0"));
+}
+
+TEST_F(Idx1Index, WithoutAVideoStreamTheLastAudioChunkIsDelivered)
+{
+    const Bytes file = AudioOnly().Build();
+    ASSERT_EQ(file.size(), 280u);
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    Position();
+    EXPECT_EQ(NextValid().payload, Fill(20));
+    EXPECT_EQ(NextValid().payload, Fill(2));
+    EXPECT_EQ(NextValid().uiResult, LX_AVIREAD_END_OF_MEDIA);
+}
+
+TEST_F(Idx1Index, WithoutAVideoStreamAnIndexThatIsCutIsTheEndOfTheFile)
+{
+    Bytes file = AudioOnly().Build();
+    file.resize(file.size() - 8);
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+}
+
+TEST_F(Idx1Index, WithoutAVideoStreamThePreParseCanBeAborted)
+{
+    ASSERT_EQ(Open(AudioOnly().Build()), LX_OK);
+    Info().bAbort = 1;
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
+}
+
+TEST_F(Idx1Index, NoRecordBelongsToAStreamThatIsNotThere)
+{
+    // The characters "0/" give the stream number -1, which has 16 bits: it is not the -1 of "no video stream".
+    AviBuilder audio = AudioOnly();
+    audio.Media("0/dc", Fill(4), true);
+    ASSERT_EQ(Open(audio), LX_OK);
     EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
 }
 

@@ -266,6 +266,45 @@ TEST_F(Seek, AnOffsetThatDisagreesIsAssertedAndUsed)
                                      std::to_string(Entry(0, 1).videoChunkOffset)));
 }
 
+TEST_F(Seek, AnOffsetThatDisagreesIsAssertedBehindTheMessageOfTheJump)
+{
+    OpenVideo(50, 10);
+    const lxAviReadCore_KeyFramePosition_t position = {0, 1, 5555, 1};
+    log.Clear();
+    lxAviReadCore_SetPointerOnKF(&position, -1);
+    ASSERT_EQ(log.Assertions().size(), 1u);
+    EXPECT_EQ(log.Find("lxAviReadCore_SetPointerOnKF: Video(offset=0.5555) ahead of audio(offset=0.0)"), 0u);
+    EXPECT_EQ(log.Assertions()[0].uiLinesBefore, 1u);
+}
+
+TEST_F(Seek, ATrackOutOfRangeIsAssertedBehindTheMessagesOfTheSearch)
+{
+    OpenVideo(50, 10);
+    log.SetMask(0x60);
+    log.Clear();
+    static_cast<void>(lxAviReadCore_SeekToTime(0, 8, kDown));
+    ASSERT_EQ(log.Assertions().size(), 1u);
+    EXPECT_EQ(log.Find("entered GiveOffsetTotime"), 0u);
+    EXPECT_EQ(log.Find("Jump Offset=0.0  "), 1u);
+    EXPECT_EQ(log.Assertions()[0].uiLinesBefore, 2u);
+}
+
+TEST_F(Seek, WithoutATableTheSearchIsToldAllTheSame)
+{
+    builder.Add(VideoStream()).Frame(0, Fill(4), true);
+    builder.eIndex = IndexKind::None;
+    ASSERT_EQ(Open(builder), LX_OK);
+    log.Clear();
+    EXPECT_EQ(lxAviReadCore_SeekToTime(0, 8, kDown), 0u);
+    ASSERT_EQ(log.Lines().size(), 2u);
+    EXPECT_EQ(log.Lines()[0].text, "entered GiveOffsetTotime");
+    EXPECT_EQ(log.Lines()[1].text, "Jump Offset=0.0  ");
+    ASSERT_EQ(log.Assertions().size(), 2u);
+    EXPECT_EQ(log.Assertions()[0].condition, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS");
+    EXPECT_EQ(log.Assertions()[0].uiLinesBefore, 2u);
+    EXPECT_EQ(log.Assertions()[1].condition, "pAviInfo->KeyFramesListAsArrayLength > 0");
+}
+
 TEST_F(Seek, TheRangeIsThatOfTheTable)
 {
     lxAviRead_SetPositionRangeInfo_t range = {1, 2, 3};

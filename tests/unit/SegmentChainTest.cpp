@@ -217,7 +217,7 @@ TEST_F(SegmentChain, AWalkThatWouldGoBackEnds)
     EXPECT_EQ(Chain().size(), 2u);
 }
 
-TEST_F(SegmentChain, ListsThatReachIntoTheNextOneEndThere)
+TEST_F(SegmentChain, ListsThatReachIntoTheNextOneKeepTheirSize)
 {
     Bytes file = builder.Build();
     const size_t first = file.size();
@@ -228,9 +228,55 @@ TEST_F(SegmentChain, ListsThatReachIntoTheNextOneEndThere)
     const auto chain = Chain();
     ASSERT_EQ(chain.size(), 4u);
     EXPECT_EQ(chain[1]->moviDataOffset, first + 24);
-    EXPECT_EQ(chain[1]->moviDataSize, 28u);
-    EXPECT_EQ(chain[2]->moviDataSize, 28u);
-    EXPECT_EQ(chain[3]->moviDataSize, 3996u); // no list follows, so the size stays
+    for (size_t i = 1; i < 4; ++i) {
+        EXPECT_EQ(chain[i]->moviDataSize, 3996u);
+    }
+    indxOptionOfOpen = LX_AVIREAD_FOLLOW_FORMAT;
+    ASSERT_EQ(Open(file), LX_OK);
+    const auto cut = Chain();
+    ASSERT_EQ(cut.size(), 4u);
+    EXPECT_EQ(cut[1]->moviDataSize, 28u);
+    EXPECT_EQ(cut[2]->moviDataSize, 28u);
+    EXPECT_EQ(cut[3]->moviDataSize, 3996u); // no list follows, so the size stays
+}
+
+TEST_F(SegmentChain, JunkInTheOpenDmlHeaderMovesTheFirstListIntoTheNextOne)
+{
+    builder.behindDmlh = Chunk("JUNK", Fill(20));
+    builder.NextRiff().Frame(0, Fill(20), true);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(Open(file), LX_OK);
+    // the default mode counts the chunk twice: with the header list, and as a chunk behind it
+    EXPECT_EQ(Info().moviOffset, builder.MoviOffset() + 28);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataOffset, builder.MoviOffset() + 28);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize());
+    indxOptionOfOpen = LX_AVIREAD_FOLLOW_FORMAT;
+    ASSERT_EQ(Open(file), LX_OK);
+    EXPECT_EQ(Info().pCurrentAvix->moviDataOffset, builder.MoviOffset());
+    EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize());
+}
+
+TEST_F(SegmentChain, ChunksOfListsThatOverlapAreDeliveredTwice)
+{
+    builder.eIndex = IndexKind::SuperStandard; // positions count from the start of the file
+    Bytes file = builder.Build();
+    const Bytes extension = Riff("AVIX", List("movi", Chunk("00dc", Fill(20))));
+    const size_t movi = Find(file, "movi");
+    Patch32(file, movi - 4, static_cast<UInt32>(file.size() - movi + extension.size()));
+    file += extension;
+    const auto deliveredSizes = [&](UInt8 option) {
+        indxOptionOfOpen = option;
+        OpenIndexed(file);
+        std::vector<UInt32> sizes;
+        for (const Delivered& got : All()) {
+            if (got.uiResult == LX_OK) {
+                sizes.push_back(got.chunk.uiSize);
+            }
+        }
+        return sizes;
+    };
+    EXPECT_EQ(deliveredSizes(1), (std::vector<UInt32>{10, 20, 20}));
+    EXPECT_EQ(deliveredSizes(LX_AVIREAD_FOLLOW_FORMAT), (std::vector<UInt32>{10, 20}));
 }
 
 TEST_F(SegmentChain, AnAbortAndSpentAttemptsArePassedOn)

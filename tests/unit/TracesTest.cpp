@@ -17,6 +17,16 @@ protected:
         }
     }
 
+    // The lines that begin so follow one another directly, the first time that the first of them is met.
+    void ExpectInARow(const std::vector<std::string>& prefixes)
+    {
+        const size_t first = log.Find(prefixes.front());
+        ASSERT_LE(first + prefixes.size(), log.Lines().size()) << prefixes.front();
+        for (size_t i = 0; i < prefixes.size(); ++i) {
+            EXPECT_EQ(log.Lines()[first + i].text.substr(0, prefixes[i].size()), prefixes[i]);
+        }
+    }
+
     void Expect(const std::vector<std::string>& prefixes)
     {
         for (const std::string& prefix : prefixes) {
@@ -36,7 +46,7 @@ TEST_F(Traces, OfOpen)
             "AviReadCore : Found streamformat sub-chunk. FccType is vids 73646976, size 28\n",
             "AviReadCore : Stream 1 streamheader subchunk\n", "leaving lxAviReadCore_ParseListStrl",
             "lxAviReadCore_AudioFrameSizeCalculation pStrInfo=0x", "AviReadCore : Found LIST"});
-    EXPECT_TRUE(log.HasPrefix("Calling ReadRecord(pAviInfo, form) from ReadRiffHeader at "
+    EXPECT_TRUE(log.HasPrefix("Calling ReadRecord(pAviInfo, riff) from ReadRiffHeader at "
                               "src/demux/comps/lxAviRead/src/core/src/AviReadcore:"));
     Expect({"Successfully returned from function call at src/demux/comps/lxAviRead/src/core/src/AviReadcore:"});
 }
@@ -73,6 +83,39 @@ TEST_F(Traces, OfASuperIndex)
             "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> 0", "Stream: 1 uiNoOfIndexes: 1  \n"});
 }
 
+TEST_F(Traces, OfAudioThatIsPlacedByIdx1)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    ExpectInARow({"Storing A0 for 0.0  fr#0 ", "KF_data.leafNr.itemNr=0.0 ",
+                  "lxAviReadCore_GetStreamTime: Video. stream=0 framenumber=   10"});
+}
+
+TEST_F(Traces, OfAudioThatIsPlacedByASuperIndex)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    ASSERT_EQ(Open(builder), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    ExpectInARow({"BEFORE Getnextitem KF leafNr:0 itemNr:0 ", "Storing Audio(0) for 0.0  fr#0 ",
+                  "lxAviReadCore_GetStreamTime: Video. stream=0 framenumber=   10"});
+}
+
+TEST_F(Traces, OfTheWalksOverIndexChunks)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    ASSERT_EQ(Open(builder), LX_OK);
+    log.Clear();
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    // One walk counts, one stores the key frames, and two place audio. The storing walk is silent about its way.
+    EXPECT_EQ(log.CountPrefix("Fseeking(0) to offset: 0."), 3u);
+    EXPECT_EQ(log.CountPrefix("First 4 bytes after fseek and twocc, 30307869, 7869"), 1u);
+    EXPECT_EQ(log.CountPrefix("First 4 bytes after fseek and twocc"), 1u);
+    EXPECT_EQ(log.CountPrefix("Rval after reading the std/field video ix## struct"), 1u);
+    const size_t storing = log.Find("AviRead:Succeeded allocating ");
+    EXPECT_LT(log.Find("Rval after reading the std/field video ix## struct"), storing);
+    EXPECT_EQ(log.Find("Fseeking(", storing), log.Find("Fseeking(", log.Find("lxAvi2ReadCore_ParseAudioSuperIndex")));
+}
+
 TEST_F(Traces, OfAOneLevelIndex)
 {
     builder.eIndex = IndexKind::OneLevelStandard;
@@ -80,6 +123,62 @@ TEST_F(Traces, OfAOneLevelIndex)
     Expect({"lxAviReadCore_ParseChunkIndx: It is AVI_INDEX_OF_CHUNKS", "\tNumber of key frames =3",
             "\tNumber of video frames =30", "lxAvi2ReadCore_ParseAudioStdIndex",
             "Leaving lxAvi2ReadCore_ParseAudioStdIndex: 0"});
+}
+
+TEST_F(Traces, OfAFailedReadInTheSinglePass)
+{
+    const auto parse = [&](const ReadFault& fault) {
+        EXPECT_EQ(Open(builder), LX_OK);
+        Bytes buffer(18000);
+        LendBuffer(buffer);
+        EXPECT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+        log.Clear();
+        Faults().FaultRead(5, fault);
+        const UInt32 result = lxAviReadCore_ParseVideoAudioIndex(0, &Info(), Info().idx1Size, 1, 1);
+        Info().pMetaDataBuffer = nullptr;
+        return result;
+    };
+    EXPECT_EQ(parse({ReadFault::Kind::EndOfFile, 3}), LX_ERR_AVIREAD_EOF);
+    EXPECT_EQ(log.CountPrefix("Error 0x88019809 (-2013161463 )returned from function call at "
+                              "src/demux/comps/lxAviRead/src/core/src/AviReadcore:"),
+              1u);
+    EXPECT_EQ(parse({ReadFault::Kind::ShortThenError, 3}), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(log.CountPrefix("Error 0x88019017 (-2013163497 )returned from function call at "), 1u);
+}
+
+TEST_F(Traces, OfReadsThatMeetTheEndOfTheFileAsAWhole)
+{
+    const std::string core = "leaving lxAviReadCore_FileRead()-eof.err=0x88019017(-2013163497). only ";
+    EXPECT_EQ(Open(Bytes{}), LX_ERR_AVIREAD_EOF);
+    EXPECT_TRUE(log.Has(core + "12 bytes left unread"));
+    log.Clear();
+    EXPECT_EQ(Open(Text("RIFFsizeAV")), LX_ERR_AVIREAD_EOF);
+    EXPECT_TRUE(log.Has(core + "12 bytes left unread"));
+
+    const std::string openDml = "leaving lxAvi2ReadCore_FileRead()-eof.err=0x88019017(-2013163497). only ";
+    const auto openCutBehindIndx = [&](size_t bytes) {
+        Bytes file = builder.Build();
+        file.resize(Find(file, "indx") + 8 + bytes);
+        log.Clear();
+        EXPECT_EQ(Open(file), LX_ERR_AVIREAD_EOF);
+    };
+    builder.avih.dwFlags = 0;
+    builder.eIndex = IndexKind::OneLevelStandard;
+    openCutBehindIndx(12 + 9); // inside the reserved word behind the base offset
+    EXPECT_TRUE(log.Has(openDml + "12 bytes left unread"));
+    builder.eIndex = IndexKind::SuperStandard;
+    openCutBehindIndx(12 + 9); // inside the reserved words
+    EXPECT_TRUE(log.Has(openDml + "12 bytes left unread"));
+}
+
+TEST_F(Traces, OfASuperIndexThatClaimsMoreThanTheFileHolds)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "indx") + 12, 100000);
+    EXPECT_EQ(Open(file), LX_ERR_AVIREAD_EOF);
+    EXPECT_TRUE(log.Has("leaving lxAvi2ReadCore_FileRead()-eof.err=0x88019017(-2013163497). only 1600000 bytes left "
+                        "unread"));
 }
 
 TEST_F(Traces, OfDelivery)

@@ -14,8 +14,11 @@ static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
 constexpr PlacerMessages kOpenDmlPlacerMessages = {kPlacerRows, true};
 
 constexpr MessageRow<WalkText> kAudioWalkMessages[] = {
+    {WalkText::Seeking, kLevelIndex, "Fseeking(%d) to offset: %d.%d \n"},
     NoMessage(WalkText::SeekFailed),
+    NoMessage(WalkText::CodeRead),
     {WalkText::CodeFailed, kLevelError, "ParseAudioSuperIndex : Error Reading data at line:%d"},
+    NoMessage(WalkText::HeaderRead),
     {WalkText::HeaderFailed, kLevelError, "ParseAudioSuperIndex : Error Reading data1,line:%d"},
     {WalkText::Entered, kLevelIndex, "AudioSuperIndexParsing :Rval Reading ix(%d)-> %x"},
     NoMessage(WalkText::Result),

@@ -33,20 +33,21 @@ UInt32 ReadOwnField(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, Padding& 
 constexpr UInt32 kFirstPiece = 64 * 1024; // bytes of entries that are allocated before any entry was read
 
 // Reads the entries piece by piece. Each piece that the file really holds doubles the room, so that a large count in a
-// small file costs no memory.
+// small file costs no memory. For the message about the end of the file they are one read.
 UInt32 ReadSuperIndexEntries(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 bytes)
 {
     void* pEntries = pStrInfo->IndxChunk.pAviSuperIndexEntry;
     for (UInt32 done = 0; done < bytes;) {
         const UInt32 piece = std::min(bytes - done, std::max(done, kFirstPiece));
+        const UInt32 behind = bytes - done - piece;
         void* const pGrown = std::realloc(pEntries, size_t{done} + piece);
         if (pGrown == Null) {
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
         pEntries = pGrown;
         pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
-        LX_AVIREAD_TRY(
-            LX_AVIREAD_CALL(ReadLoop(pAviInfo, kOpenDmlRead, {static_cast<UInt8*>(pEntries) + done, piece, piece})));
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
+            ReadLoop(pAviInfo, kOpenDmlRead, {static_cast<UInt8*>(pEntries) + done, piece, piece, behind})));
         done += piece;
     }
     return LX_OK;
@@ -206,8 +207,10 @@ UInt32 TakeIndexOfChunks(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxA
 {
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseChunkIndx: It is AVI_INDEX_OF_CHUNKS");
     lxAviReadCore_AviStdFieldIndex_t& specific = pStrInfo->IndxChunk.aviIndxTypeSpecificSection.aviStdFieldIndex;
-    LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.qwBaseOffset, padding));
-    LX_AVIREAD_TRY(ReadOwnField(pAviInfo, specific.dwReserved, padding));
+    UInt8 fields[kTypeSpecificBytes] = {}; // read in one go
+    LX_AVIREAD_TRY(ReadOwnField(pAviInfo, fields, padding));
+    specific.qwBaseOffset = Load<UInt64>(fields);
+    specific.dwReserved = Load<UInt32>(fields + sizeof specific.qwBaseOffset);
     padding.uiRemaining -= kTypeSpecificBytes;
     // Where the main header promises an `idx1`, the default mode leaves the table to that one.
     const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;

@@ -18,10 +18,10 @@ namespace {
 
 // Reads the code of an index chunk. In the default mode, if the code does not begin with "ix", single bytes are read
 // and shifted into a word that can never begin so, until the file ends.
-UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& code)
+UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, const MessageRow<WalkText>* pMessages, UInt32& code)
 {
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, code, kOpenDmlRead));
-    LX_LOG(kLevelIndex, "First 4 bytes after fseek and twocc, %x, %x", code, LowHalf(code));
+    LogRow(pMessages, WalkText::CodeRead, code, UInt32{LowHalf(code)});
     if (EntriesNameIndexChunks(pAviInfo)) {
         return LowHalf(code) == TwoCC("ix") || code == FourCC("indx") ? LX_OK : LX_ERR_AVIREAD_NO_INDEX;
     }
@@ -45,7 +45,7 @@ void KeepRecordsInChunk(IndexChunk::Header& header)
 UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviSuperIndexEntry_t& entry,
                        const IndexWalkRules& rules, IndexChunk& chunk)
 {
-    LX_LOG(kLevelIndex, "Fseeking(%d) to offset: %d.%d \n", chunk.uiNr, LX_HILO(entry.qwOffset));
+    LogRow(rules.pMessages, WalkText::Seeking, chunk.uiNr, LX_HILO(entry.qwOffset));
     if (EntriesNameIndexChunks(pAviInfo) && SeekDistance(pAviInfo, entry.qwOffset) < 0) {
         return LX_ERR_AVIREAD_NO_INDEX; // no file is that large
     }
@@ -54,7 +54,7 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
         return LX_ERR_AVIREAD_SEEK;
     }
     UInt32 code = 0;
-    if (const UInt32 result = ReadIndexCode(pAviInfo, code); result != LX_OK) {
+    if (const UInt32 result = ReadIndexCode(pAviInfo, rules.pMessages, code); result != LX_OK) {
         LogRow(rules.pMessages, WalkText::CodeFailed, __LINE__);
         return result;
     }
@@ -68,7 +68,7 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     const UInt32 bytes =
         RecordsFollowTheFields(pAviInfo) ? offsetof(IndexChunk::Header, uiFirstWord) : sizeof chunk.header;
     const UInt32 result = ReadLoop(pAviInfo, kOpenDmlRead, {&chunk.header, sizeof chunk.header, bytes});
-    LX_LOG(kLevelIndex, "Rval after reading the std/field video ix## struct%x", result);
+    LogRow(rules.pMessages, WalkText::HeaderRead, result);
     LogRow(rules.pMessages, WalkText::Entered, chunk.uiNr, result);
     if (result != LX_OK) {
         LogRow(rules.pMessages, WalkText::HeaderFailed, __LINE__);
@@ -79,8 +79,8 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
     return result;
 }
 
-// Bounds the work of a walk. The walk reads at most as many bytes of records as lie before the end of the furthest
-// record, so that a damaged index that names the same records repeatedly cannot make it run long.
+// Bounds the work of a walk, so that a damaged index that names the same records again and again cannot make it run
+// long. A walk may read 16 MiB of records, and eight times as many bytes as lie before the end of the furthest record.
 class IndexWalkBudget {
 public:
     // `offset` is where the chunk begins, as far as a seek goes.
@@ -89,11 +89,15 @@ public:
         const UInt64 bytes =
             UInt64{RecordBytes(chunk.header.common.uiSubIndexType)} * chunk.header.common.uiEntriesInUse;
         m_uiTotal += bytes;
-        m_uiFurthest = std::max(m_uiFurthest, offset + bytes);
-        return m_uiTotal <= m_uiFurthest;
+        m_uiFurthest = std::clamp(offset + bytes, m_uiFurthest, kLargestPosition);
+        return m_uiTotal <= kAlwaysAllowed + kTimesFurthest * m_uiFurthest;
     }
 
 private:
+    static constexpr UInt64 kAlwaysAllowed = 16u << 20;
+    static constexpr UInt64 kTimesFurthest = 8;
+    static constexpr UInt64 kLargestPosition = UInt64{1} << 60; // no file is that large, and the product has 64 bits
+
     UInt64 m_uiTotal = 0;
     UInt64 m_uiFurthest = 0;
 };
@@ -150,8 +154,11 @@ namespace {
 // ---- Key frames ----
 
 constexpr MessageRow<WalkText> kCountMessages[] = {
+    {WalkText::Seeking, kLevelIndex, "Fseeking(%d) to offset: %d.%d \n"},
     {WalkText::SeekFailed, kLevelError, "PreParseIndxChunk avi2: Error %d"},
+    {WalkText::CodeRead, kLevelIndex, "First 4 bytes after fseek and twocc, %x, %x"},
     {WalkText::CodeFailed, kLevelError, "PreParseIndxChunk avi2:Error Reading data at line:%d"},
+    {WalkText::HeaderRead, kLevelIndex, "Rval after reading the std/field video ix## struct%x"},
     NoMessage(WalkText::HeaderFailed),
     NoMessage(WalkText::Entered),
     NoMessage(WalkText::Result),
@@ -162,7 +169,7 @@ constexpr IndexWalkRules kCountWalk = {true, kCountMessages};
 UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, KeyFrameCounter& counter)
 {
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
-    run.bLogsFailedBatch = false;
+    run.eFailedBatch = FailedBatch::IsSilent;
     const OpenDmlDecoder decode(pAviInfo, EntryKind::MainVideo, 0, 0); // whatever the stream and the offsets
     return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, decode, counter);
 }

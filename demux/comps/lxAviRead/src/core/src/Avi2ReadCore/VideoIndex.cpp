@@ -20,8 +20,11 @@ constexpr MessageRow<TableText> kOpenDmlMessages[] = {
 static_assert(IsMessageTable(kOpenDmlMessages, kTableTextArguments));
 
 constexpr MessageRow<WalkText> kVideoWalkMessages[] = {
+    NoMessage(WalkText::Seeking),
     NoMessage(WalkText::SeekFailed),
+    NoMessage(WalkText::CodeRead),
     {WalkText::CodeFailed, kLevelError, "ParseVideoSuperIndex : Error reading data at line:%d"},
+    NoMessage(WalkText::HeaderRead),
     {WalkText::HeaderFailed, kLevelError, "ParseVideoSuperIndex : Error Reading data1,line:%d"},
     NoMessage(WalkText::Entered),
     {WalkText::Result, kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"},

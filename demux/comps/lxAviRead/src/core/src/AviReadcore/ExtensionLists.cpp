@@ -63,12 +63,10 @@ struct ChainEnd {
     bool bFirst = true; // no "AVIX" list was met yet
 };
 
-// A list that claims to reach into the RIFF list at `position` ends there, so that no byte is delivered twice. The
-// default mode leaves alone a list that would be cut to nothing.
-void EndBefore(const lxAviReadCore_AviInfo_t* pAviInfo, Segment* pSegment, UInt64 position)
+// Ends a list that claims to reach into the RIFF list at `position`.
+void EndBefore(Segment* pSegment, UInt64 position)
 {
-    const UInt64 kept = OverlappedListsMayBeEmpty(pAviInfo) ? 0 : 1;
-    if (pSegment != Null && position >= StartOf(*pSegment) + kept) {
+    if (pSegment != Null && position >= StartOf(*pSegment)) {
         const UInt64 room = position - StartOf(*pSegment);
         pSegment->moviDataSize = static_cast<UInt32>(std::min<UInt64>(pSegment->moviDataSize, room));
     }
@@ -102,7 +100,9 @@ UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
 UInt32 TakeExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt64 movi, ChainEnd& end)
 {
     LX_LOG(kLevelHeader, "Found AVIX RIFF");
-    EndBefore(pAviInfo, end.pTail, position);
+    if (ListsEndBeforeTheNext(pAviInfo)) {
+        EndBefore(end.pTail, position);
+    }
     Segment* const pSegment = AppendSegment(pAviInfo, end.pTail);
     if (pSegment == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY;

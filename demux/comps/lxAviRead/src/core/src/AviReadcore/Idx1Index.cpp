@@ -202,21 +202,16 @@ void ChooseAndSetOffsetBase(lxAviReadCore_AviInfo_t* pAviInfo)
 
 // ---- The choice of the index ----
 
-bool HasUsableIdx1(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    return pAviInfo->idx1Size != 0 && pAviInfo->videoStreamNr >= 0;
-}
-
 UInt32 ParseIdx1(UInt32 instance, const lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    return HasUsableIdx1(pAviInfo) ? LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance)) : LX_ERR_AVIREAD_NO_INDEX;
+    return pAviInfo->idx1Size != 0 ? LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance)) : LX_ERR_AVIREAD_NO_INDEX;
 }
 
 // Frames of the main video stream in `idx1`; 0 when it cannot be read.
 UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     Idx1Survey survey;
-    if (HasUsableIdx1(pAviInfo) && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
+    if (pAviInfo->idx1Size != 0 && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
         const UInt32 result = SurveyIdx1(pAviInfo, Idx1Run(pAviInfo->idx1Size, kRecordsPerRead), false, survey);
         return result == LX_OK ? survey.counter.uiFrames : 0;
     }
@@ -334,6 +329,8 @@ UInt32 lxAviReadCore_ParseVideoAudioIndex(UInt32 /*instance*/, lxAviReadCore_Avi
                                           UInt32 SkipKey, UInt32 neededLeafs)
 {
     constexpr UInt32 kOneRecord = 1;
+    IndexRun run = Idx1Run(uiSize, kOneRecord);
+    run.eFailedBatch = FailedBatch::IsACall;
     KeyFrameFiller filler(pAviInfo, kSinglePassMessages, SkipKey);
-    return BuildTable(pAviInfo, Idx1Run(uiSize, kOneRecord), neededLeafs, filler, StoreAndPlace);
+    return BuildTable(pAviInfo, run, neededLeafs, filler, StoreAndPlace);
 }

@@ -43,7 +43,10 @@ UInt32 IndexBatches::Read(UInt32 records)
     if (AllowEarlyEnd(m_pAviInfo, result) == LX_OK) {
         m_uiCount = (bytes - lacking) / m_run.uiRecordSize;
     }
-    if (m_run.bLogsFailedBatch) {
+    switch (m_run.eFailedBatch) {
+    case FailedBatch::IsSilent: return result;
+    case FailedBatch::IsACall: return ReportCall(result, Here());
+    case FailedBatch::IsABatch:
         LX_LOG(kLevelError, "Error reading %d records with size %d into the metadatabuffer", records,
                m_run.uiRecordSize);
     }
@@ -218,21 +221,22 @@ void AudioPlacer::LogMoved(const Position& before) const
            UInt32{m_cursor.valid});
 }
 
-// Moves the cursor to the next key frame, and takes that key frame's time. Past the last key frame the cursor becomes
-// invalid ({0,0,0,0}), and the time is that of the first.
-Position AudioPlacer::Advance()
+// Moves the cursor to the next key frame; past the last one it becomes invalid ({0,0,0,0}).
+void AudioPlacer::Advance()
 {
-    const KeyFrameTable table(m_pAviInfo);
-    const Position before = m_cursor;
     m_reach = {};
-    if (!table.Next(m_cursor)) {
+    if (!KeyFrameTable(m_pAviInfo).Next(m_cursor)) {
         m_cursor = {};
     }
-    if (const Entry* const pEntry = table.At(m_cursor); pEntry != Null) {
+}
+
+// Takes the time of the key frame under the cursor; an invalid cursor has that of the first one.
+void AudioPlacer::TakeCursorTime()
+{
+    if (const Entry* const pEntry = KeyFrameTable(m_pAviInfo).At(m_cursor); pEntry != Null) {
         m_uiCursorTime =
             lxAviReadCore_GetStreamTime(static_cast<UInt32>(m_pAviInfo->videoStreamNr), pEntry->videoFrameNumber, 0);
     }
-    return before;
 }
 
 // Gives the last chunk to the key frame under the cursor, and moves on.
@@ -241,13 +245,17 @@ void AudioPlacer::Place()
     if (Entry* const pEntry = KeyFrameTable(m_pAviInfo).At(m_cursor); pEntry != Null) {
         WriteAudio(*pEntry, m_uiTrack, m_state);
     }
-    if (!m_bLogged) {
+    const Position before = m_cursor;
+    if (m_pMessages->bMovedFirst) {
+        LogMoved(before);
         Advance();
-        return;
+        LogStored(before);
+    } else {
+        LogStored(before);
+        Advance();
+        LogMoved(before);
     }
-    m_pMessages->bMovedFirst ? LogMoved(m_cursor) : LogStored(m_cursor);
-    const Position before = Advance();
-    m_pMessages->bMovedFirst ? LogStored(before) : LogMoved(before);
+    TakeCursorTime();
 }
 
 // Estimates how far the stream can go before it passes the cursor's time, and checks the estimate. No times are

@@ -27,17 +27,22 @@ void MarkHasIndex(lxAviReadCore_AviInfo_t* pAviInfo, bool bHasIndex)
     }
 }
 
-// Reads "RIFF", size, "AVI ".
+// What the file begins with: "RIFF", size, "AVI ". It is read in one go.
+struct RiffHeader {
+    UInt32 uiCode;
+    UInt32 uiSize;
+    UInt32 uiForm;
+};
+
 UInt32 ReadRiffHeader(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    ChunkHeader riff = {};
-    UInt32 form = 0;
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadChunkHeader(pAviInfo, riff)));
-    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, form)));
-    if (riff.uiCode != FourCC("RIFF") || form != FourCC("AVI ")) {
+    RiffHeader riff = {};
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadRecord(pAviInfo, riff)));
+    riff.uiSize = MakeEven(riff.uiSize);
+    if (riff.uiCode != FourCC("RIFF") || riff.uiForm != FourCC("AVI ")) {
         LX_LOG(kLevelError, "AviReadCore : read data unknown %x (%2c%2c%2c%2c), size %x, data_ext %x", riff.uiCode,
                ByteOf(riff.uiCode, 3), ByteOf(riff.uiCode, 2), ByteOf(riff.uiCode, 1), ByteOf(riff.uiCode, 0),
-               riff.uiSize, form);
+               riff.uiSize, riff.uiForm);
         return LX_ERR_AVIREAD_NOT_AVI;
     }
     LX_LOG(kLevelHeader, "AviReadCore : Found Avi file (size= %d)", riff.uiSize);

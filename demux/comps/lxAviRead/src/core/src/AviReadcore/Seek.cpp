@@ -162,6 +162,20 @@ void LogSeek(const lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, 
            entry.videoFrameNumber);
 }
 
+// Arms the jump of a seek or a full step, and says whether audio or video comes first.
+void ArmFromPointer(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track)
+{
+    const JumpRules rules = {
+        .eVideoFirst = VideoFirst::UnlessToAudio, .bLoadVideoCounter = true, .bLoadAudioCounters = true};
+    if (ArmJump(pAviInfo, position, entry, track, rules)) {
+        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: audio(offset=%d.%d) ahead of video(offset=%d.%d)",
+               LX_HILO(pAviInfo->JumpOffset), LX_HILO(position.Offset));
+    } else {
+        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: Video(offset=%d.%d) ahead of audio(offset=%d.%d)",
+               LX_HILO(position.Offset), LX_HILO(track >= 0 ? entry.audioChunkOffset[track] : 0));
+    }
+}
+
 } // namespace
 } // namespace lxAviReadCore
 
@@ -171,6 +185,7 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "entered GiveOffsetTotime");
+    LX_LOG(kLevelSeek, "Jump Offset=%d.%d  ", LX_HILO(pAviInfo->JumpOffset));
     const Int32 track =
         CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS", "lxAviReadCore_SeekToTime", Here());
     const KeyFrameTable table(pAviInfo);
@@ -179,7 +194,6 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
     if (table.IsEmpty()) {
         return 0;
     }
-    LX_LOG(kLevelSeek, "Jump Offset=%d.%d  ", LX_HILO(pAviInfo->JumpOffset));
     const Position found = SearchTime(table, timeMsec, roundPreference);
     LX_LOG(kLevelSeek, "leaving GiveOffsetTotime with result: leaf=%d item=%d offset=%d.%d", found.leafNr, found.itemNr,
            LX_HILO(found.Offset));
@@ -201,24 +215,14 @@ void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFra
                                      "lxAviReadCore_SetPointerOnKF", Here());
     Position position = *keyFrame;
     const Entry* const pEntry = KeyFrameTable(pAviInfo).At(position);
-    if (pEntry != Null && position.Offset == 0) {
-        position.Offset = pEntry->videoChunkOffset;
+    if (pEntry != Null) {
+        position.Offset = position.Offset != 0 ? position.Offset : pEntry->videoChunkOffset;
+        ArmFromPointer(pAviInfo, position, *pEntry, track);
     }
-    if (!CheckPosition(position, pEntry,
-                       "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
-                       ".videoChunkOffset",
-                       "keyFrame->Offset", Here())) {
-        return;
-    }
-    const JumpRules rules = {
-        .eVideoFirst = VideoFirst::UnlessToAudio, .bLoadVideoCounter = true, .bLoadAudioCounters = true};
-    if (ArmJump(pAviInfo, position, *pEntry, track, rules)) {
-        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: audio(offset=%d.%d) ahead of video(offset=%d.%d)",
-               LX_HILO(pAviInfo->JumpOffset), LX_HILO(position.Offset));
-    } else {
-        LX_LOG(kLevelSeek, "lxAviReadCore_SetPointerOnKF: Video(offset=%d.%d) ahead of audio(offset=%d.%d)",
-               LX_HILO(position.Offset), LX_HILO(track >= 0 ? pEntry->audioChunkOffset[track] : 0));
-    }
+    CheckPosition(position, pEntry,
+                  "keyFrame->Offset == pAviInfo->KeyFramesListAsArray[keyFrame->leafNr]->array[keyFrame->itemNr]"
+                  ".videoChunkOffset",
+                  "keyFrame->Offset", Here());
 }
 
 UInt32 lxAviReadCore_GetSetPositionRangeInfo(lxAviRead_SetPositionRangeInfo_t* pRange)

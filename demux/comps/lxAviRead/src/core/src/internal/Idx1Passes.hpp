@@ -25,7 +25,7 @@ constexpr IndexRun Idx1Run(UInt32 size, UInt32 batch)
             .uiRecordSize = kIdx1RecordBytes,
             .uiBatch = batch,
             .pRead = &kCoreRead,
-            .bLogsFailedBatch = false};
+            .eFailedBatch = FailedBatch::IsSilent};
 }
 
 // Sets what the passes add to every offset, so that positions count from the file's start; with 0 the passes leave

@@ -27,13 +27,20 @@ struct IndexEntry {
     UInt64 uiOffset; // of the chunk, in the index's base
 };
 
+// What is said about a batch that could not be read.
+enum class FailedBatch : UInt8 {
+    IsSilent,
+    IsACall,  // what is said about every failed call
+    IsABatch, // how many records it has
+};
+
 // A run of records from where the file stands. What a record says is the decoder's business.
 struct IndexRun {
     UInt32 uiEntries;
     UInt32 uiRecordSize; // bytes
     UInt32 uiBatch;      // records of one read
     const ReadFamily* pRead;
-    bool bLogsFailedBatch;
+    FailedBatch eFailedBatch;
 };
 
 // What the families log while they place audio.
@@ -208,7 +215,8 @@ private:
     void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
     void LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time);
     void Place();
-    Position Advance();
+    void Advance();
+    void TakeCursorTime();
     void LogStored(const Position& position) const;
     void LogMoved(const Position& before) const;
 

@@ -57,9 +57,9 @@ inline bool ListsGoOnBehindIndex(ModeOf pAviInfo) { return FollowsFormat(pAviInf
 // Quirk Q54
 inline bool ExtensionsNeedNoPromise(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// A `movi` list that claims to reach into the next "AVIX" list ends there, even if nothing of it is left.
+// A `movi` list that claims to reach into the next "AVIX" list ends there, so that no byte is delivered twice.
 // Quirk Q56
-inline bool OverlappedListsMayBeEmpty(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+inline bool ListsEndBeforeTheNext(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Streams ----
 

@@ -69,7 +69,7 @@ inline IndexRun OpenDmlRun(const lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subTyp
             .uiRecordSize = RecordBytes(subType),
             .uiBatch = pAviInfo->uiMaxRecordsInBuffer,
             .pRead = &kOpenDmlRead,
-            .bLogsFailedBatch = true};
+            .eFailedBatch = FailedBatch::IsABatch};
 }
 
 // The stream that the identifier of the indexed chunks names.
@@ -95,14 +95,17 @@ static_assert(sizeof(IndexChunk::Header) == 32);
 
 // The messages of the walks over index chunks.
 enum class WalkText : UInt32 {
+    Seeking,      // number, offset
     SeekFailed,   // code
+    CodeRead,     // the four-character code, its first half
     CodeFailed,   // line
+    HeaderRead,   // result
     HeaderFailed, // line
     Entered,      // number, result of reading the header
     Result,       // number, result of the chunk
     Count,
 };
-constexpr UInt8 kWalkTextArguments[] = {1, 1, 1, 2, 2};
+constexpr UInt8 kWalkTextArguments[] = {3, 1, 2, 1, 1, 1, 2, 2};
 
 // How the walks over index chunks differ.
 struct IndexWalkRules {
