@@ -202,5 +202,16 @@ TEST_F(FormatMode, WithoutAVideoStreamThereIsNoIndex)
     EXPECT_EQ(ParseAs(kFormat, builder.Build()), LX_ERR_AVIREAD_NO_INDEX);
 }
 
+TEST_F(FormatMode, WithoutAVideoStreamNoIndexIsCounted)
+{
+    AviBuilder audio;
+    audio.eIndex = IndexKind::SuperStandard;
+    audio.bIdx1Too = true;
+    audio.Add(PcmStream()).Audio(0, Fill(20));
+    EXPECT_EQ(ParseAs(kFormat, audio.Build()), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(Info().pMetaDataBuffer, nullptr);
+    EXPECT_EQ(NextValid().payload, Fill(20));
+}
+
 } // namespace
 } // namespace avitest

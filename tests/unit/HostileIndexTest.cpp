@@ -214,6 +214,15 @@ TEST_F(RepeatedIndexChunk, IsNoFurtherAwayWhereA32BitSeekIgnoresTheUpperHalf)
     EXPECT_EQ(Visited(file), (16777216 + 8 * (indexOffset + kRecords * 8)) / (kRecords * 8) + 1);
 }
 
+TEST_F(RepeatedIndexChunk, IsNotAllowedMoreByAChunkThatClaimsRecordsWhichNobodyReads)
+{
+    Bytes file = Repeat(kRecords, 600);
+    const size_t entries = Find(file, "indx") + 8 + 24;
+    Patch32(file, entries, static_cast<UInt32>(file.size())); // the first entry names a chunk of an unknown sub type
+    file += Text("ix00") + U32(24) + IndxHead(2, 7, 1, 0xFFFFFFFFu) + Fill(16, 0);
+    EXPECT_EQ(Visited(file), 1 + (16777216 + 8 * (UInt64{file.size()} - 36)) / (kRecords * 8) + 1);
+}
+
 TEST_F(RepeatedIndexChunk, IsTakenAsOftenAsTheBudgetAllows)
 {
     const Bytes file = Repeat(kRecords, 534);

@@ -274,6 +274,30 @@ TEST_F(KeyFrameTableTest, WithoutALeafNothingIsStored)
     Info().pMetaDataBuffer = nullptr;
 }
 
+TEST_F(KeyFrameTableTest, ALeafThatWasFilledBeforeIsClearedWhenItIsEnteredAgain)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream()).Frame(0, Fill(8, 0), true); // one record of a key frame
+    ASSERT_EQ(Open(builder), LX_OK);
+    Bytes batch = Fill(18000);
+    LendBuffer(batch);
+    Info().uiMaxRecordsInBuffer = 1;
+    ASSERT_EQ(lxAvi2ReadCore_CreateKFTable(0, &Info(), 2), LX_OK);
+    Info().KeyFramesListAsArray[0]->arrayLength = LEAF_ARRAY_LENGTH;
+    lxAviReadCore_KeyFrameLeaf_t& second = *Info().KeyFramesListAsArray[1];
+    second.arrayLength = 5;
+    second.array[4].videoFrameNumber = 77;
+    lxAviReadCore_KeyFrameLeaf_t* pLeaf = nullptr;
+    UInt32 frame = 9, skip = 0, leafNr = 0;
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), builder.MoviOffset() + 8, 0), 1);
+    EXPECT_EQ(lxAvi2ReadCore_FillVideoKFramesInKFTable(&Info(), &pLeaf, &frame, 1, 0, 0, 0, 1, &skip, &leafNr), LX_OK);
+    EXPECT_EQ(pLeaf, &second);
+    EXPECT_EQ(second.arrayLength, 1u);
+    EXPECT_EQ(second.array[0].videoFrameNumber, 9u);
+    EXPECT_EQ(second.array[4].videoFrameNumber, 0u);
+    Info().pMetaDataBuffer = nullptr;
+}
+
 TEST_F(KeyFrameTableTest, EveryResultHasToHaveItsPlace)
 {
     UInt32 a = 1, b = 0, c = 0, d = 0;

@@ -179,6 +179,45 @@ TEST_F(Traces, OfASuperIndexThatClaimsMoreThanTheFileHolds)
     EXPECT_EQ(Open(file), LX_ERR_AVIREAD_EOF);
     EXPECT_TRUE(log.Has("leaving lxAvi2ReadCore_FileRead()-eof.err=0x88019017(-2013163497). only 1600000 bytes left "
                         "unread"));
+    // the file ends in the second piece of 64 KiB
+    builder.eIndex = IndexKind::None;
+    builder.streams[0].extra = Chunk("indx", U16(4) + U16(0) + U32(5000) + Text("00dc") + Fill(12 + 80000, 0));
+    file = builder.Build();
+    file.resize(Find(file, "indx") + 8 + 24 + 72000);
+    log.Clear();
+    EXPECT_EQ(Open(file), LX_ERR_AVIREAD_EOF);
+    EXPECT_TRUE(
+        log.Has("leaving lxAvi2ReadCore_FileRead()-eof.err=0x88019017(-2013163497). only 80000 bytes left unread"));
+}
+
+TEST_F(Traces, OfAnIndexChunkWhoseHeaderIsCut)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    Bytes file = builder.Build();
+    const size_t entry = Find(file, "indx", Find(file, "indx", Find(file, "indx") + 4) + 4) + 8 + 24; // of the last
+    Patch32(file, entry, static_cast<UInt32>(file.size()));
+    file += Text("ix02") + Fill(20, 0);
+    ASSERT_EQ(Open(file), LX_OK);
+    log.Clear();
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_EOF);
+    const size_t failed = log.Find("ParseAudioSuperIndex : Error Reading data1,line:");
+    EXPECT_EQ(log.Find("AudioSuperIndexParsing :Rval Reading ix(0)-> 88019809"), failed + 1);
+}
+
+TEST_F(Traces, OfAnAbortedReadInTheSinglePass)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    Bytes buffer(18000);
+    LendBuffer(buffer);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    log.Clear();
+    Faults().FaultRead(3, {ReadFault::Kind::ShortThenError, 3});
+    UInt32 reads = 0;
+    Faults().onRead = [&](UInt64) { Info().bAbort = ++reads == 3 ? 1 : 0; };
+    EXPECT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), Info().idx1Size, 1, 1), LX_ERR_AVIREAD_ABORTED);
+    Faults().onRead = nullptr;
+    Info().pMetaDataBuffer = nullptr;
+    EXPECT_EQ(log.CountPrefix("Error 0x88019812 (-2013161454 )returned from function call at "), 1u);
 }
 
 TEST_F(Traces, OfDelivery)

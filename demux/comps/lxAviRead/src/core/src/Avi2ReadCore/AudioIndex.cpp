@@ -24,19 +24,22 @@ constexpr MessageRow<WalkText> kAudioWalkMessages[] = {
     NoMessage(WalkText::Result),
 };
 static_assert(IsMessageTable(kAudioWalkMessages, kWalkTextArguments));
-constexpr IndexWalkRules kAudioWalk = {false, kAudioWalkMessages};
+constexpr IndexWalkRules kAudioWalk = {.bVideoStreamOnly = false,
+                                       .bKnownSubTypesOnly = false,
+                                       .pMessages = kAudioWalkMessages};
 
 // The audio of one stream while its index is walked.
 struct AudioStream {
-    UInt32 uiStreamNr;
-    UInt32 uiTrack;
+    EntrySource source;
     AudioPlacer placer;
+
+    bool HasTrack() const { return source.uiTrack < LX_AVIREAD_AUDIO_TRACKS; }
 };
 
-AudioStream BeginStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr, UInt32 track)
+AudioStream BeginStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 {
-    AudioStream stream = {streamNr, track, {}};
-    stream.placer.Begin(pAviInfo, track, kOpenDmlPlacerMessages);
+    AudioStream stream = {SourceOf(pAviInfo, EntryKind::Audio, streamNr), {}};
+    stream.placer.Begin(pAviInfo, stream.source.uiTrack, kOpenDmlPlacerMessages);
     return stream;
 }
 
@@ -44,24 +47,24 @@ AudioStream BeginStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr
 UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, UInt64 baseOffset,
                 AudioStream& stream)
 {
-    const OpenDmlDecoder decode(pAviInfo, EntryKind::Audio, stream.uiStreamNr, baseOffset);
+    const OpenDmlDecoder decode(pAviInfo, stream.source, baseOffset);
     const IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
-    const UInt32 result = ForEachEntry(pAviInfo, run, decode, [&](const IndexEntry& entry) {
-        if (stream.uiTrack < LX_AVIREAD_AUDIO_TRACKS) {
-            stream.placer.Take(entry);
-        }
-    });
+    const auto place = [&](IndexEntry entry) { stream.placer.Take(entry); };
+    const auto drop = [](IndexEntry) {};
+    const UInt32 result =
+        stream.HasTrack() ? ForEachEntry(pAviInfo, run, decode, place) : ForEachEntry(pAviInfo, run, decode, drop);
     LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> %x", result);
     return result;
 }
 
 // Called after the last run of a stream.
-void CompleteStream(AudioStream& stream)
+void CompleteStream(const lxAviReadCore_AviInfo_t* pAviInfo, const AudioStream& stream)
 {
-    if (stream.uiTrack < LX_AVIREAD_AUDIO_TRACKS) {
-        stream.placer.Complete();
+    if (stream.HasTrack()) {
+        CompleteAudio(pAviInfo, {&stream.placer, 1});
     }
-    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", stream.uiStreamNr, stream.placer.State().chunkCount - 1);
+    LX_LOG(kLevelIndex, "\tAudio frames in stream# %02d =%d", stream.source.uiStreamNr,
+           stream.placer.State().chunkCount - 1);
 }
 
 // Reports a failed assertion when there is no table to place audio in.
@@ -87,14 +90,14 @@ UInt32 PlaceStream(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 listNr)
     const UInt32 streamNr = IndexesBelongToTheirList(pAviInfo) ? listNr : StreamOfChunks(chunkId);
     LX_LOG(kLevelIndex, "Stream: %d uiNoOfIndexes: %d  \n", streamNr,
            stream.IndxChunk.aviIndxcommonSection.uiEntriesInUse);
-    AudioStream audio = BeginStream(pAviInfo, streamNr, IndexedTrackOf(pAviInfo, streamNr));
+    AudioStream audio = BeginStream(pAviInfo, streamNr);
     const auto placeChunk = [&](const IndexChunk& chunk) {
         const auto& common = chunk.header.common;
         LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
         return PlaceRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, chunk.header.qwBaseOffset, audio);
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, stream, kAudioWalk, placeChunk));
-    CompleteStream(audio);
+    CompleteStream(pAviInfo, audio);
     return LX_OK;
 }
 
@@ -138,11 +141,11 @@ UInt32 lxAvi2ReadCore_ParseAudioStdIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     }
     if (result == LX_OK) {
         RequireTable(pAviInfo);
-        AudioStream stream = BeginStream(pAviInfo, streamNr, IndexedTrackOf(pAviInfo, streamNr));
+        AudioStream stream = BeginStream(pAviInfo, streamNr);
         result =
             LX_AVIREAD_CALL(PlaceRun(pAviInfo, pCommon->uiSubIndexType, pCommon->uiEntriesInUse, qwBaseOffset, stream));
         if (result == LX_OK) {
-            CompleteStream(stream);
+            CompleteStream(pAviInfo, stream);
         }
     }
     ClearMetaDataBuffer(pAviInfo);
@@ -171,7 +174,9 @@ UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, 
     if (!bGiven) {
         return LX_OK;
     }
-    AudioStream stream = BeginStream(pAviInfo, StreamOfChunks(dwChunkId), audioTrackNumber);
+    AudioStream stream = {SourceOf(pAviInfo, EntryKind::Audio, StreamOfChunks(dwChunkId)), {}};
+    stream.source.uiTrack = audioTrackNumber;
+    stream.placer.Begin(pAviInfo, audioTrackNumber, kOpenDmlPlacerMessages);
     stream.placer.Resume(*pState, *pCursor, *pCursorTimeMsec);
     const UInt32 result = PlaceRun(pAviInfo, uiSubIndexType, uiNoOfEntries, qwBaseOffset, stream);
     *pState = stream.placer.State();

@@ -39,15 +39,16 @@ UInt32 ReadSuperIndexEntries(lxAviReadCore_AviInfo_t* pAviInfo, lxAviReadCore_St
     void* pEntries = pStrInfo->IndxChunk.pAviSuperIndexEntry;
     for (UInt32 done = 0; done < bytes;) {
         const UInt32 piece = std::min(bytes - done, std::max(done, kFirstPiece));
-        const UInt32 behind = bytes - done - piece;
         void* const pGrown = std::realloc(pEntries, size_t{done} + piece);
         if (pGrown == Null) {
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
         pEntries = pGrown;
         pStrInfo->IndxChunk.pAviSuperIndexEntry = static_cast<lxAviReadCore_AviSuperIndexEntry_t*>(pEntries);
-        LX_AVIREAD_TRY(LX_AVIREAD_CALL(
-            ReadLoop(pAviInfo, kOpenDmlRead, {static_cast<UInt8*>(pEntries) + done, piece, piece, behind})));
+        UInt8* const pPiece = static_cast<UInt8*>(pEntries) + done;
+        std::memset(pPiece, 0, piece); // a read that goes on behind a short count leaves gaps
+        const ReadTarget target = {.pBuffer = pPiece, .capacity = piece, .uiSize = piece, .uiOthers = bytes - piece};
+        LX_AVIREAD_TRY(LX_AVIREAD_CALL(ReadLoop(pAviInfo, kOpenDmlRead, target)));
         done += piece;
     }
     return LX_OK;

@@ -69,10 +69,10 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
         RecordsFollowTheFields(pAviInfo) ? offsetof(IndexChunk::Header, uiFirstWord) : sizeof chunk.header;
     const UInt32 result = ReadLoop(pAviInfo, kOpenDmlRead, {&chunk.header, sizeof chunk.header, bytes});
     LogRow(rules.pMessages, WalkText::HeaderRead, result);
-    LogRow(rules.pMessages, WalkText::Entered, chunk.uiNr, result);
     if (result != LX_OK) {
         LogRow(rules.pMessages, WalkText::HeaderFailed, __LINE__);
     }
+    LogRow(rules.pMessages, WalkText::Entered, chunk.uiNr, result);
     if (ListsAreExact(pAviInfo)) {
         KeepRecordsInChunk(chunk.header);
     }
@@ -83,11 +83,9 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
 // long. A walk may read 16 MiB of records, and eight times as many bytes as lie before the end of the furthest record.
 class IndexWalkBudget {
 public:
-    // `offset` is where the chunk begins, as far as a seek goes.
-    bool Allows(UInt64 offset, const IndexChunk& chunk)
+    // `offset` is where the chunk begins, as far as a seek goes; `bytes` are those of its records that the walk reads.
+    bool Allows(UInt64 offset, UInt64 bytes)
     {
-        const UInt64 bytes =
-            UInt64{RecordBytes(chunk.header.common.uiSubIndexType)} * chunk.header.common.uiEntriesInUse;
         m_uiTotal += bytes;
         m_uiFurthest = std::clamp(offset + bytes, m_uiFurthest, kLargestPosition);
         return m_uiTotal <= kAlwaysAllowed + kTimesFurthest * m_uiFurthest;
@@ -101,6 +99,16 @@ private:
     UInt64 m_uiTotal = 0;
     UInt64 m_uiFurthest = 0;
 };
+
+bool IsKnownSubType(UInt8 subType) { return subType == kStandardIndex || subType == kFieldIndex; }
+
+// Bytes of the records that a walk reads of an index chunk.
+UInt64 BytesToRead(const IndexChunk& chunk, const IndexWalkRules& rules)
+{
+    const auto& common = chunk.header.common;
+    const bool bReads = !rules.bKnownSubTypesOnly || IsKnownSubType(common.uiSubIndexType);
+    return bReads ? UInt64{RecordBytes(common.uiSubIndexType)} * common.uiEntriesInUse : 0;
+}
 
 // The number of index chunks of the stream. An index on one level that was noted as a super index is one chunk.
 UInt32 IndexChunkCount(const lxAviReadCore_StreamInfo_t& stream)
@@ -142,7 +150,8 @@ UInt32 WalkIndexChunks(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_St
         result = EnterIndexChunk(pAviInfo, entry, rules, chunk);
         if (result == LX_OK) {
             const UInt64 offset = entry.qwOffset & PositionMask(pAviInfo);
-            result = budget.Allows(offset, chunk) ? pfnVisit(pVisitor, chunk) : LX_ERR_AVIREAD_NO_INDEX;
+            result =
+                budget.Allows(offset, BytesToRead(chunk, rules)) ? pfnVisit(pVisitor, chunk) : LX_ERR_AVIREAD_NO_INDEX;
         }
         LogRow(rules.pMessages, WalkText::Result, i, result);
     }
@@ -164,22 +173,25 @@ constexpr MessageRow<WalkText> kCountMessages[] = {
     NoMessage(WalkText::Result),
 };
 static_assert(IsMessageTable(kCountMessages, kWalkTextArguments));
-constexpr IndexWalkRules kCountWalk = {true, kCountMessages};
+constexpr IndexWalkRules kCountWalk = {.bVideoStreamOnly = true,
+                                       .bKnownSubTypesOnly = true,
+                                       .pMessages = kCountMessages};
 
-UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, KeyFrameCounter& counter)
+UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, RecordCounter& counter)
 {
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
     run.eFailedBatch = FailedBatch::IsSilent;
-    const OpenDmlDecoder decode(pAviInfo, EntryKind::MainVideo, 0, 0); // whatever the stream and the offsets
+    const EntrySource source = SourceOf(pAviInfo, EntryKind::Frame, 0); // whatever the stream: nothing is totalled
+    const OpenDmlDecoder decode(pAviInfo, source, 0);
     return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, decode, counter);
 }
 
 // Counts the key frames of one index chunk; a sub type that is unknown has none.
-UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, KeyFrameCounter& counter)
+UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, RecordCounter& counter)
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
-    if (common.uiSubIndexType != kStandardIndex && common.uiSubIndexType != kFieldIndex) {
+    if (!IsKnownSubType(common.uiSubIndexType)) {
         return LX_OK;
     }
     return LX_AVIREAD_CALL(CountEntries(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse, counter));
@@ -191,9 +203,9 @@ UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
     if (pCount == Null) {
         return LX_OK;
     }
-    KeyFrameCounter counter;
+    RecordCounter counter;
     const UInt32 result = CountEntries(pAviInfo, subType, entries, counter);
-    *pCount = counter.uiKeyFrames;
+    *pCount = counter.KeyFrames();
     return result;
 }
 
@@ -259,10 +271,10 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    KeyFrameCounter counter;
+    RecordCounter counter;
     const auto count = [&](const IndexChunk& chunk) {
         LX_AVIREAD_TRY(CountKeyFrames(pAviInfo, chunk, counter));
-        *numberOfKeyFrames = counter.uiKeyFrames;
+        *numberOfKeyFrames = counter.KeyFrames();
         return LX_OK;
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountWalk, count));

@@ -30,7 +30,9 @@ constexpr MessageRow<WalkText> kVideoWalkMessages[] = {
     {WalkText::Result, kLevelIndex, "ParseVideoSuperIndex :Rval Reading ix(%2d): %x"},
 };
 static_assert(IsMessageTable(kVideoWalkMessages, kWalkTextArguments));
-constexpr IndexWalkRules kVideoWalk = {true, kVideoWalkMessages};
+constexpr IndexWalkRules kVideoWalk = {.bVideoStreamOnly = true,
+                                       .bKnownSubTypesOnly = false,
+                                       .pMessages = kVideoWalkMessages};
 
 UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 neededLeafs)
 {
@@ -43,7 +45,8 @@ UInt32 BeginTable(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 nee
 UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_AviIndxChunkCommonSection_t& common,
                       UInt64 baseOffset, KeyFrameFiller& filler)
 {
-    const OpenDmlDecoder decode(pAviInfo, EntryKind::MainVideo, StreamOfChunks(common.dwChunkId), baseOffset);
+    const EntrySource source = SourceOf(pAviInfo, EntryKind::Frame, StreamOfChunks(common.dwChunkId));
+    const OpenDmlDecoder decode(pAviInfo, source, baseOffset);
     return ForEachEntry(pAviInfo, OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse), decode, filler);
 }
 

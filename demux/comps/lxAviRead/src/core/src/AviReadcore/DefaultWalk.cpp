@@ -165,13 +165,13 @@ Step TakeChunk(Walk& walk, const ChunkHeader& chunk)
 Step ReadWalkHeader(const Walk& walk, ChunkHeader& chunk)
 {
     if (const UInt32 result = ReadRecord(walk.pAviInfo, chunk.uiCode); result != LX_OK) {
-        return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : Fail(LX_AVIREAD_CALL(result));
+        return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : Fail(ReportCall(result, Here()));
     }
     if (const UInt32 result = ReadRecord(walk.pAviInfo, chunk.uiSize); result != LX_OK) {
         if (result == LX_ERR_AVIREAD_EOF && walk.bMoviFound) {
             LX_LOG(kLevelEndOfFile, "EOF:%d", __LINE__);
         }
-        return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : Fail(LX_AVIREAD_CALL(result));
+        return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : Fail(ReportCall(result, Here()));
     }
     chunk.uiSize = MakeEven(chunk.uiSize);
     return kNextChunk;

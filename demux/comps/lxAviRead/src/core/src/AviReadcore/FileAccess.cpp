@@ -67,7 +67,7 @@ UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
             }
             // Quirk Q05: the message names the read error, the result is the end of the file.
             LogRow(family.pMessages, ReadText::EndOfFile, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
-                   left + target.uiBehind);
+                   left + target.uiOthers);
             return LX_ERR_AVIREAD_EOF;
         }
         position += ReadAdvance(pAviInfo, got);
@@ -77,7 +77,7 @@ UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
         }
         if (attempts >= pAviInfo->maxReadAttempts) {
             LogRow(family.pMessages, ReadText::Exhausted, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
-                   left + target.uiBehind);
+                   left + target.uiOthers);
             return LX_ERR_AVIREAD_READ;
         }
         got = ReadPiece(pAviInfo->pFile, target, position, left);

@@ -207,13 +207,14 @@ UInt32 ParseIdx1(UInt32 instance, const lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->idx1Size != 0 ? LX_AVIREAD_CALL(lxAviReadCore_ParseIdx1Chunk(instance)) : LX_ERR_AVIREAD_NO_INDEX;
 }
 
-// Frames of the main video stream in `idx1`; 0 when it cannot be read.
+// Frames of the main video stream in `idx1`; 0 without such a stream, or when the index cannot be read.
 UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     Idx1Survey survey;
-    if (pAviInfo->idx1Size != 0 && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
+    const bool bLook = pAviInfo->idx1Size != 0 && pAviInfo->videoStreamNr >= 0;
+    if (bLook && AcquireMetaDataBuffer(pAviInfo) && SeekToIdx1(pAviInfo)) {
         const UInt32 result = SurveyIdx1(pAviInfo, Idx1Run(pAviInfo->idx1Size, kRecordsPerRead), false, survey);
-        return result == LX_OK ? survey.counter.uiFrames : 0;
+        return result == LX_OK ? survey.counter.Frames() : 0;
     }
     return 0;
 }

@@ -7,11 +7,19 @@ namespace {
 
 constexpr UInt32 kKeyFrameFlag = 0x10;
 
+const lxAviReadCore_IDXrecord_t& RecordAt(const UInt8* pRecord)
+{
+    return *reinterpret_cast<const lxAviReadCore_IDXrecord_t*>(pRecord);
+}
+
+bool IsAudio(const UInt8* pRecord) { return RecordAt(pRecord).uiChunkType == TwoCC("wb"); }
+
+// The kind of a record without the key flag.
 EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
 {
     switch (chunkType) {
     case TwoCC("db"):
-    case TwoCC("dc"): return bMainVideoStream ? EntryKind::MainVideo : EntryKind::OtherVideo;
+    case TwoCC("dc"): return bMainVideoStream ? EntryKind::Frame : EntryKind::OtherVideo;
     case TwoCC("dd"): return bMainVideoStream ? EntryKind::MainDrm : EntryKind::OtherDrm;
     case TwoCC("wb"): return EntryKind::Audio;
     default: return EntryKind::Other;
@@ -20,27 +28,28 @@ EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
 
 UInt64 s_uiOffsetBase;
 
-// Decodes records. A file has few identifiers, which come again and again: the decoder remembers what the last few
-// mean, in a slot by the second digit of the stream number.
+// Decodes records. Most often a record has the identifier of the record decoded before it. If not, it is one of few,
+// which come again and again: the decoder remembers what the last few mean, in a slot by the second digit of the stream
+// number.
 class Idx1Decoder {
 public:
     explicit Idx1Decoder(const lxAviReadCore_AviInfo_t* pAviInfo)
-        : m_iVideoStreamNr(pAviInfo->videoStreamNr),
-          m_uiOffsetBase(s_uiOffsetBase), m_meanings{MeaningOf(0), MeaningOf(0), MeaningOf(0), MeaningOf(0)}
+        : m_pAviInfo(pAviInfo), m_uiOffsetBase(s_uiOffsetBase), m_pMeaning(Learn(m_slots[0], 0))
     {
+        std::fill(std::begin(m_slots), std::end(m_slots), *m_pMeaning);
     }
+    Idx1Decoder(const Idx1Decoder&) = delete;
+    Idx1Decoder& operator=(const Idx1Decoder&) = delete;
 
     IndexEntry operator()(const UInt8* pRecord)
     {
-        const auto record = Load<lxAviReadCore_IDXrecord_t>(pRecord);
-        const auto id = Load<UInt32>(pRecord);
-        Meaning& meaning = m_meanings[ByteOf(id, 1) % kMeanings];
-        if (meaning.uiId != id) {
-            meaning = MeaningOf(id);
+        const lxAviReadCore_IDXrecord_t& record = RecordAt(pRecord);
+        if (const auto id = Load<UInt32>(pRecord); m_pMeaning->uiId != id) {
+            m_pMeaning = Recall(id);
         }
-        return {.eKind = meaning.eKind,
-                .bKeyFrame = (record.uiFlags & kKeyFrameFlag) != 0,
-                .uiStreamNr = meaning.uiStreamNr,
+        const EntrySource& source = m_pMeaning->source;
+        return {.pSource = &source,
+                .eKind = (record.uiFlags & kKeyFrameFlag) != 0 ? source.eFlaggedKind : source.eKind,
                 .uiSize = record.uiSize,
                 .uiOffset = record.uiOffset + m_uiOffsetBase};
     }
@@ -48,21 +57,32 @@ public:
 private:
     struct Meaning {
         UInt32 uiId;
-        UInt16 uiStreamNr;
-        EntryKind eKind;
+        EntrySource source;
     };
-    static constexpr UInt32 kMeanings = 4;
+    static constexpr UInt32 kSlots = 4;
 
-    Meaning MeaningOf(UInt32 id) const
-    {
-        const UInt16 streamNr = StreamNumber(LowHalf(id));
-        return {id, streamNr, KindOf(HighHalf(id), Int32{streamNr} == m_iVideoStreamNr)};
-    }
+    const Meaning* Recall(UInt32 id);
+    const Meaning* Learn(Meaning& slot, UInt32 id) const;
 
-    Int32 m_iVideoStreamNr;
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
     UInt64 m_uiOffsetBase;
-    Meaning m_meanings[kMeanings];
+    Meaning m_slots[kSlots];
+    const Meaning* m_pMeaning; // of the identifier decoded last
 };
+
+const Idx1Decoder::Meaning* Idx1Decoder::Recall(UInt32 id)
+{
+    Meaning& slot = m_slots[ByteOf(id, 1) % kSlots];
+    return slot.uiId == id ? &slot : Learn(slot, id);
+}
+
+const Idx1Decoder::Meaning* Idx1Decoder::Learn(Meaning& slot, UInt32 id) const
+{
+    const UInt16 streamNr = StreamNumber(LowHalf(id));
+    const EntryKind eKind = KindOf(HighHalf(id), IsMainVideoStream(m_pAviInfo, streamNr));
+    slot = {id, SourceOf(m_pAviInfo, eKind, streamNr)};
+    return &slot;
+}
 
 constexpr MessageRow<PlacerText> kPlacerRows[] = {
     {PlacerText::Stored, kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
@@ -72,21 +92,14 @@ constexpr MessageRow<PlacerText> kPlacerRows[] = {
 static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
 constexpr PlacerMessages kIdx1PlacerMessages = {kPlacerRows, false};
 
-// Hands the records of the index to `visit`, as far as the file has them.
-template <typename Visitor>
-UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
-{
-    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, Idx1Decoder(pAviInfo), visit));
-}
-
 // ---- Survey ----
 
 // Logs every record, and how many of the video stream stand in a row.
 class RecordLog {
 public:
-    void operator()(const IndexEntry& entry)
+    void operator()(IndexEntry entry)
     {
-        m_uiInARow = entry.eKind == EntryKind::MainVideo ? m_uiInARow + 1 : 0;
+        m_uiInARow = IsMainVideo(entry.eKind) ? m_uiInARow + 1 : 0;
         if (m_uiInARow > 0) {
             LX_LOG(kLevelIndex, "Video Consecutive Frames Counter : %d", m_uiInARow);
         }
@@ -105,24 +118,17 @@ private:
 // Hands every audio record to the placer of its track. All eight tracks are placed in one pass.
 class AudioByTrack {
 public:
-    explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo)
+    explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo) : m_pAviInfo(pAviInfo)
     {
         UInt32 nextTrack = 0;
         for (AudioPlacer& placer : m_placers) {
             placer.Begin(pAviInfo, nextTrack++, kIdx1PlacerMessages);
         }
-        UInt32 nextStream = 0;
-        for (UInt32& track : m_trackOfStream) {
-            track = IndexedTrackOf(pAviInfo, nextStream++);
-        }
     }
 
-    void operator()(const IndexEntry& entry)
+    void Take(IndexEntry entry)
     {
-        if (entry.eKind != EntryKind::Audio) {
-            return;
-        }
-        const UInt32 track = m_trackOfStream[std::min<UInt32>(entry.uiStreamNr, LX_AVIREAD_STREAMS)];
+        const UInt32 track = entry.pSource->uiTrack;
         if (track >= LX_AVIREAD_AUDIO_TRACKS) {
             LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
             return;
@@ -130,16 +136,11 @@ public:
         m_placers[track].Take(entry);
     }
 
-    void Complete()
-    {
-        for (AudioPlacer& placer : m_placers) {
-            placer.Complete();
-        }
-    }
+    void Complete() const { CompleteAudio(m_pAviInfo, m_placers); }
 
 private:
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
-    UInt32 m_trackOfStream[LX_AVIREAD_STREAMS + 1]; // the last one serves all numbers that no stream has
 };
 
 // ---- Single pass ----
@@ -150,7 +151,7 @@ class SinglePassFiller {
 public:
     SinglePassFiller(lxAviReadCore_AviInfo_t* pAviInfo, KeyFrameFiller& video) : m_pAviInfo(pAviInfo), m_video(video) {}
 
-    void operator()(const IndexEntry& entry)
+    void operator()(IndexEntry entry)
     {
         if (Entry* const pStored = m_video.Take(entry); pStored != Null) {
             GiveLatestChunks(*pStored);
@@ -158,9 +159,9 @@ public:
         if (entry.eKind != EntryKind::Audio) {
             return;
         }
-        const UInt32 track = IndexedTrackOf(m_pAviInfo, entry.uiStreamNr);
+        const UInt32 track = entry.pSource->uiTrack;
         if (track < LX_AVIREAD_AUDIO_TRACKS) {
-            CountPayload(m_pAviInfo, entry);
+            CountPayload(entry);
             CountAudioChunk(m_tracks[track].state, entry);
             GiveToWaitingKeyFrames(track);
         }
@@ -223,39 +224,62 @@ void SetIdx1OffsetBase(UInt64 base) { s_uiOffsetBase = base; }
 
 UInt32 SurveyIdx1(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, bool bLogRecords, Idx1Survey& survey)
 {
-    RecordLog log;
     Idx1Survey found;
-    const auto visit = [&](const IndexEntry& entry) {
-        if (found.bEmpty) {
-            found.bEmpty = false;
-            found.uiFirstOffset = entry.uiOffset;
-        }
-        found.counter(entry);
-        if (bLogRecords) {
-            log(entry);
+    Idx1Decoder decode(pAviInfo);
+    RecordLog log;
+    const auto count = [&](const UInt8* pRecord) {
+        if (!IsAudio(pRecord)) {
+            found.counter(decode(pRecord));
         }
     };
-    const UInt32 result = ForEachRecord(pAviInfo, run, visit);
+    const auto countAndLog = [&](const UInt8* pRecord) {
+        count(pRecord);
+        log(decode(pRecord));
+    };
+    IndexBatches batches(pAviInfo, run);
+    while (batches.Next()) {
+        if (found.bEmpty) {
+            found.bEmpty = false;
+            found.uiFirstOffset = decode(batches.First()).uiOffset;
+        }
+        bLogRecords ? batches.ForEach(countAndLog) : batches.ForEach(count);
+    }
     survey = found;
-    return result;
+    return AllowEarlyEnd(pAviInfo, batches.Result());
 }
 
 UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, KeyFrameFiller& filler)
 {
-    return ForEachRecord(pAviInfo, run, filler);
+    Idx1Decoder decode(pAviInfo);
+    const auto store = [&](const UInt8* pRecord) {
+        if (IsAudio(pRecord)) {
+            filler.CancelDrm();
+        } else {
+            filler.Take(decode(pRecord));
+        }
+    };
+    return AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, store));
 }
 
 UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
 {
     AudioByTrack tracks(pAviInfo);
-    LX_AVIREAD_TRY(ForEachRecord(pAviInfo, run, tracks));
+    Idx1Decoder decode(pAviInfo);
+    const auto place = [&](const UInt8* pRecord) {
+        if (IsAudio(pRecord)) {
+            tracks.Take(decode(pRecord));
+        }
+    };
+    LX_AVIREAD_TRY(AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, place)));
     tracks.Complete();
     return LX_OK;
 }
 
 UInt32 StoreAndPlace(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, KeyFrameFiller& filler)
 {
-    return ForEachRecord(pAviInfo, run, SinglePassFiller(pAviInfo, filler));
+    SinglePassFiller both(pAviInfo, filler);
+    Idx1Decoder decode(pAviInfo);
+    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, decode, both));
 }
 
 } // namespace lxAviReadCore

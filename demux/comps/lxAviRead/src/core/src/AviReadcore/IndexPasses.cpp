@@ -4,6 +4,19 @@
 
 namespace lxAviReadCore {
 
+EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr)
+{
+    static UInt32 s_uiNobodys;
+    const bool bDescribed = StreamTypeOf(pAviInfo, streamNr) != LX_AVIREAD_STREAM_NONE;
+    return {.eKind = eKind,
+            .eFlaggedKind = eKind == EntryKind::Frame ? EntryKind::KeyFrame : eKind,
+            .uiStreamNr = streamNr,
+            .uiTrack = IndexedTrackOf(pAviInfo, streamNr),
+            .pPayload = bDescribed ? &FindStream(pAviInfo, streamNr)->uiStreamSize : &s_uiNobodys};
+}
+
+// ---- Batches ----
+
 IndexBatches::IndexBatches(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
     : m_pAviInfo(pAviInfo), m_run(run), m_uiLargest(std::min(run.uiBatch, kMetaDataBytes / run.uiRecordSize)),
       m_uiLeft(run.uiEntries)
@@ -33,6 +46,9 @@ UInt32 IndexBatches::Read(UInt32 records)
     UInt32 lacking = 0;
     const UInt32 result =
         ReadLoop(m_pAviInfo, *m_run.pRead, {m_pAviInfo->pMetaDataBuffer, kMetaDataBytes, bytes}, &lacking);
+    if (result != LX_OK && m_run.eFailedBatch == FailedBatch::IsACall) {
+        static_cast<void>(ReportCall(result, Here()));
+    }
     if (IsAborted(m_pAviInfo)) {
         return LX_ERR_AVIREAD_ABORTED;
     }
@@ -43,10 +59,7 @@ UInt32 IndexBatches::Read(UInt32 records)
     if (AllowEarlyEnd(m_pAviInfo, result) == LX_OK) {
         m_uiCount = (bytes - lacking) / m_run.uiRecordSize;
     }
-    switch (m_run.eFailedBatch) {
-    case FailedBatch::IsSilent: return result;
-    case FailedBatch::IsACall: return ReportCall(result, Here());
-    case FailedBatch::IsABatch:
+    if (m_run.eFailedBatch == FailedBatch::IsABatch) {
         LX_LOG(kLevelError, "Error reading %d records with size %d into the metadatabuffer", records,
                m_run.uiRecordSize);
     }
@@ -72,45 +85,47 @@ struct IndexSurvey {
 
 IndexSurvey s_survey;
 
-// Quirk Q46: the time leaves out the start of the stream, which stream times include.
-UInt64 FrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 frameNumber)
+double MillisecondsPerFrame(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
     const UInt32 microSecPerFrame =
         pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
-    return static_cast<UInt64>(static_cast<double>(frameNumber) * (static_cast<double>(microSecPerFrame) / 1000.0));
+    return static_cast<double>(microSecPerFrame) / 1000.0;
 }
 
 } // namespace
 
-UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter)
+UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const RecordCounter& counter)
 {
-    s_survey = {KeyFrameRule::ByFlag, counter.uiFrames};
-    if (counter.uiKeyFrames > 0 || counter.uiFrames == 0 || !IndexesNeedNoKeyFlag(pAviInfo)) {
-        return counter.uiKeyFrames;
+    s_survey = {KeyFrameRule::ByFlag, counter.Frames()};
+    if (counter.KeyFrames() > 0 || counter.Frames() == 0 || !IndexesNeedNoKeyFlag(pAviInfo)) {
+        return counter.KeyFrames();
     }
     const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
     const bool bAll = pVideo != Null && HasOnlyKeyFrames(*pVideo); // GCOVR_EXCL_BR_LINE: frames are of a stream
     s_survey.eRule = bAll ? KeyFrameRule::EveryFrame : KeyFrameRule::FirstOnly;
-    return bAll ? counter.uiFrames : 1;
+    return bAll ? counter.Frames() : 1;
 }
 
 UInt32 SurveyedFrames() { return s_survey.uiFrames; }
 
 void ForgetIndexSurvey() { s_survey = {}; }
 
+// Every frame is looked at where a frame without the flag may be a key frame, and where its message is logged.
 KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages pMessages, UInt32 skipKey)
     : m_pAviInfo(pAviInfo), m_builder(pAviInfo, pMessages), m_uiSkipKey(skipKey),
-      m_bLookAtEveryFrame(s_survey.eRule != KeyFrameRule::ByFlag || IsLogged(kLevelIndex))
+      m_ePassedOn(s_survey.eRule == KeyFrameRule::ByFlag && !IsLogged(kLevelIndex) ? EntryKind::Frame
+                                                                                   : EntryKind::None),
+      m_millisecondsPerFrame(MillisecondsPerFrame(pAviInfo))
 {
 }
 
-bool KeyFrameFiller::IsKeyFrame(const IndexEntry& entry) const
+bool KeyFrameFiller::IsKeyFrame(IndexEntry entry) const
 {
     switch (s_survey.eRule) {
     case KeyFrameRule::FirstOnly: return m_uiFrameNumber == 0;
     case KeyFrameRule::EveryFrame: return true;
-    default: return entry.bKeyFrame;
+    default: return entry.eKind == EntryKind::KeyFrame;
     }
 }
 
@@ -123,24 +138,26 @@ void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounte
 
 // A "dd" chunk belongs to the frame of the main video stream that follows it. Video and "dd" records of other streams
 // may stand between the two; any other record in between cancels the descriptor.
-Entry* KeyFrameFiller::TakeAny(const IndexEntry& entry)
+Entry* KeyFrameFiller::TakeAny(IndexEntry entry)
 {
     switch (entry.eKind) {
-    case EntryKind::MainVideo: return TakeMainVideo(entry);
-    case EntryKind::OtherVideo: CountPayload(m_pAviInfo, entry); return Null;
+    case EntryKind::Frame:
+    case EntryKind::KeyFrame: return TakeMainVideo(entry);
+    case EntryKind::OtherVideo: CountPayload(entry); return Null;
     case EntryKind::MainDrm:
-        LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: DRM chunk in index: sn:%d l:%d o:%d", entry.uiStreamNr,
+        LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: DRM chunk in index: sn:%d l:%d o:%d", entry.pSource->uiStreamNr,
                entry.uiSize, static_cast<UInt32>(entry.uiOffset));
         m_uiDrmOffset = entry.uiOffset;
         m_bDrmPending = true;
         return Null;
-    default: return Null;
+    case EntryKind::OtherDrm: return Null;
+    default: CancelDrm(); return Null;
     }
 }
 
-Entry* KeyFrameFiller::TakeMainVideo(const IndexEntry& entry)
+Entry* KeyFrameFiller::TakeMainVideo(IndexEntry entry)
 {
-    CountPayload(m_pAviInfo, entry);
+    CountPayload(entry);
     Entry* pStored = Null;
     const bool bKeyFrame = IsKeyFrame(entry);
     if (bKeyFrame && m_uiSkipCounter == 0) {
@@ -161,7 +178,7 @@ void KeyFrameFiller::PassOver(bool bKeyFrame)
     }
 }
 
-Entry* KeyFrameFiller::Store(const IndexEntry& entry)
+Entry* KeyFrameFiller::Store(IndexEntry entry)
 {
     Entry* const pEntry = m_builder.Append();
     if (pEntry == Null) {
@@ -169,22 +186,14 @@ Entry* KeyFrameFiller::Store(const IndexEntry& entry)
     }
     pEntry->videoFrameNumber = m_uiFrameNumber;
     pEntry->videoChunkOffset = m_bDrmPending ? m_uiDrmOffset : entry.uiOffset;
-    pEntry->timeMsec = FrameTime(m_pAviInfo, m_uiFrameNumber);
+    // Quirk Q46: the time leaves out the start of the stream, which stream times include.
+    pEntry->timeMsec = static_cast<UInt64>(static_cast<double>(m_uiFrameNumber) * m_millisecondsPerFrame);
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Storing key video fr#%d item#%d time=%d.%d offset=%d.%d",
            m_uiFrameNumber, m_builder.ItemNr(), LX_HILO(pEntry->timeMsec), LX_HILO(pEntry->videoChunkOffset));
     return pEntry;
 }
 
 // ---- Audio ----
-
-void CountAudioChunk(AudioState& state, const IndexEntry& chunk)
-{
-    state.bHaveChunk = 1;
-    state.lastChunkBytePosition = state.totalBytes;
-    state.totalBytes += chunk.uiSize;
-    state.lastChunkOffset = chunk.uiOffset;
-    state.chunkCount += 1;
-}
 
 void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
 {
@@ -278,54 +287,48 @@ void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
     }
 }
 
-// Gives the last chunk to all key frames whose time is before that of the next chunk.
-void AudioPlacer::PlaceBefore(const IndexEntry& entry, UInt64 bytePosition)
+// Gives the last chunk to all key frames whose time is before that of `entry`.
+void AudioPlacer::PlaceBefore(IndexEntry entry)
 {
+    const UInt32 streamNr = entry.pSource->uiStreamNr;
+    if (m_cursor.valid == 0 && !m_bLogged) {
+        m_reach = {streamNr, 0xFFFFFFFF, ~UInt64{0}}; // every key frame has its chunk
+        return;
+    }
+    // the default mode adds the size of this chunk to the start of the one before it
+    const UInt64 bytePosition =
+        AudioIsPlacedByChunkStarts(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
     const UInt32 time =
-        m_state.bHaveChunk == 0 ? 0 : lxAviReadCore_GetStreamTime(entry.uiStreamNr, m_state.chunkCount, bytePosition);
+        m_state.bHaveChunk == 0 ? 0 : lxAviReadCore_GetStreamTime(streamNr, m_state.chunkCount, bytePosition);
     if (m_cursor.valid == 1) {
-        LX_LOG(kLevelIndex, "Atrk=%d(%d) vtrk=%d streamTime=%d seekedT=%d ", entry.uiStreamNr, m_uiTrack,
+        LX_LOG(kLevelIndex, "Atrk=%d(%d) vtrk=%d streamTime=%d seekedT=%d ", streamNr, m_uiTrack,
                m_pAviInfo->videoStreamNr, time, m_uiCursorTime);
     }
     while (m_uiCursorTime < time && m_state.bHaveChunk == 1 && m_cursor.valid == 1) {
         Place();
     }
-    LookAhead(entry.uiStreamNr, bytePosition, time);
+    LookAhead(streamNr, bytePosition, time);
 }
 
-// Whether the time of a chunk has to be computed: for a message about it, or because it may exceed the cursor's.
-bool AudioPlacer::NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const
+void AudioPlacer::CompleteLeaf(Leaf& leaf, UInt32 leafNr) const
 {
-    const bool bWithinReach = entry.uiStreamNr == m_reach.uiStreamNr && m_state.chunkCount <= m_reach.uiChunks &&
-                              bytePosition <= m_reach.uiBytes;
-    return m_bLogged || (m_state.bHaveChunk == 1 && m_cursor.valid == 1 && !bWithinReach);
-}
-
-void AudioPlacer::Take(const IndexEntry& entry)
-{
-    // the default mode adds the size of this chunk to the start of the one before it
-    const UInt64 bytePosition =
-        AudioIsPlacedByChunkStarts(m_pAviInfo) ? m_state.totalBytes : m_state.lastChunkBytePosition + entry.uiSize;
-    if (NeedsTime(entry, bytePosition)) {
-        PlaceBefore(entry, bytePosition);
-    }
-    CountPayload(m_pAviInfo, entry);
-    CountAudioChunk(m_state, entry);
-}
-
-void AudioPlacer::Complete()
-{
-    const KeyFrameTable table(m_pAviInfo);
-    if (m_cursor.valid == 0 || table.At(m_cursor) == Null) {
+    if (m_cursor.valid == 0 || leafNr < m_cursor.leafNr) {
         return;
     }
-    UInt32 itemNr = m_cursor.itemNr;
-    for (UInt32 leafNr = m_cursor.leafNr; leafNr < table.LeafCount(); ++leafNr, itemNr = 0) {
-        for (; itemNr < table.LeafAt(leafNr).arrayLength; ++itemNr) {
-            WriteAudio(*table.At(leafNr, itemNr), m_uiTrack, m_state);
+    const AudioState state = m_state;
+    for (UInt32 i = leafNr == m_cursor.leafNr ? m_cursor.itemNr : 0; i < leaf.arrayLength; ++i) {
+        WriteAudio(leaf.array[i], m_uiTrack, state);
+    }
+}
+
+void CompleteAudio(const lxAviReadCore_AviInfo_t* pAviInfo, std::span<const AudioPlacer> placers)
+{
+    const KeyFrameTable table(pAviInfo);
+    for (UInt32 leafNr = 0; leafNr < table.LeafCount(); ++leafNr) {
+        for (const AudioPlacer& placer : placers) {
+            placer.CompleteLeaf(table.LeafAt(leafNr), leafNr);
         }
     }
-    m_cursor = table.Last();
 }
 
 } // namespace lxAviReadCore

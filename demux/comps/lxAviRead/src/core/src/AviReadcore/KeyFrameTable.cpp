@@ -120,7 +120,9 @@ bool KeyFrameTableBuilder::RollOver()
     Leaf* const pOld = m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr];
     Leaf* const pNew = m_pAviInfo->KeyFramesListAsArray[++m_uiLeafNr];
     pOld->pNextLeaf = pNew;
-    std::memset(pNew, 0, sizeof *pNew);
+    if (pNew->arrayLength != 0) { // filled before; a leaf is cleared when it is allocated
+        std::memset(pNew, 0, sizeof *pNew);
+    }
     pNew->pPrevLeaf = pOld;
     return true;
 }

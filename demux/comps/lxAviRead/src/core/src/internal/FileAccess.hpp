@@ -33,7 +33,7 @@ struct ReadTarget {
     void* pBuffer;
     size_t capacity;
     UInt32 uiSize;       // bytes that the read wants
-    UInt32 uiBehind = 0; // bytes that further reads of the same piece of the file want; messages count them as left
+    UInt32 uiOthers = 0; // bytes that other reads of the same piece of the file want; messages count them as left
 };
 
 // Reads `target.uiSize` bytes, with bounded attempts. Where the file ends inside the read, `pLacking`, if given,

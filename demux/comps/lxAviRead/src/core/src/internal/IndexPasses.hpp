@@ -1,8 +1,9 @@
 // The passes over an index, whatever its family: batches of records are read and decoded, and visitors count key
 // frames, fill the table, and place the audio.
 //
-//   ForEachEntry(run, decoder, visitor) one run of records: batches, abort tests, the family's read
-//     KeyFrameCounter                   how many key frames
+//   ForEachRecord(run, visitor)         one run of records: batches, abort tests, the family's read
+//   ForEachEntry(run, decoder, visitor) the same, decoded
+//     RecordCounter                     how many frames and key frames
 //     KeyFrameFiller                    every SkipKey-th of them into the table
 //     AudioPlacer                       which chunk of an audio track plays at each stored key frame
 
@@ -13,19 +14,46 @@
 #include "Streams.hpp"
 
 #include <algorithm>
+#include <span>
 
 namespace lxAviReadCore {
 
-enum class EntryKind : UInt8 { MainVideo, OtherVideo, Audio, MainDrm, OtherDrm, Other };
+enum class EntryKind : UInt8 {
+    None,     // the kind of no record
+    Frame,    // of the main video stream, without the key flag
+    KeyFrame, // and with it
+    OtherVideo,
+    Audio,
+    MainDrm, // "dd" of the main video stream
+    OtherDrm,
+    Other,
+    Count,
+};
 
-// What any index record says.
-struct IndexEntry {
-    EntryKind eKind;
-    bool bKeyFrame;
+constexpr bool IsMainVideo(EntryKind eKind) { return eKind == EntryKind::Frame || eKind == EntryKind::KeyFrame; }
+
+// What the records of one identifier have in common. The passes find it out once, not for every record.
+struct EntrySource {
+    EntryKind eKind;        // of records without the key flag
+    EntryKind eFlaggedKind; // and with it
     UInt32 uiStreamNr;
+    UInt32 uiTrack;   // audio track that audio records count for, or kNoTrack
+    UInt32* pPayload; // total of the stream; null for a stream that the headers have not described
+};
+
+// The source of records of a kind; frames with the key flag are key frames.
+EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr);
+
+// What any index record says. It is passed by value, so that it stays in registers.
+struct IndexEntry {
+    const EntrySource* pSource;
+    EntryKind eKind;
     UInt32 uiSize;   // payload bytes
     UInt64 uiOffset; // of the chunk, in the index's base
 };
+
+// Adds a chunk to the total of its stream.
+inline void CountPayload(IndexEntry entry) { *entry.pSource->pPayload += entry.uiSize; }
 
 // What is said about a batch that could not be read.
 enum class FailedBatch : UInt8 {
@@ -64,8 +92,18 @@ public:
     // Reads the next batch; false where the run ends. When the abort flag is set before or after the read, the result
     // is LX_ERR_AVIREAD_ABORTED, whatever the read gave.
     bool Next();
-    const UInt8* Records() const { return static_cast<const UInt8*>(m_pAviInfo->pMetaDataBuffer); }
-    UInt32 Count() const { return m_uiCount; }
+    const UInt8* First() const { return static_cast<const UInt8*>(m_pAviInfo->pMetaDataBuffer); }
+
+    // Hands every record of the batch to `visit`.
+    template <typename Visitor>
+    void ForEach(Visitor&& visit) const
+    {
+        const size_t recordSize = m_run.uiRecordSize;
+        const UInt8* const pEnd = First() + m_uiCount * recordSize;
+        for (const UInt8* pRecord = First(); pRecord != pEnd; pRecord += recordSize) {
+            visit(pRecord);
+        }
+    }
 
     UInt32 Result() const { return m_uiResult; }
 
@@ -80,52 +118,47 @@ private:
     UInt32 m_uiResult = LX_OK;
 };
 
-// Hands what `decode` makes of every record of a run to `visit`, in file order. Needs the batch buffer.
-template <typename Decoder, typename Visitor>
-[[nodiscard]] UInt32 ForEachEntry(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Decoder decode,
-                                  Visitor&& visit)
+// Hands every record of a run to `visit`, in file order, as a pointer to its bytes. Needs the batch buffer.
+template <typename Visitor>
+[[nodiscard]] UInt32 ForEachRecord(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Visitor&& visit)
 {
     IndexBatches batches(pAviInfo, run);
     while (batches.Next()) {
-        const UInt8* pRecord = batches.Records();
-        for (UInt32 i = batches.Count(); i > 0; --i, pRecord += run.uiRecordSize) {
-            visit(decode(pRecord));
-        }
+        batches.ForEach(visit);
     }
     return batches.Result();
 }
 
-// Counts the frames of the main video stream, and the key frames among them.
-struct KeyFrameCounter {
-    UInt32 uiFrames = 0;
-    UInt32 uiKeyFrames = 0; // those that the index says to be
+// Hands what `decode` makes of every record to `visit`.
+template <typename Decoder, typename Visitor>
+[[nodiscard]] UInt32 ForEachEntry(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Decoder& decode,
+                                  Visitor&& visit)
+{
+    return ForEachRecord(pAviInfo, run, [&](const UInt8* pRecord) { visit(decode(pRecord)); });
+}
 
-    void operator()(const IndexEntry& entry)
-    {
-        if (entry.eKind == EntryKind::MainVideo) {
-            ++uiFrames;
-            uiKeyFrames += entry.bKeyFrame ? 1 : 0;
-        }
-    }
+// Counts records by their kind.
+class RecordCounter {
+public:
+    void operator()(IndexEntry entry) { ++m_uiRecords[static_cast<size_t>(entry.eKind)]; }
+
+    UInt32 KeyFrames() const { return Of(EntryKind::KeyFrame); }
+    UInt32 Frames() const { return Of(EntryKind::Frame) + KeyFrames(); }
+
+private:
+    UInt32 Of(EntryKind eKind) const { return m_uiRecords[static_cast<size_t>(eKind)]; }
+
+    UInt32 m_uiRecords[static_cast<size_t>(EntryKind::Count)] = {};
 };
 
 // Concludes the first pass: decides which frames the passes that follow take for key frames, and returns their number.
-[[nodiscard]] UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameCounter& counter);
+[[nodiscard]] UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const RecordCounter& counter);
 
 // Frames of the main video stream that the first pass made last has counted.
 UInt32 SurveyedFrames();
 
 // Forgets what first passes have decided and counted.
 void ForgetIndexSurvey();
-
-// Adds a chunk to the total of its stream, if the headers have described that stream.
-inline void CountPayload(const lxAviReadCore_AviInfo_t* pAviInfo, const IndexEntry& entry)
-{
-    lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, entry.uiStreamNr);
-    if (pStream != Null && pStream->StreamType != LX_AVIREAD_STREAM_NONE) {
-        pStream->uiStreamSize += entry.uiSize;
-    }
-}
 
 // Stores every SkipKey-th key frame of the main video stream, and totals the video payload.
 class KeyFrameFiller {
@@ -140,40 +173,40 @@ public:
     void Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounter);
 
     // Takes one record; the entry that it stored, or null. Most records are finished here.
-    Entry* Take(const IndexEntry& entry)
+    Entry* Take(IndexEntry entry)
     {
-        if (entry.eKind == EntryKind::Audio || entry.eKind == EntryKind::Other) {
-            m_bDrmPending = false;
-            return Null;
+        if (entry.eKind != m_ePassedOn) {
+            return TakeAny(entry);
         }
-        if (entry.eKind == EntryKind::MainVideo && !m_bLookAtEveryFrame && !entry.bKeyFrame) {
-            CountPayload(m_pAviInfo, entry);
-            PassOn();
-            return Null;
-        }
-        return TakeAny(entry);
+        CountPayload(entry);
+        PassOn();
+        return Null;
     }
 
-    void operator()(const IndexEntry& entry) { Take(entry); }
+    // The same for a record that is neither video nor "dd": a descriptor before it belongs to no frame.
+    void CancelDrm() { m_bDrmPending = false; }
+
+    void operator()(IndexEntry entry) { Take(entry); }
 
 private:
     // On to the next frame of the main video stream.
     void PassOn()
     {
-        m_bDrmPending = false;
+        CancelDrm();
         ++m_uiFrameNumber;
     }
 
-    bool IsKeyFrame(const IndexEntry& entry) const;
-    Entry* TakeAny(const IndexEntry& entry);
-    Entry* TakeMainVideo(const IndexEntry& entry);
+    bool IsKeyFrame(IndexEntry entry) const;
+    Entry* TakeAny(IndexEntry entry);
+    Entry* TakeMainVideo(IndexEntry entry);
     void PassOver(bool bKeyFrame);
-    Entry* Store(const IndexEntry& entry);
+    Entry* Store(IndexEntry entry);
 
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
-    bool m_bLookAtEveryFrame;   // a frame without the flag may be a key frame, or its message is logged
+    EntryKind m_ePassedOn; // what needs no closer look: frames without the key flag, or nothing
+    double m_millisecondsPerFrame;
     UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
     UInt32 m_uiFrameNumber = 0;
     UInt64 m_uiDrmOffset = 0; // of the "dd" chunk before the next frame
@@ -182,6 +215,19 @@ private:
 
 // What is known of an audio track while its chunks are walked.
 using AudioState = lxAvi2ReadCore_AudioIndexState_t;
+
+// Makes `chunk` the last one of the track. Used by the placers and by the single-pass builder.
+inline void CountAudioChunk(AudioState& state, IndexEntry chunk)
+{
+    state.bHaveChunk = 1;
+    state.lastChunkBytePosition = state.totalBytes;
+    state.totalBytes += chunk.uiSize;
+    state.lastChunkOffset = chunk.uiOffset;
+    state.chunkCount += 1;
+}
+
+// Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.
+void WriteAudio(Entry& entry, UInt32 track, const AudioState& state);
 
 // Gives every key frame the audio chunk of one track that plays at its time.
 class AudioPlacer {
@@ -192,10 +238,17 @@ public:
     void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime);
 
     // Takes the next chunk of the track: places the one before it where that is due, and counts this one.
-    void Take(const IndexEntry& entry);
+    void Take(IndexEntry entry)
+    {
+        if (!IsWithinReach(entry)) {
+            PlaceBefore(entry);
+        }
+        CountPayload(entry);
+        CountAudioChunk(m_state, entry);
+    }
 
-    // Gives the last chunk to all key frames that are left.
-    void Complete();
+    // Gives the last chunk to the key frames of a leaf that are left. Called for every leaf, after the last chunk.
+    void CompleteLeaf(Leaf& leaf, UInt32 leafNr) const;
 
     const AudioState& State() const { return m_state; }
     const Position& Cursor() const { return m_cursor; }
@@ -211,8 +264,14 @@ private:
         UInt64 uiBytes = 0;
     };
 
-    bool NeedsTime(const IndexEntry& entry, UInt64 bytePosition) const;
-    void PlaceBefore(const IndexEntry& entry, UInt64 bytePosition);
+    // Whether it is known that the stream does not pass the cursor's time here, so that its time need not be computed.
+    bool IsWithinReach(IndexEntry entry) const
+    {
+        return entry.pSource->uiStreamNr == m_reach.uiStreamNr && m_state.chunkCount <= m_reach.uiChunks &&
+               m_state.totalBytes + entry.uiSize <= m_reach.uiBytes;
+    }
+
+    void PlaceBefore(IndexEntry entry);
     void LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time);
     void Place();
     void Advance();
@@ -227,13 +286,10 @@ private:
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
     UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
     bool m_bLogged = false;
-    Reach m_reach; // no chunk of a stream up to here plays after the cursor's key frame
+    Reach m_reach; // no chunk of a stream up to here plays after the cursor's key frame; with messages on it is empty
 };
 
-// Makes `chunk` the last one of the track. Used by the placers and by the single-pass builder.
-void CountAudioChunk(AudioState& state, const IndexEntry& chunk);
-
-// Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.
-void WriteAudio(Entry& entry, UInt32 track, const AudioState& state);
+// Gives the last chunk of each track to all key frames that are left, after the last chunk of all.
+void CompleteAudio(const lxAviReadCore_AviInfo_t* pAviInfo, std::span<const AudioPlacer> placers);
 
 } // namespace lxAviReadCore

@@ -33,7 +33,7 @@ public:
     UInt32 LeafCount() const { return m_uiLeafs; } // leaves in use
 
     // A leaf in use; `leafNr` is below LeafCount.
-    const Leaf& LeafAt(UInt32 leafNr) const { return *m_ppLeafs[leafNr]; }
+    Leaf& LeafAt(UInt32 leafNr) const { return *m_ppLeafs[leafNr]; }
 
     // The entry, or null when the position designates none.
     Entry* At(UInt32 leafNr, UInt32 itemNr) const

@@ -16,11 +16,7 @@ inline void* AllocateCleared(UInt64 count, size_t recordSize)
     if (count > SIZE_MAX / recordSize) { // GCOVR_EXCL_BR_LINE: counts have 32 bits, sizes 64 where coverage is measured
         return Null;                     // GCOVR_EXCL_LINE
     }
-    void* pBlock = std::malloc(static_cast<size_t>(count) * recordSize);
-    if (pBlock != Null) {
-        std::memset(pBlock, 0, static_cast<size_t>(count) * recordSize);
-    }
-    return pBlock;
+    return std::calloc(static_cast<size_t>(count), recordSize);
 }
 
 template <typename Record>

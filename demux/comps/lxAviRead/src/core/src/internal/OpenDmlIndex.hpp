@@ -33,32 +33,29 @@ struct OpenDmlRecord {
 };
 static_assert(sizeof(OpenDmlRecord) == kStandardRecordBytes);
 
-// Decodes the records of one index. They all belong to one stream, and so are of one kind.
+// Decodes the records of one index. They all belong to one stream, and so have one source.
 class OpenDmlDecoder {
 public:
-    OpenDmlDecoder(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr, UInt64 baseOffset)
-        : m_eKind(eKind), m_uiStreamNr(streamNr), m_qwBaseOffset(baseOffset), m_uiOffsetMask(PositionMask(pAviInfo))
+    // The index gives the position behind the chunk's header, the table stores that of the header.
+    OpenDmlDecoder(const lxAviReadCore_AviInfo_t* pAviInfo, const EntrySource& source, UInt64 baseOffset)
+        : m_source(source), m_qwBaseOfHeaders(baseOffset - kChunkHeaderBytes), m_uiOffsetMask(PositionMask(pAviInfo))
     {
     }
 
     IndexEntry operator()(const UInt8* pRecord) const
     {
-        const auto record = Load<OpenDmlRecord>(pRecord);
-        // the index gives the position behind the chunk's header, the table stores that of the header
-        const UInt64 offset = (m_qwBaseOffset + record.dwOffset - kChunkHeaderBytes) & m_uiOffsetMask;
-        return {.eKind = m_eKind,
-                .bKeyFrame = (record.dwSize & kNoKeyFrameBit) == 0,
-                .uiStreamNr = m_uiStreamNr,
+        const auto& record = *reinterpret_cast<const OpenDmlRecord*>(pRecord);
+        return {.pSource = &m_source,
+                .eKind = (record.dwSize & kNoKeyFrameBit) != 0 ? m_source.eKind : m_source.eFlaggedKind,
                 .uiSize = record.dwSize & ~kNoKeyFrameBit,
-                .uiOffset = offset};
+                .uiOffset = (m_qwBaseOfHeaders + record.dwOffset) & m_uiOffsetMask};
     }
 
 private:
     static constexpr UInt32 kNoKeyFrameBit = 0x80000000u;
 
-    EntryKind m_eKind;
-    UInt32 m_uiStreamNr;
-    UInt64 m_qwBaseOffset;
+    const EntrySource& m_source;
+    UInt64 m_qwBaseOfHeaders;
     UInt64 m_uiOffsetMask; // the bits of a position that count
 };
 
@@ -109,7 +106,8 @@ constexpr UInt8 kWalkTextArguments[] = {3, 1, 2, 1, 1, 1, 2, 2};
 
 // How the walks over index chunks differ.
 struct IndexWalkRules {
-    bool bVideoStreamOnly; // a chunk of another stream ends the walk
+    bool bVideoStreamOnly;   // a chunk of another stream ends the walk
+    bool bKnownSubTypesOnly; // records of other sub types are not read
     const MessageRow<WalkText>* pMessages;
 };
 
