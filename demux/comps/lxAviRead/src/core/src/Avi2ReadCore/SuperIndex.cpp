@@ -177,7 +177,7 @@ constexpr IndexWalkRules kCountWalk = {.bVideoStreamOnly = true,
                                        .bKnownSubTypesOnly = true,
                                        .pMessages = kCountMessages};
 
-UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, RecordCounter& counter)
+UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries, FrameCounter& counter)
 {
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
     run.eFailedBatch = FailedBatch::IsSilent;
@@ -187,7 +187,7 @@ UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 ent
 }
 
 // Counts the key frames of one index chunk; a sub type that is unknown has none.
-UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, RecordCounter& counter)
+UInt32 CountKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, FrameCounter& counter)
 {
     const auto& common = chunk.header.common;
     LX_AVIREAD_TRY(SetBatchSize(pAviInfo, EntryBytes(common), common.uiSubIndexType));
@@ -203,7 +203,7 @@ UInt32 CountRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
     if (pCount == Null) {
         return LX_OK;
     }
-    RecordCounter counter;
+    FrameCounter counter;
     const UInt32 result = CountEntries(pAviInfo, subType, entries, counter);
     *pCount = counter.KeyFrames();
     return result;
@@ -271,7 +271,7 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
-    RecordCounter counter;
+    FrameCounter counter;
     const auto count = [&](const IndexChunk& chunk) {
         LX_AVIREAD_TRY(CountKeyFrames(pAviInfo, chunk, counter));
         *numberOfKeyFrames = counter.KeyFrames();

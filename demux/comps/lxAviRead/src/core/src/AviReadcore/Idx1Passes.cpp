@@ -128,19 +128,29 @@ public:
 
     void Take(IndexEntry entry)
     {
-        const UInt32 track = entry.pSource->uiTrack;
-        if (track >= LX_AVIREAD_AUDIO_TRACKS) {
-            LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", track);
-            return;
+        if (entry.pSource->uiTrack != m_uiTrack) {
+            Select(entry.pSource->uiTrack);
         }
-        m_placers[track].Take(entry);
+        if (m_pPlacer != Null) {
+            m_pPlacer->Take(entry);
+        } else {
+            LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", m_uiTrack);
+        }
     }
 
     void Complete() const { CompleteAudio(m_pAviInfo, m_placers); }
 
 private:
+    void Select(UInt32 track)
+    {
+        m_uiTrack = track;
+        m_pPlacer = track < LX_AVIREAD_AUDIO_TRACKS ? &m_placers[track] : Null;
+    }
+
     const lxAviReadCore_AviInfo_t* m_pAviInfo;
     AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
+    UInt32 m_uiTrack = kNoTrack;   // of the record taken last
+    AudioPlacer* m_pPlacer = Null; // of that track; null where it is none of the eight
 };
 
 // ---- Single pass ----

@@ -95,7 +95,7 @@ double MillisecondsPerFrame(const lxAviReadCore_AviInfo_t* pAviInfo)
 
 } // namespace
 
-UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const RecordCounter& counter)
+UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const FrameCounter& counter)
 {
     s_survey = {KeyFrameRule::ByFlag, counter.Frames()};
     if (counter.KeyFrames() > 0 || counter.Frames() == 0 || !IndexesNeedNoKeyFlag(pAviInfo)) {
@@ -113,7 +113,7 @@ void ForgetIndexSurvey() { s_survey = {}; }
 
 // Every frame is looked at where a frame without the flag may be a key frame, and where its message is logged.
 KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages pMessages, UInt32 skipKey)
-    : m_pAviInfo(pAviInfo), m_builder(pAviInfo, pMessages), m_uiSkipKey(skipKey),
+    : m_builder(pAviInfo, pMessages), m_uiSkipKey(skipKey),
       m_ePassedOn(s_survey.eRule == KeyFrameRule::ByFlag && !IsLogged(kLevelIndex) ? EntryKind::Frame
                                                                                    : EntryKind::None),
       m_millisecondsPerFrame(MillisecondsPerFrame(pAviInfo))
@@ -194,13 +194,6 @@ Entry* KeyFrameFiller::Store(IndexEntry entry)
 }
 
 // ---- Audio ----
-
-void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
-{
-    entry.audioFrameNumber[track] = state.chunkCount - 1;
-    entry.audioChunkOffset[track] = state.lastChunkOffset;
-    entry.audioBytePosition[track] = state.lastChunkBytePosition;
-}
 
 void AudioPlacer::Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerMessages& messages)
 {

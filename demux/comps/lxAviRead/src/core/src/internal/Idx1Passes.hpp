@@ -34,7 +34,7 @@ void SetIdx1OffsetBase(UInt64 base);
 
 // What the first pass finds out.
 struct Idx1Survey {
-    RecordCounter counter;
+    FrameCounter counter;
     bool bEmpty = true;
     UInt64 uiFirstOffset = 0; // of the first record
 };

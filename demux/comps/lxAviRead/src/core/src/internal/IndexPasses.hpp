@@ -3,7 +3,7 @@
 //
 //   ForEachRecord(run, visitor)         one run of records: batches, abort tests, the family's read
 //   ForEachEntry(run, decoder, visitor) the same, decoded
-//     RecordCounter                     how many frames and key frames
+//     FrameCounter                      how many frames and key frames
 //     KeyFrameFiller                    every SkipKey-th of them into the table
 //     AudioPlacer                       which chunk of an audio track plays at each stored key frame
 
@@ -27,7 +27,6 @@ enum class EntryKind : UInt8 {
     MainDrm, // "dd" of the main video stream
     OtherDrm,
     Other,
-    Count,
 };
 
 constexpr bool IsMainVideo(EntryKind eKind) { return eKind == EntryKind::Frame || eKind == EntryKind::KeyFrame; }
@@ -137,22 +136,28 @@ template <typename Decoder, typename Visitor>
     return ForEachRecord(pAviInfo, run, [&](const UInt8* pRecord) { visit(decode(pRecord)); });
 }
 
-// Counts records by their kind.
-class RecordCounter {
+// Counts the frames of the main video stream.
+class FrameCounter {
 public:
-    void operator()(IndexEntry entry) { ++m_uiRecords[static_cast<size_t>(entry.eKind)]; }
+    void operator()(IndexEntry entry)
+    {
+        if (entry.eKind == EntryKind::Frame) {
+            ++m_uiUnflagged;
+        } else if (entry.eKind == EntryKind::KeyFrame) {
+            ++m_uiKeyFrames;
+        }
+    }
 
-    UInt32 KeyFrames() const { return Of(EntryKind::KeyFrame); }
-    UInt32 Frames() const { return Of(EntryKind::Frame) + KeyFrames(); }
+    UInt32 KeyFrames() const { return m_uiKeyFrames; } // those that the index says to be
+    UInt32 Frames() const { return m_uiUnflagged + m_uiKeyFrames; }
 
 private:
-    UInt32 Of(EntryKind eKind) const { return m_uiRecords[static_cast<size_t>(eKind)]; }
-
-    UInt32 m_uiRecords[static_cast<size_t>(EntryKind::Count)] = {};
+    UInt32 m_uiUnflagged = 0;
+    UInt32 m_uiKeyFrames = 0;
 };
 
 // Concludes the first pass: decides which frames the passes that follow take for key frames, and returns their number.
-[[nodiscard]] UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const RecordCounter& counter);
+[[nodiscard]] UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const FrameCounter& counter);
 
 // Frames of the main video stream that the first pass made last has counted.
 UInt32 SurveyedFrames();
@@ -202,7 +207,6 @@ private:
     void PassOver(bool bKeyFrame);
     Entry* Store(IndexEntry entry);
 
-    lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
     EntryKind m_ePassedOn; // what needs no closer look: frames without the key flag, or nothing
@@ -227,7 +231,12 @@ inline void CountAudioChunk(AudioState& state, IndexEntry chunk)
 }
 
 // Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.
-void WriteAudio(Entry& entry, UInt32 track, const AudioState& state);
+inline void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
+{
+    entry.audioFrameNumber[track] = state.chunkCount - 1;
+    entry.audioChunkOffset[track] = state.lastChunkOffset;
+    entry.audioBytePosition[track] = state.lastChunkBytePosition;
+}
 
 // Gives every key frame the audio chunk of one track that plays at its time.
 class AudioPlacer {
