@@ -1,7 +1,8 @@
-// Three contenders do the same work on the same file:
+// Four contenders do the same work on the same file:
 //
 //   reader   the library, called as a player calls it
-//   limit    a loop that only makes the same calls of stdio: the fastest that the machine allows
+//   stdio    a limit: a loop that makes the same reads with the fastest public calls of stdio
+//   floor    a limit: a loop that touches the same bytes of the mapped file
 //   peer     a general-purpose media framework, through its public interface, if it is installed
 
 #pragma once
@@ -33,8 +34,9 @@ using MakeContender = std::function<std::unique_ptr<Contender>()>;
 
 struct Case {
     std::string name;
-    MakeContender reader, limit, peer;
-    double seconds = 0.1; // shortest time of one repetition
+    MakeContender reader;
+    MakeContender stdio, floor, peer; // empty where nothing does the same
+    double seconds = 0.1;             // shortest time of one repetition
 };
 
 // All cases, in the order of the table.
@@ -47,31 +49,35 @@ constexpr UInt32 kOneLeaf = sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*)
 constexpr UInt32 kJumps = 1000;
 constexpr UInt32 kLookups = 100000;
 
+enum class Limit { Stdio, Floor };
+enum class Index { Built, LeftAlone };
 enum class Rejected { None, SkippedByCaller, LeftToResync };
 enum class Steps { Forward, Back };
 enum class Lookups { InOrder, Random };
 
 std::unique_ptr<Contender> ReaderIndexing(const Input& input, UInt32 budget);
 std::unique_ptr<Contender> ReaderDelivery(const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> ReaderPlaying(const Input& input, Index eIndex);
 std::unique_ptr<Contender> ReaderSeeking(const Input& input);
 std::unique_ptr<Contender> ReaderStepping(const Input& input, Steps eSteps);
 std::unique_ptr<Contender> ReaderLookup(const Input& input, Lookups eLookups);
 std::unique_ptr<Contender> ReaderExtraction(const Input& input);
 
-std::unique_ptr<Contender> LimitIdx1(const Input& input, UInt32 passes);
-std::unique_ptr<Contender> LimitOpenDml(const Input& input, UInt32 passes);
-std::unique_ptr<Contender> LimitDelivery(const Input& input, Rejected eRejected);
-std::unique_ptr<Contender> LimitSeeking(const Input& input);
-std::unique_ptr<Contender> LimitStepping(const Input& input, Steps eSteps);
-std::unique_ptr<Contender> LimitLookup(const Input& input, Lookups eLookups);
-std::unique_ptr<Contender> LimitExtraction(const Input& input);
+std::unique_ptr<Contender> LimitIdx1(Limit eLimit, const Input& input, UInt32 passes);
+std::unique_ptr<Contender> LimitOpenDml(Limit eLimit, const Input& input, UInt32 passes);
+std::unique_ptr<Contender> LimitDelivery(Limit eLimit, const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> LimitPlaying(Limit eLimit, const Input& input, Index eIndex);
+std::unique_ptr<Contender> LimitSeeking(Limit eLimit, const Input& input);
+std::unique_ptr<Contender> LimitStepping(Limit eLimit, const Input& input, Steps eSteps);
+std::unique_ptr<Contender> FloorLookup(const Input& input, Lookups eLookups);
+std::unique_ptr<Contender> FloorExtraction(const Input& input);
 
 // Null when the framework is not installed.
 std::unique_ptr<Contender> PeerIndexing(const Input& input);
 std::unique_ptr<Contender> PeerDelivery(const Input& input, Rejected eRejected);
+std::unique_ptr<Contender> PeerPlaying(const Input& input, Index eIndex);
 std::unique_ptr<Contender> PeerSeeking(const Input& input);
 std::unique_ptr<Contender> PeerStepping(const Input& input, Steps eSteps);
-std::unique_ptr<Contender> PeerLookup(const Input& input, Lookups eLookups);
 std::unique_ptr<Contender> PeerExtraction(const Input& input);
 bool HasPeer();
 

@@ -108,6 +108,83 @@ void AddSmallChunks(AviBuilder& builder, UInt32 chunks)
     }
 }
 
+// The film of two hours, in a second.
+constexpr UInt32 kFrames = 25;
+constexpr UInt32 kAudioChunks = 42;
+constexpr UInt32 kAudioBytes = 384; // in a chunk
+
+// Writes a film second by second, because the whole film would not fit into the memory of a small machine. The size
+// fields are patched when all is written.
+class FilmWriter {
+public:
+    explicit FilmWriter(Input& input) : m_input(input), m_file(input.path, std::ios::binary)
+    {
+        AviBuilder builder;
+        builder.eIndex = IndexKind::None;
+        builder.avih.dwFlags = 0x10; // there is an index
+        builder.Add(VideoStream()).Add(Mp3CbrStream(kAudioBytes * kAudioChunks)).Frame(0, Fill(0), true);
+        m_head = builder.Build();
+        m_input.uiMovi = builder.MoviOffset();
+        m_head.resize(m_input.uiMovi);
+        m_uiAt = m_input.uiMovi;
+        Put(m_file, m_head);
+    }
+
+    void Add(std::string_view code, UInt32 bytes, UInt32 flags)
+    {
+        const Bytes chunk = Chunk(code, Fill(bytes));
+        const UInt64 fromMovi = m_uiAt - m_input.uiMovi + 4;
+        m_index += Text(code) + U32(flags) + U32(fromMovi) + U32(bytes);
+        Put(m_file, chunk);
+        m_uiAt += chunk.size();
+        ++m_input.uiChunks;
+    }
+
+    void Finish()
+    {
+        m_input.uiMoviEnd = m_uiAt;
+        m_input.uiIdx1 = m_uiAt + 8;
+        m_input.uiIdx1Bytes = m_index.size();
+        Put(m_file, Chunk("idx1", m_index));
+        Patch(4, m_uiAt + 8 + m_index.size() - 8);
+        Patch(m_input.uiMovi - 8, m_uiAt - m_input.uiMovi + 4);
+        if (!m_file.flush()) {
+            throw std::runtime_error("no room for " + m_input.path);
+        }
+    }
+
+private:
+    void Patch(UInt64 at, UInt64 size)
+    {
+        m_file.seekp(static_cast<std::streamoff>(at));
+        Put(m_file, U32(size));
+    }
+
+    Input& m_input;
+    std::ofstream m_file;
+    Bytes m_head, m_index;
+    UInt64 m_uiAt = 0;
+};
+
+void WriteTwoHours(Input& input)
+{
+    constexpr UInt32 kSeconds = 2 * 60 * 60;
+
+    constexpr UInt32 kKeyFlag = 0x10;
+    FilmWriter writer(input);
+    for (UInt32 second = 0; second < kSeconds; ++second) {
+        UInt32 audio = 0;
+        for (UInt32 frame = 0; frame < kFrames; ++frame) {
+            for (; audio * kFrames < (frame + 1) * kAudioChunks; ++audio) {
+                writer.Add("01wb", kAudioBytes, 0);
+            }
+            const bool bKey = frame == 0;
+            writer.Add("00dc", bKey ? 20000 : 1000 + (second * 31 + frame) * 97 % 3200, bKey ? kKeyFlag : 0);
+        }
+    }
+    writer.Finish();
+}
+
 // Writes one chunk again and again, because the whole file would not fit into the memory of a small machine.
 void WriteLarge(Input& input)
 {
@@ -190,5 +267,7 @@ const Input& Film()
         Write(input, builder);
     });
 }
+
+const Input& TwoHours() { return Files().Get("two-hours", WriteTwoHours); }
 
 } // namespace bench

@@ -45,4 +45,7 @@ constexpr UInt32 kFilmFrames = 50000;
 constexpr UInt32 kFilmKeyDistance = 10;
 constexpr UInt32 kFilmFrameMsec = 40;
 
+// Two hours: 25 frames a second, of which one is a key frame, and 42 audio chunks a second; about 700 MB.
+const Input& TwoHours();
+
 } // namespace bench

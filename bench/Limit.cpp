@@ -1,13 +1,20 @@
-// The limit: only the reads that the work needs, through stdio like those of the library. The code trusts the headers,
-// and counts, checks and keeps nothing.
+// The limits: only the reads that the work needs. The code trusts the headers, and counts, checks and keeps nothing.
+//
+//   stdio   the fastest public calls: words byte by byte with getc_unlocked, payload with fread_unlocked
+//   floor   the file is mapped, and the same bytes are touched
 
 #include "Contender.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace bench {
 namespace {
@@ -18,40 +25,103 @@ constexpr UInt32 kIndexHeaderBytes = 32; // fields of an ix## chunk, with code a
 constexpr UInt32 kHeaderBytes = 8;
 constexpr UInt32 kLargestPayload = 1u << 20;
 
-class LimitFile : public Contender {
+// ---- The two ways to the bytes ----
+
+class Stdio {
 public:
-    explicit LimitFile(const Input& input)
-        : m_input(input), m_pFile(std::fopen(input.path.c_str(), "rb")), m_buffer(kLargestPayload)
+    explicit Stdio(const Input& input) : m_pFile(std::fopen(input.path.c_str(), "rb")), m_buffer(kLargestPayload)
     {
         if (m_pFile == nullptr) {
             throw std::runtime_error("cannot open " + input.path);
         }
     }
-    ~LimitFile() override { std::fclose(m_pFile); }
+    ~Stdio() { std::fclose(m_pFile); }
+    Stdio(const Stdio&) = delete;
+    Stdio& operator=(const Stdio&) = delete;
 
-protected:
     void Seek(UInt64 offset) { fseeko(m_pFile, static_cast<off_t>(offset), SEEK_SET); }
+    UInt32 Byte() { return static_cast<UInt32>(getc_unlocked(m_pFile)); }
+    UInt32 Word() { return Byte() | Byte() << 8 | Byte() << 16 | Byte() << 24; }
 
-    void Read(void* pBuffer, size_t bytes)
+    void Bytes(size_t bytes)
     {
-        if (fread(pBuffer, 1, bytes, m_pFile) != bytes) {
+        if (fread_unlocked(m_buffer.data(), 1, bytes, m_pFile) != bytes) {
             throw std::runtime_error("the file has become shorter");
         }
     }
 
-    UInt32 ReadWord()
+private:
+    FILE* m_pFile;
+    std::vector<UInt8> m_buffer;
+};
+
+class Mapped {
+public:
+    explicit Mapped(const Input& input)
+    {
+        const int file = open(input.path.c_str(), O_RDONLY);
+        struct stat status = {};
+        fstat(file, &status);
+        m_bytes = static_cast<size_t>(status.st_size);
+        void* const pMap = mmap(nullptr, m_bytes, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file, 0);
+        close(file);
+        if (pMap == MAP_FAILED) {
+            throw std::runtime_error("cannot map " + input.path);
+        }
+        m_pStart = m_pAt = static_cast<const UInt8*>(pMap);
+    }
+    ~Mapped() { munmap(const_cast<UInt8*>(m_pStart), m_bytes); }
+    Mapped(const Mapped&) = delete;
+    Mapped& operator=(const Mapped&) = delete;
+
+    void Seek(UInt64 offset) { m_pAt = m_pStart + offset; }
+    UInt32 Byte() { return *m_pAt++; }
+
+    UInt32 Word()
     {
         UInt32 word = 0;
-        Read(&word, sizeof word);
+        std::memcpy(&word, m_pAt, sizeof word);
+        m_pAt += sizeof word;
         return word;
     }
 
+    // Every byte is added to a sum that nobody reads.
+    void Bytes(size_t bytes)
+    {
+        UInt64 sum = 0;
+        for (size_t i = 0; i + sizeof sum <= bytes; i += sizeof sum) {
+            UInt64 eight = 0;
+            std::memcpy(&eight, m_pAt + i, sizeof eight);
+            sum += eight;
+        }
+        for (size_t i = bytes & ~(sizeof sum - 1); i < bytes; ++i) {
+            sum += m_pAt[i];
+        }
+        m_pAt += bytes;
+        m_uiSum = sum;
+    }
+
+private:
+    const UInt8* m_pStart = nullptr;
+    const UInt8* m_pAt = nullptr;
+    size_t m_bytes = 0;
+    volatile UInt64 m_uiSum = 0;
+};
+
+// ---- The work ----
+
+template <typename Source>
+class Limited : public Contender {
+public:
+    explicit Limited(const Input& input) : m_input(input), m_source(input) {}
+
+protected:
     // Reads code, size and payload of a chunk, and returns the number of bytes.
     UInt32 ReadChunk()
     {
-        ReadWord();
-        const UInt32 size = (ReadWord() + 1) & ~1u;
-        Read(m_buffer.data(), size);
+        m_source.Word();
+        const UInt32 size = (m_source.Word() + 1) & ~1u;
+        m_source.Bytes(size);
         return kHeaderBytes + size;
     }
 
@@ -59,27 +129,27 @@ protected:
     {
         for (UInt64 left = bytes; left > 0;) {
             const auto now = static_cast<UInt32>(std::min<UInt64>(left, piece));
-            Read(m_buffer.data(), now);
+            m_source.Bytes(now);
             left -= now;
         }
     }
 
     const Input& m_input;
-    FILE* m_pFile;
-    std::vector<UInt8> m_buffer;
+    Source m_source;
 };
 
-class Idx1 : public LimitFile {
+template <typename Source>
+class Idx1 : public Limited<Source> {
 public:
-    Idx1(const Input& input, UInt32 passes) : LimitFile(input), m_uiPasses(passes) {}
+    Idx1(const Input& input, UInt32 passes) : Limited<Source>(input), m_uiPasses(passes) {}
 
     UInt64 Run() override
     {
         for (UInt32 pass = 0; pass < m_uiPasses; ++pass) {
-            Seek(m_input.uiIdx1);
-            ReadInPieces(m_input.uiIdx1Bytes, kBatchBytes);
+            this->m_source.Seek(this->m_input.uiIdx1);
+            this->ReadInPieces(this->m_input.uiIdx1Bytes, kBatchBytes);
         }
-        return m_input.uiChunks;
+        return this->m_input.uiChunks;
     }
 
 private:
@@ -87,41 +157,44 @@ private:
 };
 
 // Reads the video records twice (to count and to store the key frames), and the audio records once.
-class OpenDml : public LimitFile {
+template <typename Source>
+class OpenDml : public Limited<Source> {
 public:
-    OpenDml(const Input& input, UInt32 passes) : LimitFile(input), m_uiPasses(passes) {}
+    OpenDml(const Input& input, UInt32 passes) : Limited<Source>(input), m_uiPasses(passes) {}
 
     UInt64 Run() override
     {
         for (UInt32 pass = 0; pass < m_uiPasses; ++pass) {
-            for (const IndexChunk& chunk : m_input.indexChunks) {
+            for (const IndexChunk& chunk : this->m_input.indexChunks) {
                 if (chunk.bVideo == (pass < 2)) {
-                    Seek(chunk.uiOffset);
-                    Read(m_buffer.data(), kIndexHeaderBytes);
-                    ReadInPieces(chunk.uiBytes, kBatchBytes);
+                    this->m_source.Seek(chunk.uiOffset);
+                    this->m_source.Bytes(kIndexHeaderBytes);
+                    this->ReadInPieces(chunk.uiBytes, kBatchBytes);
                 }
             }
         }
-        return m_input.uiChunks;
+        return this->m_input.uiChunks;
     }
 
 private:
     UInt32 m_uiPasses;
 };
 
-class Delivery : public LimitFile {
+template <typename Source>
+class Delivery : public Limited<Source> {
 public:
-    Delivery(const Input& input, Rejected eRejected) : LimitFile(input), m_eRejected(eRejected) {}
+    Delivery(const Input& input, Rejected eRejected) : Limited<Source>(input), m_eRejected(eRejected) {}
 
     UInt64 Run() override
     {
-        Seek(m_input.uiMovi);
-        UInt64 at = m_input.uiMovi;
-        UInt64 chunks = 0;
-        for (; at < m_input.uiMoviEnd; ++chunks) {
-            at += m_eRejected == Rejected::None ? ReadChunk() : ReadOrPass();
+        this->m_source.Seek(this->m_input.uiMovi);
+        UInt64 at = this->m_input.uiMovi;
+        UInt64 delivered = 0;
+        while (at < this->m_input.uiMoviEnd) {
+            at += m_eRejected == Rejected::None ? this->ReadChunk() : ReadOrPass();
+            delivered += m_bDelivered ? 1 : 0;
         }
-        return m_eRejected == Rejected::LeftToResync ? m_input.uiRejected : chunks;
+        return m_eRejected == Rejected::LeftToResync ? this->m_input.uiRejected : delivered;
     }
 
 private:
@@ -129,12 +202,13 @@ private:
 
     UInt32 ReadOrPass()
     {
-        const UInt32 code = ReadWord();
-        const UInt32 size = (ReadWord() + 1) & ~1u;
-        if (code != kSecondTrack) {
-            Read(m_buffer.data(), size);
+        const UInt32 code = this->m_source.Word();
+        const UInt32 size = (this->m_source.Word() + 1) & ~1u;
+        m_bDelivered = code != kSecondTrack;
+        if (m_bDelivered) {
+            this->m_source.Bytes(size);
         } else if (m_eRejected == Rejected::SkippedByCaller) {
-            ReadInPieces(size, kSkipBytes);
+            this->ReadInPieces(size, kSkipBytes);
         } else {
             PassBytes(size);
         }
@@ -145,46 +219,68 @@ private:
     {
         UInt32 window = 0;
         for (UInt32 i = 0; i < bytes; ++i) {
-            window = window >> 8 | static_cast<UInt32>(getc_unlocked(m_pFile)) << 24;
+            window = window >> 8 | this->m_source.Byte() << 24;
         }
         m_uiWindow = window;
     }
 
     Rejected m_eRejected;
+    bool m_bDelivered = true;
     volatile UInt32 m_uiWindow = 0;
+};
+
+// Opens the file, reads the index as often as there are passes, and then all chunks.
+template <typename Source>
+class Playing : public Contender {
+public:
+    Playing(const Input& input, Index eIndex) : m_input(input), m_eIndex(eIndex) {}
+
+    UInt64 Run() override
+    {
+        Idx1<Source> index(m_input, m_eIndex == Index::Built ? 3 : 0);
+        index.Run();
+        return Delivery<Source>(m_input, Rejected::None).Run();
+    }
+
+private:
+    const Input& m_input;
+    Index m_eIndex;
 };
 
 // In the film audio and video chunks alternate. All audio chunks have one size, and all video chunks have one size.
 constexpr UInt32 kFilmPairBytes = 2 * kHeaderBytes + 640 + 600;
 constexpr UInt32 kFilmAudioBytes = kHeaderBytes + 640;
 
-class Seeking : public LimitFile {
+template <typename Source>
+class Seeking : public Limited<Source> {
 public:
-    using LimitFile::LimitFile;
+    using Limited<Source>::Limited;
 
     UInt64 Run() override
     {
         Dice dice;
         for (UInt32 i = 0; i < kJumps; ++i) {
             const UInt32 keyFrame = dice.Below(kFilmFrames) / kFilmKeyDistance * kFilmKeyDistance;
-            Seek(m_input.uiMovi + UInt64{keyFrame} * kFilmPairBytes);
-            ReadChunk();
-            ReadChunk();
+            this->m_source.Seek(this->m_input.uiMovi + UInt64{keyFrame} * kFilmPairBytes);
+            this->ReadChunk();
+            this->ReadChunk();
         }
         return kJumps;
     }
 };
 
-class Stepping : public LimitFile {
+template <typename Source>
+class Stepping : public Limited<Source> {
 public:
-    Stepping(const Input& input, Steps eSteps) : LimitFile(input), m_eSteps(eSteps) {}
+    Stepping(const Input& input, Steps eSteps) : Limited<Source>(input), m_eSteps(eSteps) {}
 
     UInt64 Run() override
     {
         for (UInt32 i = 0; i < kJumps; ++i) {
             const UInt32 keyFrame = m_eSteps == Steps::Forward ? i : kFilmFrames / kFilmKeyDistance - 1 - i;
-            Seek(m_input.uiMovi + UInt64{keyFrame} * kFilmKeyDistance * kFilmPairBytes + kFilmAudioBytes);
-            ReadChunk();
+            this->m_source.Seek(this->m_input.uiMovi + UInt64{keyFrame} * kFilmKeyDistance * kFilmPairBytes +
+                                kFilmAudioBytes);
+            this->ReadChunk();
         }
         return kJumps;
     }
@@ -193,7 +289,7 @@ private:
     Steps m_eSteps;
 };
 
-// A search in an array that contains only offsets.
+// A search in an array that contains only offsets. Nothing is read.
 class Lookup : public Contender {
 public:
     Lookup(const Input& input, Lookups eLookups)
@@ -248,35 +344,50 @@ private:
     std::string m_command;
 };
 
+// The work on the one or the other source.
+template <template <typename> typename Work, typename... Arguments>
+std::unique_ptr<Contender> Make(Limit eLimit, const Input& input, Arguments... arguments)
+{
+    if (eLimit == Limit::Stdio) {
+        return std::make_unique<Work<Stdio>>(input, arguments...);
+    }
+    return std::make_unique<Work<Mapped>>(input, arguments...);
+}
+
 } // namespace
 
-std::unique_ptr<Contender> LimitIdx1(const Input& input, UInt32 passes)
+std::unique_ptr<Contender> LimitIdx1(Limit eLimit, const Input& input, UInt32 passes)
 {
-    return std::make_unique<Idx1>(input, passes);
+    return Make<Idx1>(eLimit, input, passes);
 }
 
-std::unique_ptr<Contender> LimitOpenDml(const Input& input, UInt32 passes)
+std::unique_ptr<Contender> LimitOpenDml(Limit eLimit, const Input& input, UInt32 passes)
 {
-    return std::make_unique<OpenDml>(input, passes);
+    return Make<OpenDml>(eLimit, input, passes);
 }
 
-std::unique_ptr<Contender> LimitDelivery(const Input& input, Rejected eRejected)
+std::unique_ptr<Contender> LimitDelivery(Limit eLimit, const Input& input, Rejected eRejected)
 {
-    return std::make_unique<Delivery>(input, eRejected);
+    return Make<Delivery>(eLimit, input, eRejected);
 }
 
-std::unique_ptr<Contender> LimitSeeking(const Input& input) { return std::make_unique<Seeking>(input); }
-
-std::unique_ptr<Contender> LimitStepping(const Input& input, Steps eSteps)
+std::unique_ptr<Contender> LimitPlaying(Limit eLimit, const Input& input, Index eIndex)
 {
-    return std::make_unique<Stepping>(input, eSteps);
+    return Make<Playing>(eLimit, input, eIndex);
 }
 
-std::unique_ptr<Contender> LimitLookup(const Input& input, Lookups eLookups)
+std::unique_ptr<Contender> LimitSeeking(Limit eLimit, const Input& input) { return Make<Seeking>(eLimit, input); }
+
+std::unique_ptr<Contender> LimitStepping(Limit eLimit, const Input& input, Steps eSteps)
+{
+    return Make<Stepping>(eLimit, input, eSteps);
+}
+
+std::unique_ptr<Contender> FloorLookup(const Input& input, Lookups eLookups)
 {
     return std::make_unique<Lookup>(input, eLookups);
 }
 
-std::unique_ptr<Contender> LimitExtraction(const Input& input) { return std::make_unique<Extraction>(input); }
+std::unique_ptr<Contender> FloorExtraction(const Input& input) { return std::make_unique<Extraction>(input); }
 
 } // namespace bench

@@ -1,5 +1,7 @@
 // A general-purpose media framework does the same work, through its public interface. It builds its lists of streams
-// and its indexes when it opens a file.
+// and its indexes when it opens a file. AVFMT_FLAG_NOPARSE and AVFMT_FLAG_NOFILLIN switch off what a caller who only
+// demultiplexes does not need: the parsers of the codecs, and times that the file does not hold. The items are what the
+// framework really delivers; it leaves out chunks without payload.
 
 #include "Contender.hpp"
 
@@ -26,7 +28,8 @@ void Expect(bool holds, const char* pWhat)
 
 class OpenPeer : public Contender {
 public:
-    explicit OpenPeer(const Input& input) : m_input(input), m_pPacket(av_packet_alloc())
+    explicit OpenPeer(const Input& input, int flags = 0)
+        : m_input(input), m_pPacket(av_packet_alloc()), m_flags(flags | AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN)
     {
         av_log_set_level(AV_LOG_QUIET);
         Open();
@@ -38,7 +41,12 @@ public:
     }
 
 protected:
-    void Open() { Expect(avformat_open_input(&m_pContext, m_input.path.c_str(), nullptr, nullptr) == 0, "open"); }
+    void Open()
+    {
+        m_pContext = avformat_alloc_context();
+        m_pContext->flags |= m_flags;
+        Expect(avformat_open_input(&m_pContext, m_input.path.c_str(), nullptr, nullptr) == 0, "open");
+    }
     void Close() { avformat_close_input(&m_pContext); }
 
     // The stream of the next packet, or -1 at the end.
@@ -65,6 +73,7 @@ protected:
     const Input& m_input;
     AVFormatContext* m_pContext = nullptr;
     AVPacket* m_pPacket;
+    int m_flags;
     bool m_bKeyFrame = false;
 };
 
@@ -82,7 +91,7 @@ public:
 
 class Delivery : public OpenPeer {
 public:
-    Delivery(const Input& input, Rejected eRejected) : OpenPeer(input), m_eRejected(eRejected)
+    Delivery(const Input& input, Rejected eRejected) : OpenPeer(input)
     {
         if (eRejected != Rejected::None) {
             m_pContext->streams[kSecondTrack]->discard = AVDISCARD_ALL;
@@ -97,11 +106,26 @@ public:
             ++delivered;
         }
         Expect(delivered > m_input.uiChunks / 2, "deliver the file");
-        return m_eRejected == Rejected::LeftToResync ? m_input.uiRejected : m_input.uiChunks;
+        return delivered;
     }
+};
 
-private:
-    Rejected m_eRejected;
+// Opens the file, and plays it from the first chunk to the last.
+class Playing : public OpenPeer {
+public:
+    Playing(const Input& input, Index eIndex) : OpenPeer(input, eIndex == Index::LeftAlone ? AVFMT_FLAG_IGNIDX : 0) {}
+
+    UInt64 Run() override
+    {
+        Close();
+        Open();
+        UInt64 delivered = 0;
+        while (Next() >= 0) {
+            ++delivered;
+        }
+        Expect(delivered == m_input.uiChunks, "deliver every chunk");
+        return delivered;
+    }
 };
 
 class Seeking : public OpenPeer {
@@ -145,33 +169,6 @@ private:
     Steps m_eSteps;
 };
 
-// The framework's index has no search by offset, so this case uses the search by time.
-class Lookup : public OpenPeer {
-public:
-    Lookup(const Input& input, Lookups eLookups) : OpenPeer(input)
-    {
-        Dice dice;
-        for (UInt32 i = 0; i < kAsked; ++i) {
-            m_asked.push_back(eLookups == Lookups::InOrder ? i * kFilmKeyDistance : dice.Below(kFilmFrames));
-        }
-    }
-
-    UInt64 Run() override
-    {
-        int found = 0;
-        for (UInt32 i = 0; i < kLookups; ++i) {
-            found += av_index_search_timestamp(m_pContext->streams[kVideo], m_asked[i % kAsked], AVSEEK_FLAG_BACKWARD);
-        }
-        m_iFound = found;
-        return kLookups;
-    }
-
-private:
-    static constexpr UInt32 kAsked = 4096;
-    std::vector<UInt32> m_asked;
-    volatile int m_iFound = 0;
-};
-
 // The framework's command-line tool, as one process.
 class Extraction : public Contender {
 public:
@@ -211,16 +208,16 @@ std::unique_ptr<Contender> PeerDelivery(const Input& input, Rejected eRejected)
     return std::make_unique<Delivery>(input, eRejected);
 }
 
+std::unique_ptr<Contender> PeerPlaying(const Input& input, Index eIndex)
+{
+    return std::make_unique<Playing>(input, eIndex);
+}
+
 std::unique_ptr<Contender> PeerSeeking(const Input& input) { return std::make_unique<Seeking>(input); }
 
 std::unique_ptr<Contender> PeerStepping(const Input& input, Steps eSteps)
 {
     return std::make_unique<Stepping>(input, eSteps);
-}
-
-std::unique_ptr<Contender> PeerLookup(const Input& input, Lookups eLookups)
-{
-    return std::make_unique<Lookup>(input, eLookups);
 }
 
 std::unique_ptr<Contender> PeerExtraction(const Input& input)

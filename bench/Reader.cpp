@@ -88,21 +88,52 @@ public:
     // Builds the table when the file has an index, so the reader looks up each video chunk in the table.
     Delivery(const Input& input, Rejected eRejected) : OpenReader(input, input.uiIdx1 != 0), m_eRejected(eRejected) {}
 
-    // The items are the chunks of the file, or the bytes of rejected payload when the search goes through these bytes.
+    // The items are the delivered chunks, or the bytes of rejected payload when the search goes through these bytes.
     UInt64 Run() override
     {
         lxAviReadCore_RewindToStart();
         const bool bSkip = m_eRejected != Rejected::LeftToResync;
         UInt64 chunks = 0;
+        UInt64 delivered = 0;
         for (UInt32 result = Next(bSkip); result != LX_AVIREAD_END_OF_MEDIA; result = Next(bSkip)) {
             ++chunks;
+            delivered += result == LX_OK ? 1 : 0;
         }
-        Expect(chunks == m_input.uiChunks, "deliver every chunk");
-        return bSkip ? chunks : m_input.uiRejected;
+        Expect(chunks == m_input.uiChunks, "meet every chunk");
+        return bSkip ? delivered : m_input.uiRejected;
     }
 
 private:
     Rejected m_eRejected;
+};
+
+// Opens the file, builds the table unless it is left alone, and plays from the first chunk to the last.
+class Playing : public OpenReader {
+public:
+    Playing(const Input& input, Index eIndex) : OpenReader(input, false), m_eIndex(eIndex) {}
+
+    UInt64 Run() override
+    {
+        Bool allIndexed = 0;
+        if (m_eIndex == Index::Built) {
+            OpenAndIndex(m_input, kUnlimited);
+        } else {
+            Expect(lxAviReadCore_Open(0, m_input.path.c_str(), kAttempts, kUnlimited, kIndexOption, &allIndexed) ==
+                           LX_OK &&
+                       lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo()) == LX_OK,
+                   "open");
+        }
+        UInt64 delivered = 0;
+        for (UInt32 result = Next(); result != LX_AVIREAD_END_OF_MEDIA; result = Next()) {
+            Expect(result == LX_OK, "deliver every chunk");
+            ++delivered;
+        }
+        Expect(delivered == m_input.uiChunks, "deliver the whole file");
+        return delivered;
+    }
+
+private:
+    Index m_eIndex;
 };
 
 // Seeks, and plays until it has the first video chunk and the first audio chunk.
@@ -232,6 +263,11 @@ std::unique_ptr<Contender> ReaderIndexing(const Input& input, UInt32 budget)
 std::unique_ptr<Contender> ReaderDelivery(const Input& input, Rejected eRejected)
 {
     return std::make_unique<Delivery>(input, eRejected);
+}
+
+std::unique_ptr<Contender> ReaderPlaying(const Input& input, Index eIndex)
+{
+    return std::make_unique<Playing>(input, eIndex);
 }
 
 std::unique_ptr<Contender> ReaderSeeking(const Input& input) { return std::make_unique<Seeking>(input); }

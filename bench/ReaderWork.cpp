@@ -1,7 +1,7 @@
 // Does the work of one case several times, for tools that count instructions or system calls of a process. It can also
 // count its own heap allocations.
 //
-//   reader_work CASE reader|limit|peer TIMES     prints nothing; one Run costs the difference between two TIMES
+//   reader_work CASE reader|stdio|floor TIMES     prints nothing; one Run costs the difference between two TIMES
 //   reader_work heap                             prints one line per figure: name, tab, value
 
 #include "Contender.hpp"
@@ -101,7 +101,7 @@ void Work(const std::string& name, const std::string& who, int times)
 {
     for (const bench::Case& one : bench::Cases()) {
         if (one.name == name) {
-            const auto contender = (who == "reader" ? one.reader : who == "limit" ? one.limit : one.peer)();
+            const auto contender = (who == "reader" ? one.reader : who == "stdio" ? one.stdio : one.floor)();
             for (int i = 0; i < times; ++i) {
                 contender->Run();
             }
@@ -121,7 +121,7 @@ int main(int argc, char** argv)
         } else if (argc == 4) {
             Work(argv[1], argv[2], std::atoi(argv[3]));
         } else {
-            throw std::runtime_error("usage: reader_work CASE reader|limit|peer TIMES, or reader_work heap");
+            throw std::runtime_error("usage: reader_work CASE reader|stdio|floor TIMES, or reader_work heap");
         }
     } catch (const std::exception& error) {
         std::fprintf(stderr, "reader_work: %s\n", error.what());

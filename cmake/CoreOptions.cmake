@@ -45,7 +45,7 @@ function(configure_core_library target map)
   target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O2>)
   target_link_options(${target} PRIVATE $<${released}:LINKER:-z,relro,-z,now,--hash-style=gnu>)
   if(CMAKE_BUILD_TYPE STREQUAL MinSizeRel)
-    # These run once per chunk: 521 instead of 605 instructions a call of NextChunk, for 1175 bytes of code (amd64).
-    set_source_files_properties(AviReadcore/NextChunk.cpp AviReadcore/StreamChunks.cpp PROPERTIES COMPILE_OPTIONS -O2)
+    # It reads the words of every chunk: 619 instead of 900 instructions a delivered chunk, for 767 bytes of code (amd64).
+    set_source_files_properties(AviReadcore/FileAccess.cpp PROPERTIES COMPILE_OPTIONS -O2)
   endif()
 endfunction()

@@ -49,10 +49,13 @@ UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
 {
     const OpenDmlDecoder decode(pAviInfo, stream.source, baseOffset);
     const IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
-    const auto place = [&](IndexEntry entry) { stream.placer.Take(entry); };
-    const auto drop = [](IndexEntry) {};
-    const UInt32 result =
-        stream.HasTrack() ? ForEachEntry(pAviInfo, run, decode, place) : ForEachEntry(pAviInfo, run, decode, drop);
+    const bool bPlaced = stream.HasTrack();
+    const auto place = [&](IndexEntry entry) {
+        if (bPlaced) {
+            stream.placer.Take(entry);
+        }
+    };
+    const UInt32 result = ForEachEntry(pAviInfo, run, decode, place);
     LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> %x", result);
     return result;
 }

@@ -181,7 +181,8 @@ UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 ent
 {
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
     run.eFailedBatch = FailedBatch::IsSilent;
-    const EntrySource source = SourceOf(pAviInfo, EntryKind::Frame, 0); // whatever the stream: nothing is totalled
+    // only the key flag counts, whatever the stream; nothing is totalled
+    constexpr EntrySource source = {EntryKind::Frame, EntryKind::KeyFrame, 0, kNoTrack, Null};
     const OpenDmlDecoder decode(pAviInfo, source, 0);
     return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, decode, counter);
 }

@@ -94,8 +94,26 @@ UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, con
     if (pAviInfo->pFile == Null) {
         return LX_ERR_AVIREAD_READ;
     }
-    const size_t got = ReadPiece(pAviInfo->pFile, target, 0, target.uiSize);
+    const bool bFits = target.uiSize > 0 && target.uiSize <= target.capacity;
+    const size_t got = bFits ? ReadBytes(pAviInfo->pFile, target.pBuffer, target.uiSize)
+                             : ReadPiece(pAviInfo->pFile, target, 0, target.uiSize);
     return got == target.uiSize ? LX_OK : ContinueRead(pAviInfo, family, target, got, pLacking);
+}
+
+UInt32 ReadOneWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord)
+{
+    if (pAviInfo->pFile == Null) {
+        return LX_ERR_AVIREAD_READ;
+    }
+    UInt32 word = 0;
+    const size_t got = ReadWord(pAviInfo->pFile, word);
+    if (got == kWordBytes) {
+        std::memcpy(pWord, &word, kWordBytes);
+        return LX_OK;
+    }
+    const UInt32 part = word; // a copy, because `word` stays in a register if nothing takes its address
+    std::memcpy(pWord, &part, got);
+    return ContinueWord(pAviInfo, family, pWord, kWordBytes, got);
 }
 
 UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord, UInt32 size, size_t got)

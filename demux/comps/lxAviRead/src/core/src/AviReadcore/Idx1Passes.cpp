@@ -7,6 +7,7 @@ namespace {
 
 constexpr UInt32 kKeyFrameFlag = 0x10;
 
+// A record in the batch buffer, which is aligned for records of words.
 const lxAviReadCore_IDXrecord_t& RecordAt(const UInt8* pRecord)
 {
     return *reinterpret_cast<const lxAviReadCore_IDXrecord_t*>(pRecord);
@@ -34,9 +35,11 @@ UInt64 s_uiOffsetBase;
 class Idx1Decoder {
 public:
     explicit Idx1Decoder(const lxAviReadCore_AviInfo_t* pAviInfo)
-        : m_pAviInfo(pAviInfo), m_uiOffsetBase(s_uiOffsetBase), m_pMeaning(Learn(m_slots[0], 0))
+        : m_pAviInfo(pAviInfo), m_uiOffsetBase(s_uiOffsetBase), m_pMeaning(m_slots)
     {
-        std::fill(std::begin(m_slots), std::end(m_slots), *m_pMeaning);
+        for (Meaning& slot : m_slots) {
+            Learn(slot, 0);
+        }
     }
     Idx1Decoder(const Idx1Decoder&) = delete;
     Idx1Decoder& operator=(const Idx1Decoder&) = delete;

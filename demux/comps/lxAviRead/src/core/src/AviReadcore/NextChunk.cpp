@@ -58,7 +58,7 @@ UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
 
 // Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there
 // is less room, enters the next segment, and the caller continues there unchecked.
-UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 {
     const UInt64 end = EndOfDelivery(pAviInfo);
     const bool bHasRoom = pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
@@ -173,6 +173,13 @@ UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return LX_OK;
 }
 
+// The last two characters of an identifier, as text.
+struct TypeText {
+    char characters[3];
+};
+
+TypeText TextOfType(UInt32 id) { return {{static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'}}; }
+
 UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkHeaderBytes));
@@ -180,8 +187,7 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     while (!IsMediaCode(HighHalf(id))) {
         LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
     }
-    const char twocc[] = {static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'};
-    LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", twocc, HighHalf(id), id,
+    LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", TextOfType(id).characters, HighHalf(id), id,
            static_cast<UInt32>(pAviInfo->CurrentOffset));
     return LX_OK;
 }

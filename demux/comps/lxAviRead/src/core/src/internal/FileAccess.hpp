@@ -41,6 +41,9 @@ struct ReadTarget {
 [[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
                               UInt32* pLacking = Null);
 
+// Reads one word.
+[[nodiscard]] UInt32 ReadOneWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord);
+
 // Goes on with the read of a word whose first attempt brought `got` bytes, which is less than `size`.
 [[nodiscard]] UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, void* pWord, UInt32 size,
                                   size_t got);
@@ -54,14 +57,10 @@ template <typename Record>
 [[nodiscard]] UInt32 ReadRecord(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const ReadFamily& family = kCoreRead)
 {
     static_assert(std::is_trivially_copyable_v<Record> && !std::is_pointer_v<Record>);
-    if constexpr (sizeof record > kWordBytes) {
-        return ReadLoop(pAviInfo, family, {&record, sizeof record, sizeof record});
+    if constexpr (sizeof record == kWordBytes) {
+        return ReadOneWord(pAviInfo, family, &record);
     } else {
-        if (pAviInfo->pFile == Null) {
-            return LX_ERR_AVIREAD_READ;
-        }
-        const size_t got = ReadWord(pAviInfo->pFile, reinterpret_cast<UInt8*>(&record), sizeof record);
-        return got == sizeof record ? LX_OK : ContinueWord(pAviInfo, family, &record, sizeof record, got);
+        return ReadLoop(pAviInfo, family, {&record, sizeof record, sizeof record});
     }
 }
 

@@ -37,13 +37,13 @@ struct EntrySource {
     EntryKind eFlaggedKind; // and with it
     UInt32 uiStreamNr;
     UInt32 uiTrack;   // audio track that audio records count for, or kNoTrack
-    UInt32* pPayload; // total of the stream; null for a stream that the headers have not described
+    UInt32* pPayload; // total of the stream; of a stream that the headers have not described, one that nobody reads
 };
 
 // The source of records of a kind; frames with the key flag are key frames.
 EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr);
 
-// What any index record says. It is passed by value, so that it stays in registers.
+// What any index record says. It is passed by value, so that the compiler can keep it in registers.
 struct IndexEntry {
     const EntrySource* pSource;
     EntryKind eKind;

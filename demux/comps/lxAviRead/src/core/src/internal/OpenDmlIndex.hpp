@@ -44,7 +44,7 @@ public:
 
     IndexEntry operator()(const UInt8* pRecord) const
     {
-        const auto& record = *reinterpret_cast<const OpenDmlRecord*>(pRecord);
+        const auto& record = *reinterpret_cast<const OpenDmlRecord*>(pRecord); // the batch buffer is aligned
         return {.pSource = &m_source,
                 .eKind = (record.dwSize & kNoKeyFrameBit) != 0 ? m_source.eKind : m_source.eFlaggedKind,
                 .uiSize = record.dwSize & ~kNoKeyFrameBit,

@@ -72,7 +72,10 @@ inline UInt64 FileOffsetOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 posit
 // the end of the list, since positions start at 4.
 inline UInt64 EndOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    return IsSegmented(pAviInfo) ? EndOf(CurrentSegment(pAviInfo)) : pAviInfo->moviSize;
+    if (!IsSegmented(pAviInfo)) {
+        return pAviInfo->moviSize;
+    }
+    return pAviInfo->pCurrentAvix != Null ? EndOf(*pAviInfo->pCurrentAvix) : EndOf(CurrentSegment(pAviInfo));
 }
 
 } // namespace lxAviReadCore

@@ -18,19 +18,29 @@ inline int ReadByte(FILE* pFile) { return getc_unlocked(pFile); }
 inline size_t ReadBytes(FILE* pFile, void* pBuffer, size_t bytes) { return fread_unlocked(pBuffer, 1, bytes, pFile); }
 #endif
 
-constexpr size_t kWordBytes = 4;
+constexpr size_t kWordBytes = sizeof(UInt32);
 
-// Reads a word, or a part of one, byte by byte; like `fread`, it tells how many bytes came.
-inline size_t ReadWord(FILE* pFile, UInt8* pBuffer, size_t bytes)
+// Reads byte `got` of a word, and counts it; false where none comes.
+inline bool TakeByte(FILE* pFile, UInt32& word, size_t& got)
 {
-    for (size_t i = 0; i < bytes; ++i) {
-        const int character = ReadByte(pFile);
-        if (character == EOF) {
-            return i;
-        }
-        pBuffer[i] = static_cast<UInt8>(character);
+    const int character = ReadByte(pFile);
+    if (character == EOF) {
+        return false;
     }
-    return bytes;
+    word |= static_cast<UInt32>(character) << (8 * got);
+    ++got;
+    return true;
+}
+
+// Reads a word, or a part of one; like `fread`, it tells how many bytes came. There is no loop, so that the compiler
+// knows which byte is which, and keeps the word in a register.
+inline size_t ReadWord(FILE* pFile, UInt32& word)
+{
+    word = 0;
+    size_t got = 0;
+    static_cast<void>(TakeByte(pFile, word, got) && TakeByte(pFile, word, got) && TakeByte(pFile, word, got) &&
+                      TakeByte(pFile, word, got));
+    return got;
 }
 
 } // namespace lxAviReadCore
