@@ -149,8 +149,8 @@ void PrintRow(const bench::Input& film)
     });
     static_cast<void>(lxAviReadCore_Close());
     const std::string name = s_bufferBytes == 0 ? "default" : std::to_string(s_bufferBytes / 1024) + " KiB";
-    std::printf("| %s | %.1f | %.0f | %.0f | %.1f |\n", name.c_str(), fast * 1e6 / static_cast<double>(film.uiChunks), open,
-                play, seek / kSeeks);
+    std::printf("| %s | %.1f | %.0f | %.0f | %.1f |\n", name.c_str(), fast * 1e6 / static_cast<double>(film.uiChunks),
+                open, play, seek / kSeeks);
 }
 
 } // namespace
