@@ -129,6 +129,8 @@ bool Play(UInt32 chunks, UInt32 audioTrack)
             break;
         case LX_AVIREAD_END_OF_MEDIA:
         case LX_ERR_AVIREAD_READ:
+        case LX_ERR_AVIREAD_EOF:
+        case LX_ERR_AVIREAD_ABORTED:
         case LX_ERR_AVIREAD_SEEK:
         case LX_ERR_AVIREAD_JUMP_RANGE: return false;
         case LX_ERR_AVIREAD_BAD_STREAM: break;

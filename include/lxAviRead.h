@@ -169,6 +169,11 @@ LX_AVIREAD_API void lxAviReadCore_IncreaseOffset(UInt32 count);
  *  @return LX_OK or the code of the read that failed */
 LX_AVIREAD_RESULT lxAviReadCore_RemoveChunk(UInt32 size);
 
+/** Stores in `*pSize` how many bytes the last lxAviReadCore_GetChunk, or another read into a buffer of the caller, has
+ *  brought, 0 before the first. After LX_ERR_AVIREAD_EOF this is the part of the payload that the file has.
+ *  In default mode always 0. @return LX_OK */
+LX_AVIREAD_RESULT lxAviReadCore_GetReadSize(UInt32* pSize);
+
 /* ---- Header access ---------------------------------------------------------------------------------------------- */
 
 /** Copies the main AVI header to `*pAvih`. Without a main header `*pAvih` stays unchanged. @return LX_OK */

@@ -130,7 +130,8 @@ protected:
                     read != LX_OK) {
                     return read;
                 }
-            } else if (result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_SEEK ||
+            } else if (result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_EOF ||
+                       result == LX_ERR_AVIREAD_ABORTED || result == LX_ERR_AVIREAD_SEEK ||
                        result == LX_ERR_AVIREAD_JUMP_RANGE) {
                 return result;
             }

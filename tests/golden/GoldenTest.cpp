@@ -260,7 +260,8 @@ protected:
     static bool Ends(const Delivered& got)
     {
         return got.uiResult == LX_AVIREAD_END_OF_MEDIA || got.uiResult == LX_ERR_AVIREAD_READ ||
-               got.uiResult == LX_ERR_AVIREAD_SEEK || got.uiPayloadResult != LX_OK;
+               got.uiResult == LX_ERR_AVIREAD_EOF || got.uiResult == LX_ERR_AVIREAD_SEEK ||
+               got.uiPayloadResult != LX_OK;
     }
 
     // Writes the first chunks in full, and a checksum of the other chunks.

@@ -87,7 +87,7 @@ static void Play(UInt32 chunks)
             if (!Deliver(&chunk)) {
                 return;
             }
-        } else if (result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_READ ||
+        } else if (result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_EOF ||
                    result == LX_ERR_AVIREAD_SEEK || result == LX_ERR_AVIREAD_JUMP_RANGE) {
             return;
         } else if (result != LX_ERR_AVIREAD_BAD_STREAM) {

@@ -20,7 +20,7 @@ struct Chunk0 {
     UInt32 uiSize;
     int iTrack;            // audio track, or -1 for video
     UInt32 uiFrame;        // video frame number
-    UInt32 uiNumber;       // chunk number in its track
+    UInt32 uiNumber;       // number in its track: of the chunk, or in format mode of its first block
     UInt64 uiBytes;        // payload bytes of the track before the chunk
     size_t uiKey = kNoKey; // index into the stored key frames
     Bytes payload;
@@ -42,6 +42,7 @@ struct Model {
     size_t uiAt = 0;   // number of the next chunk
     size_t uiSync = 0; // number of the key frame that is the sync entry
     bool bAudioSync = false;
+    bool bAwaitsSync = false;  // in format mode: a jump was made
     bool bJumped = false;      // the next chunk is the first after a jump
     bool bJumpToVideo = false; // the first chunk after a jump has to be video
     UInt32 uiVideoFrame = 0;
@@ -55,6 +56,7 @@ class Oracle : public ReaderTest {
 protected:
     std::mt19937 random{0};
     std::vector<Stream> tracks;
+    lxAviRead_Strh_t video = {};
     std::vector<Chunk0> chunks;
     std::vector<Key> keys;
     Model model;
@@ -71,9 +73,10 @@ protected:
         const Stream& stream = tracks[static_cast<size_t>(track)];
         const UInt32 tag = static_cast<UInt32>(stream.format[0] | stream.format[1] << 8);
         if (follow) {
-            const double units =
-                stream.header.dwSampleSize != 0 ? static_cast<double>(bytes) / stream.header.dwSampleSize : number;
-            return static_cast<UInt32>(units * stream.header.dwScale * 1000.0 / stream.header.dwRate);
+            const UInt64 sample = stream.header.dwSampleSize;
+            const UInt64 units = sample != 0 ? bytes : number;
+            return static_cast<UInt32>(units * stream.header.dwScale * 1000 /
+                                       (stream.header.dwRate * std::max<UInt64>(sample, 1)));
         }
         const UInt32 perSecond = Get32(stream.format, 8);
         if (tag == 1 || tag == 0x2000) {
@@ -85,13 +88,31 @@ protected:
         return static_cast<UInt32>(number * (stream.header.dwScale * (1000.0 / stream.header.dwRate)));
     }
 
-    static UInt32 VideoTime(UInt32 frame) { return frame * 40; }
+    // What a chunk counts.
+    UInt32 Units(int track, UInt32 size) const
+    {
+        const Stream& stream = tracks[static_cast<size_t>(track)];
+        const UInt32 block = Get32(stream.format, 12) & 0xFFFFu;
+        return follow && stream.header.dwSampleSize == 0 && block > 4 ? (size + block - 1) / block : 1;
+    }
+
+    // In format mode the rate of the stream counts, not the 40 ms of the main header.
+    UInt32 VideoTime(UInt32 frame) const
+    {
+        return follow ? static_cast<UInt32>((UInt64{video.dwStart} + frame) * video.dwScale * 1000 / video.dwRate)
+                      : frame * 40;
+    }
 
     // ---- The file ----
 
     // In format mode some tracks have headers as many writers write them; default mode computes wrong times from these.
     Stream RandomTrack()
     {
+        if (follow && Pick(0, 3) == 0) {
+            Stream stream = Mp3VbrStream(8000); // chunks of several blocks, or none
+            stream.format = AudioFormat(0x161, 2, 8000, 2000, 100, 0);
+            return stream;
+        }
         if (follow && Pick(0, 2) == 0) {
             Stream stream = PcmStream(8000, 2, 16);
             stream.header.dwScale = 1;
@@ -126,6 +147,28 @@ protected:
         return bytes;
     }
 
+    // The rate of usual films, 25 frames a second, or one of its relatives, with or without a start.
+    Stream RandomVideo()
+    {
+        static constexpr UInt32 kRates[][2] = {{25, 1}, {30000, 1001}, {1000000, 41667}};
+        const auto& rate = kRates[follow ? Pick(0, 2) : 0];
+        Stream stream = VideoStream(rate[0], rate[1]);
+        stream.header.dwStart = follow ? Pick(0, 3) : 0;
+        video = stream.header;
+        return stream;
+    }
+
+    // In format mode a track can begin before the picture, or later.
+    void AddAudio(AviBuilder& builder, UInt32 frame, const std::vector<UInt32>& begins)
+    {
+        for (UInt32 t = 0; t < tracks.size(); ++t) {
+            const UInt32 most = frame == 0 && follow && Pick(0, 2) == 0 ? 60 : 2;
+            for (UInt32 n = frame < begins[t] ? 0 : Pick(0, most); n > 0; --n) {
+                builder.Audio(t + 1, Fill(Pick(follow ? 0 : 1, 300), static_cast<UInt8>(random())));
+            }
+        }
+    }
+
     AviBuilder RandomFile(IndexKind eKind, UInt32 budgetLeafs)
     {
         AviBuilder builder;
@@ -135,11 +178,13 @@ protected:
             builder.beforeMovi = RandomSurroundings();
             builder.behindMovi = RandomSurroundings();
         }
-        builder.Add(VideoStream());
+        builder.Add(RandomVideo());
         tracks.clear();
+        std::vector<UInt32> begins;
         for (UInt32 t = Pick(0, 3); t > 0; --t) {
             tracks.push_back(RandomTrack());
             builder.Add(tracks.back());
+            begins.push_back(follow && Pick(0, 3) == 0 ? Pick(1, 60) : 0);
         }
         const bool bSuper = eKind == IndexKind::SuperStandard || eKind == IndexKind::SuperField;
         const UInt32 step = Pick(1, 6);
@@ -149,11 +194,7 @@ protected:
             builder.dmlhTotalFrames = frames + 1;
         }
         for (UInt32 i = 0; i < frames; ++i) {
-            for (UInt32 t = 0; t < tracks.size(); ++t) {
-                for (UInt32 n = Pick(0, 2); n > 0; --n) {
-                    builder.Audio(t + 1, Fill(Pick(1, 300), static_cast<UInt8>(random())));
-                }
-            }
+            AddAudio(builder, i, begins);
             if ((IsIdx1(eKind) || follow) && Pick(0, 9) == 0) {
                 builder.Drm(0, Fill(10, static_cast<UInt8>(i)));
             }
@@ -206,7 +247,8 @@ protected:
                     keys.push_back({chunks.size(), chunk.uiFrame, offset, {}});
                 }
             } else {
-                chunk.uiNumber = numbers[chunk.iTrack]++;
+                chunk.uiNumber = numbers[chunk.iTrack];
+                numbers[chunk.iTrack] += Units(chunk.iTrack, chunk.uiSize);
                 chunk.uiBytes = bytes[chunk.iTrack];
                 bytes[chunk.iTrack] += chunk.uiSize;
             }
@@ -229,10 +271,10 @@ protected:
         }
         size_t at = 1;
         for (size_t k = 0; k < keys.size() && !own.empty(); ++k) {
-            const UInt32 keyTime = k == 0 ? 0 : VideoTime(keys[k].uiFrame);
+            const UInt32 keyTime = k == 0 && !follow ? 0 : VideoTime(keys[k].uiFrame);
             const auto begins = [&](size_t n) {
                 const UInt64 bytes = follow ? own[n]->uiBytes : own[n - 1]->uiBytes + own[n]->uiSize;
-                return AudioTime(track, static_cast<UInt32>(n), bytes);
+                return AudioTime(track, own[n]->uiNumber, bytes);
             };
             while (at < own.size() && begins(at) <= keyTime) {
                 ++at;
@@ -277,9 +319,10 @@ protected:
         const float block =
             follow ? static_cast<float>(stream.header.dwScale * 1000.0) / static_cast<float>(stream.header.dwRate)
                    : static_cast<float>(blockBytes * 1000.0) / static_cast<float>(Get32(stream.format, 8));
-        const float video = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
-        const auto audio = static_cast<float>(AudioTime(chunk.iTrack, model.audioNumber[chunk.iTrack], bytes));
-        const float blocks = (video - (block + audio)) / block;
+        const float sync = static_cast<float>(VideoTime(keys[model.uiSync].uiFrame));
+        const UInt32 number = follow ? chunk.uiNumber : model.audioNumber[chunk.iTrack];
+        const auto audio = static_cast<float>(AudioTime(chunk.iTrack, number, bytes));
+        const float blocks = (sync - (block + audio)) / block;
         if (!(blocks >= 1.0f)) {
             return 0;
         }
@@ -332,14 +375,35 @@ protected:
         ASSERT_EQ(got.uiResult, bDeliver ? LX_OK : LX_ERR_AVIREAD_VIDEO_SKIPPED);
         if (bDeliver) {
             ASSERT_EQ(got.chunk.bKeyFrame, chunk.uiKey != kNoKey ? 1 : 0);
-            ASSERT_EQ(got.chunk.uiFrameNumber, model.uiVideoFrame);
+            ASSERT_EQ(got.chunk.uiFrameNumber, follow ? chunk.uiFrame : model.uiVideoFrame);
             ASSERT_EQ(got.chunk.bDrm, chunk.uiStart != chunk.uiHeader ? 1 : 0);
             ASSERT_EQ(got.payload, chunk.payload);
         }
     }
 
+    // In format mode every chunk has the number and the position that it has in the file, on whatever way it is reached.
+    // Chunks before the sync chunk are rejected.
+    void ExpectAudioByFormat(const Chunk0& chunk, const Delivered& got, UInt32 selected)
+    {
+        const bool bEarly = model.bAwaitsSync && chunk.uiHeader < keys[model.uiSync].audio[chunk.iTrack].uiOffset;
+        if (chunk.iTrack != static_cast<int>(selected) || bEarly) {
+            ASSERT_EQ(got.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
+            return;
+        }
+        const UInt32 trimmed = model.bAudioSync ? Trim(chunk, chunk.uiBytes) : 0;
+        model.bAudioSync = false;
+        ASSERT_EQ(got.uiResult, LX_OK);
+        ASSERT_EQ(got.chunk.uiFrameNumber, chunk.uiNumber);
+        ASSERT_EQ(got.chunk.uiBytePosition, chunk.uiBytes + trimmed);
+        ASSERT_EQ(got.payload, Bytes(chunk.payload.begin() + trimmed, chunk.payload.end()));
+    }
+
     void ExpectAudio(const Chunk0& chunk, const Delivered& got, UInt32 selected)
     {
+        if (follow) {
+            ExpectAudioByFormat(chunk, got, selected);
+            return;
+        }
         UInt32& number = model.audioNumber[chunk.iTrack];
         UInt64& bytes = model.audioBytes[chunk.iTrack];
         if (chunk.iTrack != static_cast<int>(selected)) {
@@ -371,6 +435,7 @@ protected:
     {
         model.uiVideoFrame = 0;
         model.bJumped = true;
+        model.bAwaitsSync = true;
         for (model.uiAt = 0; model.uiAt < chunks.size(); ++model.uiAt) {
             if (chunks[model.uiAt].uiStart == offset || chunks[model.uiAt].uiHeader == offset) {
                 return;
@@ -386,7 +451,7 @@ protected:
         const Key& target = keys[key];
         const bool bAudio = track >= 0 && (target.audio[track].uiOffset != 0 || !follow);
         GoTo(bAudio ? std::min(target.uiOffset, target.audio[track].uiOffset) : target.uiOffset);
-        if (!bAgain) {
+        if (!bAgain || follow) {
             model.bJumpToVideo = !bAudio || target.audio[track].uiOffset >= target.uiOffset;
         }
         for (UInt32 t = 0; t < 8; ++t) {
@@ -400,6 +465,7 @@ protected:
     void ArmVideoOnly(size_t key)
     {
         GoTo(keys[key].uiOffset);
+        model.bJumpToVideo = model.bJumpToVideo || follow;
         model.uiSync = key;
         model.bAudioSync = true;
     }

@@ -88,8 +88,15 @@ namespace {
 
 bool IsEnd(UInt32 result)
 {
-    return result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_READ || result == LX_ERR_AVIREAD_SEEK ||
-           result == LX_ERR_AVIREAD_JUMP_RANGE;
+    switch (result) {
+    case LX_AVIREAD_END_OF_MEDIA:
+    case LX_ERR_AVIREAD_READ:
+    case LX_ERR_AVIREAD_EOF:
+    case LX_ERR_AVIREAD_ABORTED:
+    case LX_ERR_AVIREAD_SEEK:
+    case LX_ERR_AVIREAD_JUMP_RANGE: return true;
+    default: return false;
+    }
 }
 
 } // namespace

@@ -128,6 +128,8 @@ bool Reader::IsEnd(const Item& item)
     switch (item.result) {
     case LX_AVIREAD_END_OF_MEDIA:
     case LX_ERR_AVIREAD_READ:
+    case LX_ERR_AVIREAD_EOF:
+    case LX_ERR_AVIREAD_ABORTED:
     case LX_ERR_AVIREAD_SEEK:
     case LX_ERR_AVIREAD_JUMP_RANGE: return true;
     default: return false;

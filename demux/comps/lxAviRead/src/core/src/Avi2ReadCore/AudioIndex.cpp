@@ -180,7 +180,7 @@ UInt32 lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t* pAviInfo, 
     AudioStream stream = {SourceOf(pAviInfo, EntryKind::Audio, StreamOfChunks(dwChunkId)), {}};
     stream.source.uiTrack = audioTrackNumber;
     stream.placer.Begin(pAviInfo, audioTrackNumber, kOpenDmlPlacerMessages);
-    stream.placer.Resume(*pState, *pCursor, *pCursorTimeMsec);
+    stream.placer.Resume(*pState, *pCursor, *pCursorTimeMsec, stream.source.uiBlockBytes);
     const UInt32 result = PlaceRun(pAviInfo, uiSubIndexType, uiNoOfEntries, qwBaseOffset, stream);
     *pState = stream.placer.State();
     *pCursor = stream.placer.Cursor();

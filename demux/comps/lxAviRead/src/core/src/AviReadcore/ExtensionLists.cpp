@@ -82,6 +82,7 @@ UInt32 FindMovi(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position, UInt32 riffS
     for (UInt64 at = first; at == first || at + kListHeaderBytes <= end;) {
         ChunkHeader chunk = {};
         UInt32 type = 0;
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
         if (!SeekAndRemember(pAviInfo, at, kFromStart)) {
             return LX_ERR_AVIREAD_SEEK;
         }
@@ -149,6 +150,7 @@ UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
     ChainEnd end = {pAviInfo->pCurrentAvix};
     for (;;) {
         LX_LOG(kLevelHeader, "In the While Loop, searching for a RIFF ");
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
         UInt32 code = 0;
         if (const UInt32 result = ReadRecord(pAviInfo, code); result != LX_OK) {
             return result == LX_ERR_AVIREAD_EOF ? LX_OK : result;

@@ -25,7 +25,10 @@ constexpr MessageRow<ReadText> kCoreReadMessages[] = {
 };
 static_assert(IsMessageTable(kCoreReadMessages, kReadTextArguments));
 
-constexpr UInt32 kJunkBytes = 1024; // skipped at a time; inputs that cannot seek are read
+constexpr UInt32 kJunkBytes = 1024;     // skipped at a time; inputs that cannot seek are read
+constexpr UInt32 kLongSkipBytes = 8192; // two buffers of stdio: a shorter skip is read, because most of it is there
+
+UInt32 s_uiReadSize; // bytes that the last read for a caller has brought
 
 // Reads the bytes of a piece that the buffer has no room for.
 size_t ReadAndDrop(FILE* pFile, size_t left)
@@ -54,6 +57,14 @@ size_t ReadPiece(FILE* pFile, const ReadTarget& target, UInt64 position, size_t 
     return bRoomIsUsedUp ? got + ReadAndDrop(pFile, left - wanted) : got;
 }
 
+// Stores the number of bytes that have not come, where somebody wants to know it.
+void Tell(UInt32* pLacking, UInt32 lacking)
+{
+    if (pLacking != Null) {
+        *pLacking = lacking;
+    }
+}
+
 // Goes on with a read whose first attempt brought `got` bytes, which is less than it wants.
 UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, size_t got,
                     UInt32* pLacking)
@@ -62,9 +73,7 @@ UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
     UInt32 left = target.uiSize;
     for (UInt32 attempts = 1; got < left; ++attempts) {
         if (lxAviReadCore_FileEof(pAviInfo) != 0) {
-            if (pLacking != Null) {
-                *pLacking = left - static_cast<UInt32>(got);
-            }
+            Tell(pLacking, left - static_cast<UInt32>(got));
             // Quirk Q05: the message names the read error, the result is the end of the file.
             LogRow(family.pMessages, ReadText::EndOfFile, LX_ERR_AVIREAD_READ, static_cast<Int32>(LX_ERR_AVIREAD_READ),
                    left + target.uiOthers);
@@ -72,6 +81,7 @@ UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
         }
         position += ReadAdvance(pAviInfo, got);
         left -= static_cast<UInt32>(got);
+        Tell(pLacking, left);
         if (family.bAbortable && IsAborted(pAviInfo)) {
             return LX_ERR_AVIREAD_ABORTED;
         }
@@ -124,8 +134,13 @@ UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
 UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer, UInt32 size)
 {
     constexpr size_t kAnyCapacity = SIZE_MAX;
-    return pBuffer != Null ? ReadLoop(pAviInfo, family, {pBuffer, kAnyCapacity, size}) : LX_OK;
+    UInt32 lacking = pBuffer != Null && pAviInfo->pFile != Null ? 0 : size;
+    const UInt32 result = pBuffer != Null ? ReadLoop(pAviInfo, family, {pBuffer, kAnyCapacity, size}, &lacking) : LX_OK;
+    s_uiReadSize = size - lacking;
+    return result;
 }
+
+void ForgetReadSize() { s_uiReadSize = 0; }
 
 UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk)
 {
@@ -178,18 +193,32 @@ void lxAviReadCore_GetFilePosition(UInt64* pPosition)
 
 void lxAviReadCore_IncreaseOffset(UInt32 count) { lxAviReadCore_AviInfo.CurrentOffset += count; }
 
+UInt32 lxAviReadCore_GetReadSize(UInt32* pSize)
+{
+    LX_ASSERT(pSize != Null, "pSize!= Null", "Parameter for lxAviReadCore_GetReadSize shouldn't be a null pointer");
+    if (pSize != Null) {
+        *pSize = ReadSizeIsTold(&lxAviReadCore_AviInfo) ? s_uiReadSize : 0;
+    }
+    return LX_OK;
+}
+
 UInt32 lxAviReadCore_RemoveChunk(UInt32 size)
 {
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     if (size == 0) {
         // Quirk Q08: it sounds like a failure and is none.
         LX_LOG(kLevelBadParameter,
                "lxAviReadCore_RemoveChunk : size == 0 something is wrong returning LX_ERR_BAD_PARAMETER");
         return LX_OK;
     }
-    for (UInt32 left = size; left > 0;) {
+    // the last byte is read, so that the end of the file is noticed
+    const bool bSought = size > kLongSkipBytes && LongSkipsSeek(pAviInfo) && lxalAviRead_FileSeekPossible != 0 &&
+                         SeekAndRemember(pAviInfo, size - 1, kFromHere);
+    for (UInt32 left = bSought ? 1 : size; left > 0;) {
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
         const UInt32 piece = std::min(left, kJunkBytes);
         UInt32 junk[kJunkBytes / sizeof(UInt32)];
-        LX_AVIREAD_TRY(ReadLoop(&lxAviReadCore_AviInfo, kCoreRead, {junk, sizeof junk, piece}));
+        LX_AVIREAD_TRY(ReadLoop(pAviInfo, kCoreRead, {junk, sizeof junk, piece}));
         left -= piece;
     }
     return LX_OK;

@@ -67,6 +67,7 @@ UInt32 Read(Walk& walk, Record& record)
 
 UInt32 ReadHeader(Walk& walk, Place& place)
 {
+    LX_AVIREAD_TRY(HearAbort(walk.pAviInfo));
     place.uiOffset = walk.uiAt;
     LX_AVIREAD_TRY(Read(walk, place.chunk.uiCode));
     LX_AVIREAD_TRY(Read(walk, place.chunk.uiSize));
@@ -79,8 +80,8 @@ UInt32 ReadHeader(Walk& walk, Place& place)
 
 bool MayBelongToMovi(UInt32 code)
 {
-    return IsMediaCode(HighHalf(code)) || LowHalf(code) == TwoCC("ix") || code == FourCC("JUNK") ||
-           code == FourCC("LIST");
+    return IsMediaCode(HighHalf(code)) || HighHalf(code) == TwoCC("tx") || IsInterleavedType(HighHalf(code)) ||
+           LowHalf(code) == TwoCC("ix") || code == FourCC("JUNK") || code == FourCC("LIST");
 }
 
 // Measures media data whose writer has left their size 0.

@@ -15,10 +15,16 @@ const lxAviReadCore_IDXrecord_t& RecordAt(const UInt8* pRecord)
 
 bool IsAudio(const UInt8* pRecord) { return RecordAt(pRecord).uiChunkType == TwoCC("wb"); }
 
-// The kind of a record without the key flag.
-EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream)
+// The kind of a record without the key flag. `bInterleaved` tells that its stream is DV with its audio inside.
+EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream, bool bInterleaved)
 {
     switch (chunkType) {
+    case TwoCC("__"):
+    case TwoCC("iv"):
+        if (!bInterleaved) {
+            return EntryKind::Other;
+        }
+        [[fallthrough]];
     case TwoCC("db"):
     case TwoCC("dc"): return bMainVideoStream ? EntryKind::Frame : EntryKind::OtherVideo;
     case TwoCC("dd"): return bMainVideoStream ? EntryKind::MainDrm : EntryKind::OtherDrm;
@@ -82,7 +88,8 @@ const Idx1Decoder::Meaning* Idx1Decoder::Recall(UInt32 id)
 const Idx1Decoder::Meaning* Idx1Decoder::Learn(Meaning& slot, UInt32 id) const
 {
     const UInt16 streamNr = StreamNumber(LowHalf(id));
-    const EntryKind eKind = KindOf(HighHalf(id), IsMainVideoStream(m_pAviInfo, streamNr));
+    const EntryKind eKind =
+        KindOf(HighHalf(id), IsMainVideoStream(m_pAviInfo, streamNr), IsInterleavedStream(m_pAviInfo, streamNr));
     slot = {id, SourceOf(m_pAviInfo, eKind, streamNr)};
     return &slot;
 }
@@ -175,7 +182,7 @@ public:
         const UInt32 track = entry.pSource->uiTrack;
         if (track < LX_AVIREAD_AUDIO_TRACKS) {
             CountPayload(entry);
-            CountAudioChunk(m_tracks[track].state, entry);
+            m_tracks[track].uiNumber = CountAudioChunk(m_tracks[track].state, entry);
             GiveToWaitingKeyFrames(track);
         }
     }
@@ -183,6 +190,7 @@ public:
 private:
     struct Track {
         AudioState state; // bHaveChunk: a chunk came since the key frame stored last
+        UInt32 uiNumber;  // of its last chunk
         UInt32 uiWaiting; // key frames stored last that still wait for a chunk
     };
 
@@ -203,7 +211,7 @@ private:
                 ++audio.uiWaiting;
                 continue;
             }
-            WriteAudio(entry, track, audio.state);
+            WriteAudio(entry, track, audio.state, audio.uiNumber);
             audio.state.bHaveChunk = 0; // no key frame waits now: the chunk was given to all that waited
             Log("ahead of video ", m_video.Builder().ItemNr(), track, entry);
         }
@@ -219,7 +227,7 @@ private:
             LX_ASSERT(bThere, "TempLeaf != Null",
                       "reached start of List structure but tempAudioData.storeNext[audioTrackNumber]>0");
             if (bThere) {
-                WriteAudio(*table.At(position), track, audio.state);
+                WriteAudio(*table.At(position), track, audio.state, audio.uiNumber);
                 Log("", position.itemNr, track, *table.At(position));
                 bThere = table.Prev(position);
             }

@@ -12,6 +12,9 @@ EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, U
             .eFlaggedKind = eKind == EntryKind::Frame ? EntryKind::KeyFrame : eKind,
             .uiStreamNr = streamNr,
             .uiTrack = IndexedTrackOf(pAviInfo, streamNr),
+            .uiBlockBytes = bDescribed && eKind == EntryKind::Audio
+                                ? AudioUnitsOf(pAviInfo, *FindStream(pAviInfo, streamNr)).uiBlockBytes
+                                : 0,
             .pPayload = bDescribed ? &FindStream(pAviInfo, streamNr)->uiStreamSize : &s_uiNobodys};
 }
 
@@ -98,6 +101,10 @@ double MillisecondsPerFrame(const lxAviReadCore_AviInfo_t* pAviInfo)
 UInt32 SettleKeyFrames(const lxAviReadCore_AviInfo_t* pAviInfo, const FrameCounter& counter)
 {
     s_survey = {KeyFrameRule::ByFlag, counter.Frames()};
+    if (pAviInfo->videoStreamNr >= 0 && IsInterleavedStream(pAviInfo, static_cast<UInt32>(pAviInfo->videoStreamNr))) {
+        s_survey.eRule = KeyFrameRule::EveryFrame; // whatever the index flags
+        return counter.Frames();
+    }
     if (counter.KeyFrames() > 0 || counter.Frames() == 0 || !IndexesNeedNoKeyFlag(pAviInfo)) {
         return counter.KeyFrames();
     }
@@ -116,7 +123,7 @@ KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages 
     : m_builder(pAviInfo, pMessages), m_uiSkipKey(skipKey),
       m_ePassedOn(s_survey.eRule == KeyFrameRule::ByFlag && !IsLogged(kLevelIndex) ? EntryKind::Frame
                                                                                    : EntryKind::None),
-      m_millisecondsPerFrame(MillisecondsPerFrame(pAviInfo))
+      m_pAviInfo(pAviInfo), m_millisecondsPerFrame(MillisecondsPerFrame(pAviInfo))
 {
 }
 
@@ -178,6 +185,16 @@ void KeyFrameFiller::PassOver(bool bKeyFrame)
     }
 }
 
+// The time of the frame. In the default mode it leaves out the start of the stream, which stream times include.
+UInt64 KeyFrameFiller::FrameTime() const
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(m_pAviInfo, m_pAviInfo->videoStreamNr);
+    if (TableHasStreamTimes(m_pAviInfo) && pVideo != Null) { // GCOVR_EXCL_BR_LINE: frames are of a stream
+        return ExactVideoTime(m_pAviInfo, *pVideo, m_uiFrameNumber);
+    }
+    return static_cast<UInt64>(static_cast<double>(m_uiFrameNumber) * m_millisecondsPerFrame);
+}
+
 Entry* KeyFrameFiller::Store(IndexEntry entry)
 {
     Entry* const pEntry = m_builder.Append();
@@ -186,8 +203,7 @@ Entry* KeyFrameFiller::Store(IndexEntry entry)
     }
     pEntry->videoFrameNumber = m_uiFrameNumber;
     pEntry->videoChunkOffset = m_bDrmPending ? m_uiDrmOffset : entry.uiOffset;
-    // Quirk Q46: the time leaves out the start of the stream, which stream times include.
-    pEntry->timeMsec = static_cast<UInt64>(static_cast<double>(m_uiFrameNumber) * m_millisecondsPerFrame);
+    pEntry->timeMsec = FrameTime();
     LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Storing key video fr#%d item#%d time=%d.%d offset=%d.%d",
            m_uiFrameNumber, m_builder.ItemNr(), LX_HILO(pEntry->timeMsec), LX_HILO(pEntry->videoChunkOffset));
     return pEntry;
@@ -201,10 +217,15 @@ void AudioPlacer::Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, c
     m_pMessages = &messages;
     m_uiTrack = track;
     m_bLogged = IsLogged(kLevelIndex | kLevelChunk);
+    if (FirstKeyFrameHasItsTime(pAviInfo)) {
+        TakeCursorTime();
+    }
 }
 
-void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime)
+void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime, UInt32 blockBytes)
 {
+    const auto lastSize = static_cast<UInt32>(state.totalBytes - state.lastChunkBytePosition);
+    m_uiNumber = state.chunkCount == 0 ? kNoChunk : state.chunkCount - UnitsOfChunk(blockBytes, lastSize);
     m_state = state;
     m_cursor = cursor;
     m_uiCursorTime = cursorTime;
@@ -212,7 +233,7 @@ void AudioPlacer::Resume(const AudioState& state, const Position& cursor, UInt32
 
 void AudioPlacer::LogStored(const Position& position) const
 {
-    LogRow(m_pMessages->pRows, PlacerText::Stored, m_uiTrack, position.leafNr, position.itemNr, m_state.chunkCount - 1,
+    LogRow(m_pMessages->pRows, PlacerText::Stored, m_uiTrack, position.leafNr, position.itemNr, m_uiNumber,
            LX_HILO(m_state.lastChunkOffset), LX_HILO(m_state.lastChunkBytePosition));
 }
 
@@ -245,7 +266,7 @@ void AudioPlacer::TakeCursorTime()
 void AudioPlacer::Place()
 {
     if (Entry* const pEntry = KeyFrameTable(m_pAviInfo).At(m_cursor); pEntry != Null) {
-        WriteAudio(*pEntry, m_uiTrack, m_state);
+        WriteAudio(*pEntry, m_uiTrack, m_state, m_uiNumber);
     }
     const Position before = m_cursor;
     if (m_pMessages->bMovedFirst) {
@@ -309,8 +330,9 @@ void AudioPlacer::CompleteLeaf(Leaf& leaf, UInt32 leafNr) const
         return;
     }
     const AudioState state = m_state;
+    const UInt32 number = m_uiNumber;
     for (UInt32 i = leafNr == m_cursor.leafNr ? m_cursor.itemNr : 0; i < leaf.arrayLength; ++i) {
-        WriteAudio(leaf.array[i], m_uiTrack, state);
+        WriteAudio(leaf.array[i], m_uiTrack, state, number);
     }
 }
 

@@ -134,7 +134,7 @@ UInt32 lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber)
                        "lastPlayedKeyFrame.Offset", Here())) {
         return LX_OK;
     }
-    // Quirk Q28: bJumpToVideo is not changed. Without audio the audio counters are not changed either.
+    // The default mode does not change bJumpToVideo here, nor the audio counters where no audio is played.
     const JumpRules rules = {.bLoadVideoCounter = true, .bLoadAudioCounters = track >= 0};
     const bool bToAudio = ArmJump(pAviInfo, lastPlayedKeyFrame, *pEntry, track, rules);
     if (track >= 0) {

@@ -8,14 +8,19 @@
 // Before a header is read, a pending jump is executed; where a `movi` list ends, the next segment takes over. The
 // state's `CurrentOffset` is the position of the file, except while a payload that was counted has not been read yet.
 
+#include "internal/Delivery.hpp"
+#include "internal/PendingJump.hpp"
 #include "internal/Segments.hpp"
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
+
+#include <algorithm>
 
 namespace lxAviReadCore {
 namespace {
 
 constexpr UInt32 kSizeBytes = 4;
+constexpr UInt32 kSlideBytes = 1024; // slid over between two looks at the abort flag
 // Behind a "dd" code: its size, its descriptor, and the code of the next chunk.
 constexpr UInt32 kDrmBytes = kSizeBytes + LX_AVIREAD_DRM_BYTES + kChunkCodeBytes;
 
@@ -27,17 +32,17 @@ constexpr char kDrmSize[] = "reding i";
 constexpr char kDrm[] = "reding wDrmKeyNr";
 constexpr char kSize[] = "reding size";
 
-UInt32 ReportFailedRead(const char* pPart, SourcePlace place)
+UInt32 ReportFailedRead(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result, const char* pPart, SourcePlace place)
 {
     LX_LOG(kLevelError, "lxAviReadCore_NextChunk : Error %s at line:%d", pPart, place.iLine);
-    return LX_ERR_AVIREAD_READ;
+    return ReasonOfFailedRead(pAviInfo, result);
 }
 
-// Every failure of a header read is the same to the caller, the end of the file and an abort included.
 template <typename Record>
 UInt32 ReadHeaderPart(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pPart, SourcePlace place)
 {
-    return ReadRecord(pAviInfo, record) == LX_OK ? LX_OK : ReportFailedRead(pPart, place);
+    const UInt32 result = ReadRecord(pAviInfo, record);
+    return result == LX_OK ? LX_OK : ReportFailedRead(pAviInfo, result, pPart, place);
 }
 
 // The same, and counted.
@@ -65,62 +70,6 @@ inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
     return bHasRoom ? LX_OK : EnterNextSegment(pAviInfo); // Quirk Q20
 }
 
-// ---- The pending jump ----
-
-bool IsVideoCode(UInt16 twocc) { return twocc == TwoCC("dc") || twocc == TwoCC("db"); }
-
-// Whether `bytes` are a "dd" chunk and the identifier of the frame that it belongs to.
-bool IsProtectedFrame(const UInt8 (&bytes)[kDrmChunkBytes + kChunkCodeBytes])
-{
-    const auto drmId = Load<UInt32>(bytes);
-    const auto drmSize = Load<UInt32>(bytes + kChunkCodeBytes);
-    const auto frameId = Load<UInt32>(bytes + kDrmChunkBytes);
-    return HighHalf(drmId) == TwoCC("dd") && drmSize == LX_AVIREAD_DRM_BYTES && IsVideoCode(HighHalf(frameId)) &&
-           LowHalf(drmId) == LowHalf(frameId);
-}
-
-// An index may list a protected frame at its own position: the jump then goes to the "dd" chunk directly before it.
-UInt64 StartOfFrame(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
-{
-    const UInt64 first = StartOf(CurrentSegment(pAviInfo));
-    const UInt64 before = target - kDrmChunkBytes;
-    UInt8 bytes[kDrmChunkBytes + kChunkCodeBytes] = {};
-    if (target < first + kDrmChunkBytes || !SeekAndRemember(pAviInfo, before, kFromStart) ||
-        ReadRecord(pAviInfo, bytes) != LX_OK) {
-        return target;
-    }
-    return IsProtectedFrame(bytes) ? before : target;
-}
-
-UInt32 SeekToJumpTarget(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    UInt64 target = FileOffsetOf(pAviInfo, pAviInfo->CurrentOffset);
-    if (pAviInfo->bAbsoluteOffsets == 1 && !EnterSegmentOf(pAviInfo, target)) {
-        return LX_ERR_AVIREAD_JUMP_RANGE;
-    }
-    if (ProtectedFramesHaveTwoStarts(pAviInfo)) {
-        target = StartOfFrame(pAviInfo, target);
-        pAviInfo->CurrentOffset = target;
-    }
-    SeekAndRemember(pAviInfo, target, kFromStart);
-    lxalAviRead_VideoFrame = 0; // Quirk Q21: until the key frame is met
-    return LX_OK;
-}
-
-UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
-{
-    pAviInfo->CurrentOffset = pAviInfo->JumpOffset;
-    *pJumped = 1;
-    LX_ASSERT(lxalAviRead_FileSeekPossible, "lxalAviRead_FileSeekPossible",
-              "Jump is set but fseek doesn't work. Programming error");
-    if (lxalAviRead_FileSeekPossible != 0) {
-        LX_AVIREAD_TRY(SeekToJumpTarget(pAviInfo));
-    }
-    pAviInfo->JumpOffset = 0;
-    LX_LOG(kLevelSeek, "lxAviReadCore_NextChunk : Offset %d.%d", LX_HILO(pAviInfo->CurrentOffset));
-    return LX_OK;
-}
-
 // ---- The way to the next media chunk ----
 
 bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
@@ -128,9 +77,21 @@ bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");
 }
 
+// Whether the identifier is one of an "iavs" stream, which has chunk types of its own.
+bool IsInterleavedChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    return IsInterleavedType(HighHalf(id)) && IsInterleavedStream(pAviInfo, StreamNumber(LowHalf(id)));
+}
+
+bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    return IsMediaCode(HighHalf(id)) || (HighHalf(id) == TwoCC("tx") && TextHasTwoTypes(pAviInfo)) ||
+           IsInterleavedChunk(pAviInfo, id);
+}
+
 bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
-    return IsMediaCode(HighHalf(id)) || IsSteppedOver(pAviInfo, id);
+    return IsMediaChunk(pAviInfo, id) || IsSteppedOver(pAviInfo, id);
 }
 
 // Steps over a chunk whose identifier has been read, and reads the next identifier.
@@ -140,8 +101,8 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
     size = MakeEven(size);
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
-    if (LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)) != LX_OK) {
-        return LX_ERR_AVIREAD_READ;
+    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
+        return ReasonOfFailedRead(pAviInfo, result);
     }
     pAviInfo->CurrentOffset += size;
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkCodeBytes));
@@ -153,8 +114,10 @@ UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     const int character = ReadByte(pAviInfo->pFile);
     auto next = static_cast<UInt8>(character);
-    if (character == EOF && ContinueWord(pAviInfo, kCoreRead, &next, sizeof next, 0) != LX_OK) {
-        return ReportFailedRead(kSlide, Here());
+    if (character == EOF) {
+        if (const UInt32 result = ContinueWord(pAviInfo, kCoreRead, &next, sizeof next, 0); result != LX_OK) {
+            return ReportFailedRead(pAviInfo, result, kSlide, Here());
+        }
     }
     pAviInfo->CurrentOffset += sizeof next;
     id = id >> 8 | static_cast<UInt32>(next) << 24;
@@ -162,11 +125,12 @@ UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 }
 
 // Quirk Q44: lets the identifier slide over the file, be it a list header, a pad byte or damage, to the next one that
-// means something or to the end of the segment.
+// means something, to the end of the segment, or so far that the abort flag is due to be looked at.
 UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));
-    UInt64 room = RoomLeft(pAviInfo); // 0 in a next segment that is empty: one byte is read all the same
+    // 0 in a next segment that is empty: one byte is read all the same
+    UInt64 room = std::min<UInt64>(RoomLeft(pAviInfo), kSlideBytes);
     do {
         LX_AVIREAD_TRY(SlideByOne(pAviInfo, id));
     } while (room-- > 1 && !MeansSomething(pAviInfo, id));
@@ -180,11 +144,24 @@ struct TypeText {
 
 TypeText TextOfType(UInt32 id) { return {{static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'}}; }
 
+// Ends a search that is aborted. The next one begins with the identifier that this one has come to.
+UInt32 EndSearchOnAbort(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const UInt32 result = HearAbort(pAviInfo);
+    const UInt64 before = pAviInfo->CurrentOffset - kChunkCodeBytes;
+    if (result != LX_OK && lxalAviRead_FileSeekPossible != 0 &&
+        SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, before), kFromStart)) {
+        pAviInfo->CurrentOffset = before;
+    }
+    return result;
+}
+
 UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkHeaderBytes));
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, id, kId, Here()));
-    while (!IsMediaCode(HighHalf(id))) {
+    while (!IsMediaChunk(pAviInfo, id)) {
+        LX_AVIREAD_TRY(EndSearchOnAbort(pAviInfo));
         LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
     }
     LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", TextOfType(id).characters, HighHalf(id), id,
@@ -192,10 +169,13 @@ UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return LX_OK;
 }
 
-// Reads a DRM descriptor and the identifier of the chunk that it belongs to.
+// ---- Protected chunks ----
+
+// Reads a DRM descriptor and the identifier behind it. In the default mode a descriptor has 10 bytes, whatever its size
+// says, and the identifier is that of the chunk that it belongs to, whatever stands there.
 UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32& id)
 {
-    UInt32 size = 0; // Quirk Q22: always 10 bytes are read, and the next code is taken for the code of a chunk
+    UInt32 size = 0;
     LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, size, kDrmSize, Here()));
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kDrmBytes + kSizeBytes));
     UInt32 result = ReadHeaderPart(pAviInfo, pChunk->DrmInfo, kDrm, Here());
@@ -209,6 +189,54 @@ UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
     pAviInfo->CurrentOffset += kDrmBytes;
     pChunk->bDrm = 1;
     return LX_OK;
+}
+
+// Reads a DRM descriptor of the size that it says. What is longer than a descriptor is skipped, what is shorter leaves
+// zeros.
+UInt32 ReadExactDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk)
+{
+    UInt32 size = 0;
+    LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kDrmSize, Here()));
+    const UInt32 kept = std::min<UInt32>(size, sizeof pChunk->DrmInfo);
+    std::memset(pChunk->DrmInfo, 0, sizeof pChunk->DrmInfo);
+    UInt32 result = ReadLoop(pAviInfo, kCoreRead, {pChunk->DrmInfo, sizeof pChunk->DrmInfo, kept});
+    if (result == LX_OK && MakeEven(size) > kept) {
+        result = lxAviReadCore_RemoveChunk(MakeEven(size) - kept);
+    }
+    if (result != LX_OK) {
+        LX_LOG(kLevelError, "xxdd chunk size = %d", size);
+        return ReportFailedRead(pAviInfo, result, kDrm, Here());
+    }
+    pAviInfo->CurrentOffset += MakeEven(size);
+    return LX_OK;
+}
+
+// Reads descriptors up to the next other chunk, which the last one belongs to if both name the same stream.
+UInt32 FindProtectedChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
+{
+    UInt16 stream = 0;
+    UInt64 start = 0;
+    while (HighHalf(header.uiId) == TwoCC("dd")) {
+        stream = LowHalf(header.uiId);
+        start = header.uiStart;
+        LX_AVIREAD_TRY(ReadExactDrm(pAviInfo, pChunk));
+        LX_AVIREAD_TRY(FindMediaCode(pAviInfo, header.uiId));
+        header.uiStart = pAviInfo->CurrentOffset - kChunkCodeBytes;
+    }
+    pChunk->bDrm = stream == LowHalf(header.uiId) ? 1 : 0;
+    header.uiStart = pChunk->bDrm == 1 ? start : header.uiStart;
+    return LX_OK;
+}
+
+// Takes the descriptors before a chunk, if there are any.
+UInt32 TakeDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
+{
+    if (HighHalf(header.uiId) != TwoCC("dd")) {
+        pChunk->bDrm = 0;
+        return LX_OK;
+    }
+    return DrmChunksAreExact(pAviInfo) ? FindProtectedChunk(pAviInfo, pChunk, header)
+                                       : ReadDrm(pAviInfo, pChunk, header.uiId);
 }
 
 // ---- The chunk ----
@@ -231,26 +259,20 @@ UInt32 Dispatch(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk
     }
 }
 
-// Reads the rest of the header and decides about the chunk.
+// Decides about a chunk whose header has been read.
 UInt32 TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 id, UInt32 audioTrackNumber,
                  UInt32 subtitleTrackNumber, Bool bJumped)
 {
-    pChunk->uiStreamNr = StreamNumber(LowHalf(id));
-    if (pChunk->uiStreamNr < LX_AVIREAD_STREAMS) {
-        pChunk->eStreamType = StreamTypeOf(pAviInfo, pChunk->uiStreamNr);
-    }
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kSizeBytes));
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, pChunk->uiSize, kSize, Here()));
     if (pChunk->uiStreamNr >= LX_AVIREAD_STREAMS) {
         LX_LOG(kLevelError, "lxAviReadCore_NextChunk:Chunk with invalid stream number and size=%d", pChunk->uiSize);
         return RejectBadStream(pChunk);
     }
-    if (bJumped == 1 && pAviInfo->bJumpToVideo == 1 && !IsVideoCode(HighHalf(id))) {
+    if (bJumped == 1 && pAviInfo->bJumpToVideo == 1 && !IsVideoChunk(pAviInfo, id)) {
         pAviInfo->bJumpToVideo = 0;
         pAviInfo->bAudioSync = 0;
         return LX_ERR_AVIREAD_JUMP_NOT_VIDEO;
     }
-    if (pChunk->eStreamType == LX_AVIREAD_STREAM_NONE) {
+    if (!IsOfKnownStream(*pChunk)) {
         LX_LOG(kLevelError, "chunk with invalid stream number and size=%d", pChunk->uiSize);
         return RejectBadStream(pChunk);
     }
@@ -259,25 +281,55 @@ UInt32 TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChun
     return LX_OK;
 }
 
+UInt32 FindAndTakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 audioTrackNumber,
+                        UInt32 subtitleTrackNumber, Bool bJumped)
+{
+    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
+           LX_HILO(pAviInfo->moviSize));
+    MediaHeader header = {};
+    LX_AVIREAD_TRY(ReadMediaHeader(pAviInfo, pChunk, header));
+    chunkStart = header.uiStart;
+    return TakeChunk(pAviInfo, pChunk, header.uiId, audioTrackNumber, subtitleTrackNumber, bJumped);
+}
+
 UInt32 NextChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 audioTrackNumber,
                  UInt32 subtitleTrackNumber, Bool* pJumped)
 {
-    if (pAviInfo->JumpOffset != 0) {
-        LX_AVIREAD_TRY(ExecuteJump(pAviInfo, pJumped));
+    if (pAviInfo->JumpOffset == 0) {
+        return FindAndTakeChunk(pAviInfo, pChunk, audioTrackNumber, subtitleTrackNumber, 0);
     }
-    LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : Offset %d.%d moviSize=%d.%d", LX_HILO(pAviInfo->CurrentOffset),
-           LX_HILO(pAviInfo->moviSize));
-    UInt32 id = 0;
-    LX_AVIREAD_TRY(FindMediaCode(pAviInfo, id));
-    if (HighHalf(id) == TwoCC("dd")) {
-        LX_AVIREAD_TRY(ReadDrm(pAviInfo, pChunk, id));
-    } else {
-        pChunk->bDrm = 0;
+    UInt32 result = ExecuteJump(pAviInfo, pJumped);
+    if (result == LX_OK) {
+        result = FindAndTakeChunk(pAviInfo, pChunk, audioTrackNumber, subtitleTrackNumber, 1);
     }
-    return TakeChunk(pAviInfo, pChunk, id, audioTrackNumber, subtitleTrackNumber, *pJumped);
+    return ConcludeJump(pAviInfo, pChunk, result);
 }
 
 } // namespace
+
+UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
+{
+    LX_AVIREAD_TRY(FindMediaCode(pAviInfo, header.uiId));
+    header.uiStart = pAviInfo->CurrentOffset - kChunkCodeBytes;
+    LX_AVIREAD_TRY(TakeDrm(pAviInfo, pChunk, header));
+    pChunk->uiStreamNr = StreamNumber(LowHalf(header.uiId));
+    if (pChunk->uiStreamNr < LX_AVIREAD_STREAMS) {
+        pChunk->eStreamType = StreamTypeOf(pAviInfo, pChunk->uiStreamNr);
+    }
+    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kSizeBytes));
+    return ReadCounted(pAviInfo, pChunk->uiSize, kSize, Here());
+}
+
+bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk)
+{
+    return chunk.uiStreamNr < LX_AVIREAD_STREAMS && chunk.eStreamType != LX_AVIREAD_STREAM_NONE;
+}
+
+bool IsVideoChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    return HighHalf(id) == TwoCC("dc") || HighHalf(id) == TwoCC("db") || IsInterleavedChunk(pAviInfo, id);
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;

@@ -11,6 +11,7 @@
 #include "internal/IndexPasses.hpp"
 #include "internal/Memory.hpp"
 #include "internal/Segments.hpp"
+#include "internal/Streams.hpp"
 #include "internal/Walk.hpp"
 
 namespace lxAviReadCore {
@@ -76,6 +77,15 @@ UInt32 WalkFirstList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& b
                                               : WalkByDefault(pAviInfo, instance, bIndexFound);
 }
 
+void LogMissingFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
+    if (VideoTimeIsByStream(pAviInfo) && pVideo != Null && HasNoFrameRate(pAviInfo, *pVideo)) {
+        LX_LOG(kLevelError, "AviReadCore : no header gives the frame rate of stream %d, its times are 0",
+               pAviInfo->videoStreamNr);
+    }
+}
+
 // Adds the lists behind the first RIFF list to the segment chain. In the default mode the OpenDML header of the first
 // list has to promise them. The format mode looks for them in every file that can seek; in others the search would use
 // up the first chunks.
@@ -99,6 +109,7 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
     LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo));
     LX_AVIREAD_TRY(WalkFirstList(pAviInfo, instance, bIndexFound));
     MarkHasIndex(pAviInfo, bIndexFound || pAviInfo->bIndxPresent != 0);
+    LogMissingFrameRate(pAviInfo);
     *pAllIndexed = IsIndexParsed(pAviInfo, pAviInfo->videoStreamNr) && IsIndexParsed(pAviInfo, pAviInfo->audioStreamNr);
     pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
     return FindExtensions(pAviInfo, instance);

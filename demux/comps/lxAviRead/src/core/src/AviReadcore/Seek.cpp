@@ -6,6 +6,7 @@
 
 #include "internal/KeyFrameJump.hpp"
 #include "internal/KeyFrames.hpp"
+#include "internal/PendingJump.hpp"
 
 namespace lxAviReadCore {
 
@@ -20,8 +21,10 @@ bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const 
              const JumpRules& rules)
 {
     const bool bToAudio = HasEarlierAudio(pAviInfo, entry, track, position.Offset);
+    RememberPlace(pAviInfo);
     pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
-    if (rules.eVideoFirst != VideoFirst::Keep) {
+    const bool bKeep = rules.eVideoFirst == VideoFirst::Keep && !EveryJumpSaysWhatComesFirst(pAviInfo);
+    if (!bKeep) {
         pAviInfo->bJumpToVideo = rules.eVideoFirst == VideoFirst::Require || !bToAudio ? 1 : 0;
     }
     if (rules.bLoadVideoCounter) {

@@ -8,6 +8,7 @@
 
 #include "internal/Segments.hpp"
 #include "internal/Memory.hpp"
+#include "internal/PendingJump.hpp"
 
 namespace lxAviReadCore {
 
@@ -43,6 +44,7 @@ Segment* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, Segment* pTail)
 
 void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 {
+    ForgetPlace();
     GoToFirstSegment(pAviInfo);
     for (Segment* pSegment = pAviInfo->pCurrentAvix; pSegment != Null;) {
         Segment* const pNext = pSegment->pNextAvix;
@@ -55,6 +57,7 @@ void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 
 void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 {
+    ForgetPlace();
     if (pAviInfo->pCurrentAvix == Null) {
         return;
     }

@@ -11,6 +11,7 @@
 #include "internal/IndexPasses.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Memory.hpp"
+#include "internal/PendingJump.hpp"
 #include "internal/Segments.hpp"
 #include "internal/State.hpp"
 
@@ -29,6 +30,8 @@ namespace lxAviReadCore {
 void* file_buffer;
 UInt64 AudioByteposition[LX_AVIREAD_AUDIO_TRACKS];
 lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
+UInt64 chunkStart;
+UInt32 nextVideoFrame;
 
 namespace {
 
@@ -162,8 +165,12 @@ void ForgetFile(lxAviReadCore_AviInfo_t* pAviInfo)
 
 } // namespace
 
-void ClearAudioCounters()
+void ClearCounters()
 {
+    lxalAviRead_VideoFrame = 0;
+    chunkStart = 0;
+    nextVideoFrame = 0;
+    StartAudio();
     std::memset(lxalAviRead_AudioFrame, 0, sizeof lxalAviRead_AudioFrame);
     std::memset(AudioByteposition, 0, sizeof AudioByteposition);
 }
@@ -235,8 +242,7 @@ void lxAviReadCore_FreeAllocatedMemory(lxAviReadCore_AviInfo_t* pAviInfo)
         }
     }
     FreeLogged(pAviInfo->AviHdr);
-    lxalAviRead_VideoFrame = 0;
-    ClearAudioCounters();
+    ClearCounters();
     ReleaseMetaDataBuffer(pAviInfo);
 }
 
@@ -245,10 +251,10 @@ UInt32 lxAviReadCore_Reset(void)
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     CloseFile(pAviInfo);
     lxalAviRead_FileSeekPossible = 1;
-    lxalAviRead_VideoFrame = 0;
-    ClearAudioCounters();
+    ClearCounters();
     ForgetFile(pAviInfo);
     ForgetIndexSurvey();
+    ForgetReadSize();
     SetIdx1OffsetBase(0);
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);
@@ -284,13 +290,15 @@ void lxAviReadCore_RewindToStart(void)
         SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart);
     }
     GoToFirstSegment(pAviInfo);
-    lxalAviRead_VideoFrame = 0;
+    if (RewindsDropJumps(pAviInfo)) {
+        DropJump(pAviInfo);
+    }
     lastPlayedKeyFrame = {};
-    pAviInfo->audioSyncLeafNr = 0; // Quirk Q04: a pending JumpOffset outlives the rewind
+    pAviInfo->audioSyncLeafNr = 0;
     pAviInfo->audioSyncItemNr = 0;
     pAviInfo->bAudioSync = 0;
     pAviInfo->bJumpToVideo = 0;
-    ClearAudioCounters();
+    ClearCounters();
     pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
     LX_LOG(kLevelSeek, "lxAviReadCore_RewindToStart: Done (pAviInfo->moviOffset=%d)",
            static_cast<UInt32>(pAviInfo->moviOffset));
@@ -298,6 +306,11 @@ void lxAviReadCore_RewindToStart(void)
 
 UInt32 lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_AviInfo_t* pAviInfo)
 {
+    if (PositioningStartsOver(pAviInfo)) {
+        GoToFirstSegment(pAviInfo);
+        ClearCounters();
+        pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
+    }
     return SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart) ? LX_OK : LX_ERR_AVIREAD_SEEK;
 }
 

@@ -6,7 +6,11 @@
 //   ┆ audio ┆ video ┆ audio ┆ KEY ┆ audio ┆ video
 //     before          sync    sync entry
 //   └─ dropped ─────┘ └─ trimmed to one block before the key frame's time
+//
+// In the default mode only the first audio chunk is checked. In the format mode every audio chunk before the sync chunk is
+// dropped, and each track counts from the chunk that the table names (AudioResume.cpp).
 
+#include "internal/AudioResume.hpp"
 #include "internal/Chunk.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Streams.hpp"
@@ -18,7 +22,10 @@ namespace {
 // OpenDML index does not list.
 UInt64 ChunkStart(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk)
 {
-    return pAviInfo->CurrentOffset - kChunkHeaderBytes - (pChunk->bDrm == 1 ? kDrmChunkBytes : 0);
+    if (pChunk->bDrm == 1) {
+        return DrmChunksAreExact(pAviInfo) ? chunkStart : pAviInfo->CurrentOffset - kChunkHeaderBytes - kDrmChunkBytes;
+    }
+    return pAviInfo->CurrentOffset - kChunkHeaderBytes;
 }
 
 // The sync entry; the first entry where the table has no such entry any more, and null only without a table.
@@ -33,8 +40,15 @@ const Entry* SyncEntry(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTa
 UInt32 NumberFrame(lxAviRead_ChunkData_t* pChunk, UInt32 frameNumber)
 {
     lxalAviRead_VideoFrame = frameNumber;
+    nextVideoFrame = frameNumber + 1;
     pChunk->uiFrameNumber = frameNumber;
     return LX_OK;
+}
+
+// The number of a frame that the table does not name. In the default mode the first frame without a table has number 1.
+UInt32 NextFrameNumber(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return FramesCountFromZero(pAviInfo) ? nextVideoFrame : lxalAviRead_VideoFrame + 1;
 }
 
 Position FindKeyFrame(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table,
@@ -72,6 +86,7 @@ const Entry* MeetKeyFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable
     LX_LOG(kLevelChunk, "Key Fr: frame %d,videoChunkOffset %d.%d, lxalAviRead_VideoFrame=%d", pEntry->videoFrameNumber,
            LX_HILO(pEntry->videoChunkOffset), lxalAviRead_VideoFrame);
     lxalAviRead_VideoFrame = pEntry->videoFrameNumber;
+    nextVideoFrame = pEntry->videoFrameNumber + 1;
     if (bJumped == 1 && pAviInfo->bJumpToVideo == 1) {
         pAviInfo->bJumpToVideo = 0;
     }
@@ -96,11 +111,15 @@ UInt32 MeetFrame(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, 
     return pFound == Null && bJumped == 1 && pAviInfo->bJumpToVideo == 1 ? RejectJump(pAviInfo) : LX_OK;
 }
 
-// Key frames are compared with the sync entry by time, other frames by number.
-bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound, const Entry& sync)
+// In the default mode key frames are compared with the sync entry by time, other frames by number.
+bool IsBeforeSyncPoint(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk,
+                       const Entry* pFound, const Entry& sync)
 {
+    if (SyncIsByFrameNumber(pAviInfo)) {
+        return (pFound != Null ? pFound->videoFrameNumber : NextFrameNumber(pAviInfo)) < sync.videoFrameNumber;
+    }
     if (pFound == Null) {
-        return sync.videoFrameNumber > lxalAviRead_VideoFrame; // Quirk Q24
+        return sync.videoFrameNumber > lxalAviRead_VideoFrame;
     }
     return lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pFound->videoFrameNumber, 0) <
            lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, sync.videoFrameNumber, 0);
@@ -111,7 +130,7 @@ bool IsBeforeSyncPoint(const lxAviRead_ChunkData_t* pChunk, const Entry* pFound,
 UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, lxAviRead_ChunkData_t* pChunk,
                      const Entry* pFound)
 {
-    if (IsBeforeSyncPoint(pChunk, pFound, *SyncEntry(pAviInfo, table))) {
+    if (IsBeforeSyncPoint(pAviInfo, pChunk, pFound, *SyncEntry(pAviInfo, table))) {
         LX_LOG(kLevelSeek, "Jumped Positn is < than the sync positn, reject the jmp");
         return LX_ERR_AVIREAD_VIDEO_SKIPPED;
     }
@@ -121,7 +140,8 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
     }
     LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
            LX_HILO(pAviInfo->CurrentOffset));
-    return NumberFrame(pChunk, lxalAviRead_VideoFrame + 1);
+    pChunk->bKeyFrame = IsInterleavedStream(pAviInfo, pChunk->uiStreamNr) ? 1 : 0;
+    return NumberFrame(pChunk, NextFrameNumber(pAviInfo));
 }
 
 // Decides about a chunk of the main video stream in a file with a key-frame table.
@@ -138,10 +158,17 @@ UInt32 ProcessIndexedVideo(lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
 
 // ---- Audio ----
 
-void CountAudio(UInt32 track, UInt32 size)
+// Where an audio chunk begins whose header has just been read.
+UInt64 StartOfAudio(const lxAviReadCore_AviInfo_t* pAviInfo) { return pAviInfo->CurrentOffset - kChunkHeaderBytes; }
+
+// In the format mode a track counts from where it resumes.
+void CountOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, UInt32 track)
 {
-    AudioByteposition[track] += size;
-    lxalAviRead_AudioFrame[track] += 1;
+    if (AudioResumesAtItsChunk(pAviInfo) &&
+        (!MeetAudio(pAviInfo, track, StartOfAudio(pAviInfo)) || audioTracks[track].eCount != AudioCount::Exact)) {
+        return;
+    }
+    CountAudio(pAviInfo, pChunk->uiStreamNr, track, pChunk->uiSize);
 }
 
 // Counts audio of a track that is not played, so that a later switch to that track finds its counters right.
@@ -151,7 +178,7 @@ UInt32 RejectOtherTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead
     LX_LOG(kLevelChunk, "Selected AudioTrk Num(%d) and this chunk's stream No=%d don't match", audioTrackNumber,
            pChunk->uiStreamNr);
     if (track < LX_AVIREAD_AUDIO_TRACKS) {
-        CountAudio(track, pChunk->uiSize);
+        CountOtherTrack(pAviInfo, pChunk, track);
     }
     LX_LOG(kLevelChunk, "lxAviReadCore_NextChunk : audio, offset=%d.%d", LX_HILO(pAviInfo->CurrentOffset));
     return LX_ERR_AVIREAD_AUDIO_SKIPPED;
@@ -170,11 +197,11 @@ struct AudioBlock {
 };
 
 AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh_t& header,
-                   const lxAviRead_StrfAudio_t& format)
+                   const lxAviRead_StrfAudio_t& format, UInt32 sampleBytes)
 {
     const auto scaleMsec = static_cast<float>(static_cast<double>(header.dwScale) * 1000.0);
     if (AudioIsTrimmedInSamples(pAviInfo)) {
-        return {header.dwSampleSize, scaleMsec / static_cast<float>(header.dwRate)};
+        return {sampleBytes, scaleMsec / static_cast<float>(header.dwRate)};
     }
     return {header.dwScale, scaleMsec / static_cast<float>(format.nAvgBytesPerSec)};
 }
@@ -198,7 +225,8 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
     if (!AudioCodecOf(format.wFormatTag).bTrimmed || !IsConstantBitRate(stream.Header, format)) {
         return;
     }
-    const AudioBlock block = BlockOf(pAviInfo, stream.Header, format);
+    const UInt32 sampleBytes = AudioUnitsOf(pAviInfo, stream).uiSampleBytes;
+    const AudioBlock block = BlockOf(pAviInfo, stream.Header, format, sampleBytes);
     const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, block.milliseconds, sync);
     const UInt64 bytes = UInt64{blocks} * block.uiBytes;
     if (blocks == 0 || bytes >= pChunk->uiSize) {
@@ -215,7 +243,7 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
 UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track,
                                   const Entry& sync)
 {
-    const UInt64 start = pAviInfo->CurrentOffset - kChunkHeaderBytes;
+    const UInt64 start = StartOfAudio(pAviInfo);
     if (start < sync.audioChunkOffset[track]) {
         LX_LOG(kLevelSeek, "1st Audio Chk after jmp,skip it as the Chk offset < the actual offset ");
         LX_LOG(kLevelSeek, "Actual offset=%d.%d,  Leaf:%d,Item:%d,Chunk Offset=%d.%d",
@@ -230,8 +258,41 @@ UInt32 ProcessFirstAudioAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_C
            pAviInfo->audioSyncLeafNr, pAviInfo->audioSyncItemNr, LX_HILO(start));
     const UInt32 size = pChunk->uiSize; // counted whole, whatever is trimmed
     TrimLeadingAudio(pAviInfo, pChunk, sync);
-    CountAudio(track, size);
+    CountAudio(pAviInfo, pChunk->uiStreamNr, track, size);
     return LX_OK;
+}
+
+// A chunk of the selected track, other than the first after a jump.
+UInt32 DeliverAudio(const lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track)
+{
+    PlaceAudio(pChunk, track);
+    CountAudio(pAviInfo, pChunk->uiStreamNr, track, pChunk->uiSize);
+    LX_LOG(kLevelChunk, "AudioChunk %d (audioSync not set)", pChunk->uiFrameNumber);
+    return LX_OK;
+}
+
+// Makes the counters of the selected track those of the chunk, in the format mode.
+UInt32 ResumeAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track)
+{
+    const UInt64 start = StartOfAudio(pAviInfo);
+    if (!MeetAudio(pAviInfo, track, start)) {
+        LX_LOG(kLevelSeek, "audio chunk at %d.%d before the sync chunk", LX_HILO(start));
+        return LX_ERR_AVIREAD_AUDIO_SKIPPED;
+    }
+    const UInt32 result = CountPassedAudio(pAviInfo, track, start);
+    pChunk->uiSize = result == LX_OK ? pChunk->uiSize : 0; // delivery stands before the chunk again
+    return result;
+}
+
+UInt32 ProcessSelectedAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track)
+{
+    if (AudioResumesAtItsChunk(pAviInfo)) {
+        LX_AVIREAD_TRY(ResumeAudio(pAviInfo, pChunk, track));
+    }
+    const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo, KeyFrameTable(pAviInfo)) : Null;
+    pAviInfo->bAudioSync = 0; // the default mode checks this one chunk and no other
+    return pSync != Null ? ProcessFirstAudioAfterJump(pAviInfo, pChunk, track, *pSync)
+                         : DeliverAudio(pAviInfo, pChunk, track);
 }
 
 } // namespace
@@ -261,7 +322,8 @@ UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
         LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
     } else if (table.IsEmpty()) {
         LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
-        result = NumberFrame(chunkData, lxalAviRead_VideoFrame + 1); // Quirk Q25: frames count from 1 without a table
+        chunkData->bKeyFrame = IsInterleavedStream(pAviInfo, chunkData->uiStreamNr) ? 1 : 0;
+        result = NumberFrame(chunkData, NextFrameNumber(pAviInfo));
     } else {
         result = ProcessIndexedVideo(pAviInfo, table, chunkData, jumped);
     }
@@ -281,15 +343,7 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
     if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {
         result = RejectOtherTrack(pAviInfo, chunkData, track, audioTrackNumber);
     } else {
-        const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo, KeyFrameTable(pAviInfo)) : Null;
-        pAviInfo->bAudioSync = 0; // Quirk Q26: this one chunk is checked and no other
-        if (pSync != Null) {
-            result = ProcessFirstAudioAfterJump(pAviInfo, chunkData, track, *pSync);
-        } else {
-            PlaceAudio(chunkData, track);
-            CountAudio(track, chunkData->uiSize);
-            LX_LOG(kLevelChunk, "AudioChunk %d (audioSync not set)", chunkData->uiFrameNumber);
-        }
+        result = ProcessSelectedAudio(pAviInfo, chunkData, track);
     }
     chunkData->bValid = result == LX_OK ? 1 : 0;
     LX_LOG(kLevelLeave, "lxAviReadCore_ProcessNextAudioChunk %x", result);

@@ -131,8 +131,19 @@ bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio
     return static_cast<float>(header.dwRate) / static_cast<float>(header.dwScale) >= 1000.0f;
 }
 
+bool HasSubtitleCodec(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const auto isOne = [](UInt32 codec) {
+        return ToUpper(codec) == FourCC("DXSB") || ToUpper(codec) == FourCC("DXSA");
+    };
+    return isOne(stream.Header.fccHandler) || isOne(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
+}
+
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
 {
+    if (stream.Header.fccType == FourCC("iavs")) {
+        return true;
+    }
     const UInt32 codec = ToUpper(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
     return std::find(std::begin(kIntraCodecs), std::end(kIntraCodecs), codec) != std::end(kIntraCodecs);
 }

@@ -63,13 +63,35 @@ UInt32 TakeMainVideoFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& 
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
 }
 
+// In the format mode: one further video stream.
+UInt32 CountVideoStreams(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    UInt32 count = 0;
+    for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
+        count += StreamTypeOf(pAviInfo, i) == LX_AVIREAD_STREAM_VIDEO ? 1 : 0;
+    }
+    return count;
+}
+
+// The first video stream becomes the main one; the others are numbered.
+void BecomeVideo(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
+{
+    pAviInfo->TrackNumber[list.uiStreamNr] = CountVideoStreams(pAviInfo);
+    list.pStream->StreamType = LX_AVIREAD_STREAM_VIDEO;
+    if (pAviInfo->videoStreamNr == -1) {
+        pAviInfo->videoStreamNr = static_cast<Int32>(list.uiStreamNr);
+    }
+    LX_LOG(kLevelHeader, "AviReadCore : stream %d is video, track %d", list.uiStreamNr,
+           pAviInfo->TrackNumber[list.uiStreamNr]);
+}
+
 void BecomeSubtitles(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 {
     pAviInfo->TrackNumber[list.uiStreamNr] = 0;
     list.pStream->StreamType = LX_AVIREAD_STREAM_SUBTITLE;
 }
 
-// Every further video stream carries bitmap subtitles.
+// In the default mode every further video stream carries bitmap subtitles.
 UInt32 TakeBitmapSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     BecomeSubtitles(pAviInfo, list);
@@ -77,6 +99,47 @@ UInt32 TakeBitmapSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamL
            list.uiStreamNr, size);
     NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
+}
+
+// The codec tells what a video stream carries.
+UInt32 TakeFormatByCodec(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
+{
+    LX_AVIREAD_TRY(LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream)));
+    if (HasSubtitleCodec(*list.pStream)) {
+        BecomeSubtitles(pAviInfo, list);
+        NumberTrack(pAviInfo, list.uiStreamNr, pAviInfo->SubtitleTracksCount);
+    } else {
+        BecomeVideo(pAviInfo, list);
+    }
+    return LX_OK;
+}
+
+UInt32 TakeVideoFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
+{
+    if (SubtitlesAreKnownByCodec(pAviInfo)) {
+        return TakeFormatByCodec(pAviInfo, list, size);
+    }
+    return pAviInfo->videoStreamNr == -1 ? TakeMainVideoFormat(pAviInfo, list, size)
+                                         : TakeBitmapSubtitleFormat(pAviInfo, list, size);
+}
+
+// DV with its audio inside: the file's format tells of the tape. What a decoder of the frames needs to know is in the
+// two headers.
+UInt32 TakeInterleavedFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
+{
+    lxAviRead_StrfVideo_t format = {};
+    format.biSize = sizeof format;
+    format.biWidth = static_cast<Int32>(pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwWidth : 0);
+    format.biHeight = static_cast<Int32>(pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwHeight : 0);
+    format.biPlanes = 1;
+    format.biBitCount = 24;
+    format.biCompression = list.pStream->Header.fccHandler;
+    if (list.pStream->Format == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY; // Alloc could not give the buffer
+    }
+    std::memcpy(list.pStream->Format, &format, sizeof format);
+    BecomeVideo(pAviInfo, list);
+    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
 }
 
 UInt32 TakeTextSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
@@ -102,9 +165,10 @@ UInt32 TakeFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UIn
 {
     switch (list.pStream->Header.fccType) {
     case FourCC("auds"): return TakeAudioFormat(pAviInfo, list, size);
-    case FourCC("vids"):
-        return pAviInfo->videoStreamNr == -1 ? TakeMainVideoFormat(pAviInfo, list, size)
-                                             : TakeBitmapSubtitleFormat(pAviInfo, list, size);
+    case FourCC("vids"): return TakeVideoFormat(pAviInfo, list, size);
+    case FourCC("iavs"):
+        return InterleavedStreamsAreVideo(pAviInfo) ? TakeInterleavedFormat(pAviInfo, list, size)
+                                                    : SkipUnknownFormat(list, size);
     case FourCC("txts"): return TakeTextSubtitleFormat(pAviInfo, list, size);
     default: return SkipUnknownFormat(list, size);
     }

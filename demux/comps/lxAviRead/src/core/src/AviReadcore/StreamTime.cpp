@@ -5,12 +5,13 @@
 //   compressed, CBR  bytes ÷ nAvgBytesPerSec
 //   compressed, VBR  chunks × dwScale ÷ dwRate
 //
-// In the format mode the time of any audio comes from its header, whatever the codec:
+// In the format mode times come from the header of the stream, whatever the codec:
 //
-//   dwSampleSize ≠ 0  bytes ÷ dwSampleSize × dwScale ÷ dwRate
-//   dwSampleSize = 0  chunks × dwScale ÷ dwRate
+//   video             frames × dwScale ÷ dwRate; without these × microseconds per frame
+//   audio             samples or chunks × dwScale ÷ dwRate
 //
-// The single-precision steps and the grouping are part of the results: every target computes the same values.
+// It is exact: integers all the way, and truncated once. In the default mode the single-precision steps and the
+// grouping are part of the results: every target computes the same values.
 
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
@@ -24,9 +25,9 @@ struct StreamPosition {
     UInt64 uiBytePosition;
 };
 
-UInt32 MicroSecPerFrame()
+UInt32 MicroSecPerFrame(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    const lxAviRead_Avih_t* const pHeader = lxAviReadCore_AviInfo.AviHdr;
+    const lxAviRead_Avih_t* const pHeader = pAviInfo->AviHdr;
     return pHeader != Null ? pHeader->dwMicroSecPerFrame : 0; // GCOVR_EXCL_BR_LINE: no stream without it
 }
 
@@ -36,19 +37,75 @@ void LogTime(const char* pKind, const StreamPosition& position, UInt32 time)
     LX_LOG(kLevelChunk,
            "lxAviReadCore_GetStreamTime: %sstream=%d framenumber=% 5d bytePosition=%d.% 7d dwMicroSecPerFrame=% 7d "
            "streamTime=% 7d",
-           pKind, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition), MicroSecPerFrame(),
-           time);
+           pKind, position.uiStreamNr, position.uiFrameNumber, LX_HILO(position.uiBytePosition),
+           MicroSecPerFrame(&lxAviReadCore_AviInfo), time);
 }
 
-UInt32 VideoTime(const lxAviRead_Strh_t& header, const StreamPosition& position)
+// ---- Exact times ----
+
+// A quotient and what is left over, of the same divisor.
+struct Quotient {
+    UInt64 uiWhole;
+    UInt64 uiRest;
+};
+
+// `count` × `factor` ÷ `divisor`; the factor has fewer than 52 bits. The product is never made, so that it cannot
+// overflow. A result of more than 64 bits becomes the largest number.
+Quotient MultiplyAndDivide(UInt64 count, UInt64 factor, UInt32 divisor)
 {
-    const UInt32 frames = header.dwStart + position.uiFrameNumber;
-    // Quirk Q23: the count passes through single precision; above 2^24 it loses its lowest bits
+    const UInt64 rest = count % divisor;
+    const UInt64 lowest = rest * (factor % divisor); // both are below 2^32
+    UInt64 whole = 0;
+    const bool bTooLarge = __builtin_mul_overflow(count / divisor, factor, &whole) ||
+                           __builtin_add_overflow(whole, rest * (factor / divisor) + lowest / divisor, &whole);
+    return {bTooLarge ? ~UInt64{0} : whole, lowest % divisor};
+}
+
+UInt32 SaturateTo32(UInt64 value) { return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<UInt32>(value); }
+
+constexpr UInt32 kMsecPerSec = 1000;
+constexpr UInt32 kMicroSecPerMsec = 1000;
+
+bool HasTimeBase(const lxAviRead_Strh_t& header) { return header.dwScale != 0 && header.dwRate != 0; }
+
+// A position in samples: whole ones, and bytes of the next one.
+struct SamplePosition {
+    UInt64 uiSamples;
+    UInt32 uiBytes = 0;
+    UInt32 uiSampleBytes = 1;
+};
+
+// The time of a position in units of dwScale ÷ dwRate seconds; 0 where the header does not give the unit.
+UInt32 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
+{
+    if (!HasTimeBase(header)) {
+        return 0;
+    }
+    const UInt64 factor = UInt64{header.dwScale} * kMsecPerSec;
+    const Quotient whole = MultiplyAndDivide(position.uiSamples, factor, header.dwRate);
+    const UInt64 part = MultiplyAndDivide(position.uiBytes, factor, position.uiSampleBytes).uiWhole;
+    const UInt64 partial = (whole.uiRest + part) / header.dwRate;
+    return SaturateTo32(whole.uiWhole > ~UInt64{0} - partial ? ~UInt64{0} : whole.uiWhole + partial);
+}
+
+// ---- Video ----
+
+UInt32 VideoTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+{
+    if (VideoTimeIsByStream(&lxAviReadCore_AviInfo)) {
+        const UInt32 exact = ExactVideoTime(&lxAviReadCore_AviInfo, stream, position.uiFrameNumber);
+        LogTime("Video by header. ", position, exact);
+        return exact;
+    }
+    const UInt32 frames = stream.Header.dwStart + position.uiFrameNumber;
+    // the count passes through single precision; above 2^24 it loses its lowest bits
     const double rounded = static_cast<double>(static_cast<float>(frames));
-    const UInt32 time = ToUInt32(rounded * (static_cast<double>(MicroSecPerFrame()) / 1000.0));
+    const UInt32 time = ToUInt32(rounded * (static_cast<double>(MicroSecPerFrame(&lxAviReadCore_AviInfo)) / 1000.0));
     LogTime("Video. ", position, time);
     return time;
 }
+
+// ---- Audio ----
 
 // Bytes before the stream's start, a 32-bit product.
 double StartBytes(const lxAviReadCore_StreamInfo_t& stream)
@@ -82,14 +139,16 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
     return time;
 }
 
-// In units of the header: samples of dwSampleSize bytes, or chunks.
-UInt32 TimeByHeader(const lxAviRead_Strh_t& header, const StreamPosition& position)
+// In units of the header: samples, or chunks.
+UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
-    const double units = header.dwSampleSize != 0
-                             ? static_cast<double>(position.uiBytePosition) / static_cast<double>(header.dwSampleSize)
-                             : static_cast<double>(position.uiFrameNumber);
-    const UInt32 time = ToUInt32((static_cast<double>(header.dwStart) + units) * static_cast<double>(header.dwScale) *
-                                 1000.0 / static_cast<double>(header.dwRate));
+    const UInt32 sampleBytes = AudioUnitsOf(&lxAviReadCore_AviInfo, stream).uiSampleBytes;
+    const UInt64 start = stream.Header.dwStart;
+    const SamplePosition samples =
+        sampleBytes == 0 ? SamplePosition{start + position.uiFrameNumber}
+                         : SamplePosition{start + position.uiBytePosition / sampleBytes,
+                                          static_cast<UInt32>(position.uiBytePosition % sampleBytes), sampleBytes};
+    const UInt32 time = ExactTime(stream.Header, samples);
     LogTime("by header. ", position, time);
     return time;
 }
@@ -97,7 +156,7 @@ UInt32 TimeByHeader(const lxAviRead_Strh_t& header, const StreamPosition& positi
 UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
     if (AudioTimeIsByHeader(&lxAviReadCore_AviInfo) && stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
-        return TimeByHeader(stream.Header, position);
+        return TimeByHeader(stream, position);
     }
     const auto format = FormatOf<lxAviRead_StrfAudio_t>(&stream);
     switch (AudioCodecOf(format.wFormatTag).eClock) {
@@ -110,6 +169,22 @@ UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition&
 }
 
 } // namespace
+
+bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream)
+{
+    return !HasTimeBase(stream.Header) && MicroSecPerFrame(pAviInfo) == 0;
+}
+
+UInt32 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+                      UInt32 frameNumber)
+{
+    const UInt64 frames = UInt64{stream.Header.dwStart} + frameNumber;
+    if (HasTimeBase(stream.Header)) {
+        return ExactTime(stream.Header, {frames});
+    }
+    return SaturateTo32(MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), kMicroSecPerMsec).uiWhole);
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;
@@ -121,6 +196,6 @@ UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 b
         return 0;
     }
     const StreamPosition position = {streamNr, frameNumber, bytePosition};
-    return pStream->StreamType == LX_AVIREAD_STREAM_VIDEO ? VideoTime(pStream->Header, position)
+    return pStream->StreamType == LX_AVIREAD_STREAM_VIDEO ? VideoTime(*pStream, position)
                                                           : AudioTime(*pStream, position);
 }

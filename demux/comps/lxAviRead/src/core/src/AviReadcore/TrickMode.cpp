@@ -99,7 +99,7 @@ UInt32 lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audio
         return LX_OK;
     }
     *pFound = KeyFrameTable(pAviInfo).Next(lastPlayedKeyFrame) ? 1 : 0;
-    ArmStep(pAviInfo, *pFound == 1, VideoFirst::Keep, audioTrackNumber); // Quirk Q31
+    ArmStep(pAviInfo, *pFound == 1, VideoFirst::Keep, audioTrackNumber);
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_SetJumpToNextKeyFrameForTrickMode with value=%d JumpOffset=%d.%d",
            *pFound, LX_HILO(pAviInfo->JumpOffset));
     return LX_OK;

@@ -43,6 +43,9 @@ constexpr bool IsMediaCode(UInt16 twocc)
     }
 }
 
+// The chunk types of DV whose audio is inside the frames.
+constexpr bool IsInterleavedType(UInt16 twocc) { return twocc == TwoCC("__") || twocc == TwoCC("iv"); }
+
 constexpr UInt16 LowHalf(UInt32 word) { return static_cast<UInt16>(word); }
 constexpr UInt16 HighHalf(UInt32 word) { return static_cast<UInt16>(word >> 16); }
 

@@ -52,6 +52,9 @@ struct ReadTarget {
 [[nodiscard]] UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer,
                                    UInt32 size);
 
+// Forgets how many bytes the last of these reads has brought.
+void ForgetReadSize();
+
 // Reads one record, or one word.
 template <typename Record>
 [[nodiscard]] UInt32 ReadRecord(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const ReadFamily& family = kCoreRead)
@@ -84,6 +87,12 @@ bool TellPosition(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64& position);
 inline bool IsAborted(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     return __atomic_load_n(&pAviInfo->bAbort, __ATOMIC_RELAXED) == 1;
+}
+
+// Called between two reads of a walk, a search or a skip: in the format mode an abort ends it.
+inline UInt32 HearAbort(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return AbortsAreHeard(pAviInfo) && IsAborted(pAviInfo) ? UInt32{LX_ERR_AVIREAD_ABORTED} : LX_OK;
 }
 
 } // namespace lxAviReadCore

@@ -36,8 +36,9 @@ struct EntrySource {
     EntryKind eKind;        // of records without the key flag
     EntryKind eFlaggedKind; // and with it
     UInt32 uiStreamNr;
-    UInt32 uiTrack;   // audio track that audio records count for, or kNoTrack
-    UInt32* pPayload; // total of the stream; of a stream that the headers have not described, one that nobody reads
+    UInt32 uiTrack;      // audio track that audio records count for, or kNoTrack
+    UInt32 uiBlockBytes; // of the blocks that audio chunks count; 0: every chunk counts one
+    UInt32* pPayload;    // total of the stream; of a stream that the headers have not described, one that nobody reads
 };
 
 // The source of records of a kind; frames with the key flag are key frames.
@@ -206,10 +207,12 @@ private:
     Entry* TakeMainVideo(IndexEntry entry);
     void PassOver(bool bKeyFrame);
     Entry* Store(IndexEntry entry);
+    UInt64 FrameTime() const;
 
     KeyFrameTableBuilder m_builder;
     UInt32 m_uiSkipKey;
     EntryKind m_ePassedOn; // what needs no closer look: frames without the key flag, or nothing
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
     double m_millisecondsPerFrame;
     UInt32 m_uiSkipCounter = 0; // 0: the next key frame is stored
     UInt32 m_uiFrameNumber = 0;
@@ -220,20 +223,25 @@ private:
 // What is known of an audio track while its chunks are walked.
 using AudioState = lxAvi2ReadCore_AudioIndexState_t;
 
-// Makes `chunk` the last one of the track. Used by the placers and by the single-pass builder.
-inline void CountAudioChunk(AudioState& state, IndexEntry chunk)
+// The number of the last chunk of a track that has none yet.
+constexpr UInt32 kNoChunk = 0xFFFFFFFFu;
+
+// Makes `chunk` the last one of the track, and returns its number. Used by the placers and by the single-pass builder.
+inline UInt32 CountAudioChunk(AudioState& state, IndexEntry chunk)
 {
+    const UInt32 number = state.chunkCount;
     state.bHaveChunk = 1;
     state.lastChunkBytePosition = state.totalBytes;
     state.totalBytes += chunk.uiSize;
     state.lastChunkOffset = chunk.uiOffset;
-    state.chunkCount += 1;
+    state.chunkCount += UnitsOfChunk(chunk.pSource->uiBlockBytes, chunk.uiSize);
+    return number;
 }
 
-// Writes the last chunk of a track into an entry; a track without chunks writes 0xFFFFFFFF, 0, 0.
-inline void WriteAudio(Entry& entry, UInt32 track, const AudioState& state)
+// Writes the last chunk of a track, whose number is `number`, into an entry; without one writes 0xFFFFFFFF, 0, 0.
+inline void WriteAudio(Entry& entry, UInt32 track, const AudioState& state, UInt32 number)
 {
-    entry.audioFrameNumber[track] = state.chunkCount - 1;
+    entry.audioFrameNumber[track] = number;
     entry.audioChunkOffset[track] = state.lastChunkOffset;
     entry.audioBytePosition[track] = state.lastChunkBytePosition;
 }
@@ -244,7 +252,7 @@ public:
     // Called before the first chunk. It is no constructor, because the placers of all tracks are in an array.
     void Begin(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, const PlacerMessages& messages);
     // Continues where another run has ended.
-    void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime);
+    void Resume(const AudioState& state, const Position& cursor, UInt32 cursorTime, UInt32 blockBytes);
 
     // Takes the next chunk of the track: places the one before it where that is due, and counts this one.
     void Take(IndexEntry entry)
@@ -253,7 +261,7 @@ public:
             PlaceBefore(entry);
         }
         CountPayload(entry);
-        CountAudioChunk(m_state, entry);
+        m_uiNumber = CountAudioChunk(m_state, entry);
     }
 
     // Gives the last chunk to the key frames of a leaf that are left. Called for every leaf, after the last chunk.
@@ -292,8 +300,9 @@ private:
     const PlacerMessages* m_pMessages = Null;
     UInt32 m_uiTrack = 0;
     AudioState m_state = {};
+    UInt32 m_uiNumber = kNoChunk;     // of the last chunk
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
-    UInt32 m_uiCursorTime = 0;        // Quirk Q42: its time; 0 for the first, which so gets the first chunk
+    UInt32 m_uiCursorTime = 0;        // its time; in the default mode 0 for the first, which so gets the first chunk
     bool m_bLogged = false;
     Reach m_reach; // no chunk of a stream up to here plays after the cursor's key frame; with messages on it is empty
 };

@@ -3,11 +3,12 @@
 #pragma once
 
 #include "KeyFrames.hpp"
+#include "Mode.hpp"
 
 namespace lxAviReadCore {
 
 enum class VideoFirst : UInt8 {
-    Keep,          // bJumpToVideo stays as it is
+    Keep,          // bJumpToVideo stays as it is; in the format mode the same as UnlessToAudio
     Require,       // the first chunk after the jump has to be the key frame
     UnlessToAudio, // required when the jump goes to the key frame, not when it goes to the audio chunk before it
 };

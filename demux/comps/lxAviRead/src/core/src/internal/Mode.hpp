@@ -38,6 +38,27 @@ inline std::int64_t SeekDistance(ModeOf pAviInfo, UInt64 offset)
 // Quirk Q27, Quirk Q35
 inline UInt64 PositionMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; }
 
+// What NextChunk says about a read that failed: what happened, be it the end of the file, an abort or a failure. The
+// default mode calls everything a failed read.
+// Quirk Q63
+inline UInt32 ReasonOfFailedRead(ModeOf pAviInfo, UInt32 result)
+{
+    return FollowsFormat(pAviInfo) ? result : UInt32{LX_ERR_AVIREAD_READ};
+}
+
+// The caller can ask how many bytes a read has brought that met the end of the file.
+// Quirk Q64
+inline bool ReadSizeIsTold(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// An abort ends walks, searches and skips between two reads. In the default mode only a read that comes back short
+// notices it.
+// Quirk Q65
+inline bool AbortsAreHeard(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// A skip seeks over what the stream's buffer cannot hold.
+// Quirk Q66
+inline bool LongSkipsSeek(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // ---- Lists ----
 
 // Open computes every position in the first RIFF list from the sizes of all chunks before it, counts positions from the
@@ -63,6 +84,18 @@ inline bool ListsEndBeforeTheNext(ModeOf pAviInfo) { return FollowsFormat(pAviIn
 
 // ---- Streams ----
 
+// A video stream beside the main one carries subtitles only if its codec is one for subtitles.
+// Quirk Q60
+inline bool SubtitlesAreKnownByCodec(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// An "iavs" stream is a video stream, with chunk types of its own. Its audio is inside the frames.
+// Quirk Q61
+inline bool InterleavedStreamsAreVideo(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// Chunks of type "tx" are subtitle text, as "st" is.
+// Quirk Q62
+inline bool TextHasTwoTypes(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // Audio streams beyond the eighth have no track number.
 // Quirk Q13
 inline bool SurplusStreamsHaveNoTrack(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
@@ -74,6 +107,16 @@ inline bool OnlyAudioStreamsHaveAudioTracks(ModeOf pAviInfo) { return FollowsFor
 // The time of audio follows from the units of its stream header, whatever the codec.
 // Quirk Q52
 inline bool AudioTimeIsByHeader(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// An audio chunk of a stream without samples of a fixed size counts the blocks that it begins. The default mode counts
+// every chunk once.
+// Quirk Q59
+inline bool AudioCountsBlocks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The time of video follows from the units of its stream header, and is exact. In the default mode it follows from the
+// main header, in floating point.
+// Quirk Q23, Quirk Q58
+inline bool VideoTimeIsByStream(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // The bits of an audio position by which leading audio is trimmed: all 64. The default mode uses 32.
 // Quirk Q57
@@ -110,6 +153,14 @@ inline UInt32 AllowEarlyEnd(ModeOf pAviInfo, UInt32 result)
 // Quirk Q32
 inline bool AudioIsPlacedByChunkStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// The first key frame has a time like any other when audio is placed at it.
+// Quirk Q42
+inline bool FirstKeyFrameHasItsTime(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The times in the key-frame table are those of the stream, so that a seek compares what it will return.
+// Quirk Q46
+inline bool TableHasStreamTimes(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // An OpenDML index on one level is noted as a super index of one entry.
 // Quirk Q36, Quirk Q37, Quirk Q40
 inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
@@ -134,9 +185,42 @@ inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Delivery ----
 
+// Frames count from 0, with a key-frame table or without one.
+// Quirk Q25
+inline bool FramesCountFromZero(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// Whether a frame lies before the sync point follows from its number. The default mode compares the times of key
+// frames, and compares other frames by the number of the frame before them.
+// Quirk Q24
+inline bool SyncIsByFrameNumber(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// Audio resumes at the chunk that the table names, and counts from there, for every track and after every jump.
+// Quirk Q26
+inline bool AudioResumesAtItsChunk(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// Every jump says anew whether the key frame has to come first.
+// Quirk Q28, Quirk Q31
+inline bool EveryJumpSaysWhatComesFirst(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The way to the first chunk before delivery starts over: positions and counters are those of the start.
+// Quirk Q68
+inline bool PositioningStartsOver(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // For a track without audio in the table, a jump goes to the key frame.
 // Quirk Q29
 inline bool AbsentTracksAreNoTarget(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// A jump that fails is over, and delivery goes on where it stood before.
+// Quirk Q67
+inline bool FailedJumpsAreOver(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// A rewind drops a pending jump.
+// Quirk Q04
+inline bool RewindsDropJumps(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// A "dd" chunk has the size that it says, and belongs to the next chunk of the stream that it names.
+// Quirk Q22
+inline bool DrmChunksAreExact(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // The reader recognises a protected key frame by the position of its "dd" chunk or by that of the frame.
 // Quirk Q45

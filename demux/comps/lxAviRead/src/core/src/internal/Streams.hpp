@@ -46,6 +46,13 @@ inline bool IsMainVideoStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 st
     return pAviInfo->videoStreamNr >= 0 && streamNr == static_cast<UInt32>(pAviInfo->videoStreamNr);
 }
 
+// Whether a stream is DV whose audio is inside the frames, and is read as video.
+inline bool IsInterleavedStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    return StreamTypeOf(pAviInfo, streamNr) == LX_AVIREAD_STREAM_VIDEO &&
+           FindStream(pAviInfo, streamNr)->Header.fccType == FourCC("iavs");
+}
+
 // Format of a video or audio stream; all zero when the stream has no buffer.
 template <typename Record>
 Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
@@ -56,6 +63,9 @@ Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
 
 // Whether every frame of a video stream can be decoded alone, by its codec.
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream);
+
+// Whether a stream carries bitmap subtitles, by its codec.
+bool HasSubtitleCodec(const lxAviReadCore_StreamInfo_t& stream);
 
 // From what the default mode computes the time of an audio stream.
 enum class AudioClock : UInt8 {
@@ -73,6 +83,27 @@ struct AudioCodec {
 };
 
 const AudioCodec& AudioCodecOf(UInt16 formatTag);
+
+// What the numbers of an audio stream count: samples, or chunks.
+struct AudioUnits {
+    UInt32 uiSampleBytes; // bytes of a sample, whose number follows from the bytes before it; 0: chunks are counted
+    UInt32 uiBlockBytes;  // where chunks are counted, bytes of the blocks in them; 0: every chunk counts one
+};
+
+AudioUnits AudioUnitsOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
+
+// What a chunk of `size` bytes counts: the blocks that it begins.
+constexpr UInt32 UnitsOfChunk(UInt32 blockBytes, UInt32 size)
+{
+    return blockBytes == 0 ? 1 : size / blockBytes + (size % blockBytes != 0 ? 1 : 0);
+}
+
+// Whether neither header gives the frame rate of a video stream; then all its times are 0.
+bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
+
+// The presentation time of a frame in milliseconds, exact.
+UInt32 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+                      UInt32 frameNumber);
 
 // Whether an audio stream runs at a constant bit rate, so that its time follows from its bytes.
 bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format);

@@ -1,0 +1,25 @@
+// The way to the next media chunk, for delivery and for the count of the audio that a jump has passed over.
+
+#pragma once
+
+#include "Chunk.hpp"
+
+namespace lxAviReadCore {
+
+// A media chunk whose header has been read.
+struct MediaHeader {
+    UInt32 uiId;    // its identifier
+    UInt64 uiStart; // position of its header, or of the "dd" chunk that belongs to it
+};
+
+// Finds the next media chunk and reads its header: stream, kind, size, and the descriptor of a "dd" chunk before it.
+[[nodiscard]] UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
+                                     MediaHeader& header);
+
+// Whether the size of a chunk can be trusted: its stream is known.
+bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk);
+
+// Whether the identifier is one of a video chunk.
+bool IsVideoChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id);
+
+} // namespace lxAviReadCore
