@@ -640,5 +640,109 @@ TEST_F(Quirks, Quirk_Q46_KeyFrameTimesLeaveOutTheStart)
     EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 10, 0), 4400u);
 }
 
+TEST_F(Quirks, Quirk_Q58_VideoTimesComeFromTheMainHeader)
+{
+    builder.streams[0].header.dwRate = 50; // the main header says 40 ms
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 100, 0), 4000u); // not 2000
+}
+
+TEST_F(Quirks, Quirk_Q59_EveryAudioChunkCountsOne)
+{
+    builder.streams[1] = Mp3VbrStream();
+    builder.Audio(1, Fill(0)).Audio(1, Fill(5000)).Audio(1, Fill(10)).Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    for (UInt32 i = 0; i < 3; ++i) {
+        EXPECT_EQ(Next().chunk.uiFrameNumber, i); // the blocks are 0, 5 and 1
+    }
+}
+
+TEST_F(Quirks, Quirk_Q60_EveryFurtherVideoStreamCarriesSubtitles)
+{
+    builder.Add(VideoStream());
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[2]->StreamType, UInt32{LX_AVIREAD_STREAM_SUBTITLE});
+}
+
+TEST_F(Quirks, Quirk_Q61_DvWithItsAudioInsideIsNoStream)
+{
+    Stream dv = VideoStream();
+    dv.header.fccType = Code("iavs");
+    builder.Add(dv).Media("02__", Fill(8), true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(Info().StreamInfo[2]->StreamType, UInt32{LX_AVIREAD_STREAM_NONE});
+    Position();
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+}
+
+TEST_F(Quirks, Quirk_Q62_TextOfTypeTxIsNoChunk)
+{
+    builder.Add(TextStream()).Media("02tx", Fill(8), true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    Position();
+    EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+}
+
+TEST_F(Quirks, Quirk_Q63_DeliveryCallsEverythingAFailedRead)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true);
+    Bytes file = builder.Build();
+    file.resize(static_cast<size_t>(builder.MoviOffset()) + 2);
+    ASSERT_EQ(Open(file), LX_OK);
+    Position();
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ);
+}
+
+TEST_F(Quirks, Quirk_Q64_NobodyTellsHowMuchOfAChunkCame)
+{
+    builder.Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    EXPECT_EQ(Next().uiPayloadResult, LX_OK);
+    UInt32 size = 7;
+    EXPECT_EQ(lxAviReadCore_GetReadSize(&size), LX_OK);
+    EXPECT_EQ(size, 0u);
+}
+
+TEST_F(Quirks, Quirk_Q65_OnlyAShortReadNoticesAnAbort)
+{
+    builder.Raw(Fill(5000, 0)).Raw(Chunk("JUNK", Fill(5000))).Frame(0, Fill(8), true);
+    OpenIndexed(builder);
+    ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+}
+
+TEST_F(Quirks, Quirk_Q66_SkippedBytesAreRead)
+{
+    builder.Frame(0, Fill(100000), true);
+    OpenIndexed(builder);
+    const UInt64 reads = Faults().Reads();
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(100000), LX_OK);
+    EXPECT_EQ(Faults().Reads() - reads, 98u); // 1024 bytes each
+}
+
+TEST_F(Quirks, Quirk_Q67_AFailedJumpLeavesItsTraces)
+{
+    AddMedia(30, 10);
+    OpenIndexed(builder);
+    const lxAviReadCore_KeyFramePosition_t audio = {0, 1, builder.MediaItems()[20].uiOffset - builder.MoviOffset() + 4,
+                                                    1};
+    lxAviReadCore_SetPointerOnKF(&audio, -1);
+    const Delivered failed = Next();
+    EXPECT_EQ(failed.uiResult, LX_ERR_AVIREAD_JUMP_NOT_VIDEO);
+    SkipRejected(failed);
+    EXPECT_EQ(Next().uiPosition, builder.MediaItems()[21].uiOffset); // delivery goes on at the target
+}
+
+TEST_F(Quirks, Quirk_Q68_PositioningKeepsTheCounters)
+{
+    AddMedia(30, 10);
+    OpenIndexed(builder);
+    Play(4);
+    ASSERT_EQ(lxAviReadCore_PositionTheFileHandleToPlayData(&Info()), LX_OK);
+    EXPECT_EQ(lxalAviRead_AudioFrame[0], 2u);
+}
+
 } // namespace
 } // namespace avitest

@@ -92,7 +92,7 @@ void FaultScript::Clear()
     m_failAllocation = m_failSeek = {};
     m_readFaults.clear();
     m_pending.reset();
-    m_uiAllocations = m_uiReads = m_uiSeeks = m_uiLargest = 0;
+    m_uiAllocations = m_uiReads = m_uiSeeks = m_uiBlocks = m_uiLargest = 0;
     m_readSizes.clear();
     m_bMet = false;
     m_files.clear();
@@ -210,6 +210,7 @@ void FaultScript::BeginRead(size_t bytes)
 
 long FaultScript::Read(void* pCookie, char* pBuffer, size_t bytes)
 {
+    ++m_uiBlocks;
     Cookie& cookie = *static_cast<Cookie*>(pCookie);
     const auto position = static_cast<size_t>(std::min<UInt64>(cookie.uiPosition, cookie.bytes.size()));
     size_t wanted = std::min(bytes, cookie.bytes.size() - position);

@@ -57,6 +57,7 @@ public:
     UInt64 ReadSize(size_t i) const { return m_readSizes.at(i); }
     const std::vector<UInt64>& ReadSizes() const { return m_readSizes; }
     UInt64 Seeks() const { return m_uiSeeks; }
+    UInt64 Blocks() const { return m_uiBlocks; }     // reads of the file itself; less than Reads when stdio buffers
     bool Met() const { return m_bMet; }              // a scripted fault has happened
     UInt64 Injected() const { return m_uiInjected; } // faults since the program began
 
@@ -84,7 +85,7 @@ private:
     std::vector<std::pair<Turn, ReadFault>> m_readFaults;
     std::optional<ReadFault> m_pending; // its turn has come; bytes may still be delivered before it
     UInt64 m_uiAllocations = 0, m_uiLiveBytes = 0, m_uiPeakBytes = 0, m_uiLargest = 0;
-    UInt64 m_uiReads = 0, m_uiSeeks = 0, m_uiInjected = 0;
+    UInt64 m_uiReads = 0, m_uiSeeks = 0, m_uiInjected = 0, m_uiBlocks = 0;
     std::vector<UInt64> m_readSizes;
     std::set<void*> m_live;
     bool m_bMet = false;

@@ -65,11 +65,30 @@ private:
             Note(0, fmt::format("the main header says {} streams, the file describes {}", avih.dwStreams,
                                 m_scan.streamLists));
         }
-        if (avih.dwMicroSecPerFrame == 0) {
-            Note(0, "the main header gives no frame duration: all video times are 0");
-        }
+        CheckStreams(avih);
         if (m_reader.State().videoStreamNr < 0) {
             Note(0, "there is no video stream");
+        }
+    }
+
+    void CheckStreams(const lxAviRead_Avih_t& avih)
+    {
+        bool noFrameRate = avih.dwMicroSecPerFrame == 0;
+        if (const int video = m_reader.State().videoStreamNr; video >= 0 && !m_reader.Settings().defaultMode) {
+            const lxAviRead_Strh_t& header = m_reader.Stream(static_cast<UInt32>(video))->Header;
+            noFrameRate = noFrameRate && (header.dwScale == 0 || header.dwRate == 0);
+        }
+        if (noFrameRate) {
+            Note(0, "no header gives a frame duration: all video times are 0");
+        }
+        if (const std::string what = FrameRateConflict(m_reader); !what.empty()) {
+            Note(0, what);
+        }
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(i);
+            if (IsUnknown(stream)) {
+                Note(0, fmt::format("stream {} is of the unknown type '{}'", i, FourCCText(stream.Header.fccType)));
+            }
         }
     }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstring>
 
 namespace lxavi {
@@ -117,6 +118,40 @@ const char* TypeName(UInt32 streamType)
     case LX_AVIREAD_STREAM_SUBTITLE: return "subtitle";
     default: return "none";
     }
+}
+
+bool IsUnknown(const lxAviReadCore_StreamInfo_t& stream)
+{
+    return stream.StreamType == LX_AVIREAD_STREAM_NONE && stream.Header.fccType != 0;
+}
+
+bool IsForSubtitles(const lxAviReadCore_StreamInfo_t& stream)
+{
+    const auto isOne = [](UInt32 code) {
+        std::string text = FourCCText(code);
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+        return text == "DXSB" || text == "DXSA";
+    };
+    return isOne(stream.Header.fccHandler) || isOne(VideoFormatOf(stream).biCompression);
+}
+
+std::string FrameRateConflict(const Reader& reader)
+{
+    const int number = reader.State().videoStreamNr;
+    lxAviRead_Avih_t avih = {};
+    static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+    if (number < 0 || avih.dwMicroSecPerFrame == 0) {
+        return "";
+    }
+    const lxAviRead_Strh_t& header = reader.Stream(static_cast<UInt32>(number))->Header;
+    const double byStream = header.dwRate != 0 ? 1e6 * header.dwScale / header.dwRate : 0.0;
+    const double byMain = avih.dwMicroSecPerFrame;
+    if (byStream == 0.0 || std::abs(byStream - byMain) <= byStream / 1000) {
+        return "";
+    }
+    return fmt::format("the main header says {} microseconds per frame, the video stream {:.3f}",
+                       avih.dwMicroSecPerFrame, byStream);
 }
 
 StreamCoding CodingOf(const lxAviReadCore_StreamInfo_t& stream)

@@ -33,6 +33,15 @@ struct StreamCoding {
     std::string extension; // of the extracted file
 };
 
+// Whether the reader does not know the type of a stream that the headers describe.
+bool IsUnknown(const lxAviReadCore_StreamInfo_t& stream);
+
+// Whether a video stream carries bitmap subtitles, by its codec.
+bool IsForSubtitles(const lxAviReadCore_StreamInfo_t& stream);
+
+// How the frame rates of the main header and of the main video stream disagree, if they do by more than 0.1 %.
+std::string FrameRateConflict(const Reader& reader);
+
 StreamCoding CodingOf(const lxAviReadCore_StreamInfo_t& stream);
 
 lxAviRead_StrfVideo_t VideoFormatOf(const lxAviReadCore_StreamInfo_t& stream);

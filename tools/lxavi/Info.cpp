@@ -50,7 +50,10 @@ Json StreamReport(const Reader& reader, UInt32 number)
     const lxAviReadCore_StreamInfo_t& stream = *reader.Stream(number);
     Json json;
     json["type"] = TypeName(stream.StreamType);
-    const UInt32 track = stream.StreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : reader.State().TrackNumber[number];
+    if (IsUnknown(stream)) {
+        json["unknown type"] = FourCCText(stream.Header.fccType);
+    }
+    const UInt32 track = reader.State().TrackNumber[number];
     json["track"] = track == 0xFFFFFFFFu ? Json("none") : Json(track);
     json["coding"] = CodingOf(stream).name;
     json["handler"] = FourCCText(stream.Header.fccHandler);
@@ -83,7 +86,8 @@ Frames CountFrames(const Reader& reader, const std::vector<ScannedRecord>& recor
     Frames frames;
     for (const ScannedRecord& record : records) {
         const UInt32 twocc = record.id >> 16;
-        const bool video = twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8);
+        const bool video = twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8) || twocc == ('_' | '_' << 8) ||
+                           twocc == ('i' | 'v' << 8);
         if (video && static_cast<int>(StreamOf(record.id)) == reader.State().videoStreamNr) {
             ++frames.all;
             frames.key += record.key ? 1 : 0;
@@ -194,8 +198,11 @@ Json ContainerReport(const Reader& reader)
     if (openDml.bPresent != 0) {
         json["frames in file"] = openDml.uiTotalFrames;
     }
-    const UInt64 frames = openDml.bPresent != 0 ? openDml.uiTotalFrames : avih.dwTotalFrames;
-    json["duration"] = Duration(frames * avih.dwMicroSecPerFrame / 1000);
+    if (const std::string what = FrameRateConflict(reader); !what.empty()) {
+        json["frame rates disagree"] = what;
+    }
+    const UInt32 frames = openDml.bPresent != 0 ? openDml.uiTotalFrames : avih.dwTotalFrames;
+    json["duration"] = Duration(lxAviReadCore_GetStreamTime(static_cast<UInt32>(state.videoStreamNr), frames, 0));
     json["reads"] = reader.Settings().defaultMode ? "default mode" : "format mode";
     json["media data at"] = state.moviOffset;
     json["media data bytes"] = state.moviSize;

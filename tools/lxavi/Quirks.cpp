@@ -28,7 +28,7 @@ constexpr QuirkTitle kTitles[] = {
     {13, true, "A ninth audio stream stays on track 0"},
     {14, true, "An index chunk ends its stream list"},
     {19, true, "The last four bytes of a plain `movi` list are out of reach"},
-    {22, false, "A DRM descriptor is 10 bytes"},
+    {22, true, "A DRM descriptor is 10 bytes"},
     {27, true, "Lookups take 32 bits"},
     {29, true, "An absent track makes a jump to nowhere"},
     {33, true, "`wb` records count for their stream's number, whatever the stream"},
@@ -42,7 +42,7 @@ constexpr QuirkTitle kTitles[] = {
     {43, false, "Frames before the first stored key frame are rejected"},
     {44, false, "What is no chunk is slid over byte by byte"},
     {45, true, "Protected key frames of OpenDML files are not recognised"},
-    {46, false, "Key-frame times leave out the stream's start"},
+    {46, true, "Key-frame times leave out the stream's start"},
     {47, true, "An unknown chunk behind the media data ends the walk"},
     {48, true, "Relative offsets stay relative"},
     {49, true, "An OpenDML index stands alone"},
@@ -50,6 +50,11 @@ constexpr QuirkTitle kTitles[] = {
     {51, true, "An index that ends early is no index"},
     {52, true, "Audio times go by the codec"},
     {53, true, "Leading audio is dropped in blocks of `dwScale` bytes"},
+    {58, true, "Video times come from the main header"},
+    {59, true, "Every audio chunk counts one"},
+    {60, true, "Every further video stream carries subtitles"},
+    {61, true, "DV with its audio inside is no stream"},
+    {62, true, "Text of type `tx` is no chunk"},
 };
 
 class Detector {
@@ -160,7 +165,23 @@ private:
             if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
                 LookAtAudioClock(i, stream);
             }
+            LookAtKind(i, stream);
             LookAtSuperIndex(i, stream);
+        }
+        if (const std::string what = FrameRateConflict(m_reader); !what.empty()) {
+            Note(58, 0, what);
+        }
+    }
+
+    // Reports video streams of which default mode makes something else.
+    void LookAtKind(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
+    {
+        if (stream.Header.fccType == Code("iavs")) {
+            Note(61, 0, fmt::format("stream {} has its audio inside", number));
+        }
+        const bool further = stream.Header.fccType == Code("vids") && static_cast<int>(number) != State().videoStreamNr;
+        if (further && !IsForSubtitles(stream)) {
+            Note(60, 0, fmt::format("stream {} has the codec '{}'", number, FourCCText(stream.Header.fccHandler)));
         }
     }
 
@@ -237,6 +258,10 @@ private:
                     Note(45, chunk.offset, "a protected frame");
                 }
             }
+            if (twocc == ('t' | 'x' << 8)) {
+                Note(62, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
+            }
+            LookAtAudioChunk(chunk);
             if ((chunk.id & 0xFF) >= 'A' || (chunk.id >> 8 & 0xFF) >= 'A') {
                 Note(1, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
             }
@@ -248,6 +273,19 @@ private:
             }
         }
         LookAtLastChunk();
+    }
+
+    // Reports a chunk that does not count one in format mode.
+    void LookAtAudioChunk(const ScannedChunk& chunk)
+    {
+        const lxAviReadCore_StreamInfo_t* const stream = m_reader.Stream(StreamOf(chunk.id));
+        if (stream == nullptr || stream->StreamType != LX_AVIREAD_STREAM_AUDIO || stream->Header.dwSampleSize != 0) {
+            return;
+        }
+        const UInt32 block = AudioFormatOf(*stream).nBlockAlign;
+        if (block > 4 && (chunk.size == 0 || chunk.size > block)) {
+            Note(59, chunk.offset, fmt::format("{} bytes in blocks of {}", chunk.size, block));
+        }
     }
 
     void LookAtLastChunk()

@@ -156,7 +156,7 @@ Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
     item.jumped = jumped != 0;
     item.offset = Position() - 8;
     if (item.chunk.uiStreamNr < LX_AVIREAD_STREAMS) {
-        item.track = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO ? 0 : State().TrackNumber[item.chunk.uiStreamNr];
+        item.track = State().TrackNumber[item.chunk.uiStreamNr];
     }
     if (item.result == LX_OK) {
         item.time =

@@ -47,6 +47,9 @@ bool IsMediaId(UInt32 id)
     case 'd' | 'b' << 8:
     case 'w' | 'b' << 8:
     case 's' | 't' << 8:
+    case 't' | 'x' << 8:
+    case '_' | '_' << 8:
+    case 'i' | 'v' << 8:
     case 's' | 'b' << 8:
     case 'd' | 'd' << 8: return true;
     default: return false;

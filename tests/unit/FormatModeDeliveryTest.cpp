@@ -1,0 +1,382 @@
+// Format mode: the codes that tell what happened, aborts, skips, and DRM descriptors.
+
+#include "FormatModeTest.hpp"
+
+namespace avitest {
+namespace {
+
+class Delivery : public FormatMode {
+protected:
+    Delivery()
+    {
+        builder = AviBuilder();
+        builder.eIndex = IndexKind::None;
+        builder.Add(VideoStream());
+    }
+
+    void OpenFile(const Bytes& file)
+    {
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        Position();
+    }
+
+    Bytes CutBehind(UInt64 offset)
+    {
+        Bytes file = builder.Build();
+        file.resize(static_cast<size_t>(offset));
+        return file;
+    }
+
+    void AbortAtRead(UInt64 read)
+    {
+        Faults().onRead = [this, at = Faults().Reads() + read](UInt64) {
+            if (Faults().Reads() == at) {
+                EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+                readsAtAbort = Faults().Reads();
+                blocksAtAbort = Faults().Blocks();
+            }
+        };
+    }
+
+    UInt64 readsAtAbort = 0;
+    UInt64 blocksAtAbort = 0;
+};
+
+// ---- Codes ----
+
+TEST_F(Delivery, TheEndOfTheFileInAHeaderIsTold)
+{
+    builder.Frame(0, Fill(100), true).Frame(0, Fill(100), false);
+    static_cast<void>(builder.Build());
+    const UInt64 second = builder.MediaItems()[1].uiOffset;
+    for (const UInt64 bytes : {0u, 3u, 4u, 7u}) {
+        OpenFile(CutBehind(second + bytes));
+        EXPECT_EQ(Next().uiResult, LX_OK);
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_EOF) << bytes;
+        ASSERT_EQ(OpenAs(kDefault, CutBehind(second + bytes)), LX_OK);
+        Position();
+        EXPECT_EQ(Next().uiResult, LX_OK);
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ) << bytes;
+    }
+}
+
+TEST_F(Delivery, WhatThereIsOfACutChunkIsDelivered)
+{
+    bPayloadsMayBeCut = true;
+    builder.Frame(0, Fill(100, 7), true);
+    static_cast<void>(builder.Build());
+    for (const UInt8 as : {kDefault, kFormat}) {
+        ASSERT_EQ(OpenAs(as, CutBehind(builder.MediaItems()[0].uiOffset + 8 + 33)), LX_OK);
+        Position();
+        UInt32 size = 77;
+        EXPECT_EQ(lxAviReadCore_GetReadSize(&size), LX_OK);
+        EXPECT_EQ(size, 0u); // nothing was read yet
+        const Delivered got = Next();
+        EXPECT_EQ(got.uiResult, LX_OK);
+        EXPECT_EQ(got.chunk.uiSize, 100u);
+        EXPECT_EQ(got.uiPayloadResult, LX_ERR_AVIREAD_EOF);
+        EXPECT_EQ(Bytes(got.payload.begin(), got.payload.begin() + 34), Fill(33, 7) + Fill(1, 0));
+        EXPECT_EQ(lxAviReadCore_GetReadSize(&size), LX_OK);
+        EXPECT_EQ(size, as == kFormat ? 33u : 0u);
+    }
+}
+
+TEST_F(Delivery, TheSizeOfEveryReadIsTold)
+{
+    builder.Frame(0, Fill(100, 7), true);
+    OpenFile(builder.Build());
+    UInt32 buffer[64] = {};
+    UInt32 size = 0;
+    const auto readSize = [&] {
+        EXPECT_EQ(lxAviReadCore_GetReadSize(&size), LX_OK);
+        return size;
+    };
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_OK);
+    EXPECT_EQ(readSize(), 20u);
+    EXPECT_EQ(lxAvi2ReadCore_FileRead(&Info(), buffer, 7), LX_OK);
+    EXPECT_EQ(readSize(), 7u);
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 3});
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(readSize(), 3u);
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 5});
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(readSize(), 5u);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetChunk(nullptr, 20), LX_OK); // an assertion
+    EXPECT_EQ(readSize(), 0u);
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_OK);
+    EXPECT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(readSize(), 0u);
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_ERR_AVIREAD_READ); // no file is open
+    EXPECT_EQ(readSize(), 0u);
+    EXPECT_EQ(lxAviReadCore_GetReadSize(nullptr), LX_OK);
+    EXPECT_EQ(log.Assertions().back().text, "Parameter for lxAviReadCore_GetReadSize shouldn't be a null pointer");
+}
+
+TEST_F(Delivery, AFailedReadAndAnAbortAreTold)
+{
+    builder.Frame(0, Fill(100), true);
+    OpenFile(builder.Build());
+    Faults().FaultRead(2, {ReadFault::Kind::ShortThenError, 0});
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ);
+    Position();
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    Faults().FaultRead(2, {ReadFault::Kind::ShortThenError, 0});
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+}
+
+TEST_F(Delivery, TheEndOfTheFileInASteppedOverChunkIsTold)
+{
+    builder.Raw(Chunk("JUNK", Fill(20000))).Frame(0, Fill(10), true);
+    static_cast<void>(builder.Build());
+    OpenFile(CutBehind(builder.MoviOffset() + 10000));
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_EOF);
+    OpenFile(builder.Build());
+    EXPECT_EQ(Next().uiResult, LX_OK);
+}
+
+// ---- Aborts ----
+
+// The flag is set while the search slides over 4 MiB of zeros.
+TEST_F(Delivery, AnAbortEndsASearchWithinOneBlock)
+{
+    builder.Frame(0, Fill(10), true).Raw(Fill(4u << 20, 0)).Frame(0, Fill(10, 3), false);
+    Faults().SetBuffered(true);
+    OpenFile(builder.Build());
+    EXPECT_EQ(Next().uiResult, LX_OK);
+    AbortAtRead(100000);
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    EXPECT_LE(Faults().Reads() - readsAtAbort, 1024u);
+    EXPECT_LE(Faults().Blocks() - blocksAtAbort, 1u);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10, 3)); // and the search goes on
+}
+
+// An abort that comes when a part of a chunk's code has been read does not lose the chunk.
+TEST_F(Delivery, AnAbortedSearchLosesNoChunk)
+{
+    for (UInt32 foreign = 1020; foreign < 1030; ++foreign) {
+        builder = AviBuilder();
+        builder.eIndex = IndexKind::None;
+        builder.Add(VideoStream()).Raw(Fill(foreign, 0)).Frame(0, Fill(10, 3), true);
+        OpenFile(builder.Build());
+        AbortAtRead(1000);
+        const Delivered aborted = Next();
+        EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+        const Delivered got = aborted.uiResult == LX_OK ? aborted : Next();
+        EXPECT_EQ(got.payload, Fill(10, 3)) << foreign;
+    }
+}
+
+// An input that cannot seek goes on behind the aborted search.
+TEST_F(Delivery, AnAbortedSearchOfAStreamGoesOn)
+{
+    builder.Raw(Fill(3000, 0)).Frame(0, Fill(10, 3), true);
+    lxAviReadCore_Close();
+    ASSERT_EQ(Open(builder.Build(), false, 1, kPlenty, kFormat), LX_OK);
+    AbortAtRead(1500);
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10, 3));
+}
+
+TEST_F(Delivery, AnAbortEndsAWayOverManyChunks)
+{
+    for (UInt32 i = 0; i < 1000; ++i) {
+        builder.Raw(Chunk("JUNK", Fill(40)));
+    }
+    builder.Frame(0, Fill(10, 3), true);
+    OpenFile(builder.Build());
+    AbortAtRead(200);
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    EXPECT_LE(Faults().Reads() - readsAtAbort, 3 * kCallsOfAWord);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10, 3));
+}
+
+TEST_F(Delivery, AnAbortEndsASkip)
+{
+    builder.Frame(0, Fill(1u << 20), true);
+    lxAviReadCore_Close();
+    ASSERT_EQ(Open(builder.Build(), false, 1, kPlenty, kFormat), LX_OK);
+    AbortAtRead(100);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(1u << 20), LX_ERR_AVIREAD_ABORTED);
+    EXPECT_LE(Faults().Reads() - readsAtAbort, 1u);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+}
+
+TEST_F(Delivery, AnAbortEndsOpen)
+{
+    for (UInt32 i = 0; i < 100; ++i) {
+        builder.behindMovi += Chunk("abcd", Fill(40));
+    }
+    const Bytes file = builder.Build();
+    builder.dmlhTotalFrames = 10;
+    for (UInt32 i = 0; i < 100; ++i) {
+        builder.NextRiff();
+        builder.Frame(0, Fill(10), true);
+    }
+    const Bytes segmented = builder.Build();
+    for (const Bytes& one : {file, segmented}) {
+        const UInt64 before = Faults().Reads();
+        ASSERT_EQ(OpenAs(kFormat, one), LX_OK);
+        const UInt64 reads = Faults().Reads() - before;
+        for (const UInt64 left : {100u, 700u}) {
+            ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+            Faults().Clear();
+            AbortAtRead(reads - left);
+            EXPECT_EQ(Open(one, true, 1, kPlenty, kFormat), LX_ERR_AVIREAD_ABORTED);
+            EXPECT_LE(Faults().Reads() - readsAtAbort, 6 * kCallsOfAWord);
+            EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+            Faults().onRead = nullptr;
+        }
+    }
+}
+
+// ---- Skips ----
+
+TEST_F(Delivery, ALongSkipSeeks)
+{
+    builder.Frame(0, Fill(1u << 20), true).Frame(0, Fill(10, 3), false);
+    Faults().SetBuffered(true);
+    OpenFile(builder.Build());
+    const UInt64 blocks = Faults().Blocks();
+    const UInt64 seeks = Faults().Seeks();
+    lxAviRead_ChunkData_t chunk = {};
+    Bool jumped = 0;
+    ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(chunk.uiSize), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10, 3));
+    EXPECT_LE(Faults().Blocks() - blocks, 4u);
+    EXPECT_LE(Faults().Seeks() - seeks, 3u);
+}
+
+TEST_F(Delivery, AShortSkipReads)
+{
+    builder.Frame(0, Fill(20000), true);
+    OpenFile(builder.Build());
+    for (const UInt32 size : {8192u, 8193u}) {
+        Position();
+        const UInt64 reads = Faults().Reads();
+        EXPECT_EQ(lxAviReadCore_RemoveChunk(size), LX_OK);
+        EXPECT_EQ(Faults().Reads() - reads, size == 8192 ? 8u : 1u);
+        UInt64 position = 0;
+        position = static_cast<UInt64>(ftello64(Info().pFile));
+        EXPECT_EQ(position, Info().moviOffset + size);
+    }
+}
+
+TEST_F(Delivery, ALongSkipNoticesTheEndOfTheFile)
+{
+    builder.Frame(0, Fill(20000), true);
+    const Bytes file = builder.Build();
+    OpenFile(file);
+    const auto left = static_cast<UInt32>(file.size() - builder.MoviOffset());
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(left), LX_OK);
+    Position();
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(left + 1), LX_ERR_AVIREAD_EOF);
+    Position();
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(0xFFFFFFFFu), LX_ERR_AVIREAD_EOF);
+}
+
+TEST_F(Delivery, ASkipThatCannotSeekReads)
+{
+    builder.Frame(0, Fill(20000), true).Frame(0, Fill(10, 3), false);
+    for (const bool bSeekable : {true, false}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        ASSERT_EQ(Open(builder.Build(), bSeekable, 1, kPlenty, kFormat), LX_OK);
+        if (bSeekable) {
+            Position();
+            Faults().FailSeek(1);
+        }
+        lxAviRead_ChunkData_t chunk = {};
+        Bool jumped = 0;
+        ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
+        EXPECT_EQ(lxAviReadCore_RemoveChunk(chunk.uiSize), LX_OK);
+        EXPECT_EQ(Next().payload, Fill(10, 3));
+    }
+}
+
+// ---- DRM descriptors ----
+
+class Descriptors : public Delivery {
+protected:
+    Descriptors() { builder.Add(PcmStream()); }
+
+    void ExpectNext(const Bytes& payload, const std::optional<Bytes>& descriptor)
+    {
+        const Delivered got = Next();
+        EXPECT_EQ(got.uiResult, LX_OK);
+        EXPECT_EQ(got.payload, payload);
+        EXPECT_EQ(got.chunk.bDrm, descriptor.has_value() ? 1 : 0);
+        if (descriptor) {
+            const Bytes have(got.chunk.DrmInfo, got.chunk.DrmInfo + LX_AVIREAD_DRM_BYTES);
+            EXPECT_EQ(have, *descriptor);
+        }
+    }
+};
+
+TEST_F(Descriptors, ObeyTheirSize)
+{
+    for (const UInt32 size : {0u, 1u, 4u, 9u, 10u, 11u, 12u, 3000u}) {
+        SCOPED_TRACE(size);
+        builder.Drm(0, Fill(size, 6)).Frame(0, Fill(8, 1), true);
+    }
+    OpenFile(builder.Build());
+    for (const UInt32 size : {0u, 1u, 4u, 9u, 10u, 11u, 12u, 3000u}) {
+        Bytes want = Fill(std::min(size, 10u), 6);
+        want.resize(10);
+        ExpectNext(Fill(8, 1), want);
+    }
+}
+
+TEST_F(Descriptors, BelongToTheStreamThatTheyName)
+{
+    builder.Drm(0, Fill(10, 6)).Audio(1, Fill(20, 2)).Frame(0, Fill(8, 1), true); // the audio cancels it
+    builder.Drm(1, Fill(10, 7)).Audio(1, Fill(20, 3));
+    builder.Drm(0, Fill(10, 4)).Drm(0, Fill(10, 5)).Frame(0, Fill(8, 9), false); // the last one counts
+    builder.Drm(0, Fill(10, 4)).Raw(Chunk("JUNK", Fill(6))).Frame(0, Fill(8, 8), false);
+    OpenFile(builder.Build());
+    ExpectNext(Fill(20, 2), {});
+    ExpectNext(Fill(8, 1), {});
+    ExpectNext(Fill(20, 3), Fill(10, 7));
+    ExpectNext(Fill(8, 9), Fill(10, 5));
+    ExpectNext(Fill(8, 8), Fill(10, 4));
+}
+
+TEST_F(Descriptors, OfTheIndexedFrameAreFoundWhateverTheirSize)
+{
+    for (const IndexKind eKind : {IndexKind::Idx1Relative, IndexKind::SuperStandard}) {
+        builder = AviBuilder();
+        builder.eIndex = eKind;
+        builder.eLayout = IxLayout::At32;
+        builder.Add(VideoStream());
+        for (UInt32 i = 0; i < 6; ++i) {
+            builder.Drm(0, Fill(8 + 2 * i, 6)).Frame(0, Fill(8, static_cast<UInt8>(i)), i % 2 == 0);
+        }
+        ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+        for (UInt32 i = 0; i < 6; ++i) {
+            const Delivered got = Next();
+            EXPECT_EQ(got.chunk.uiFrameNumber, i);
+            EXPECT_EQ(got.chunk.bKeyFrame, i % 2 == 0 ? 1 : 0);
+            EXPECT_EQ(got.chunk.bDrm, 1);
+        }
+    }
+}
+
+TEST_F(Descriptors, ThatTheFileCutsAreTheEndOfTheFile)
+{
+    builder.Drm(0, Fill(3000, 6)).Frame(0, Fill(8, 1), true);
+    static_cast<void>(builder.Build());
+    const UInt64 start = builder.MediaItems()[0].uiOffset;
+    for (const UInt64 bytes : {5u, 13u, 1000u, 3010u}) {
+        OpenFile(CutBehind(start + bytes));
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_EOF) << bytes;
+    }
+    EXPECT_TRUE(log.Has("xxdd chunk size = 3000") || !log.HasPrefix("xxdd"));
+}
+
+} // namespace
+} // namespace avitest
