@@ -63,7 +63,9 @@ extern "C" {
 extern LX_AVIREAD_API UInt32 videoTrackNumber;
 /** Video frames delivered since the start or the last jump. */
 extern LX_AVIREAD_API UInt32 lxalAviRead_VideoFrame;
-/** Chunks counted per audio track. The reader also counts the chunks of tracks that are not selected. */
+/** Counted per audio track: chunks, or in format mode what the numbers of chunks count (`uiFrameNumber` of
+ *  lxAviRead_ChunkData_t). The reader also counts the chunks of tracks that are not selected. In format mode the value
+ *  is exact for the selected track, once one of its chunks was delivered. */
 extern LX_AVIREAD_API UInt32 lxalAviRead_AudioFrame[LX_AVIREAD_AUDIO_TRACKS];
 /** 1 while seeking in the file works. 0 before the first Reset or Open, and after a failed seek. */
 extern LX_AVIREAD_API Bool lxalAviRead_FileSeekPossible;
@@ -94,11 +96,13 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
 LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttempts, UInt32 memoryUsageLimit,
                                      UInt8 IndxOption, Bool* pAllIndexed);
 
-/** Seeks to the first chunk of the media data. Call it last before delivery.
+/** Seeks to the first chunk of the media data. Call it last before delivery. In default mode the counters and the
+ *  position of delivery stay as they are; in format mode they are those of the start afterwards.
  *  @return LX_OK, or LX_ERR_AVIREAD_SEEK; then delivery can still begin at the current position of the file */
 LX_AVIREAD_RESULT lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_AviInfo_t* pAviInfo);
 
-/** Goes back to the first chunk and clears the counters and the sync state. A pending jump stays armed. */
+/** Goes back to the first chunk and clears the counters and the sync state. A pending jump stays armed in default mode,
+ *  and is dropped in format mode, where lxAviReadCore_ParseIndex drops it, too. */
 LX_AVIREAD_API void lxAviReadCore_RewindToStart(void);
 
 /** Closes the file and clears everything that the state holds about it. The allocated records and the abort flag stay.
@@ -116,6 +120,10 @@ LX_AVIREAD_API void lxAviReadCore_FreeAllocatedMemory(lxAviReadCore_AviInfo_t* p
 
 /** Sets (1) or clears (0) the abort flag. While the flag is set, the result of an index parse is
  *  LX_ERR_AVIREAD_ABORTED. A read has the same result when it returns too few bytes, but not at the end of the file.
+ *  In format mode an abort also ends Open, lxAviReadCore_NextChunk and lxAviReadCore_RemoveChunk with this result while
+ *  they search, step over chunks or skip, at the latest after 1024 bytes. A chunk that is there without a search is
+ *  delivered. After the flag is cleared, delivery in a file goes on without a loss; an input that cannot seek has lost
+ *  what was skipped in part. The flag stays set until the caller clears it.
  *  Any thread may call this function. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetAbortFlag(Bool bAbort);
 
@@ -164,9 +172,9 @@ LX_AVIREAD_API void lxAviReadCore_GetFilePosition(UInt64* pPosition);
 /** Adds `count` bytes to the position of delivery. Call it when you have skipped the payload of a rejected chunk. */
 LX_AVIREAD_API void lxAviReadCore_IncreaseOffset(UInt32 count);
 
-/** Reads `size` bytes of the file and drops them. It never seeks. It does not change the position of delivery (see
- *  lxAviReadCore_IncreaseOffset).
- *  @return LX_OK or the code of the read that failed */
+/** Skips `size` bytes of the file. In default mode it reads and drops them. In format mode it seeks over more than 8192
+ *  bytes if the input can seek. It does not change the position of delivery (see lxAviReadCore_IncreaseOffset).
+ *  @return LX_OK or the code of the read that failed: LX_ERR_AVIREAD_EOF (the file ends before), _READ, _ABORTED */
 LX_AVIREAD_RESULT lxAviReadCore_RemoveChunk(UInt32 size);
 
 /** Stores in `*pSize` how many bytes the last lxAviReadCore_GetChunk, or another read into a buffer of the caller, has
@@ -328,6 +336,10 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t*
 
 /** Executes a pending jump, reads the header of the next media chunk, and decides whether to deliver the chunk.
  *
+ *  In format mode the numbers, the position, the time and the key flag of a chunk are the same on every way to it: by
+ *  playing, after a seek, a step or a rewind. After a jump that has passed over audio, the first chunk of the selected
+ *  track costs reads of the headers in between.
+ *
  *  After LX_OK read exactly `uiSize` bytes with lxAviReadCore_GetChunk (or lxAviReadCore_RemoveChunk).
  *
  *  After a rejection the payload is still unread. Skip the payload with lxAviReadCore_RemoveChunk(uiSize), and count it
@@ -341,13 +353,18 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t*
  *  @param subtitleTrackNumber selected subtitle track
  *  @param pJumped             out: 1 when this call executed a pending jump, else 0
  *  @return LX_OK; LX_AVIREAD_END_OF_MEDIA; a rejection: LX_ERR_AVIREAD_SUBTITLE_SKIPPED, _AUDIO_SKIPPED,
- *          _VIDEO_SKIPPED, _JUMP_NOT_VIDEO, _BAD_STREAM, _NO_KEY_FRAME; or LX_ERR_AVIREAD_READ (also at the end of
- *          the file and on abort), _SEEK (next segment out of reach), _JUMP_RANGE */
+ *          _VIDEO_SKIPPED, _JUMP_NOT_VIDEO, _BAD_STREAM, _NO_KEY_FRAME; or LX_ERR_AVIREAD_READ (in default mode also at
+ *          the end of the file and on abort), in format mode LX_ERR_AVIREAD_EOF (the file ends before its media data
+ *          do) and _ABORTED; _SEEK (next segment out of reach), _JUMP_RANGE. In format mode a jump that fails is over:
+ *          when the call that executes it returns _JUMP_RANGE, _JUMP_NOT_VIDEO, _NO_KEY_FRAME, _SEEK, _EOF or _READ, no
+ *          jump is pending, delivery goes on where it stood before, and `uiSize` is 0. After _ABORTED the next call makes
+ *          the jump again. */
 LX_AVIREAD_RESULT lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTrackNumber,
                                           UInt32 subtitleTrackNumber, Bool* pJumped);
 
 /** Reads `size` payload bytes of the current chunk. It does the same as lxAviReadCore_FileRead, and has the same rule
- *  for the size of the buffer. */
+ *  for the size of the buffer. Where a file was cut inside the payload, it stores what is there and returns
+ *  LX_ERR_AVIREAD_EOF; lxAviReadCore_GetReadSize then tells how many bytes came. */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunk(UInt32* buffer, UInt32 size);
 
 /** Does nothing. To switch the track, pass another track number to the next lxAviReadCore_NextChunk. The reader always
@@ -357,6 +374,9 @@ LX_AVIREAD_RESULT lxAviReadCore_SwitchAudioTrack(void);
 
 /** Computes the presentation time of a position in a stream. The time includes the stream's start (`dwStart`).
  *  @param streamNr     0 to 16
+ *  In default mode video times come from `dwMicroSecPerFrame` of the main header, and audio times from the coding. In
+ *  format mode all times come from `dwScale` and `dwRate` of the stream header, those of video from the main header if
+ *  one of the two is 0. They are exact, and truncated to milliseconds.
  *  @param frameNumber  number of the video frame, or of the audio chunk when the track's time is computed from chunks
  *  @param bytePosition payload bytes before the position, when the track's time is computed from bytes
  *  @return milliseconds, at most 0xFFFFFFFF; 0 for an unknown stream and, in default mode, for an unknown coding */
@@ -398,7 +418,8 @@ LX_AVIREAD_RESULT lxAviReadCore_GetSetPositionRangeInfo(lxAviRead_SetPositionRan
  *  @return LX_OK, or LX_ERR_AVIREAD_NO_INDEX without a table */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt32 offset);
 
-/** Arms a jump back to the key frame played last. When no key frame was played, it does nothing. @return LX_OK */
+/** Arms a jump back to the key frame played last. When no key frame was played, it does nothing. In default mode it does
+ *  not change whether video has to come first, and without a track not the audio counters either. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber);
 
 /** Arms a jump of `count` key frames from the key frame played last: forward, or back when `count` is negative. When
@@ -411,12 +432,12 @@ LX_AVIREAD_RESULT lxAviReadCore_JumpInKeyFrames(Int32 count, Int32 audioTrackNum
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber);
 
-/** Arms a jump of exactly one key frame forward, for trick play. It does not load the counters. `pFound` has the same
+/** Arms a jump of exactly one key frame forward, for trick play. In default mode it does not load the counters. `pFound` has the same
  *  meaning as for lxAviReadCore_SetJumpToNextKeyFrame.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audioTrackNumber);
 
-/** Arms a jump of one key frame back, for trick play. It does not load the counters.
+/** Arms a jump of one key frame back, for trick play. In default mode it does not load the counters.
  *  @param pFound out: 1; or 0 when there is no previous key frame, then the jump goes to the current key frame
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToPrevKeyFrame(Bool* pFound, Int32 audioTrackNumber);

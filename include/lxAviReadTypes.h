@@ -34,7 +34,7 @@ extern "C" {
 #define LX_ERR_AVIREAD_SUBTITLE_SKIPPED 0x8801980Du
 /** Rejected: audio chunk of another track, or before the audio sync chunk of a jump. */
 #define LX_ERR_AVIREAD_AUDIO_SKIPPED 0x8801980Eu
-/** Rejected: video chunk of a second video stream, or before the sync point of a jump. */
+/** Rejected: video chunk of a further video stream, or before the sync point of a jump. */
 #define LX_ERR_AVIREAD_VIDEO_SKIPPED 0x8801980Fu
 /** Rejected: the first chunk after a jump to a video key frame is not video. */
 #define LX_ERR_AVIREAD_JUMP_NOT_VIDEO 0x88019810u
@@ -103,7 +103,7 @@ enum {
 
 /** Main AVI header, the payload of `avih` (56 bytes). */
 typedef struct {
-    UInt32 dwMicroSecPerFrame; /**< microseconds per video frame; the reader computes all video times from it */
+    UInt32 dwMicroSecPerFrame; /**< microseconds per video frame; in default mode all video times come from it */
     UInt32 dwMaxBytesPerSec;
     UInt32 dwPaddingGranularity;
     UInt32 dwFlags;       /**< Open sets or clears the bit `LX_AVIREAD_HAS_INDEX` */
@@ -118,7 +118,7 @@ typedef struct {
 
 /** Stream header, the payload of `strh` (56 bytes). */
 typedef struct {
-    UInt32 fccType;    /**< "vids", "auds" or "txts" */
+    UInt32 fccType;    /**< "vids", "auds", "txts", or in format mode "iavs": DV with its audio inside, read as video */
     UInt32 fccHandler; /**< four-character code of the codec */
     UInt32 dwFlags;
     UInt16 wPriority;
@@ -184,7 +184,9 @@ typedef struct {
 typedef struct {
     Bool bValid;           /**< 1: deliver the payload; 0: skip it */
     UInt64 uiBytePosition; /**< audio: payload bytes of the track before this payload; a trim increases it */
-    UInt32 uiFrameNumber;  /**< video: frame number; audio: number of the chunk in its track, from 0 */
+    UInt32 uiFrameNumber;  /**< video: frame number, from 0 (in default mode from 1 without a table). Audio: number of
+                                the chunk in its track, from 0; in format mode, in a stream without a sample size, the
+                                number of its first block, and a chunk counts every block that it begins */
     UInt32 uiStreamNr;     /**< stream number decoded from the chunk's identifier */
     UInt32 uiSize;         /**< payload bytes to read now; a trim reduces it; an odd size is not rounded up */
     Bool bKeyFrame;        /**< 1 for a key frame of the table at or after the sync point */

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Compares where the tool's seeks land with where a general media tool lands. Usage: seeking.py LXAVI SAMPLES"""
 
+import bisect
 import csv
 import io
 import json
@@ -45,8 +46,31 @@ class Packets:
         return Packets._probe(path, "-read_intervals", intervals)
 
 
-def seek(path, time):
-    return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000"))
+class Timeline:
+    """The packets of one stream with their times, as the media tool reports them. It does not parse the payloads, so
+    that a packet is what the file has as a chunk, or a part of a large chunk."""
+
+    def __init__(self, path, stream):
+        result = subprocess.run(["ffprobe", "-v", "error", "-fflags", "+noparse+nofillin", "-select_streams", str(stream),
+                                 "-show_entries", "packet=dts_time,pos,size", "-of", "csv=p=0", str(path)],
+                                capture_output=True, text=True, check=False)
+        lines = [line for line in csv.reader(io.StringIO(result.stdout)) if len(line) >= 3 and line[2].isdigit()]
+        # (position of the payload, its size, time in milliseconds)
+        self.packets = sorted((int(pos), int(size), 1000 * float(time)) for time, size, pos in (l[:3] for l in lines)
+                              if time != "N/A")
+        times = [packet[2] for packet in self.packets]
+        self.longest = max((b - a for a, b in zip(times, times[1:])), default=1000)
+
+    def at(self, position):
+        """The packet that holds the byte at a position, or None."""
+        index = bisect.bisect_right(self.packets, (position, 1 << 62)) - 1
+        packet = self.packets[index] if index >= 0 else (0, 0, 0)
+        return packet if packet[0] <= position < packet[0] + packet[1] else None
+
+
+def seek(path, time, audio=0):
+    return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000", "--audio",
+                          str(audio)))
 
 
 def is_seekable(path):
@@ -65,6 +89,7 @@ class Film:
         self.video = {int(r["frame"]): r for r in self.delivered if r["type"] == "video"}
         info = json.loads(run(LXAVI, "info", str(path), "--json"))
         self.frame = info["microseconds per frame"]
+        self.streams = info["stream"]
         # The clocks differ: the main header has whole microseconds per frame, the stream header has a fraction.
         self.drift = 2 + self.table[-1][0] // 2000
         size, _, _, start = info["segments"][-1].split()
@@ -167,6 +192,76 @@ class Seeking(unittest.TestCase):
                          [(r["offset"], r["crc32"], r["frame"], r["byte_position"]) for r in rest[1:]])
         end = int(rest[0]["byte_position"]) + int(rest[0]["size"])
         self.assertEqual(int(ours[0]["byte_position"]) + int(ours[0]["size"]), end)
+
+
+@unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+class Times(unittest.TestCase):
+    """Compares times of chunks with the times of the media tool's packets of the same bytes."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.source = random.Random(12)
+        cls.files = sorted(SAMPLES.glob("*.avi")) + made_files() + corpus()
+
+    def test_audio_after_a_seek_has_the_time_of_its_bytes(self):
+        chunks, worst = 0, 0.0
+        for path in self.files:
+            if not is_seekable(path):
+                continue
+            film = Film(path)
+            audio = [i for i, stream in enumerate(film.streams) if stream["type"] == "audio"]
+            for track, stream in enumerate(audio):
+                timeline = Timeline(path, stream)
+                for time in film.times(self.source):
+                    with self.subTest(file=path.name, track=track, time=time):
+                        off = self.difference(seek(path, time, track), timeline, film.streams[stream])
+                        worst = max(worst, off)
+                        chunks += 1
+        print(f"{chunks} chunks after a seek, at most {worst:.3f} ms or packets off", file=sys.stderr)
+        self.assertGreaterEqual(chunks, TIMES * 5)
+
+    def difference(self, landed, timeline, stream):
+        """How far the time of the first audio chunk is off: in milliseconds for PCM, else in packets."""
+        audio = landed["first audio"]
+        if not audio["delivered"] or audio["size"] == 0:
+            return 0.0
+        packet = timeline.at(audio["offset"] + HEADER)
+        self.assertIsNotNone(packet, landed)
+        pcm = stream["coding"].startswith("PCM")
+        # a trim, or a packet that is a part of the chunk, begins at another byte
+        ahead = 1000 * (audio["offset"] + HEADER - packet[0]) / max(stream["bytes per second"], 1) if pcm else 0
+        off = abs(audio["time ms"] - packet[2] - ahead) / (1 if pcm else timeline.longest)
+        self.assertLess(off, 1.001, (landed, packet))
+        return off
+
+    def test_the_last_packet_of_each_stream_has_its_time(self):
+        streams = 0
+        for path in self.files:
+            ours = {}
+            tracks = max(1, sum(1 for s in json.loads(run(LXAVI, "info", str(path), "--json"))["stream"]
+                                if s["type"] == "audio"))
+            for track in range(tracks):
+                for row in delivered(path, track):
+                    if row["type"] != "subtitle" and int(row["size"]) > 0:
+                        ours.setdefault(int(row["stream"]), []).append((int(row["offset"]) + HEADER, int(row["time_ms"])))
+            for stream, chunks in ours.items():
+                timeline = Timeline(path, stream)
+                known = [chunk for chunk in chunks if timeline.at(chunk[0])]
+                if not known:
+                    continue
+                with self.subTest(file=path.name, stream=stream):
+                    position, time = known[-1]
+                    self.assertLessEqual(abs(time - timeline.at(position)[2]), timeline.longest + 1)
+                    streams += 1
+        print(f"{streams} streams end with the media tool", file=sys.stderr)
+        self.assertGreaterEqual(streams, 5)
+
+
+def delivered(path, track):
+    """The chunks that the tool delivers, up to the end of the file or to damage."""
+    result = subprocess.run([LXAVI, "chunks", str(path), "--csv", "--audio", str(track)], capture_output=True, text=True,
+                            check=False)
+    return list(csv.DictReader(io.StringIO(result.stdout)))
 
 
 if __name__ == "__main__":

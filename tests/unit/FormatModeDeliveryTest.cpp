@@ -103,6 +103,10 @@ TEST_F(Delivery, TheSizeOfEveryReadIsTold)
     EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_ERR_AVIREAD_ABORTED);
     EXPECT_EQ(readSize(), 5u);
     EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    Info().maxReadAttempts = 3;
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 3});
+    EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_OK); // by a second attempt
+    EXPECT_EQ(readSize(), 20u);
     EXPECT_EQ(lxAviReadCore_GetChunk(nullptr, 20), LX_OK); // an assertion
     EXPECT_EQ(readSize(), 0u);
     EXPECT_EQ(lxAviReadCore_GetChunk(buffer, 20), LX_OK);
@@ -194,6 +198,96 @@ TEST_F(Delivery, AnAbortEndsAWayOverManyChunks)
     EXPECT_LE(Faults().Reads() - readsAtAbort, 3 * kCallsOfAWord);
     EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
     EXPECT_EQ(Next().payload, Fill(10, 3));
+}
+
+// An abort is set at every read in turn, and cleared when it was heard. Every chunk is delivered all the same.
+TEST_F(Delivery, AnAbortAtAnyReadLosesNothing)
+{
+    builder.eIndex = IndexKind::Idx1Relative;
+    builder.Add(PcmStream());
+    builder.Frame(0, Fill(10, 1), true).Raw(Chunk("JUNK", Fill(3000))).Audio(1, Fill(1500, 2)).Raw(Fill(2050, 0));
+    builder.Frame(0, Fill(10, 3), true)
+        .Raw(Chunk("JUNK", Fill(20000)))
+        .Drm(0, Fill(4000, 4))
+        .Raw(Chunk("JUNK", Fill(9)));
+    builder.Frame(0, Fill(10, 5), true).Drm(0, Fill(10, 6)).Frame(0, Fill(9000, 7), false);
+    const Bytes file = builder.Build();
+    const auto play = [&] {
+        std::vector<std::string> lines;
+        for (UInt32 calls = 0; calls < 20; ++calls) {
+            const Delivered got = Next();
+            if (got.uiResult == LX_AVIREAD_END_OF_MEDIA) {
+                break;
+            }
+            EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+            if (got.uiResult != LX_ERR_AVIREAD_ABORTED) {
+                lines.push_back(std::to_string(got.uiResult) + " " + std::to_string(got.uiPosition) + " " +
+                                std::to_string(got.chunk.uiFrameNumber) + " " + std::to_string(got.chunk.bKeyFrame) +
+                                " " + std::to_string(got.chunk.bDrm) + " " + std::to_string(got.chunk.DrmInfo[0]) +
+                                " " + std::to_string(got.payload.size()));
+            }
+        }
+        return lines;
+    };
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    const UInt64 before = Faults().Reads();
+    const std::vector<std::string> want = play();
+    ASSERT_EQ(want.size(), 5u);
+    const UInt64 reads = Faults().Reads() - before;
+    UInt32 heard = 0;
+    for (UInt64 n = 1; n <= reads; ++n) {
+        lxAviReadCore_RewindToStart();
+        AbortAtRead(n);
+        readsAtAbort = 0;
+        ASSERT_EQ(play(), want) << "read " << n;
+        heard += readsAtAbort != 0 ? 1 : 0;
+    }
+    EXPECT_GT(heard, 2000u);
+}
+
+TEST_F(Delivery, AnAbortedSkipSkipsNothing)
+{
+    builder.Frame(0, Fill(20000, 7), true).Frame(0, Fill(10, 3), false);
+    OpenFile(builder.Build());
+    lxAviRead_ChunkData_t chunk = {};
+    Bool jumped = 0;
+    ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(20000), LX_ERR_AVIREAD_ABORTED); // before the seek
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    AbortAtRead(3);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(8000), LX_ERR_AVIREAD_ABORTED); // between two pieces
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    Faults().onRead = nullptr;
+    Faults().FaultRead(2, {ReadFault::Kind::ShortThenError, 100});
+    AbortAtRead(2);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(8000), LX_ERR_AVIREAD_ABORTED); // inside a piece
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(lxAviReadCore_RemoveChunk(20000), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10, 3));
+}
+
+// The chunk is delivered whole, because nothing could be dropped.
+TEST_F(Delivery, AnAbortedTrimDropsNothing)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(PcmStream());
+    Bytes payload = Fill(4 * 640);
+    std::iota(payload.begin(), payload.end(), UInt8{0});
+    builder.Audio(1, payload);
+    for (UInt32 i = 0; i < 4; ++i) {
+        builder.Frame(0, Fill(10), true);
+    }
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    lxAviReadCore_SeekToTime(120, 0, lxAviRead_SetPosRoundDown);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    const Delivered got = Next();
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(got.uiResult, LX_OK);
+    EXPECT_EQ(got.chunk.uiBytePosition, 0u);
+    EXPECT_EQ(got.payload, payload);
+    EXPECT_EQ(lxAviReadCore_SeekToTime(120, 0, lxAviRead_SetPosRoundDown), 120u);
+    EXPECT_EQ(Next().chunk.uiBytePosition, (120u * 8 - 1) * 2);
 }
 
 TEST_F(Delivery, AnAbortEndsASkip)
@@ -344,6 +438,51 @@ TEST_F(Descriptors, BelongToTheStreamThatTheyName)
     ExpectNext(Fill(20, 3), Fill(10, 7));
     ExpectNext(Fill(8, 9), Fill(10, 5));
     ExpectNext(Fill(8, 8), Fill(10, 4));
+}
+
+// Bytes that look like a descriptor, of a stream that the file does not have, or of a size that the list does not have.
+TEST_F(Descriptors, ThatCannotBeOnesAreSlidOver)
+{
+    for (const bool bSeekable : {true, false}) {
+        for (const Bytes& foreign :
+             {Fill(64, 'd'), ChunkOfSize("05dd", 4, Fill(4, 6)), ChunkOfSize("00dd", 60000, Fill(10, 6)),
+              ChunkOfSize("00dd", 0xFFFFFFFE, Fill(10, 6)), ChunkOfSize("01dd", 0xFFFFFFFF, Fill(10, 6))}) {
+            builder = AviBuilder();
+            builder.eIndex = IndexKind::None;
+            builder.Add(VideoStream()).Add(PcmStream());
+            builder.Frame(0, Fill(8, 1), true).Raw(foreign).Frame(0, Fill(8, 2), false).Drm(0, Fill(10, 7));
+            builder.Frame(0, Fill(8, 3), false);
+            ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+            ASSERT_EQ(Open(builder.Build(), bSeekable, 1, kPlenty, kFormat), LX_OK);
+            if (bSeekable) {
+                Position();
+            }
+            ExpectNext(Fill(8, 1), {});
+            ExpectNext(Fill(8, 2), {});
+            ExpectNext(Fill(8, 3), Fill(10, 7));
+        }
+    }
+}
+
+// A descriptor or a frame of another stream between a descriptor and its frame: the index and delivery agree that the
+// frame has none.
+TEST_F(Descriptors, OfAnotherStreamInBetweenCancel)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(VideoStream());
+    builder.Frame(0, Fill(8), true);
+    builder.Drm(0, Fill(10, 1)).Drm(1, Fill(10, 2)).Frame(0, Fill(8, 3), true);
+    builder.Drm(0, Fill(10, 1)).Frame(1, Fill(8), true).Frame(0, Fill(8, 4), true);
+    builder.Drm(0, Fill(10, 1)).Drm(0, Fill(10, 5)).Frame(0, Fill(8, 6), true);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    for (const UInt8 frame : {UInt8{3}, UInt8{4}, UInt8{6}}) {
+        const UInt32 number = frame == 6 ? 3u : frame - 2u;
+        EXPECT_EQ(lxAviReadCore_SeekToTime(number * 40, -1, lxAviRead_SetPosRoundDown), number * 40);
+        const Delivered got = Next();
+        EXPECT_EQ(got.payload, Fill(8, frame));
+        EXPECT_EQ(got.chunk.bKeyFrame, 1);
+        EXPECT_EQ(got.chunk.bDrm, frame == 6 ? 1 : 0);
+    }
 }
 
 TEST_F(Descriptors, OfTheIndexedFrameAreFoundWhateverTheirSize)

@@ -8,6 +8,7 @@ namespace {
 class FailedJump : public FormatMode {
 protected:
     Bytes file;
+    std::vector<UInt32> playedBefore = {0, 1, 24, 45}; // chunks
 
     FailedJump()
     {
@@ -27,10 +28,10 @@ protected:
         return lines;
     }
 
-    // Plays `chunks` chunks, lets `jump` fail with `code`, and plays on.
+    // Plays some chunks, arms a jump that fails with `code`, and plays on.
     void ExpectToBeOver(UInt32 code, const std::function<void()>& arm)
     {
-        for (const UInt32 chunks : {0u, 1u, 24u, 45u}) {
+        for (const UInt32 chunks : playedBefore) {
             SCOPED_TRACE(chunks);
             const auto play = [&] {
                 ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
@@ -74,6 +75,82 @@ TEST_F(FailedJump, ToAudioInTheKeyFramesPlaceIsOver)
 TEST_F(FailedJump, ToAnotherFrameIsOver)
 {
     ExpectToBeOver(LX_ERR_AVIREAD_NO_KEY_FRAME, [&] { ArmTo(builder.MediaItems()[23].uiOffset); });
+}
+
+TEST_F(FailedJump, ToAChunkThatIsNotOfTheMainVideoStreamIsOver)
+{
+    playedBefore = {0, 1, 20}; // not over the damage
+    for (const std::string_view code : {"77dc", "05dc", "01dc", "05wb"}) {
+        const Bytes text = Text(code);
+        std::copy(text.begin(), text.end(),
+                  file.begin() + static_cast<std::ptrdiff_t>(builder.MediaItems()[21].uiOffset));
+        ExpectToBeOver(LX_ERR_AVIREAD_JUMP_NOT_VIDEO, [&] { ArmTo(0); });
+    }
+}
+
+TEST_F(FailedJump, ToTheEndOfTheListIsOver)
+{
+    const UInt64 end = builder.MoviOffset() + builder.MoviSize();
+    for (const UInt64 before : {0u, 1u, 7u}) {
+        ExpectToBeOver(LX_ERR_AVIREAD_JUMP_RANGE, [&] { ArmTo(end - before); });
+    }
+    ExpectToBeOver(LX_ERR_AVIREAD_JUMP_RANGE, [&] { ArmTo(end + 1); });
+}
+
+TEST_F(FailedJump, ToTheStartOfTheFileIsOver)
+{
+    ExpectToBeOver(LX_ERR_AVIREAD_JUMP_RANGE, [&] {
+        Entry(0, 1).videoChunkOffset = 0;
+        ArmTo(0);
+        Entry(0, 1).videoChunkOffset = builder.MediaItems()[21].uiOffset;
+    });
+}
+
+TEST_F(FailedJump, BehindTheEndOfACutFileIsOver)
+{
+    bPayloadsMayBeCut = true;
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(PcmStream());
+    builder.eIndex = IndexKind::OneLevelStandard;
+    AddMedia(30, 10);
+    file = builder.Build();
+    file.resize(static_cast<size_t>(builder.MediaItems()[58].uiOffset));
+    ExpectToBeOver(LX_ERR_AVIREAD_EOF, [&] { ArmTo(builder.MediaItems()[59].uiOffset); });
+}
+
+// The jump is not lost: the next call makes it again.
+TEST_F(FailedJump, ThatIsAbortedIsMadeAgain)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(PcmStream());
+    AddMedia(20, 10);
+    builder.Raw(Fill(3000, 0)).Frame(0, Fill(10, 9), true);
+    AddMedia(10, 10);
+    file = builder.Build();
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    const lxAviReadCore_KeyFramePosition_t third = {0, 2, builder.MediaItems()[41].uiOffset - 2500, 1};
+    lxAviReadCore_SetPointerOnKF(&third, -1);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    for (UInt32 i = 0; i < 2; ++i) {
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    }
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    const Delivered got = Next();
+    EXPECT_TRUE(got.bJumped);
+    EXPECT_EQ(got.uiResult, LX_OK);
+    EXPECT_EQ(got.payload, Fill(10, 9));
+}
+
+// The caller skips a rejected payload after it has armed the jump.
+TEST_F(FailedJump, ComesBackBehindWhatWasSkippedSince)
+{
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    const Delivered rejected = Next(1);
+    EXPECT_EQ(rejected.uiResult, LX_ERR_AVIREAD_AUDIO_SKIPPED);
+    ArmTo(UInt64{1} << 40);
+    SkipRejected(rejected);
+    EXPECT_EQ(Next(1).uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
+    EXPECT_EQ(Next(1).uiPosition, builder.MediaItems()[1].uiOffset);
 }
 
 TEST_F(FailedJump, WhoseSeekFailsIsOver)
@@ -143,6 +220,46 @@ TEST_F(FormatMode, ARewindDropsAPendingJump)
     EXPECT_FALSE(first.bJumped);
     EXPECT_EQ(first.uiPosition, builder.MediaItems()[0].uiOffset);
     EXPECT_EQ(first.chunk.uiFrameNumber, 0u);
+}
+
+TEST_F(FormatMode, AnotherTableDropsAPendingJump)
+{
+    AddMedia(30, 10);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    lxAviReadCore_SeekToTime(800, -1, lxAviRead_SetPosRoundDown);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(Info().JumpOffset, 0u);
+    Position();
+    EXPECT_FALSE(Next().bJumped);
+    EXPECT_EQ(Next().chunk.uiFrameNumber, 0u);
+}
+
+// The sync entry of a jump is over, too. A pending jump stays, and where it fails, delivery goes on at the start.
+TEST_F(FormatMode, PositioningForgetsWhereDeliveryStood)
+{
+    AddMedia(30, 10);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    lxAviReadCore_SeekToTime(800, -1, lxAviRead_SetPosRoundDown);
+    EXPECT_EQ(Next().chunk.uiFrameNumber, 20u);
+    Position();
+    EXPECT_EQ(Next().chunk.uiBytePosition, 0u);
+    const Delivered first = Next();
+    EXPECT_EQ(first.uiResult, LX_OK);
+    EXPECT_EQ(first.chunk.uiFrameNumber, 0u);
+
+    lxAviReadCore_SeekToTime(800, -1, lxAviRead_SetPosRoundDown);
+    Position();
+    EXPECT_EQ(Next().chunk.uiFrameNumber, 20u);
+
+    const lxAviReadCore_KeyFramePosition_t nowhere = {0, 1, UInt64{1} << 40, 1};
+    lxAviReadCore_SetPointerOnKF(&nowhere, -1);
+    Position();
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_JUMP_RANGE);
+    const Delivered start = Next();
+    EXPECT_EQ(start.uiPosition, builder.MediaItems()[0].uiOffset);
+    EXPECT_EQ(start.chunk.uiFrameNumber, 0u);
 }
 
 // Without a table frames count from 0; after the index is parsed, delivery starts over.

@@ -181,12 +181,45 @@ TEST_F(Resume, ASyncChunkThatNeverComesIsReplacedByTheNext)
     EXPECT_EQ(rejected, 19u);
     ExpectChunk(NextAudio(), 21);
 
-    // On the way from the start, too, the chunk behind the position counts as the entry says.
+    // On the way from the start nothing is wrong.
     lxAviReadCore_RewindToStart();
-    for (UInt32 i = 0; i <= 20; ++i) {
+    for (UInt32 i = 0; i < 40; ++i) {
         ExpectChunk(NextAudio(), i);
     }
-    ExpectChunk(NextAudio(), 20);
+}
+
+// The index names the chunk of an entry far behind its place. Playing does not go by it, and a later entry is right.
+TEST_F(Resume, AWrongPositionDoesNotDisturbPlaying)
+{
+    AddFilm(0);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    for (const UInt64 wrong : {UInt64{3000}, UInt64{1} << 31}) {
+        Entry(0, 1).audioChunkOffset[0] += wrong;
+        lxAviReadCore_RewindToStart();
+        for (UInt32 i = 0; i < 60; ++i) {
+            ExpectChunk(NextAudio(), i);
+        }
+        lxAviReadCore_SeekToTime(800, 0, lxAviRead_SetPosRoundDown);
+        ExpectChunk(NextAudio(), 40);
+    }
+}
+
+// An index in which a chunk is missing: a chunk has the same number by playing and after a seek.
+TEST_F(Resume, AnIndexThatLacksAChunkGivesItsNumbersOnEveryWay)
+{
+    for (UInt32 i = 0; i < kFrames; ++i) {
+        builder.Media("01wb", Fill(640), true, i != 5).Frame(0, Fill(10), i % 10 == 0);
+    }
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    std::vector<UInt32> played;
+    for (UInt32 i = 0; i < kFrames; ++i) {
+        played.push_back(NextAudio().chunk.uiFrameNumber);
+    }
+    EXPECT_EQ(played[10], 10u);
+    EXPECT_EQ(played[11], 10u); // the chunk that the index calls 10, which the entry of 400 ms names
+    lxAviReadCore_SeekToTime(400, 0, lxAviRead_SetPosRoundDown);
+    EXPECT_EQ(NextAudio().chunk.uiFrameNumber, 10u);
+    EXPECT_EQ(NextAudio().chunk.uiFrameNumber, 11u);
 }
 
 TEST_F(Resume, ATrimChangesSizeAndBytePositionAndNothingElse)

@@ -53,6 +53,16 @@ TEST_F(StreamKinds, AFurtherVideoStreamIsOneUnlessItsCodecIsForSubtitles)
     EXPECT_EQ(Info().SubtitleTracksCount, 2u);
 }
 
+TEST_F(StreamKinds, TwoFormatsOfTheMainVideoStreamMakeItNoOther)
+{
+    Stream video = VideoStream();
+    video.extra = Chunk("strf", video.format);
+    builder.Add(video);
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(Info().videoStreamNr, 0);
+    EXPECT_EQ(Info().TrackNumber[0], 0u);
+}
+
 TEST_F(StreamKinds, SubtitlesBeforeThePictureAreNotThePicture)
 {
     builder.Add(Video("DXSB", "DXSB")).Add(VideoStream()).Frame(1, Fill(10), true);

@@ -3,8 +3,8 @@
 //   ┆ a0 ┆ v ┆ a1 ┆ a2 ┆ KEY ┆ a3 ┆ a4 ┆ v ┆ a5 …
 //          anchor─┘          └─ a jump to the key frame: a3 is the first chunk met
 //
-// a3 counts from the anchor a1, over a2. Playing, the counters pass from chunk to chunk; where delivery meets an anchor,
-// they are set to it, so that an index which disagrees with the file gives the same numbers on every way.
+// a3 counts from the anchor a1, over a2. Playing, the counters pass from chunk to chunk; at a chunk that is an anchor they
+// are set to it, so that an index in which chunks are missing gives the same numbers on every way.
 
 #include "internal/AudioResume.hpp"
 #include "internal/Delivery.hpp"
@@ -37,11 +37,12 @@ void PassEntry(const KeyFrameTable& table, AudioTrack& audio)
     audio.uiItemNr = position.itemNr;
 }
 
-// Takes the anchor of an entry. Several entries may name the same chunk, and one without audio names none.
-void TakeAnchor(const Entry& entry, UInt32 track, AudioTrack& audio)
+// Takes the anchor of an entry that lies at or before the chunk at `start`. Several entries may name the same chunk, and
+// one without audio names none. Where the counters are exact already, an anchor at which no chunk begins is damage.
+void TakeAnchor(const Entry& entry, UInt32 track, UInt64 start, AudioTrack& audio)
 {
     const UInt64 anchor = entry.audioChunkOffset[track];
-    if (anchor <= audio.uiAnchor) {
+    if (anchor <= audio.uiAnchor || (audio.eCount == AudioCount::Exact && anchor != start)) {
         return;
     }
     SetCounters(track, entry.audioFrameNumber[track], entry.audioBytePosition[track]);
@@ -75,7 +76,7 @@ bool MeetAudio(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, UInt64 sta
     const KeyFrameTable table(pAviInfo);
     const Entry* pEntry = table.At(audio.uiLeafNr, audio.uiItemNr);
     while (pEntry != Null && pEntry->audioChunkOffset[track] <= start) {
-        TakeAnchor(*pEntry, track, audio);
+        TakeAnchor(*pEntry, track, start, audio);
         PassEntry(table, audio);
         pEntry = table.At(audio.uiLeafNr, audio.uiItemNr);
     }

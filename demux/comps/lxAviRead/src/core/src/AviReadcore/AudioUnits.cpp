@@ -6,7 +6,7 @@
 //
 // Writers misuse both fields. What they mean then was found by comparing the packet times of media tools:
 //
-//   dwSampleSize 1024 for AAC, 1152 for MP3   the samples of a coded frame: every chunk is one, and varies in size
+//   dwSampleSize 1024 for AAC, 1152 for MP3   samples of a coded frame, whose bytes vary: it is none
 //   dwSampleSize against the byte rate        nBlockAlign is meant, where that fits
 //   nBlockAlign 1 to 4 of a coded stream      the size of a decoded sample: no block size, unless it fits the byte rate
 

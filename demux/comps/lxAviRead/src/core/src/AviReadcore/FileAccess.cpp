@@ -65,6 +65,37 @@ void Tell(UInt32* pLacking, UInt32 lacking)
     }
 }
 
+// Reads and drops `size` bytes, and adds to `skipped` how many came.
+UInt32 ReadJunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size, UInt32& skipped)
+{
+    for (UInt32 left = size; left > 0;) {
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
+        const UInt32 piece = std::min(left, kJunkBytes);
+        UInt32 junk[kJunkBytes / sizeof(UInt32)];
+        UInt32 lacking = 0;
+        const UInt32 result = ReadLoop(pAviInfo, kCoreRead, {junk, sizeof junk, piece}, &lacking);
+        skipped += result == LX_OK ? piece : piece - lacking;
+        LX_AVIREAD_TRY(result);
+        left -= piece;
+    }
+    return LX_OK;
+}
+
+// Seeks over all bytes but the last one, which is read, so that the end of the file is noticed.
+bool SeekOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
+{
+    return size > kLongSkipBytes && LongSkipsSeek(pAviInfo) && lxalAviRead_FileSeekPossible != 0 &&
+           !IsAborted(pAviInfo) && SeekAndRemember(pAviInfo, size - 1, kFromHere);
+}
+
+// Leaves the file where a skip began that an abort has ended. An input that cannot seek has lost what was skipped.
+void UndoSkip(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 skipped)
+{
+    if (AbortsAreHeard(pAviInfo) && lxalAviRead_FileSeekPossible != 0 && skipped > 0) {
+        SeekAndRemember(pAviInfo, UInt64{0} - skipped, kFromHere);
+    }
+}
+
 // Goes on with a read whose first attempt brought `got` bytes, which is less than it wants.
 UInt32 ContinueRead(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target, size_t got,
                     UInt32* pLacking)
@@ -134,9 +165,13 @@ UInt32 ContinueWord(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family,
 UInt32 ReadForCaller(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, UInt32* pBuffer, UInt32 size)
 {
     constexpr size_t kAnyCapacity = SIZE_MAX;
-    UInt32 lacking = pBuffer != Null && pAviInfo->pFile != Null ? 0 : size;
-    const UInt32 result = pBuffer != Null ? ReadLoop(pAviInfo, family, {pBuffer, kAnyCapacity, size}, &lacking) : LX_OK;
-    s_uiReadSize = size - lacking;
+    s_uiReadSize = 0;
+    if (pBuffer == Null) {
+        return LX_OK;
+    }
+    UInt32 lacking = size; // of a read that fails before its first attempt
+    const UInt32 result = ReadLoop(pAviInfo, family, {pBuffer, kAnyCapacity, size}, &lacking);
+    s_uiReadSize = result == LX_OK ? size : size - lacking;
     return result;
 }
 
@@ -211,15 +246,10 @@ UInt32 lxAviReadCore_RemoveChunk(UInt32 size)
                "lxAviReadCore_RemoveChunk : size == 0 something is wrong returning LX_ERR_BAD_PARAMETER");
         return LX_OK;
     }
-    // the last byte is read, so that the end of the file is noticed
-    const bool bSought = size > kLongSkipBytes && LongSkipsSeek(pAviInfo) && lxalAviRead_FileSeekPossible != 0 &&
-                         SeekAndRemember(pAviInfo, size - 1, kFromHere);
-    for (UInt32 left = bSought ? 1 : size; left > 0;) {
-        LX_AVIREAD_TRY(HearAbort(pAviInfo));
-        const UInt32 piece = std::min(left, kJunkBytes);
-        UInt32 junk[kJunkBytes / sizeof(UInt32)];
-        LX_AVIREAD_TRY(ReadLoop(pAviInfo, kCoreRead, {junk, sizeof junk, piece}));
-        left -= piece;
+    UInt32 skipped = SeekOver(pAviInfo, size) ? size - 1 : 0;
+    const UInt32 result = ReadJunk(pAviInfo, size - skipped, skipped);
+    if (result == LX_ERR_AVIREAD_ABORTED) {
+        UndoSkip(pAviInfo, skipped);
     }
-    return LX_OK;
+    return result;
 }

@@ -12,6 +12,7 @@
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/OpenDmlIndex.hpp"
+#include "internal/PendingJump.hpp"
 #include "internal/Segments.hpp"
 
 namespace lxAviReadCore {
@@ -270,6 +271,9 @@ UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseIndex");
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
+    if (RewindsDropJumps(pAviInfo)) {
+        DropJump(pAviInfo);
+    }
     const UInt32 result = ParseChosenIndex(instance, pAviInfo);
     ForgetDanglingPositions(pAviInfo);
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIndex %x", result);

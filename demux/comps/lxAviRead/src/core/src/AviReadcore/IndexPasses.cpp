@@ -143,21 +143,25 @@ void KeyFrameFiller::Resume(UInt32 leafNr, UInt32 frameNumber, UInt32 skipCounte
     m_uiSkipCounter = skipCounter;
 }
 
-// A "dd" chunk belongs to the frame of the main video stream that follows it. Video and "dd" records of other streams
-// may stand between the two; any other record in between cancels the descriptor.
+// A "dd" chunk belongs to the frame of the main video stream that follows it. In the default mode video and "dd" records
+// of other streams may stand between the two; any other record in between cancels the descriptor.
 Entry* KeyFrameFiller::TakeAny(IndexEntry entry)
 {
     switch (entry.eKind) {
     case EntryKind::Frame:
     case EntryKind::KeyFrame: return TakeMainVideo(entry);
-    case EntryKind::OtherVideo: CountPayload(entry); return Null;
+    case EntryKind::OtherVideo: CountPayload(entry); [[fallthrough]];
+    case EntryKind::OtherDrm:
+        if (DrmChunksAreExact(m_pAviInfo)) {
+            CancelDrm();
+        }
+        return Null;
     case EntryKind::MainDrm:
         LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: DRM chunk in index: sn:%d l:%d o:%d", entry.pSource->uiStreamNr,
                entry.uiSize, static_cast<UInt32>(entry.uiOffset));
         m_uiDrmOffset = entry.uiOffset;
         m_bDrmPending = true;
         return Null;
-    case EntryKind::OtherDrm: return Null;
     default: CancelDrm(); return Null;
     }
 }

@@ -1,245 +1,17 @@
-// Delivery: the next chunk of the media data.
+// Delivery: the next chunk of the media data, and its payload.
 //
-//   "00dc" size payload …          media: its header is read and classified, its payload is left to the caller
-//   "00dd" size descriptor "00dc"… a DRM descriptor, attached to the chunk that follows it
-//   "ix00" size …, "JUNK" size …   stepped over in one piece
-//   anything else                  slid over byte by byte until a media code lines up: pad bytes, list headers, damage
-//
-// Before a header is read, a pending jump is executed; where a `movi` list ends, the next segment takes over. The
-// state's `CurrentOffset` is the position of the file, except while a payload that was counted has not been read yet.
+// A pending jump is executed first (PendingJump.cpp). The search finds the header of the next media chunk
+// (MediaSearch.cpp), and the kind of its stream decides what becomes of it (StreamChunks.cpp). The payload is left to the
+// caller. The state's `CurrentOffset` is the position of the file, except while a payload that was counted has not been
+// read yet.
 
 #include "internal/Delivery.hpp"
 #include "internal/PendingJump.hpp"
-#include "internal/Segments.hpp"
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
 
-#include <algorithm>
-
 namespace lxAviReadCore {
 namespace {
-
-constexpr UInt32 kSizeBytes = 4;
-constexpr UInt32 kSlideBytes = 1024; // slid over between two looks at the abort flag
-// Behind a "dd" code: its size, its descriptor, and the code of the next chunk.
-constexpr UInt32 kDrmBytes = kSizeBytes + LX_AVIREAD_DRM_BYTES + kChunkCodeBytes;
-
-// The parts of a header, as the message about a failed read calls them.
-constexpr char kId[] = "reding data";
-constexpr char kSteppedSize[] = "reading dwSize";
-constexpr char kSlide[] = "reding data1";
-constexpr char kDrmSize[] = "reding i";
-constexpr char kDrm[] = "reding wDrmKeyNr";
-constexpr char kSize[] = "reding size";
-
-UInt32 ReportFailedRead(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result, const char* pPart, SourcePlace place)
-{
-    LX_LOG(kLevelError, "lxAviReadCore_NextChunk : Error %s at line:%d", pPart, place.iLine);
-    return ReasonOfFailedRead(pAviInfo, result);
-}
-
-template <typename Record>
-UInt32 ReadHeaderPart(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pPart, SourcePlace place)
-{
-    const UInt32 result = ReadRecord(pAviInfo, record);
-    return result == LX_OK ? LX_OK : ReportFailedRead(pAviInfo, result, pPart, place);
-}
-
-// The same, and counted.
-template <typename Record>
-UInt32 ReadCounted(lxAviReadCore_AviInfo_t* pAviInfo, Record& record, const char* pPart, SourcePlace place)
-{
-    LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, record, pPart, place));
-    pAviInfo->CurrentOffset += sizeof record;
-    return LX_OK;
-}
-
-// Bytes that delivery has left in the current segment.
-UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    const UInt64 end = EndOfDelivery(pAviInfo);
-    return pAviInfo->CurrentOffset <= end ? end - pAviInfo->CurrentOffset : 0;
-}
-
-// Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there
-// is less room, enters the next segment, and the caller continues there unchecked.
-inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
-{
-    const UInt64 end = EndOfDelivery(pAviInfo);
-    const bool bHasRoom = pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
-    return bHasRoom ? LX_OK : EnterNextSegment(pAviInfo); // Quirk Q20
-}
-
-// ---- The way to the next media chunk ----
-
-bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");
-}
-
-// Whether the identifier is one of an "iavs" stream, which has chunk types of its own.
-bool IsInterleavedChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return IsInterleavedType(HighHalf(id)) && IsInterleavedStream(pAviInfo, StreamNumber(LowHalf(id)));
-}
-
-bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return IsMediaCode(HighHalf(id)) || (HighHalf(id) == TwoCC("tx") && TextHasTwoTypes(pAviInfo)) ||
-           IsInterleavedChunk(pAviInfo, id);
-}
-
-bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return IsMediaChunk(pAviInfo, id) || IsSteppedOver(pAviInfo, id);
-}
-
-// Steps over a chunk whose identifier has been read, and reads the next identifier.
-UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    UInt32 size = 0;
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
-    size = MakeEven(size);
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
-    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
-        return ReasonOfFailedRead(pAviInfo, result);
-    }
-    pAviInfo->CurrentOffset += size;
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkCodeBytes));
-    return ReadCounted(pAviInfo, id, kId, Here());
-}
-
-// Lets the identifier slide on by one byte.
-UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    const int character = ReadByte(pAviInfo->pFile);
-    auto next = static_cast<UInt8>(character);
-    if (character == EOF) {
-        if (const UInt32 result = ContinueWord(pAviInfo, kCoreRead, &next, sizeof next, 0); result != LX_OK) {
-            return ReportFailedRead(pAviInfo, result, kSlide, Here());
-        }
-    }
-    pAviInfo->CurrentOffset += sizeof next;
-    id = id >> 8 | static_cast<UInt32>(next) << 24;
-    return LX_OK;
-}
-
-// Quirk Q44: lets the identifier slide over the file, be it a list header, a pad byte or damage, to the next one that
-// means something, to the end of the segment, or so far that the abort flag is due to be looked at.
-UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));
-    // 0 in a next segment that is empty: one byte is read all the same
-    UInt64 room = std::min<UInt64>(RoomLeft(pAviInfo), kSlideBytes);
-    do {
-        LX_AVIREAD_TRY(SlideByOne(pAviInfo, id));
-    } while (room-- > 1 && !MeansSomething(pAviInfo, id));
-    return LX_OK;
-}
-
-// The last two characters of an identifier, as text.
-struct TypeText {
-    char characters[3];
-};
-
-TypeText TextOfType(UInt32 id) { return {{static_cast<char>(ByteOf(id, 2)), static_cast<char>(ByteOf(id, 3)), '\0'}}; }
-
-// Ends a search that is aborted. The next one begins with the identifier that this one has come to.
-UInt32 EndSearchOnAbort(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    const UInt32 result = HearAbort(pAviInfo);
-    const UInt64 before = pAviInfo->CurrentOffset - kChunkCodeBytes;
-    if (result != LX_OK && lxalAviRead_FileSeekPossible != 0 &&
-        SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, before), kFromStart)) {
-        pAviInfo->CurrentOffset = before;
-    }
-    return result;
-}
-
-UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkHeaderBytes));
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, id, kId, Here()));
-    while (!IsMediaChunk(pAviInfo, id)) {
-        LX_AVIREAD_TRY(EndSearchOnAbort(pAviInfo));
-        LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
-    }
-    LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", TextOfType(id).characters, HighHalf(id), id,
-           static_cast<UInt32>(pAviInfo->CurrentOffset));
-    return LX_OK;
-}
-
-// ---- Protected chunks ----
-
-// Reads a DRM descriptor and the identifier behind it. In the default mode a descriptor has 10 bytes, whatever its size
-// says, and the identifier is that of the chunk that it belongs to, whatever stands there.
-UInt32 ReadDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32& id)
-{
-    UInt32 size = 0;
-    LX_AVIREAD_TRY(ReadHeaderPart(pAviInfo, size, kDrmSize, Here()));
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kDrmBytes + kSizeBytes));
-    UInt32 result = ReadHeaderPart(pAviInfo, pChunk->DrmInfo, kDrm, Here());
-    if (result == LX_OK) {
-        result = ReadHeaderPart(pAviInfo, id, kId, Here());
-    }
-    if (result != LX_OK) {
-        LX_LOG(kLevelError, "xxdd chunk size = %d", size);
-        return result;
-    }
-    pAviInfo->CurrentOffset += kDrmBytes;
-    pChunk->bDrm = 1;
-    return LX_OK;
-}
-
-// Reads a DRM descriptor of the size that it says. What is longer than a descriptor is skipped, what is shorter leaves
-// zeros.
-UInt32 ReadExactDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk)
-{
-    UInt32 size = 0;
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kDrmSize, Here()));
-    const UInt32 kept = std::min<UInt32>(size, sizeof pChunk->DrmInfo);
-    std::memset(pChunk->DrmInfo, 0, sizeof pChunk->DrmInfo);
-    UInt32 result = ReadLoop(pAviInfo, kCoreRead, {pChunk->DrmInfo, sizeof pChunk->DrmInfo, kept});
-    if (result == LX_OK && MakeEven(size) > kept) {
-        result = lxAviReadCore_RemoveChunk(MakeEven(size) - kept);
-    }
-    if (result != LX_OK) {
-        LX_LOG(kLevelError, "xxdd chunk size = %d", size);
-        return ReportFailedRead(pAviInfo, result, kDrm, Here());
-    }
-    pAviInfo->CurrentOffset += MakeEven(size);
-    return LX_OK;
-}
-
-// Reads descriptors up to the next other chunk, which the last one belongs to if both name the same stream.
-UInt32 FindProtectedChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
-{
-    UInt16 stream = 0;
-    UInt64 start = 0;
-    while (HighHalf(header.uiId) == TwoCC("dd")) {
-        stream = LowHalf(header.uiId);
-        start = header.uiStart;
-        LX_AVIREAD_TRY(ReadExactDrm(pAviInfo, pChunk));
-        LX_AVIREAD_TRY(FindMediaCode(pAviInfo, header.uiId));
-        header.uiStart = pAviInfo->CurrentOffset - kChunkCodeBytes;
-    }
-    pChunk->bDrm = stream == LowHalf(header.uiId) ? 1 : 0;
-    header.uiStart = pChunk->bDrm == 1 ? start : header.uiStart;
-    return LX_OK;
-}
-
-// Takes the descriptors before a chunk, if there are any.
-UInt32 TakeDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
-{
-    if (HighHalf(header.uiId) != TwoCC("dd")) {
-        pChunk->bDrm = 0;
-        return LX_OK;
-    }
-    return DrmChunksAreExact(pAviInfo) ? FindProtectedChunk(pAviInfo, pChunk, header)
-                                       : ReadDrm(pAviInfo, pChunk, header.uiId);
-}
-
-// ---- The chunk ----
 
 UInt32 RejectBadStream(lxAviRead_ChunkData_t* pChunk)
 {
@@ -263,6 +35,10 @@ UInt32 Dispatch(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk
 UInt32 TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 id, UInt32 audioTrackNumber,
                  UInt32 subtitleTrackNumber, Bool bJumped)
 {
+    if (FailedJumpsAreOver(pAviInfo) && bJumped == 1 && pAviInfo->bJumpToVideo == 1 &&
+        !IsMainVideoStream(pAviInfo, pChunk->uiStreamNr)) {
+        return LX_ERR_AVIREAD_JUMP_NOT_VIDEO;
+    }
     if (pChunk->uiStreamNr >= LX_AVIREAD_STREAMS) {
         LX_LOG(kLevelError, "lxAviReadCore_NextChunk:Chunk with invalid stream number and size=%d", pChunk->uiSize);
         return RejectBadStream(pChunk);
@@ -306,30 +82,6 @@ UInt32 NextChunk(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChun
 }
 
 } // namespace
-
-UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, MediaHeader& header)
-{
-    LX_AVIREAD_TRY(FindMediaCode(pAviInfo, header.uiId));
-    header.uiStart = pAviInfo->CurrentOffset - kChunkCodeBytes;
-    LX_AVIREAD_TRY(TakeDrm(pAviInfo, pChunk, header));
-    pChunk->uiStreamNr = StreamNumber(LowHalf(header.uiId));
-    if (pChunk->uiStreamNr < LX_AVIREAD_STREAMS) {
-        pChunk->eStreamType = StreamTypeOf(pAviInfo, pChunk->uiStreamNr);
-    }
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kSizeBytes));
-    return ReadCounted(pAviInfo, pChunk->uiSize, kSize, Here());
-}
-
-bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk)
-{
-    return chunk.uiStreamNr < LX_AVIREAD_STREAMS && chunk.eStreamType != LX_AVIREAD_STREAM_NONE;
-}
-
-bool IsVideoChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return HighHalf(id) == TwoCC("dc") || HighHalf(id) == TwoCC("db") || IsInterleavedChunk(pAviInfo, id);
-}
-
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;

@@ -1,8 +1,8 @@
 // The pending jump.
 //
 //   seek or step ──► pending ──► executed by the next NextChunk ──► the chunk that the jump was made for
-//                       │                     └─► LX_ERR_AVIREAD_JUMP_RANGE, _SEEK, _JUMP_NOT_VIDEO, _NO_KEY_FRAME
-//                       └─ RewindToStart drops it, another one takes its place
+//                       │                     └─► it fails: LX_ERR_AVIREAD_JUMP_RANGE, _JUMP_NOT_VIDEO, …
+//                       └─ RewindToStart and ParseIndex drop it, another one takes its place
 //
 // In the format mode a jump that fails leaves no trace: delivery goes on where it stood when the jump was armed. In the
 // default mode the counters and the sync entry are those of the jump from the moment when it is armed.
@@ -19,8 +19,9 @@ namespace {
 
 // All that arming or executing a jump changes.
 struct Place {
-    UInt64 uiOffset;
+    UInt64 uiOffset; // these three are known when the jump is executed
     Segment* pSegment;
+    UInt64 uiTarget;
     UInt32 uiVideoFrame;
     UInt32 uiNextVideoFrame;
     UInt32 audioFrame[LX_AVIREAD_AUDIO_TRACKS];
@@ -93,13 +94,16 @@ UInt32 SeekToTarget(lxAviReadCore_AviInfo_t* pAviInfo)
     return LX_OK;
 }
 
+// Whether a jump has led to no chunk, or not to its key frame.
 bool IsFailedJump(UInt32 result)
 {
     switch (result) {
     case LX_ERR_AVIREAD_JUMP_RANGE:
-    case LX_ERR_AVIREAD_SEEK:
     case LX_ERR_AVIREAD_JUMP_NOT_VIDEO:
-    case LX_ERR_AVIREAD_NO_KEY_FRAME: return true;
+    case LX_ERR_AVIREAD_NO_KEY_FRAME:
+    case LX_ERR_AVIREAD_SEEK:
+    case LX_ERR_AVIREAD_EOF:
+    case LX_ERR_AVIREAD_READ: return true;
     default: return false;
     }
 }
@@ -111,8 +115,6 @@ void RememberPlace(const lxAviReadCore_AviInfo_t* pAviInfo)
     if (pAviInfo->JumpOffset != 0 || !FailedJumpsAreOver(pAviInfo)) {
         return;
     }
-    s_place.uiOffset = pAviInfo->CurrentOffset;
-    s_place.pSegment = pAviInfo->pCurrentAvix;
     s_place.uiVideoFrame = lxalAviRead_VideoFrame;
     s_place.uiNextVideoFrame = nextVideoFrame;
     std::copy(std::begin(lxalAviRead_AudioFrame), std::end(lxalAviRead_AudioFrame), s_place.audioFrame);
@@ -127,10 +129,36 @@ void RememberPlace(const lxAviReadCore_AviInfo_t* pAviInfo)
 
 void ForgetPlace() { s_bPlaceKnown = false; }
 
+PendingJump TakePendingJump(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const PendingJump pending = {pAviInfo->JumpOffset,      lastPlayedKeyFrame,   pAviInfo->audioSyncLeafNr,
+                                 pAviInfo->audioSyncItemNr, pAviInfo->bAudioSync, pAviInfo->bJumpToVideo};
+    DropJump(pAviInfo);
+    return pending;
+}
+
+void ArmAgain(lxAviReadCore_AviInfo_t* pAviInfo, const PendingJump& pending)
+{
+    if (pending.uiTarget == 0) {
+        return;
+    }
+    RememberPlace(pAviInfo);
+    pAviInfo->JumpOffset = pending.uiTarget;
+    lastPlayedKeyFrame = pending.lastPlayed;
+    pAviInfo->audioSyncLeafNr = pending.uiSyncLeafNr;
+    pAviInfo->audioSyncItemNr = pending.uiSyncItemNr;
+    pAviInfo->bAudioSync = pending.bAudioSync;
+    pAviInfo->bJumpToVideo = pending.bJumpToVideo;
+}
+
 void DropJump(lxAviReadCore_AviInfo_t* pAviInfo) { pAviInfo->JumpOffset = 0; }
 
 UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
 {
+    // a caller may have skipped a payload since the jump was armed
+    s_place.uiOffset = pAviInfo->CurrentOffset;
+    s_place.pSegment = pAviInfo->pCurrentAvix;
+    s_place.uiTarget = pAviInfo->JumpOffset;
     pAviInfo->CurrentOffset = pAviInfo->JumpOffset;
     *pJumped = 1;
     LX_ASSERT(lxalAviRead_FileSeekPossible, "lxalAviRead_FileSeekPossible",
@@ -147,7 +175,17 @@ UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
 
 UInt32 ConcludeJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 result)
 {
-    if (IsFailedJump(result) && FailedJumpsAreOver(pAviInfo)) {
+    if (!FailedJumpsAreOver(pAviInfo)) {
+        return result;
+    }
+    if (result == LX_ERR_AVIREAD_ABORTED) {
+        pAviInfo->JumpOffset = s_place.uiTarget; // the next call makes the jump again
+        return result;
+    }
+    if (result == LX_AVIREAD_END_OF_MEDIA) {
+        result = LX_ERR_AVIREAD_JUMP_RANGE; // the target is where the last list ends
+    }
+    if (IsFailedJump(result)) {
         DropJump(pAviInfo);
         pChunk->uiSize = 0;
         if (s_bPlaceKnown) {

@@ -10,6 +10,13 @@
 
 namespace lxAviReadCore {
 
+namespace {
+
+// A jump to 0 is none. A damaged table that has a key frame there makes a jump that fails, to a position in the headers.
+constexpr UInt64 kNowhere = 1;
+
+} // namespace
+
 bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset)
 {
     const UInt64 offset = track >= 0 ? entry.audioChunkOffset[track] : videoOffset;
@@ -23,6 +30,9 @@ bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const 
     const bool bToAudio = HasEarlierAudio(pAviInfo, entry, track, position.Offset);
     RememberPlace(pAviInfo);
     pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
+    if (pAviInfo->JumpOffset == 0 && FailedJumpsAreOver(pAviInfo)) {
+        pAviInfo->JumpOffset = kNowhere;
+    }
     const bool bKeep = rules.eVideoFirst == VideoFirst::Keep && !EveryJumpSaysWhatComesFirst(pAviInfo);
     if (!bKeep) {
         pAviInfo->bJumpToVideo = rules.eVideoFirst == VideoFirst::Require || !bToAudio ? 1 : 0;

@@ -130,6 +130,19 @@ void CloseFile(lxAviReadCore_AviInfo_t* pAviInfo)
     }
 }
 
+// Makes the state of delivery that before the first chunk. A pending jump stays.
+void StartOver(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    GoToFirstSegment(pAviInfo);
+    lastPlayedKeyFrame = {};
+    pAviInfo->audioSyncLeafNr = 0;
+    pAviInfo->audioSyncItemNr = 0;
+    pAviInfo->bAudioSync = 0;
+    pAviInfo->bJumpToVideo = 0;
+    ClearCounters();
+    pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
+}
+
 // Clears all that Open found in the file. The abort flag stays; only DeAlloc clears it.
 void ForgetFile(lxAviReadCore_AviInfo_t* pAviInfo)
 {
@@ -289,17 +302,10 @@ void lxAviReadCore_RewindToStart(void)
     if (lxalAviRead_FileSeekPossible != 0) {
         SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart);
     }
-    GoToFirstSegment(pAviInfo);
     if (RewindsDropJumps(pAviInfo)) {
         DropJump(pAviInfo);
     }
-    lastPlayedKeyFrame = {};
-    pAviInfo->audioSyncLeafNr = 0;
-    pAviInfo->audioSyncItemNr = 0;
-    pAviInfo->bAudioSync = 0;
-    pAviInfo->bJumpToVideo = 0;
-    ClearCounters();
-    pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
+    StartOver(pAviInfo);
     LX_LOG(kLevelSeek, "lxAviReadCore_RewindToStart: Done (pAviInfo->moviOffset=%d)",
            static_cast<UInt32>(pAviInfo->moviOffset));
 }
@@ -307,9 +313,9 @@ void lxAviReadCore_RewindToStart(void)
 UInt32 lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     if (PositioningStartsOver(pAviInfo)) {
-        GoToFirstSegment(pAviInfo);
-        ClearCounters();
-        pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
+        const PendingJump pending = TakePendingJump(pAviInfo);
+        StartOver(pAviInfo);
+        ArmAgain(pAviInfo, pending);
     }
     return SeekAndRemember(pAviInfo, pAviInfo->moviOffset, kFromStart) ? LX_OK : LX_ERR_AVIREAD_SEEK;
 }

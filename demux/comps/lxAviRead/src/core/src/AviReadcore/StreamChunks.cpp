@@ -15,6 +15,8 @@
 #include "internal/KeyFrames.hpp"
 #include "internal/Streams.hpp"
 
+#include <algorithm>
+
 namespace lxAviReadCore {
 namespace {
 
@@ -190,31 +192,46 @@ void PlaceAudio(lxAviRead_ChunkData_t* pChunk, UInt32 track)
     pChunk->uiFrameNumber = lxalAviRead_AudioFrame[track];
 }
 
-// The unit in which leading audio is dropped.
-struct AudioBlock {
-    UInt32 uiBytes;
-    float milliseconds;
+// By how much the chunk begins before the key frame that it resumes with.
+struct Lead {
+    UInt32 uiVideoTime; // milliseconds
+    UInt32 uiAudioTime;
 };
 
-AudioBlock BlockOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_Strh_t& header,
-                   const lxAviRead_StrfAudio_t& format, UInt32 sampleBytes)
+Lead LeadOf(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, const Entry& sync)
 {
-    const auto scaleMsec = static_cast<float>(static_cast<double>(header.dwScale) * 1000.0);
-    if (AudioIsTrimmedInSamples(pAviInfo)) {
-        return {sampleBytes, scaleMsec / static_cast<float>(header.dwRate)};
-    }
-    return {header.dwScale, scaleMsec / static_cast<float>(format.nAvgBytesPerSec)};
+    return {lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0),
+            lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
+                                        pChunk->uiBytePosition & TrimMask(pAviInfo))};
 }
 
-// The number of blocks by which the chunk begins too early. One block before the key frame's time is kept.
-UInt32 LeadingBlocks(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviRead_ChunkData_t* pChunk, float block,
-                     const Entry& sync)
+// What is dropped: blocks of so many bytes. One block before the key frame's time is kept.
+struct LeadingBlocks {
+    UInt32 uiCount;
+    UInt32 uiBytes;
+};
+
+// In the format mode: samples.
+LeadingBlocks LeadingSamples(const lxAviRead_Strh_t& header, const Lead& lead, UInt32 sampleBytes)
 {
-    const UInt32 videoTime =
-        lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), sync.videoFrameNumber, 0);
-    const UInt32 audioTime = lxAviReadCore_GetStreamTime(pChunk->uiStreamNr, pChunk->uiFrameNumber,
-                                                         pChunk->uiBytePosition & TrimMask(pAviInfo));
-    return ToUInt32((static_cast<float>(videoTime) - (block + static_cast<float>(audioTime))) / block);
+    if (lead.uiVideoTime <= lead.uiAudioTime || header.dwScale == 0 || sampleBytes == 0) {
+        return {};
+    }
+    const UInt64 msec = lead.uiVideoTime - lead.uiAudioTime;
+    const UInt64 samples = msec * header.dwRate / (UInt64{header.dwScale} * 1000);
+    const UInt64 dropped = samples > 0 ? samples - 1 : 0;
+    return {static_cast<UInt32>(std::min<UInt64>(dropped, 0xFFFFFFFFu)), sampleBytes};
+}
+
+// In the default mode: blocks of dwScale bytes, computed in single precision.
+LeadingBlocks LeadingBlocksOfScale(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format,
+                                   const Lead& lead)
+{
+    const float block = static_cast<float>(static_cast<double>(header.dwScale) * 1000.0) /
+                        static_cast<float>(format.nAvgBytesPerSec); // milliseconds
+    const float blocks =
+        (static_cast<float>(lead.uiVideoTime) - (block + static_cast<float>(lead.uiAudioTime))) / block;
+    return {ToUInt32(blocks), header.dwScale};
 }
 
 // Drops the leading audio of the first chunk after a jump, unless nothing would be left of it.
@@ -225,16 +242,21 @@ void TrimLeadingAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* 
     if (!AudioCodecOf(format.wFormatTag).bTrimmed || !IsConstantBitRate(stream.Header, format)) {
         return;
     }
-    const UInt32 sampleBytes = AudioUnitsOf(pAviInfo, stream).uiSampleBytes;
-    const AudioBlock block = BlockOf(pAviInfo, stream.Header, format, sampleBytes);
-    const UInt32 blocks = LeadingBlocks(pAviInfo, pChunk, block.milliseconds, sync);
-    const UInt64 bytes = UInt64{blocks} * block.uiBytes;
-    if (blocks == 0 || bytes >= pChunk->uiSize) {
+    const Lead lead = LeadOf(pAviInfo, pChunk, sync);
+    const LeadingBlocks leading =
+        AudioIsTrimmedInSamples(pAviInfo)
+            ? LeadingSamples(stream.Header, lead, AudioUnitsOf(pAviInfo, stream).uiSampleBytes)
+            : LeadingBlocksOfScale(stream.Header, format, lead);
+    const UInt64 bytes = UInt64{leading.uiCount} * leading.uiBytes;
+    if (leading.uiCount == 0 || bytes >= pChunk->uiSize) {
         return;
     }
+    const UInt32 skipped = lxAviReadCore_RemoveChunk(static_cast<UInt32>(bytes));
+    if (skipped == LX_ERR_AVIREAD_ABORTED && AbortsAreHeard(pAviInfo)) {
+        return; // nothing was skipped
+    }
+    // Any other failure is ignored: if the skip fails, reading the payload fails, too.
     pChunk->uiBytePosition += bytes;
-    // The result is ignored: if the skip fails, reading the payload fails, too.
-    static_cast<void>(lxAviReadCore_RemoveChunk(static_cast<UInt32>(bytes)));
     pAviInfo->CurrentOffset += bytes;
     pChunk->uiSize -= static_cast<UInt32>(bytes);
 }

@@ -63,11 +63,11 @@ UInt32 TakeMainVideoFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& 
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_video(pAviInfo, size, list.pStream));
 }
 
-// In the format mode: one further video stream.
-UInt32 CountVideoStreams(const lxAviReadCore_AviInfo_t* pAviInfo)
+// Video streams before a stream.
+UInt32 CountVideoStreamsBefore(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 {
     UInt32 count = 0;
-    for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
+    for (UInt32 i = 0; i < streamNr; ++i) {
         count += StreamTypeOf(pAviInfo, i) == LX_AVIREAD_STREAM_VIDEO ? 1 : 0;
     }
     return count;
@@ -76,7 +76,7 @@ UInt32 CountVideoStreams(const lxAviReadCore_AviInfo_t* pAviInfo)
 // The first video stream becomes the main one; the others are numbered.
 void BecomeVideo(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 {
-    pAviInfo->TrackNumber[list.uiStreamNr] = CountVideoStreams(pAviInfo);
+    pAviInfo->TrackNumber[list.uiStreamNr] = CountVideoStreamsBefore(pAviInfo, list.uiStreamNr);
     list.pStream->StreamType = LX_AVIREAD_STREAM_VIDEO;
     if (pAviInfo->videoStreamNr == -1) {
         pAviInfo->videoStreamNr = static_cast<Int32>(list.uiStreamNr);

@@ -36,8 +36,8 @@ struct ReadTarget {
     UInt32 uiOthers = 0; // bytes that other reads of the same piece of the file want; messages count them as left
 };
 
-// Reads `target.uiSize` bytes, with bounded attempts. Where the file ends inside the read, `pLacking`, if given,
-// receives the number of bytes that did not come.
+// Reads `target.uiSize` bytes, with bounded attempts. Where the read fails, `pLacking`, if given, receives the number of
+// bytes that did not come.
 [[nodiscard]] UInt32 ReadLoop(lxAviReadCore_AviInfo_t* pAviInfo, const ReadFamily& family, const ReadTarget& target,
                               UInt32* pLacking = Null);
 

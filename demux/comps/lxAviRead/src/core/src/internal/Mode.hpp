@@ -202,7 +202,7 @@ inline bool AudioResumesAtItsChunk(ModeOf pAviInfo) { return FollowsFormat(pAviI
 // Quirk Q28, Quirk Q31
 inline bool EveryJumpSaysWhatComesFirst(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// The way to the first chunk before delivery starts over: positions and counters are those of the start.
+// On the way to the first chunk, delivery starts over: positions, counters and sync state are those of the start.
 // Quirk Q68
 inline bool PositioningStartsOver(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
@@ -214,11 +214,11 @@ inline bool AbsentTracksAreNoTarget(ModeOf pAviInfo) { return FollowsFormat(pAvi
 // Quirk Q67
 inline bool FailedJumpsAreOver(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// A rewind drops a pending jump.
+// A rewind, or another key-frame table, drops a pending jump.
 // Quirk Q04
 inline bool RewindsDropJumps(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// A "dd" chunk has the size that it says, and belongs to the next chunk of the stream that it names.
+// A "dd" chunk has the size that it says, and belongs to the next chunk if both name the same stream.
 // Quirk Q22
 inline bool DrmChunksAreExact(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
