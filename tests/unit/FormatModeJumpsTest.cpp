@@ -141,6 +141,22 @@ TEST_F(FailedJump, ThatIsAbortedIsMadeAgain)
     EXPECT_EQ(got.payload, Fill(10, 9));
 }
 
+TEST_F(FailedJump, ThatWasAbortedBeforeGoesBackToWhereDeliveryStood)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream()).Add(PcmStream());
+    AddMedia(20, 10);
+    builder.Raw(Fill(3000, 0)).Frame(0, Fill(10, 9), false);
+    AddMedia(10, 10);
+    file = builder.Build();
+    ExpectToBeOver(LX_ERR_AVIREAD_NO_KEY_FRAME, [&] {
+        ArmTo(builder.MediaItems()[41].uiOffset - 2500);
+        EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+        EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    });
+}
+
 // The caller skips a rejected payload after it has armed the jump.
 TEST_F(FailedJump, ComesBackBehindWhatWasSkippedSince)
 {

@@ -178,8 +178,10 @@ UInt32 ConcludeJump(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pC
     if (!FailedJumpsAreOver(pAviInfo)) {
         return result;
     }
-    if (result == LX_ERR_AVIREAD_ABORTED) {
-        pAviInfo->JumpOffset = s_place.uiTarget; // the next call makes the jump again
+    if (result == LX_ERR_AVIREAD_ABORTED) { // the next call makes the jump again
+        pAviInfo->CurrentOffset = s_place.uiOffset;
+        pAviInfo->pCurrentAvix = s_place.pSegment;
+        pAviInfo->JumpOffset = s_place.uiTarget;
         return result;
     }
     if (result == LX_AVIREAD_END_OF_MEDIA) {
