@@ -150,7 +150,7 @@ void Call(UInt8 code, UInt8 argument)
     lxAviRead_ChunkData_t chunk = {};
     Bool flag = 0;
     const auto track = static_cast<Int32>(argument % 10) - 1;
-    switch (code % 18) {
+    switch (code % 19) {
     case 0: Play(argument, argument % 9); break;
     case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
     case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
@@ -168,6 +168,7 @@ void Call(UInt8 code, UInt8 argument)
     case 14: static_cast<void>(lxAviReadCore_ConstructAvixInfo(0, pAviInfo)); break;
     case 15: static_cast<void>(lxAviReadCore_FileSeek(pAviInfo, argument, 0)); break;
     case 16: static_cast<void>(lxAviReadCore_NextChunk(&chunk, argument, argument, &flag)); break; // skips no payload
+    case 17: static_cast<void>(lxAviReadCore_GetReadSize(&chunk.uiSize)); break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

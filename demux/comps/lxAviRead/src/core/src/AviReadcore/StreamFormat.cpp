@@ -141,9 +141,6 @@ bool HasSubtitleCodec(const lxAviReadCore_StreamInfo_t& stream)
 
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
 {
-    if (stream.Header.fccType == FourCC("iavs")) {
-        return true;
-    }
     const UInt32 codec = ToUpper(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
     return std::find(std::begin(kIntraCodecs), std::end(kIntraCodecs), codec) != std::end(kIntraCodecs);
 }

@@ -129,8 +129,10 @@ UInt32 TakeInterleavedFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList
 {
     lxAviRead_StrfVideo_t format = {};
     format.biSize = sizeof format;
-    format.biWidth = static_cast<Int32>(pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwWidth : 0);
-    format.biHeight = static_cast<Int32>(pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwHeight : 0);
+    if (pAviInfo->AviHdr != Null) { // GCOVR_EXCL_BR_LINE: no stream without it
+        format.biWidth = static_cast<Int32>(pAviInfo->AviHdr->dwWidth);
+        format.biHeight = static_cast<Int32>(pAviInfo->AviHdr->dwHeight);
+    }
     format.biPlanes = 1;
     format.biBitCount = 24;
     format.biCompression = list.pStream->Header.fccHandler;
