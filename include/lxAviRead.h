@@ -72,6 +72,10 @@ extern LX_AVIREAD_API Bool lxalAviRead_FileSeekPossible;
 /** Debug unit "lxAviRead", registered by the first Open. */
 extern LX_AVIREAD_API lxDbg_Unit_t glxalAviRead_debug_unit;
 
+/** @return one sentence in English about a result code; about any other number, that it is unknown. Never null. The text
+ *  belongs to the library. */
+LX_AVIREAD_API const char* lxAviReadCore_ResultText(UInt32 result);
+
 /* ---- Lifecycle -------------------------------------------------------------------------------------------------- */
 
 /** Allocates the stream records and the main header. Open calls it, too. A second call changes nothing.
@@ -381,6 +385,15 @@ LX_AVIREAD_RESULT lxAviReadCore_SwitchAudioTrack(void);
  *  @param bytePosition payload bytes before the position, when the track's time is computed from bytes
  *  @return milliseconds, at most 0xFFFFFFFF; 0 for an unknown stream and, in default mode, for an unknown coding */
 LX_AVIREAD_API UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
+
+/** Computes the same as lxAviReadCore_GetStreamTime in format mode, in microseconds: exact, and truncated once.
+ *  @return microseconds, at most 2^64 - 1; 0 for an unknown stream, and always 0 in default mode */
+LX_AVIREAD_API UInt64 lxAviReadCore_GetStreamTimeUsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
+
+/** Tells whether every frame of a video stream can be decoded alone, by its codec (motion JPEG, DV, uncompressed, lossless
+ *  codecs). In format mode `bKeyFrame` is then 1 for each of its chunks.
+ *  @return 1 or 0; always 0 in default mode, and for other streams */
+LX_AVIREAD_API Bool lxAviReadCore_HasOnlyKeyFrames(UInt32 streamNr);
 
 /** Decides about a video chunk (part of lxAviReadCore_NextChunk). `jumped`: this call executed a jump. */
 LX_AVIREAD_RESULT lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo,

@@ -1,6 +1,7 @@
 """The inputs of the interop tests: the samples, files that installed media tools make, and the tool's output."""
 
 import csv
+import functools
 import io
 import os
 import pathlib
@@ -34,6 +35,7 @@ def rows(command, path, *options):
     return list(csv.DictReader(io.StringIO(run(LXAVI, command, str(path), "--csv", *options))))
 
 
+@functools.cache
 def made_files():
     """Makes files with the installed media tools. A missing tool makes no file."""
     folder, files = pathlib.Path(SCRATCH.name), []

@@ -99,7 +99,7 @@ class Tool(unittest.TestCase):
         result = lxavi("chunks", path, "--csv")
         self.assertEqual(result.returncode, 1)
         self.assertGreater(result.stdout.count("\n"), 50)
-        self.assertIn("LX_ERR_AVIREAD_", result.stderr)
+        self.assertIn("LX_ERR_AVIREAD_EOF", result.stderr)
         self.assertEqual(lxavi("check", path).returncode, 1)
         extracted = lxavi("extract", path, "--out", self.folder / "out")
         self.assertEqual(extracted.returncode, 1)
@@ -243,6 +243,27 @@ class Tool(unittest.TestCase):
         for path in (MPEG4, MJPEG, TWO):
             result = lxavi("check", path)
             self.assertEqual(result.returncode, 0, result.stdout)
+
+    def test_an_unknown_stream_type_is_told_with_its_code(self):
+        data = bytearray(TWO.read_bytes())
+        second = data.index(b"auds", data.index(b"auds") + 4)
+        data[second:second + 4] = b"mids"
+        path = self.file(data)
+        self.assertEqual([s.get("unknown type") for s in report("info", path)["stream"]], [None, None, "mids"])
+        self.assertIn("stream 2 is of the unknown type 'mids'", [a["anomaly"] for a in report("check", path)])
+
+    def test_frame_rates_that_disagree_are_told(self):
+        data = bytearray(TWO.read_bytes())
+        at = data.index(b"avih") + 8
+        for microseconds, told in ((40040, False), (40041, True), (39959, True), (0, False)):
+            struct.pack_into("<I", data, at, microseconds)
+            path = self.file(data)
+            text = f"the main header says {microseconds} microseconds per frame, the video stream 40000.000"
+            self.assertEqual(report("info", path).get("frame rates disagree"), text if told else None)
+            anomalies = report("check", path)
+            self.assertEqual(text in [a["anomaly"] for a in anomalies], told)
+            self.assertEqual("Q58" in [a["quirk"] for a in anomalies], told)
+            self.assertEqual(report("info", path)["duration"], report("info", TWO)["duration"])
 
     def test_check_reports_damage_with_its_offset(self):
         data = bytearray(MPEG4.read_bytes())

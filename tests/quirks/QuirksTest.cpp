@@ -744,5 +744,24 @@ TEST_F(Quirks, Quirk_Q68_PositioningKeepsTheCounters)
     EXPECT_EQ(lxalAviRead_AudioFrame[0], 2u);
 }
 
+TEST_F(Quirks, Quirk_Q69_TimesHaveMilliseconds)
+{
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTime(0, 100, 0), 4000u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0, 100, 0), 0u);
+}
+
+TEST_F(Quirks, Quirk_Q70_OnlyTheTableTellsKeyFrames)
+{
+    builder.eIndex = IndexKind::None;
+    const Bytes codec = Text("MJPG");
+    std::copy(codec.begin(), codec.end(), builder.streams[0].format.begin() + 16);
+    builder.Frame(0, Fill(8), true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_HasOnlyKeyFrames(0), 0);
+    Position();
+    EXPECT_EQ(Next().chunk.bKeyFrame, 0);
+}
+
 } // namespace
 } // namespace avitest

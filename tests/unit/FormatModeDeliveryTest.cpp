@@ -272,8 +272,10 @@ TEST_F(Delivery, AnAbortedTrimDropsNothing)
 {
     builder = AviBuilder();
     builder.Add(VideoStream()).Add(PcmStream());
-    Bytes payload = Fill(4 * 640);
-    std::iota(payload.begin(), payload.end(), UInt8{0});
+    Bytes payload(4 * 640);
+    for (size_t i = 0; i < payload.size(); ++i) {
+        payload[i] = static_cast<UInt8>(i);
+    }
     builder.Audio(1, payload);
     for (UInt32 i = 0; i < 4; ++i) {
         builder.Frame(0, Fill(10), true);

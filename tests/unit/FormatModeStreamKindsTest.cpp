@@ -180,6 +180,36 @@ TEST_F(StreamKinds, InterleavedDvWithoutItsRecordsIsNoMemory)
     EXPECT_EQ(Open(builder.Build(), true, 1, kPlenty, kFormat), LX_ERR_AVIREAD_NO_MEMORY);
 }
 
+// ---- Codecs whose frames do not refer to each other ----
+
+TEST_F(StreamKinds, EveryFrameOfSuchACodecIsAKeyFrame)
+{
+    builder.Add(Video("mjpg", "mjpg")).Add(PcmStream()).Add(Video("XVID", "XVID"));
+    for (UInt32 i = 0; i < 2 * kLeaf; ++i) {
+        builder.Frame(0, Fill(10), true); // a table of one leaf holds every second frame
+    }
+    builder.Frame(0, Fill(10), false);
+    const Bytes file = builder.Build();
+    for (const bool bTable : {true, false}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        ASSERT_EQ(Open(file, true, 1, kOneLeafBudget, kFormat), LX_OK);
+        if (bTable) {
+            ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+            EXPECT_EQ(Table().size(), kLeaf);
+        }
+        Position();
+        EXPECT_EQ(lxAviReadCore_HasOnlyKeyFrames(0), 1);
+        for (UInt32 i = 0; i <= 2 * kLeaf; ++i) {
+            ASSERT_EQ(Next().chunk.bKeyFrame, 1) << i;
+        }
+    }
+    for (const UInt32 other : {1u, 2u, 3u, 16u, 17u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(lxAviReadCore_HasOnlyKeyFrames(other), 0);
+    }
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(lxAviReadCore_HasOnlyKeyFrames(0), 0);
+}
+
 // ---- Subtitle text ----
 
 TEST_F(StreamKinds, TextHasTwoTypes)

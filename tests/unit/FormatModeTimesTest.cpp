@@ -169,6 +169,27 @@ TEST_F(Times, OfAudioInPartsOfASampleAreExact)
     EXPECT_EQ(lxAviReadCore_GetStreamTime(1, 0, ~0ull), 0xFFFFFFFFu);
 }
 
+TEST_F(Times, InMicrosecondsAreExact)
+{
+    Stream video = VideoStream(30000, 1001);
+    video.header.dwStart = 2;
+    builder = AviBuilder();
+    builder.Add(video).Add(Mp3VbrStream(44100)).Add(PcmStream(48000, 2, 16)).Add(TextStream()).Add(VideoStream(0, 1));
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0, 1, 0), 100100u);                   // 3 x 1001 / 30000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0, 0xFFFFFFFF, 0), 143308742143233u); // (2^32 + 1) x 1001 / 30000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(1, 7, 99), 182857u);                  // 7 x 1152 / 44100 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(2, 0, 4), 20u);                       // one sample of 1/48000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(2, 0, 192000ull * 100000), 100000000000u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(3, 1, 1), 0u);        // text
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(4, 25, 0), 1000000u); // by the main header
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(5, 1, 1), 0u);        // no such stream
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(17, 1, 1), 0u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0xFFFFFFFF, 1, 1), 0u);
+    ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0, 1, 1), 0u);
+}
+
 TEST_F(Times, OfAudioWithoutARateAreZero)
 {
     for (const bool bScale : {false, true}) {

@@ -445,5 +445,40 @@ TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
 
 TEST_F(Lifecycle, NoPrintReturnsOne) { EXPECT_EQ(NOPRINT("%d %s", 1, "two"), 1); }
 
+TEST_F(Lifecycle, EveryResultCodeHasItsSentence)
+{
+    constexpr UInt32 kCodes[] = {LX_OK,
+                                 LX_AVIREAD_END_OF_MEDIA,
+                                 LX_ERR_AVIREAD_READ,
+                                 LX_ERR_AVIREAD_NO_MEMORY,
+                                 LX_ERR_AVIREAD_OPEN,
+                                 LX_ERR_AVIREAD_NOT_AVI,
+                                 LX_ERR_AVIREAD_SEEK,
+                                 LX_ERR_AVIREAD_EOF,
+                                 LX_ERR_AVIREAD_NO_INDEX,
+                                 LX_ERR_AVIREAD_SUBTITLE_SKIPPED,
+                                 LX_ERR_AVIREAD_AUDIO_SKIPPED,
+                                 LX_ERR_AVIREAD_VIDEO_SKIPPED,
+                                 LX_ERR_AVIREAD_JUMP_NOT_VIDEO,
+                                 LX_ERR_AVIREAD_BAD_STREAM,
+                                 LX_ERR_AVIREAD_ABORTED,
+                                 LX_ERR_AVIREAD_INDEX_STREAM,
+                                 LX_ERR_AVIREAD_AVIX_LIST,
+                                 LX_ERR_AVIREAD_JUMP_RANGE,
+                                 LX_ERR_AVIREAD_NO_KEY_FRAME};
+    std::set<std::string> texts;
+    for (const UInt32 code : kCodes) {
+        texts.insert(lxAviReadCore_ResultText(code));
+    }
+    EXPECT_EQ(texts.size(), std::size(kCodes)); // each has its own
+    for (const UInt32 other : {2u, 0x88019811u + 0x10000, 0xFFFFFFFFu}) {
+        EXPECT_STREQ(lxAviReadCore_ResultText(other), "The result code is unknown.");
+    }
+    for (const std::string& text : texts) {
+        EXPECT_EQ(text.back(), '.');
+    }
+    EXPECT_STREQ(lxAviReadCore_ResultText(LX_ERR_AVIREAD_EOF), "The file ends too early.");
+}
+
 } // namespace
 } // namespace avitest

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 
 #include <sys/stat.h>
 
@@ -14,22 +15,13 @@ namespace {
 
 constexpr UInt32 kPiece = 64 * 1024; // bytes of payload at a time
 
+// The library's sentence about a code, as a part of another one.
 std::string Explain(UInt32 code)
 {
-    switch (code) {
-    case LX_ERR_AVIREAD_READ: return "reading failed";
-    case LX_ERR_AVIREAD_NO_MEMORY: return "not enough memory, or a budget below one leaf of the key-frame table";
-    case LX_ERR_AVIREAD_OPEN: return "cannot be opened";
-    case LX_ERR_AVIREAD_NOT_AVI: return "not an AVI file, or a damaged header";
-    case LX_ERR_AVIREAD_SEEK: return "a seek failed";
-    case LX_ERR_AVIREAD_EOF: return "the file ends too early";
-    case LX_ERR_AVIREAD_NO_INDEX: return "no usable index";
-    case LX_ERR_AVIREAD_ABORTED: return "aborted";
-    case LX_ERR_AVIREAD_INDEX_STREAM: return "an index chunk belongs to another stream";
-    case LX_ERR_AVIREAD_AVIX_LIST: return "an extension list without media data";
-    case LX_ERR_AVIREAD_JUMP_RANGE: return "the jump leads outside the media data";
-    default: return "failed";
-    }
+    std::string text = lxAviReadCore_ResultText(code);
+    text.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(text.front())));
+    text.pop_back();
+    return text;
 }
 
 } // namespace

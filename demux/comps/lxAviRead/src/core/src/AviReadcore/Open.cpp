@@ -110,6 +110,8 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
     LX_AVIREAD_TRY(WalkFirstList(pAviInfo, instance, bIndexFound));
     MarkHasIndex(pAviInfo, bIndexFound || pAviInfo->bIndxPresent != 0);
     LogMissingFrameRate(pAviInfo);
+    onlyKeyFrames = pAviInfo->videoStreamNr >= 0 &&
+                    lxAviReadCore_HasOnlyKeyFrames(static_cast<UInt32>(pAviInfo->videoStreamNr)) == 1;
     *pAllIndexed = IsIndexParsed(pAviInfo, pAviInfo->videoStreamNr) && IsIndexParsed(pAviInfo, pAviInfo->audioStreamNr);
     pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
     return FindExtensions(pAviInfo, instance);

@@ -30,6 +30,7 @@ namespace lxAviReadCore {
 void* file_buffer;
 UInt64 AudioByteposition[LX_AVIREAD_AUDIO_TRACKS];
 lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
+bool onlyKeyFrames;
 UInt64 chunkStart;
 UInt32 nextVideoFrame;
 
@@ -268,6 +269,7 @@ UInt32 lxAviReadCore_Reset(void)
     ForgetFile(pAviInfo);
     ForgetIndexSurvey();
     ForgetReadSize();
+    onlyKeyFrames = false;
     SetIdx1OffsetBase(0);
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);

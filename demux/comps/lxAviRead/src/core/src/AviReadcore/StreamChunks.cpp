@@ -142,7 +142,7 @@ UInt32 ApplySyncRule(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTabl
     }
     LX_LOG(kLevelChunk, " video is not a KF,lxalAviRead_VideoFrame=%d offset=%d.%d", lxalAviRead_VideoFrame,
            LX_HILO(pAviInfo->CurrentOffset));
-    pChunk->bKeyFrame = IsInterleavedStream(pAviInfo, pChunk->uiStreamNr) ? 1 : 0;
+    pChunk->bKeyFrame = onlyKeyFrames ? 1 : 0;
     return NumberFrame(pChunk, NextFrameNumber(pAviInfo));
 }
 
@@ -344,7 +344,7 @@ UInt32 lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
         LX_LOG(kLevelError, "Video chunk with invalid stream number and size=%d", chunkData->uiSize);
     } else if (table.IsEmpty()) {
         LX_LOG(kLevelChunk, "MetaData not avalaible for validity ");
-        chunkData->bKeyFrame = IsInterleavedStream(pAviInfo, chunkData->uiStreamNr) ? 1 : 0;
+        chunkData->bKeyFrame = onlyKeyFrames ? 1 : 0;
         result = NumberFrame(chunkData, NextFrameNumber(pAviInfo));
     } else {
         result = ProcessIndexedVideo(pAviInfo, table, chunkData, jumped);

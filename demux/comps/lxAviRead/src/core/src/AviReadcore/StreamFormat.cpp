@@ -141,6 +141,9 @@ bool HasSubtitleCodec(const lxAviReadCore_StreamInfo_t& stream)
 
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
 {
+    if (stream.Header.fccType == FourCC("iavs")) {
+        return true;
+    }
     const UInt32 codec = ToUpper(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
     return std::find(std::begin(kIntraCodecs), std::end(kIntraCodecs), codec) != std::end(kIntraCodecs);
 }
@@ -184,6 +187,14 @@ UInt32 lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt
     LX_AVIREAD_TRY(SkipRestOfChunk(sizeof(lxAviRead_StrdVideo_t), size));
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrd_video");
     return LX_OK;
+}
+
+Bool lxAviReadCore_HasOnlyKeyFrames(UInt32 streamNr)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
+    const bool bOnly = pStream != Null && pStream->StreamType == LX_AVIREAD_STREAM_VIDEO &&
+                       CodecsTellKeyFrames(&lxAviReadCore_AviInfo) && HasOnlyKeyFrames(*pStream);
+    return bOnly ? 1 : 0;
 }
 
 UInt32 lxAviReadCore_GetStrfData(UInt32 streamNr, void* pOut)

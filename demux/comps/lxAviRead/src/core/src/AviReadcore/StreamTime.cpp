@@ -61,9 +61,7 @@ Quotient MultiplyAndDivide(UInt64 count, UInt64 factor, UInt32 divisor)
     return {bTooLarge ? ~UInt64{0} : whole, lowest % divisor};
 }
 
-UInt32 SaturateTo32(UInt64 value) { return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<UInt32>(value); }
-
-constexpr UInt32 kMsecPerSec = 1000;
+constexpr UInt32 kMicroSecPerSec = 1000000;
 constexpr UInt32 kMicroSecPerMsec = 1000;
 
 bool HasTimeBase(const lxAviRead_Strh_t& header) { return header.dwScale != 0 && header.dwRate != 0; }
@@ -75,17 +73,17 @@ struct SamplePosition {
     UInt32 uiSampleBytes = 1;
 };
 
-// The time of a position in units of dwScale ÷ dwRate seconds; 0 where the header does not give the unit.
-UInt32 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
+// The time of a position in units of dwScale ÷ dwRate seconds, in microseconds; 0 where the header does not give the unit.
+UInt64 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
 {
     if (!HasTimeBase(header)) {
         return 0;
     }
-    const UInt64 factor = UInt64{header.dwScale} * kMsecPerSec;
+    const UInt64 factor = UInt64{header.dwScale} * kMicroSecPerSec;
     const Quotient whole = MultiplyAndDivide(position.uiSamples, factor, header.dwRate);
     const UInt64 part = MultiplyAndDivide(position.uiBytes, factor, position.uiSampleBytes).uiWhole;
     const UInt64 partial = (whole.uiRest + part) / header.dwRate;
-    return SaturateTo32(whole.uiWhole > ~UInt64{0} - partial ? ~UInt64{0} : whole.uiWhole + partial);
+    return whole.uiWhole > ~UInt64{0} - partial ? ~UInt64{0} : whole.uiWhole + partial;
 }
 
 // ---- Video ----
@@ -93,7 +91,7 @@ UInt32 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
 UInt32 VideoTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
     if (VideoTimeIsByStream(&lxAviReadCore_AviInfo)) {
-        const UInt32 exact = ExactVideoTime(&lxAviReadCore_AviInfo, stream, position.uiFrameNumber);
+        const UInt32 exact = Milliseconds(ExactVideoTime(&lxAviReadCore_AviInfo, stream, position.uiFrameNumber));
         LogTime("Video by header. ", position, exact);
         return exact;
     }
@@ -140,7 +138,7 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
 }
 
 // In units of the header: samples, or chunks.
-UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
     const UInt32 sampleBytes = AudioUnitsOf(&lxAviReadCore_AviInfo, stream).uiSampleBytes;
     const UInt64 start = stream.Header.dwStart;
@@ -148,7 +146,12 @@ UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPositi
         sampleBytes == 0 ? SamplePosition{start + position.uiFrameNumber}
                          : SamplePosition{start + position.uiBytePosition / sampleBytes,
                                           static_cast<UInt32>(position.uiBytePosition % sampleBytes), sampleBytes};
-    const UInt32 time = ExactTime(stream.Header, samples);
+    return ExactTime(stream.Header, samples);
+}
+
+UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+{
+    const UInt32 time = Milliseconds(ExactAudioTime(stream, position));
     LogTime("by header. ", position, time);
     return time;
 }
@@ -175,14 +178,20 @@ bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore
     return !HasTimeBase(stream.Header) && MicroSecPerFrame(pAviInfo) == 0;
 }
 
-UInt32 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+UInt32 Milliseconds(UInt64 microseconds)
+{
+    const UInt64 msec = microseconds / kMicroSecPerMsec;
+    return msec > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<UInt32>(msec);
+}
+
+UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                       UInt32 frameNumber)
 {
     const UInt64 frames = UInt64{stream.Header.dwStart} + frameNumber;
     if (HasTimeBase(stream.Header)) {
         return ExactTime(stream.Header, {frames});
     }
-    return SaturateTo32(MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), kMicroSecPerMsec).uiWhole);
+    return MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), 1).uiWhole;
 }
 
 } // namespace lxAviReadCore
@@ -198,4 +207,17 @@ UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 b
     const StreamPosition position = {streamNr, frameNumber, bytePosition};
     return pStream->StreamType == LX_AVIREAD_STREAM_VIDEO ? VideoTime(*pStream, position)
                                                           : AudioTime(*pStream, position);
+}
+
+UInt64 lxAviReadCore_GetStreamTimeUsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition)
+{
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
+    if (pStream == Null || !ExactTimesAreGiven(&lxAviReadCore_AviInfo)) {
+        return 0;
+    }
+    switch (pStream->StreamType) {
+    case LX_AVIREAD_STREAM_VIDEO: return ExactVideoTime(&lxAviReadCore_AviInfo, *pStream, frameNumber);
+    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(*pStream, {streamNr, frameNumber, bytePosition});
+    default: return 0;
+    }
 }

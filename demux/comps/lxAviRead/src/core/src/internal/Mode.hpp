@@ -118,6 +118,14 @@ inline bool AudioCountsBlocks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo);
 // Quirk Q23, Quirk Q58
 inline bool VideoTimeIsByStream(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// There are exact times in microseconds. The default mode has none.
+// Quirk Q69
+inline bool ExactTimesAreGiven(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// Every frame of a codec whose frames do not refer to each other is a key frame, in the table or not.
+// Quirk Q70
+inline bool CodecsTellKeyFrames(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // The bits of an audio position by which leading audio is trimmed: all 64. The default mode uses 32.
 // Quirk Q57
 inline UInt64 TrimMask(ModeOf pAviInfo) { return FollowsFormat(pAviInfo) ? ~UInt64{0} : 0xFFFFFFFFu; }

@@ -101,8 +101,11 @@ constexpr UInt32 UnitsOfChunk(UInt32 blockBytes, UInt32 size)
 // Whether neither header gives the frame rate of a video stream; then all its times are 0.
 bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
 
-// The presentation time of a frame in milliseconds, exact.
-UInt32 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
+// Microseconds as milliseconds, truncated; times of more than 32 bits become the largest number.
+UInt32 Milliseconds(UInt64 microseconds);
+
+// The presentation time of a frame in microseconds, exact.
+UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                       UInt32 frameNumber);
 
 // Whether an audio stream runs at a constant bit rate, so that its time follows from its bytes.
