@@ -144,13 +144,25 @@ bool Play(UInt32 chunks, UInt32 audioTrack)
     return true;
 }
 
+// The calls that only ask.
+void CallQueries(UInt8 argument)
+{
+    UInt32 size = 0;
+    static_cast<void>(lxAviReadCore_GetReadSize(&size));
+    static_cast<void>(lxAviReadCore_HasOnlyKeyFrames(argument));
+    if (lxAviReadCore_GetStreamTime(argument, size, size) > lxAviReadCore_GetStreamTimeUsec(argument, size, size) &&
+        (lxAviReadCore_GetAviInfo()->IndxOption & LX_AVIREAD_FOLLOW_FORMAT) != 0) {
+        Fail("a time has more milliseconds than microseconds");
+    }
+}
+
 void Call(UInt8 code, UInt8 argument)
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = lxAviReadCore_GetAviInfo();
     lxAviRead_ChunkData_t chunk = {};
     Bool flag = 0;
     const auto track = static_cast<Int32>(argument % 10) - 1;
-    switch (code % 19) {
+    switch (code % 20) {
     case 0: Play(argument, argument % 9); break;
     case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
     case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
@@ -168,7 +180,11 @@ void Call(UInt8 code, UInt8 argument)
     case 14: static_cast<void>(lxAviReadCore_ConstructAvixInfo(0, pAviInfo)); break;
     case 15: static_cast<void>(lxAviReadCore_FileSeek(pAviInfo, argument, 0)); break;
     case 16: static_cast<void>(lxAviReadCore_NextChunk(&chunk, argument, argument, &flag)); break; // skips no payload
-    case 17: static_cast<void>(lxAviReadCore_GetReadSize(&chunk.uiSize)); break;
+    case 17: CallQueries(argument); break;
+    case 18:
+        static_cast<void>(
+            lxAviReadCore_OpenStream(0, fopen64("input", "rb"), argument % 3, argument * 8192u, argument, &flag));
+        break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

@@ -53,6 +53,10 @@
 #define LX_AVIREAD_RESULT LX_AVIREAD_API UInt32
 #endif
 
+/* Some headers, those of X11 among them, define Bool as a macro. It is put aside here, and restored at the end. */
+#pragma push_macro("Bool")
+#undef Bool
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -99,6 +103,16 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
  *          stays open until the next Open with a path, Reset or Close. */
 LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttempts, UInt32 memoryUsageLimit,
                                      UInt8 IndxOption, Bool* pAllIndexed);
+
+/** Opens what the caller has opened, for example with `fopencookie`: a file in memory, in an archive, behind a network
+ *  connection, or encrypted. The stream has to stand at the first byte of the file. From this call on it belongs to the
+ *  reader, which closes it as it closes its own files: at the next Open, Reset or Close, also when this call fails. A
+ *  stream that cannot seek plays from start to end. The reader seeks and reads with the calls of stdio; to read more at a
+ *  time, give the stream a larger buffer with `setvbuf` before.
+ *  @param pStream the stream; null is a failed assertion and LX_ERR_AVIREAD_OPEN, and the open file stays open
+ *  @return as lxAviReadCore_Open, which describes the other parameters */
+LX_AVIREAD_RESULT lxAviReadCore_OpenStream(UInt32 instance, FILE* pStream, UInt32 maxReadAttempts,
+                                           UInt32 memoryUsageLimit, UInt8 IndxOption, Bool* pAllIndexed);
 
 /** Seeks to the first chunk of the media data. Call it last before delivery. In default mode the counters and the
  *  position of delivery stay as they are; in format mode they are those of the start afterwards.
@@ -458,5 +472,7 @@ LX_AVIREAD_RESULT lxAviReadCore_SetJumpToPrevKeyFrame(Bool* pFound, Int32 audioT
 #ifdef __cplusplus
 }
 #endif
+
+#pragma pop_macro("Bool")
 
 #endif

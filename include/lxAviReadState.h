@@ -11,6 +11,10 @@
 
 #include <stdio.h>
 
+/* Some headers, those of X11 among them, define Bool as a macro. It is put aside here, and restored at the end. */
+#pragma push_macro("Bool")
+#undef Bool
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -146,5 +150,7 @@ typedef struct {
 #ifdef __cplusplus
 }
 #endif
+
+#pragma pop_macro("Bool")
 
 #endif

@@ -5,6 +5,10 @@
 
 #include "lxTypes.h"
 
+/* Some headers, those of X11 among them, define Bool as a macro. It is put aside here, and restored at the end. */
+#pragma push_macro("Bool")
+#undef Bool
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -213,5 +217,7 @@ typedef struct {
 #ifdef __cplusplus
 }
 #endif
+
+#pragma pop_macro("Bool")
 
 #endif

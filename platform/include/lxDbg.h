@@ -6,6 +6,10 @@
 
 #include "lxTypes.h"
 
+/* Some headers, those of X11 among them, define Bool as a macro. It is put aside here, and restored at the end. */
+#pragma push_macro("Bool")
+#undef Bool
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -66,5 +70,7 @@ static inline Bool lxDbg_LevelIsOn(lxDbg_Unit_t unit, UInt32 level)
 #ifdef __cplusplus
 }
 #endif
+
+#pragma pop_macro("Bool")
 
 #endif

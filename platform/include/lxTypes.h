@@ -6,6 +6,10 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* Some headers, those of X11 among them, define Bool as a macro. It is put aside here, and restored at the end. */
+#pragma push_macro("Bool")
+#undef Bool
+
 typedef uint8_t UInt8;
 typedef uint16_t UInt16;
 typedef uint32_t UInt32;
@@ -13,10 +17,12 @@ typedef uint64_t UInt64;
 typedef int16_t Int16;
 typedef int32_t Int32;
 
-/** A truth value of exactly 8 bits: 0 is false, 1 is true. */
+/** A truth value of exactly 8 bits: 0 is false, 1 is true. A program in which Bool is a macro writes UInt8 instead. */
 typedef UInt8 Bool;
 
 /** The null pointer. */
 #define Null NULL
+
+#pragma pop_macro("Bool")
 
 #endif

@@ -77,6 +77,14 @@ protected:
         }
     }
 
+    UInt32 OpenFile(UInt32 attempts)
+    {
+        if (!bByStream) {
+            return lxAviReadCore_Open(0, "test.avi", attempts, kPlenty, option, &allIndexed);
+        }
+        return lxAviReadCore_OpenStream(0, fopen64("test.avi", "rb"), attempts, kPlenty, option, &allIndexed);
+    }
+
     // Runs a whole session as a player does. Returns the first result that the session notes.
     UInt32 Session(UInt32 attempts)
     {
@@ -86,7 +94,7 @@ protected:
             first = first == kNone ? code : first;
             return code;
         };
-        if (note(lxAviReadCore_Open(0, "test.avi", attempts, kPlenty, option, &allIndexed)) != LX_OK) {
+        if (note(OpenFile(attempts)) != LX_OK) {
             return first;
         }
         lxAviRead_SetPositionRangeInfo_t range = {};
@@ -206,14 +214,17 @@ protected:
         }
         option = LX_AVIREAD_FOLLOW_FORMAT | 1;
         for (AviBuilder builder : {Plain(), Hybrid(), Protected()}) {
+            bByStream = !bByStream; // the files are the reader's own, and streams of the caller, in turn
             Exhaust(builder.Build(), arm, attempts);
         }
+        bByStream = false;
         Bytes unfinished = Plain().Build();
         Patch32(unfinished, Find(unfinished, "movi") - 4, 0);
         Exhaust(unfinished, arm, attempts);
     }
 
     UInt8 option = 1;
+    bool bByStream = false;
     UInt64 stride = 1; // from fault to fault
     std::set<UInt32> m_codes;
 };

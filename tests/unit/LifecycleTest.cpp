@@ -445,6 +445,103 @@ TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
 
 TEST_F(Lifecycle, NoPrintReturnsOne) { EXPECT_EQ(NOPRINT("%d %s", 1, "two"), 1); }
 
+// ---- A stream of the caller ----
+
+class CallersStream : public ReaderTest {
+protected:
+    FILE* OpenStream(const std::string& path, const Bytes& bytes, bool bSeekable = true)
+    {
+        Faults().Serve(path, bytes, bSeekable);
+        return fopen64(path.c_str(), "rb");
+    }
+
+    UInt32 OpenFormat(FILE* pStream)
+    {
+        return lxAviReadCore_OpenStream(0, pStream, 1, kPlenty, LX_AVIREAD_FOLLOW_FORMAT | 1, &allIndexed);
+    }
+
+    Bytes File()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        for (UInt32 i = 0; i < 12; ++i) {
+            builder.Audio(1, Fill(640)).Frame(0, Fill(10, static_cast<UInt8>(i)), i % 3 == 0);
+        }
+        return builder.Build();
+    }
+};
+
+TEST_F(CallersStream, IsPlayedAndSoughtInAsAFileIs)
+{
+    for (const UInt8 option : {UInt8{1}, UInt8{LX_AVIREAD_FOLLOW_FORMAT | 1}}) {
+        FILE* const pStream = OpenStream("film", File());
+        ASSERT_EQ(lxAviReadCore_OpenStream(0, pStream, 1, kPlenty, option, &allIndexed), LX_OK);
+        EXPECT_EQ(Info().pFile, pStream);
+        ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+        Position();
+        EXPECT_EQ(All().size(), 25u);
+        EXPECT_EQ(lxAviReadCore_SeekToTime(240, -1, lxAviRead_SetPosRoundDown), 240u);
+        EXPECT_EQ(Next().payload, Fill(10, 6));
+        EXPECT_EQ(Faults().OpenFiles(), 1u);
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        EXPECT_EQ(Faults().OpenFiles(), 0u);
+    }
+}
+
+TEST_F(CallersStream, ThatCannotSeekPlaysFromStartToEnd)
+{
+    ASSERT_EQ(OpenFormat(OpenStream("pipe", File(), false)), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(All().size(), 25u);
+}
+
+TEST_F(CallersStream, BelongsToTheReaderAlsoWhenTheOpenFails)
+{
+    EXPECT_EQ(OpenFormat(OpenStream("text", Text("no film at all, only words"))), LX_ERR_AVIREAD_NOT_AVI);
+    EXPECT_EQ(Faults().OpenFiles(), 1u);
+    ASSERT_EQ(OpenFormat(OpenStream("film", File())), LX_OK); // closes it
+    EXPECT_EQ(Faults().OpenFiles(), 1u);
+    ASSERT_EQ(Open(File()), LX_OK); // and a path closes a stream
+    EXPECT_EQ(Faults().OpenFiles(), 1u);
+    ASSERT_EQ(lxAviReadCore_Reset(), LX_OK);
+    EXPECT_EQ(Faults().OpenFiles(), 0u);
+}
+
+TEST_F(CallersStream, WithoutMemoryIsClosedAllTheSame)
+{
+    ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+    FILE* const pStream = OpenStream("film", File());
+    Faults().FailAllocation(1, true);
+    EXPECT_EQ(OpenFormat(pStream), LX_ERR_AVIREAD_OPEN);
+    Faults().FailAllocation(0);
+    ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+    EXPECT_EQ(Faults().OpenFiles(), 0u);
+}
+
+TEST_F(CallersStream, MayBeTheOneThatIsOpen)
+{
+    ASSERT_EQ(OpenFormat(OpenStream("film", File())), LX_OK);
+    FILE* pStream = nullptr;
+    ASSERT_EQ(lxAviReadCore_GetFile(&pStream), LX_OK);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 1);
+    ASSERT_EQ(OpenFormat(pStream), LX_OK);
+    EXPECT_EQ(Faults().OpenFiles(), 1u);
+    Position();
+    EXPECT_EQ(All().size(), 25u);
+}
+
+TEST_F(CallersStream, ThatIsNullIsRefused)
+{
+    ASSERT_EQ(OpenFormat(OpenStream("film", File())), LX_OK);
+    EXPECT_EQ(OpenFormat(nullptr), LX_ERR_AVIREAD_OPEN);
+    EXPECT_EQ(log.Assertions().back().condition, "pStream!= Null");
+    Position();
+    EXPECT_EQ(All().size(), 25u); // the open file stays open
+    FILE* const pStream = OpenStream("other", File());
+    EXPECT_EQ(lxAviReadCore_OpenStream(0, pStream, 1, kPlenty, 1, nullptr), LX_OK);
+    EXPECT_EQ(log.Assertions().back().condition, "pAllIndexed!= Null");
+}
+
 TEST_F(Lifecycle, EveryResultCodeHasItsSentence)
 {
     constexpr UInt32 kCodes[] = {LX_OK,

@@ -119,11 +119,34 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
 
 // ---- The file ----
 
+// What the caller of an Open has asked for.
+struct Request {
+    UInt32 instance;
+    UInt32 maxReadAttempts;
+    UInt32 memoryUsageLimit;
+    UInt8 IndxOption;
+    Bool* pAllIndexed;
+};
+
+// What comes before there is a file. If a record cannot be allocated, the error appears where the record is needed: a
+// file of few streams opens without the last ones.
+void BeginOpen(lxAviReadCore_AviInfo_t* pAviInfo, const Request& request, const char* path)
+{
+    pAviInfo->bAbsoluteOffsets = 0;
+    *request.pAllIndexed = 0;
+    if (glxalAviRead_debug_unit == LX_DBG_GLOBAL_UNIT) {
+        lxDbg_RegisterModule(&glxalAviRead_debug_unit, kModuleName);
+    }
+    LX_LOG(kLevelEnter, "Entered lxAviReadCore_Open path=%s", path);
+    static_cast<void>(lxAviReadCore_Alloc(request.instance));
+}
+
+// Closed on exec, so that a program that the player starts does not inherit the file.
 UInt32 OpenFile(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
 {
     static_cast<void>(lxAviReadCore_Reset()); // never fails
     LX_LOG(kLevelHeader, "AviReadCore : Opening %s", path);
-    pAviInfo->pFile = fopen64(path, "rb");
+    pAviInfo->pFile = fopen64(path, "rbe");
     if (pAviInfo->pFile == Null) {
         LX_LOG(kLevelError, "AviReadCore : Error Opening file on path \"%s\"", path);
         return LX_ERR_AVIREAD_OPEN;
@@ -131,22 +154,48 @@ UInt32 OpenFile(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
     return LX_OK;
 }
 
-UInt32 OpenPath(lxAviReadCore_AviInfo_t* pAviInfo, const char* path)
+// Takes a stream that the caller has opened. It may be the one that is open already.
+void TakeStream(lxAviReadCore_AviInfo_t* pAviInfo, FILE* pStream)
 {
-    if (path[0] != '\0') {
-        LX_AVIREAD_TRY(OpenFile(pAviInfo, path));
+    if (pAviInfo->pFile == pStream) {
+        pAviInfo->pFile = Null;
     }
-    if (pAviInfo->pFile == Null || file_buffer == Null) {
-        LX_LOG(kLevelError, "AviReadCore : Path is not defined \"%s\" ", path);
-        return LX_ERR_AVIREAD_OPEN;
-    }
-    return LX_OK;
+    static_cast<void>(lxAviReadCore_Reset()); // never fails
+    pAviInfo->pFile = pStream;
 }
 
 void CleanUpAfterFailure(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     lxAviReadCore_FreeAllocatedMemory(pAviInfo);
     pAviInfo->CurrentOffset = kStartInMovi;
+}
+
+UInt32 ReadFile(lxAviReadCore_AviInfo_t* pAviInfo, const Request& request, const char* path)
+{
+    if (pAviInfo->pFile == Null || file_buffer == Null) {
+        LX_LOG(kLevelError, "AviReadCore : Path is not defined \"%s\" ", path);
+        return LX_ERR_AVIREAD_OPEN;
+    }
+    pAviInfo->maxReadAttempts = request.maxReadAttempts;
+    pAviInfo->IndxOption = request.IndxOption;
+    pAviInfo->memoryUsageLimit = request.memoryUsageLimit;
+    LX_LOG(kLevelHeader, "AviReadCore : Begin reading of file \"%s\" ", path);
+    lxalAviRead_FileSeekPossible = 1;
+    ForgetParsedIndexes(pAviInfo);
+    ForgetIndexSurvey();
+    SetIdx1OffsetBase(0);
+    return ParseFile(pAviInfo, request.instance, request.pAllIndexed);
+}
+
+// Concludes an Open with its result.
+UInt32 EndOpen(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result)
+{
+    if (result != LX_OK) {
+        CleanUpAfterFailure(pAviInfo);
+    }
+    ReleaseMetaDataBuffer(pAviInfo);
+    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_Open");
+    return result;
 }
 
 } // namespace
@@ -165,34 +214,32 @@ UInt32 lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 maxReadAttem
     if (path == Null) {
         return LX_ERR_AVIREAD_OPEN;
     }
-    pAllIndexed = pAllIndexed != Null ? pAllIndexed : &ignored;
-
-    pAviInfo->bAbsoluteOffsets = 0;
-    *pAllIndexed = 0;
-    if (glxalAviRead_debug_unit == LX_DBG_GLOBAL_UNIT) {
-        lxDbg_RegisterModule(&glxalAviRead_debug_unit, kModuleName);
-    }
-    LX_LOG(kLevelEnter, "Entered lxAviReadCore_Open path=%s", path);
-    // If a record cannot be allocated, the error appears where the record is needed: a file of few streams opens
-    // without the last ones.
-    static_cast<void>(lxAviReadCore_Alloc(instance));
-
-    UInt32 result = OpenPath(pAviInfo, path);
+    const Request request = {instance, maxReadAttempts, memoryUsageLimit, IndxOption,
+                             pAllIndexed != Null ? pAllIndexed : &ignored};
+    BeginOpen(pAviInfo, request, path);
+    UInt32 result = path[0] != '\0' ? OpenFile(pAviInfo, path) : LX_OK;
     if (result == LX_OK) {
-        pAviInfo->maxReadAttempts = maxReadAttempts;
-        pAviInfo->IndxOption = IndxOption;
-        pAviInfo->memoryUsageLimit = memoryUsageLimit;
-        LX_LOG(kLevelHeader, "AviReadCore : Begin reading of file \"%s\" ", path);
-        lxalAviRead_FileSeekPossible = 1;
-        ForgetParsedIndexes(pAviInfo);
-        ForgetIndexSurvey();
-        SetIdx1OffsetBase(0);
-        result = ParseFile(pAviInfo, instance, pAllIndexed);
+        result = ReadFile(pAviInfo, request, path);
     }
-    if (result != LX_OK) {
-        CleanUpAfterFailure(pAviInfo);
+    return EndOpen(pAviInfo, result);
+}
+
+UInt32 lxAviReadCore_OpenStream(UInt32 instance, FILE* pStream, UInt32 maxReadAttempts, UInt32 memoryUsageLimit,
+                                UInt8 IndxOption, Bool* pAllIndexed)
+{
+    lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    Bool ignored = 0;
+    LX_ASSERT(pStream != Null, "pStream!= Null",
+              "Parameter pStream for lxAviReadCore_OpenStream shouldn't be a null pointer");
+    LX_ASSERT(pAllIndexed != Null, "pAllIndexed!= Null",
+              "Parameter pAllIndexed for lxAviReadCore_OpenStream shouldn't be a null pointer");
+    if (pStream == Null) {
+        return LX_ERR_AVIREAD_OPEN;
     }
-    ReleaseMetaDataBuffer(pAviInfo);
-    LX_LOG(kLevelLeave, "Leaving lxAviReadCore_Open");
-    return result;
+    const Request request = {instance, maxReadAttempts, memoryUsageLimit, IndxOption,
+                             pAllIndexed != Null ? pAllIndexed : &ignored};
+    constexpr char kNoPath[] = "a stream of the caller";
+    TakeStream(pAviInfo, pStream);
+    BeginOpen(pAviInfo, request, kNoPath);
+    return EndOpen(pAviInfo, ReadFile(pAviInfo, request, kNoPath));
 }
