@@ -515,8 +515,9 @@ TEST_F(Descriptors, ThatTheFileCutsAreTheEndOfTheFile)
     for (const UInt64 bytes : {5u, 13u, 1000u, 3010u}) {
         OpenFile(CutBehind(start + bytes));
         EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_EOF) << bytes;
+        const bool bInDescriptor = bytes == 13 || bytes == 1000;
+        EXPECT_EQ(log.Has("xxdd chunk size = 3000"), bInDescriptor) << bytes;
     }
-    EXPECT_TRUE(log.Has("xxdd chunk size = 3000") || !log.HasPrefix("xxdd"));
 }
 
 } // namespace

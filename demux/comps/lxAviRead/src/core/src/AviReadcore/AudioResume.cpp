@@ -137,9 +137,7 @@ UInt32 CountUpTo(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, UInt64 end)
         if (pAviInfo->CurrentOffset - kChunkHeaderBytes >= end) {
             return LX_OK;
         }
-        if (IsAborted(pAviInfo)) {
-            return LX_ERR_AVIREAD_ABORTED;
-        }
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
         if (!IsOfKnownStream(chunk)) {
             continue; // its size cannot be trusted
         }

@@ -12,7 +12,7 @@ namespace lxAviReadCore {
 // is pending already, they are those of that jump, and nothing is remembered.
 void RememberPlace(const lxAviReadCore_AviInfo_t* pAviInfo);
 
-// Forgets that place: its segment is released.
+// Forgets them: the file is read anew, or closed.
 void ForgetPlace();
 
 // A pending jump, with what arming it has set.
