@@ -148,6 +148,14 @@ bool Play(UInt32 chunks, UInt32 audioTrack)
 void CallQueries(UInt8 argument)
 {
     UInt32 size = 0;
+    UInt8 buffer[100];
+    static_cast<void>(lxAviReadCore_GetStreamBytes(argument % 20, argument % 5, buffer, argument % 101, &size));
+    static_cast<void>(lxAviReadCore_GetFileText(0x4D414E49, reinterpret_cast<char*>(buffer), argument % 101)); // "INAM"
+    lxAviRead_StreamSummary_t summary = {};
+    static_cast<void>(lxAviReadCore_GetStreamSummary(argument % 20, &summary));
+    if (*lxAviReadCore_ResultText(argument) == '\0') {
+        Fail("a result has no text");
+    }
     static_cast<void>(lxAviReadCore_GetReadSize(&size));
     static_cast<void>(lxAviReadCore_HasOnlyKeyFrames(argument));
     if (lxAviReadCore_GetStreamTime(argument, size, size) > lxAviReadCore_GetStreamTimeUsec(argument, size, size) &&
@@ -162,7 +170,7 @@ void Call(UInt8 code, UInt8 argument)
     lxAviRead_ChunkData_t chunk = {};
     Bool flag = 0;
     const auto track = static_cast<Int32>(argument % 10) - 1;
-    switch (code % 20) {
+    switch (code % 21) {
     case 0: Play(argument, argument % 9); break;
     case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
     case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
@@ -185,6 +193,7 @@ void Call(UInt8 code, UInt8 argument)
         static_cast<void>(
             lxAviReadCore_OpenStream(0, fopen64("input", "rb"), argument % 3, argument * 8192u, argument, &flag));
         break;
+    case 19: static_cast<void>(lxAviReadCore_SelectVideoStream(argument % 18)); break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

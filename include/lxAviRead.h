@@ -222,6 +222,42 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStrfData(UInt32 streamNr, void* pOut);
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrdData(UInt32 streamNr, void* pOut, Bool* pPresent);
 
+/** Copies a chunk of the stream's list as the file has it. A decoder needs the bytes behind the fixed records that the
+ *  calls above copy: H.264, MPEG-4 with a global header, palettes, subtitles. In default mode the size is always 0.
+ *  @param kind     `LX_AVIREAD_BYTES_…`
+ *  @param pBuffer  out: the first bytes of the chunk, `capacity` of them at most; may be null when `capacity` is 0
+ *  @param pSize    out: size of the chunk in the file; 0 for a chunk that the file does not have, an unknown stream or an
+ *                  unknown kind. The reader keeps `LX_AVIREAD_KEPT_BYTES` bytes of a chunk; a larger size tells that
+ *                  the bytes behind these are lost.
+ *  @return LX_OK */
+LX_AVIREAD_RESULT lxAviReadCore_GetStreamBytes(UInt32 streamNr, UInt32 kind, void* pBuffer, UInt32 capacity,
+                                               UInt32* pSize);
+
+/** Tells how many chunks and payload bytes a stream has, how long it lasts, and where these numbers come from. Before an
+ *  index is parsed they come from the stream's header, which damaged files and unfinished recordings have not filled in.
+ *  In default mode, and for a stream that the file does not have, all fields are 0.
+ *  @return LX_OK */
+LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t* pSummary);
+
+/** Makes another video stream the main one, which is delivered and which the key-frame table is about. Chunks of the
+ *  other video streams are rejected from then on. The key-frame table is released, a pending jump is dropped, and delivery
+ *  stands at the start of the media data. To go on at the same time, call lxAviReadCore_ParseIndex and
+ *  lxAviReadCore_SeekToTime. When the stream is the main one already, nothing changes.
+ *  @return LX_OK; LX_ERR_AVIREAD_BAD_STREAM for a stream that is no video stream, and always in default mode, where a
+ *          further video stream carries subtitles; LX_ERR_AVIREAD_SEEK when the file cannot go back to its start: an
+ *          input that cannot seek has to select before the first chunk, and nothing changes there; where a seek has
+ *          failed, the stream is selected */
+LX_AVIREAD_RESULT lxAviReadCore_SelectVideoStream(UInt32 streamNr);
+
+/** Copies a text of the file's INFO list: title, artist, software. In default mode there is no text. The reader keeps at
+ *  most 64 texts, which together have at most 64 KiB, and of two with the same code the first. From an input that
+ *  cannot seek it knows those that stand before the media data.
+ *  @param fourcc  code of the text, for example `LX_AVIREAD_FOURCC('I', 'N', 'A', 'M')` for the title
+ *  @param pBuffer out: the text up to its first zero byte, cut to `capacity` - 1 bytes, and a zero byte. The file does
+ *                 not tell the character set. May be null when `capacity` is 0.
+ *  @return bytes of the whole text, without the zero byte; 0 when there is no such text */
+LX_AVIREAD_API UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UInt32 capacity);
+
 /** @return 1 when the audio stream has a variable bit rate: its sample size and its block size are both 0, or they
  *  differ and `dwRate` / `dwScale` is below 1000; else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
@@ -459,8 +495,8 @@ LX_AVIREAD_RESULT lxAviReadCore_JumpInKeyFrames(Int32 count, Int32 audioTrackNum
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrame(Bool* pFound, Int32 audioTrackNumber);
 
-/** Arms a jump of exactly one key frame forward, for trick play. In default mode it does not load the counters. `pFound` has the same
- *  meaning as for lxAviReadCore_SetJumpToNextKeyFrame.
+/** Arms a jump of exactly one key frame forward, for trick play. In default mode it does not load the counters.
+ *  `pFound` has the same meaning as for lxAviReadCore_SetJumpToNextKeyFrame.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(Bool* pFound, Int32 audioTrackNumber);
 

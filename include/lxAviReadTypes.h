@@ -70,6 +70,12 @@ extern "C" {
 /** Bytes of the DRM descriptor that a "dd" chunk carries. */
 #define LX_AVIREAD_DRM_BYTES 10
 
+/** Bytes that the reader keeps of a chunk for lxAviReadCore_GetStreamBytes, at most. */
+#define LX_AVIREAD_KEPT_BYTES 65536u
+/** The four-character code that four characters make, as the fields of the records hold it. */
+#define LX_AVIREAD_FOURCC(a, b, c, d)                                                                                  \
+    ((UInt32)(UInt8)(a) | (UInt32)(UInt8)(b) << 8 | (UInt32)(UInt8)(c) << 16 | (UInt32)(UInt8)(d) << 24)
+
 /** Bit of the main header's `dwFlags`: the file has an index. Open sets the bit when it has found an index, else clears
  *  it. */
 #define LX_AVIREAD_HAS_INDEX 0x10u
@@ -84,6 +90,21 @@ enum {
     LX_AVIREAD_STREAM_AUDIO = 1,
     LX_AVIREAD_STREAM_VIDEO = 2,
     LX_AVIREAD_STREAM_SUBTITLE = 3
+};
+
+/** Chunks of a stream's list that lxAviReadCore_GetStreamBytes copies. */
+enum {
+    LX_AVIREAD_BYTES_STRF = 0, /**< the format, with what follows the fixed record: codec data, palette */
+    LX_AVIREAD_BYTES_STRD = 1, /**< data for the decoder */
+    LX_AVIREAD_BYTES_STRN = 2, /**< the name of the stream, a text */
+    LX_AVIREAD_BYTES_VPRP = 3  /**< properties of the picture: aspect ratio, fields */
+};
+
+/** Where the numbers of a lxAviRead_StreamSummary_t come from. */
+enum {
+    LX_AVIREAD_SUMMARY_NONE = 0,   /**< there are none */
+    LX_AVIREAD_SUMMARY_HEADER = 1, /**< from the headers, as the writer has filled them in */
+    LX_AVIREAD_SUMMARY_INDEX = 2   /**< counted in the index by the last successful lxAviReadCore_ParseIndex or Open */
 };
 
 /** Rounding of a seek: which key frame the reader chooses for a time between two key frames. */
@@ -198,6 +219,14 @@ typedef struct {
     UInt16 bDrm;           /**< 1 when a "dd" chunk stands before this chunk */
     UInt8 DrmInfo[LX_AVIREAD_DRM_BYTES]; /**< descriptor of the "dd" chunk, unchanged; valid only when bDrm is 1 */
 } lxAviRead_ChunkData_t;
+
+/** What a stream holds in all. */
+typedef struct {
+    UInt64 uiBytes;        /**< payload bytes; 0 when they are not known */
+    UInt64 uiDurationUsec; /**< microseconds, without the stream's start; 0 when the duration is not known */
+    UInt32 uiChunks;       /**< chunks; 0 when they are not known */
+    UInt32 eOrigin;        /**< `LX_AVIREAD_SUMMARY_…` */
+} lxAviRead_StreamSummary_t;
 
 /** The range that seeking covers. */
 typedef struct {

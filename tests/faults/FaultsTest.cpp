@@ -70,6 +70,21 @@ protected:
         return builder;
     }
 
+    // Headers whose chunks are kept, and two video streams.
+    static AviBuilder Rich()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream()).Add(VideoStream());
+        builder.streams[0].format += Fill(7);
+        builder.streams[0].extra = Chunk("strn", Text("name")) + Chunk("vprp", Fill(20));
+        builder.beforeMovi = List("INFO", Chunk("INAM", Text("title")));
+        builder.eIndex = IndexKind::SuperStandard;
+        for (UInt32 i = 0; i < 6; ++i) {
+            builder.Audio(1, Fill(640)).Frame(0, Fill(9), i % 3 == 0).Frame(2, Fill(9), i % 3 == 0);
+        }
+        return builder;
+    }
+
     static void AddMedia(AviBuilder& builder, UInt32 from, UInt32 to)
     {
         for (UInt32 i = from; i < to; ++i) {
@@ -113,6 +128,9 @@ protected:
             EXPECT_EQ(lxAviReadCore_JumpInKeyFrames(-2, 0), LX_OK);
             EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0), LX_OK);
             note(PlayToTheEnd());
+        }
+        if (lxAviReadCore_SelectVideoStream(2) == LX_OK) {
+            note(lxAviReadCore_ParseIndex(0));
         }
         lxAviReadCore_RewindToStart();
         note(PlayToTheEnd());
@@ -213,7 +231,7 @@ protected:
             Exhaust(builder.Build(), arm, attempts);
         }
         option = LX_AVIREAD_FOLLOW_FORMAT | 1;
-        for (AviBuilder builder : {Plain(), Hybrid(), Protected()}) {
+        for (AviBuilder builder : {Plain(), Hybrid(), Protected(), Rich()}) {
             bByStream = !bByStream; // the files are the reader's own, and streams of the caller, in turn
             Exhaust(builder.Build(), arm, attempts);
         }

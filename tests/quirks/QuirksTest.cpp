@@ -763,5 +763,34 @@ TEST_F(Quirks, Quirk_Q70_OnlyTheTableTellsKeyFrames)
     EXPECT_EQ(Next().chunk.bKeyFrame, 0);
 }
 
+TEST_F(Quirks, Quirk_Q71_OfCodecDataOnlyTheFixedPartIsKept)
+{
+    builder.streams[0].format += Fill(20);
+    builder.beforeMovi = List("INFO", Chunk("INAM", Text("title")));
+    ASSERT_EQ(Open(builder), LX_OK);
+    UInt32 size = 7;
+    EXPECT_EQ(lxAviReadCore_GetStreamBytes(0, LX_AVIREAD_BYTES_STRF, Null, 0, &size), LX_OK);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(lxAviReadCore_GetFileText(Code("INAM"), Null, 0), 0u);
+}
+
+TEST_F(Quirks, Quirk_Q72_NobodyTellsWhatAStreamHoldsInAll)
+{
+    AddMedia(30, 10);
+    OpenIndexed(builder);
+    lxAviRead_StreamSummary_t summary = {7, 7, 7, 7};
+    EXPECT_EQ(lxAviReadCore_GetStreamSummary(0, &summary), LX_OK);
+    EXPECT_EQ(summary.uiBytes + summary.uiDurationUsec + summary.uiChunks, 0u);
+    EXPECT_EQ(summary.eOrigin, UInt32{LX_AVIREAD_SUMMARY_NONE});
+}
+
+TEST_F(Quirks, Quirk_Q73_TheFirstVideoStreamIsTheOnlyOne)
+{
+    builder.Add(VideoStream());
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_SelectVideoStream(2), LX_ERR_AVIREAD_BAD_STREAM);
+    EXPECT_EQ(Info().videoStreamNr, 0);
+}
+
 } // namespace
 } // namespace avitest

@@ -175,7 +175,7 @@ UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
     UInt32 result = LX_OK;
     if (pStrInfo == pVideo) {
         result = BuildVideoFromSuperIndex(instance, pAviInfo);
-    } else if (pVideo != Null && pVideo->bIndexParsed == 1) {
+    } else if (pStrInfo->StreamType == LX_AVIREAD_STREAM_AUDIO && pVideo != Null && pVideo->bIndexParsed == 1) {
         result = PlaceStream(pAviInfo, StreamNrOf(pAviInfo, pStrInfo));
     } else {
         return LX_OK; // lxAviReadCore_ParseIndex builds it

@@ -181,6 +181,7 @@ UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk)
 {
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, chunk.uiCode));
     LX_AVIREAD_TRY(ReadRecord(pAviInfo, chunk.uiSize));
+    chunk.uiPayload = chunk.uiSize;
     chunk.uiSize = MakeEven(chunk.uiSize);
     return LX_OK;
 }

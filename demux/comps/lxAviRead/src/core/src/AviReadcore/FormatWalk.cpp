@@ -2,6 +2,7 @@
 //
 //   RIFF size "AVI "
 //     LIST size "hdrl" …         the header list
+//     LIST size "INFO" …         texts
 //     LIST size "movi" …         the media data; a further one goes on with them
 //     idx1 size …                the index, before the media data or behind them
 //     any other chunk or list    stepped over
@@ -11,6 +12,7 @@
 // chunk that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a
 // known chunk lines up.
 
+#include "internal/KeptChunks.hpp"
 #include "internal/Segments.hpp"
 #include "internal/Walk.hpp"
 
@@ -168,6 +170,11 @@ Step TakeIdx1(Walk& walk, const Place& place)
     return walk.bMoviFound && place.uiNext >= walk.uiEnd ? kFinish : AfterResult(walk, GoTo(walk, place.uiNext));
 }
 
+bool IsGarbage(const Walk& walk, const Place& place)
+{
+    return place.chunk.uiSize > kLargestUnknownChunk && place.uiNext > walk.uiEnd;
+}
+
 // Steps over a chunk of no known kind, while there is tolerance for one.
 Step StepOver(Walk& walk, const Place& place)
 {
@@ -175,8 +182,13 @@ Step StepOver(Walk& walk, const Place& place)
         return EndOfList(walk.bMoviFound);
     }
     --walk.uiTolerance;
-    const bool bGarbage = place.chunk.uiSize > kLargestUnknownChunk && place.uiNext > walk.uiEnd;
-    return AfterResult(walk, GoTo(walk, bGarbage ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
+    return AfterResult(walk, GoTo(walk, IsGarbage(walk, place) ? place.uiOffset + kChunkHeaderBytes : place.uiNext));
+}
+
+UInt32 TakeTexts(Walk& walk, const Place& place)
+{
+    walk.uiAt = place.uiNext;
+    return KeepTexts(walk.pAviInfo, place.chunk.uiSize);
 }
 
 // A list of fewer than 4 bytes has no type; the next chunk begins where the type would be. Media data and INFO lists
@@ -198,6 +210,9 @@ Step TakeList(Walk& walk, Place& place)
     }
     if (type == FourCC("hdrl") && HasType(place, type)) {
         return AfterResult(walk, ParseHeaderList(walk, place));
+    }
+    if (type == FourCC("INFO") && place.chunk.uiSize > kListTypeBytes && !IsGarbage(walk, place)) {
+        return AfterResult(walk, TakeTexts(walk, place));
     }
     place.uiNext = HasType(place, type) ? std::max(place.uiNext, place.uiOffset + kListHeaderBytes) : place.uiNext;
     return StepOver(walk, place);

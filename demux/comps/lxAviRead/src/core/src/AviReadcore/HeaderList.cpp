@@ -4,10 +4,12 @@
 //     avih 56 …                     the main AVI header
 //     LIST size "strl" …            one per stream, numbered from 0 in file order
 //     LIST size "odml" dmlh size …  OpenDML: the frame count of the whole file
+//     LIST size "INFO" …            texts, which stand more often beside the header list
 //
 // Left in the state: the main header's record, the OpenDML count, and `bAvixPresent` when that count says that the
 // file goes on behind the first RIFF list.
 
+#include "internal/KeptChunks.hpp"
 #include "internal/ListWalk.hpp"
 #include "internal/State.hpp"
 
@@ -76,6 +78,8 @@ UInt32 ParseList(lxAviReadCore_AviInfo_t* pAviInfo, HeaderListWalk& walk, UInt32
     switch (type) {
     case FourCC("odml"): return ParseOdml(pAviInfo, size - kListTypeBytes);
     case FourCC("strl"): return ParseStreamList(pAviInfo, walk, size);
+    case FourCC("INFO"):
+        return HeaderChunksAreKept(pAviInfo) ? KeepTexts(pAviInfo, size) : SkipUnknownList(pAviInfo, type, size);
     default: return SkipUnknownList(pAviInfo, type, size);
     }
 }

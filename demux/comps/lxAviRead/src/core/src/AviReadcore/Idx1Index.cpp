@@ -223,6 +223,7 @@ UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
 // Clears the totals of the streams before an index is read from its start.
 void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
 {
+    ForgetTotals();
     for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
         if (pStream != Null) {
             pStream->uiStreamSize = 0;
@@ -275,6 +276,9 @@ UInt32 lxAviReadCore_ParseIndex(UInt32 instance)
         DropJump(pAviInfo);
     }
     const UInt32 result = ParseChosenIndex(instance, pAviInfo);
+    if (result != LX_OK) {
+        ForgetTotals(); // they are those of a part of the index
+    }
     ForgetDanglingPositions(pAviInfo);
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseIndex %x", result);
     return result;

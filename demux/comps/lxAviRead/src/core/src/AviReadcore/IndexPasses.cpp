@@ -7,6 +7,7 @@ namespace lxAviReadCore {
 EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr)
 {
     static UInt32 s_uiNobodys;
+    static StreamTotals s_nobodys;
     const bool bDescribed = StreamTypeOf(pAviInfo, streamNr) != LX_AVIREAD_STREAM_NONE;
     return {.eKind = eKind,
             .eFlaggedKind = eKind == EntryKind::Frame ? EntryKind::KeyFrame : eKind,
@@ -15,7 +16,8 @@ EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, U
             .uiBlockBytes = bDescribed && eKind == EntryKind::Audio
                                 ? AudioUnitsOf(pAviInfo, *FindStream(pAviInfo, streamNr)).uiBlockBytes
                                 : 0,
-            .pPayload = bDescribed ? &FindStream(pAviInfo, streamNr)->uiStreamSize : &s_uiNobodys};
+            .pPayload = bDescribed ? &FindStream(pAviInfo, streamNr)->uiStreamSize : &s_uiNobodys,
+            .pTotals = bDescribed ? &TotalsOf(streamNr) : &s_nobodys};
 }
 
 // ---- Batches ----

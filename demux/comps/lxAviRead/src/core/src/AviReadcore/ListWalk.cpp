@@ -12,6 +12,7 @@ UInt32 ListWalk::Enter(ChunkHeader& chunk)
     m_uiConsumed += kChunkHeaderBytes;
     if (m_bExact) {
         chunk.uiSize = static_cast<UInt32>(std::min<UInt64>(chunk.uiSize, Left()));
+        chunk.uiPayload = std::min(chunk.uiPayload, chunk.uiSize);
     }
     m_uiConsumed += chunk.uiSize;
     return LX_OK;

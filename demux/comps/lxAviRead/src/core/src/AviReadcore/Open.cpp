@@ -9,6 +9,7 @@
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
+#include "internal/KeptChunks.hpp"
 #include "internal/Memory.hpp"
 #include "internal/Segments.hpp"
 #include "internal/Streams.hpp"
@@ -77,15 +78,6 @@ UInt32 WalkFirstList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, bool& b
                                               : WalkByDefault(pAviInfo, instance, bIndexFound);
 }
 
-void LogMissingFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
-    if (VideoTimeIsByStream(pAviInfo) && pVideo != Null && HasNoFrameRate(pAviInfo, *pVideo)) {
-        LX_LOG(kLevelError, "AviReadCore : no header gives the frame rate of stream %d, its times are 0",
-               pAviInfo->videoStreamNr);
-    }
-}
-
 // Adds the lists behind the first RIFF list to the segment chain. In the default mode the OpenDML header of the first
 // list has to promise them. The format mode looks for them in every file that can seek; in others the search would use
 // up the first chunks.
@@ -109,9 +101,7 @@ UInt32 ParseFile(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 instance, Bool* pAllI
     LX_AVIREAD_TRY(ReadRiffHeader(pAviInfo));
     LX_AVIREAD_TRY(WalkFirstList(pAviInfo, instance, bIndexFound));
     MarkHasIndex(pAviInfo, bIndexFound || pAviInfo->bIndxPresent != 0);
-    LogMissingFrameRate(pAviInfo);
-    onlyKeyFrames = pAviInfo->videoStreamNr >= 0 &&
-                    lxAviReadCore_HasOnlyKeyFrames(static_cast<UInt32>(pAviInfo->videoStreamNr)) == 1;
+    SettleMainVideo(pAviInfo);
     *pAllIndexed = IsIndexParsed(pAviInfo, pAviInfo->videoStreamNr) && IsIndexParsed(pAviInfo, pAviInfo->audioStreamNr);
     pAviInfo->CurrentOffset = StartOfDelivery(pAviInfo);
     return FindExtensions(pAviInfo, instance);
@@ -183,6 +173,8 @@ UInt32 ReadFile(lxAviReadCore_AviInfo_t* pAviInfo, const Request& request, const
     lxalAviRead_FileSeekPossible = 1;
     ForgetParsedIndexes(pAviInfo);
     ForgetIndexSurvey();
+    ReleaseKeptChunks();
+    ForgetTotals();
     SetIdx1OffsetBase(0);
     return ParseFile(pAviInfo, request.instance, request.pAllIndexed);
 }

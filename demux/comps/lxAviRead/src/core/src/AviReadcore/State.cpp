@@ -9,6 +9,7 @@
 
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
+#include "internal/KeptChunks.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/Memory.hpp"
 #include "internal/PendingJump.hpp"
@@ -256,6 +257,7 @@ void lxAviReadCore_FreeAllocatedMemory(lxAviReadCore_AviInfo_t* pAviInfo)
         }
     }
     FreeLogged(pAviInfo->AviHdr);
+    ReleaseKeptChunks();
     ClearCounters();
     ReleaseMetaDataBuffer(pAviInfo);
 }
@@ -269,6 +271,8 @@ UInt32 lxAviReadCore_Reset(void)
     ForgetFile(pAviInfo);
     ForgetIndexSurvey();
     ForgetReadSize();
+    ReleaseKeptChunks();
+    ForgetTotals();
     onlyKeyFrames = false;
     SetIdx1OffsetBase(0);
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);

@@ -1,12 +1,14 @@
-// The format of a stream (strf) and the data for its decoder (strd), kept as read.
+// The format of a stream (strf) and the data for its decoder (strd): the fixed records.
 //
-//   bytes in the file   kept        of
+//   bytes in the file   record      of
 //   40 or more          first 40    video and bitmap subtitle formats
 //   18 or more          first 32    audio formats; the audio frame size is derived from them
 //   8                   first 8     text subtitle formats
 //   2232 or more        first 2232  stream data; a shorter chunk is no stream data at all
+//
+// The format mode keeps the whole chunks besides (KeptChunks.cpp).
 
-#include "internal/FileAccess.hpp"
+#include "internal/KeptChunks.hpp"
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
 
@@ -37,9 +39,13 @@ UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 
     return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, {pBuffer, limit, std::min(size, limit)}));
 }
 
-// Skips what a chunk has beyond `limit`.
-UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
+// Skips what a chunk has beyond `limit`, or keeps it with the first bytes, which are in `pBuffer`.
+UInt32 TakeRestOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 code,
+                       const void* pBuffer, UInt32 limit, UInt32 size)
 {
+    if (HeaderChunksAreKept(pAviInfo)) {
+        return KeepChunk(pAviInfo, pStrInfo, code, size, {pBuffer, std::min(size, limit)});
+    }
     return size > limit ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - limit)) : LX_OK;
 }
 
@@ -52,7 +58,7 @@ UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UI
                rule.pStream, size, rule.uiLimit);
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->Format, rule.uiLimit, size));
-    LX_AVIREAD_TRY(SkipRestOfChunk(rule.uiLimit, size));
+    LX_AVIREAD_TRY(TakeRestOfChunk(pAviInfo, pStrInfo, FourCC("strf"), pStrInfo->Format, rule.uiLimit, size));
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrf_%s", rule.pKind);
     return LX_OK;
 }
@@ -180,11 +186,13 @@ UInt32 lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAviInfo, UInt
         // Quirk Q16: the limit that is printed is the one of the format
         LX_LOG(kLevelError, "AviReadCore : size of video stream data (%d) should be >= size of struct (%d)\n", size,
                LX_AVIREAD_FORMAT_BYTES);
-        return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+        return HeaderChunksAreKept(pAviInfo) ? KeepChunk(pAviInfo, pStrInfo, FourCC("strd"), size)
+                                             : LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
     }
     LX_AVIREAD_TRY(ReadHeadOfChunk(pAviInfo, pStrInfo->StreamData, sizeof(lxAviRead_StrdVideo_t), size));
     pStrInfo->bStrdPresent = 1;
-    LX_AVIREAD_TRY(SkipRestOfChunk(sizeof(lxAviRead_StrdVideo_t), size));
+    LX_AVIREAD_TRY(
+        TakeRestOfChunk(pAviInfo, pStrInfo, FourCC("strd"), pStrInfo->StreamData, sizeof(lxAviRead_StrdVideo_t), size));
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseListStrd_video");
     return LX_OK;
 }

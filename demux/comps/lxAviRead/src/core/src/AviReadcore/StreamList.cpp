@@ -5,10 +5,15 @@
 //     strf size …   the format; when it arrives, the reader sets the stream's kind
 //     strd size …   data for the decoder of the main video stream
 //     indx size …   the OpenDML index of the stream
-//     strn, JUNK …  stepped over
+//     strn size …   the name of the stream
+//     vprp size …   the properties of its picture
+//     JUNK …        stepped over
+//
+// The format mode keeps strf, strd, strn and vprp whole (KeptChunks.cpp); the default mode steps over the last two.
 //
 // Left in the state: the stream's record, its kind and track number, the main video and the first audio stream.
 
+#include "internal/KeptChunks.hpp"
 #include "internal/ListWalk.hpp"
 #include "internal/State.hpp"
 #include "internal/Streams.hpp"
@@ -26,6 +31,12 @@ struct StreamList {
 };
 
 Step Skip(UInt32 size) { return ContinueUnless(LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size))); }
+
+// Keeps a chunk of which no fixed record is made.
+UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, const ChunkHeader& chunk)
+{
+    return KeepChunk(pAviInfo, list.pStream, chunk.uiCode, chunk.uiSize);
+}
 
 // Gives the stream the next number among those of its kind. A stream beyond the eighth is counted, and keeps the number
 // that it has.
@@ -141,7 +152,7 @@ UInt32 TakeInterleavedFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList
     }
     std::memcpy(list.pStream->Format, &format, sizeof format);
     BecomeVideo(pAviInfo, list);
-    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+    return KeepChunk(pAviInfo, list.pStream, FourCC("strf"), size);
 }
 
 UInt32 TakeTextSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
@@ -153,14 +164,15 @@ UInt32 TakeTextSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamLis
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_textSubtitle(pAviInfo, size, list.pStream));
 }
 
-UInt32 SkipUnknownFormat(const StreamList& list, UInt32 size)
+UInt32 TakeUnknownFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     const UInt32 type = list.pStream->Header.fccType;
     list.pStream->StreamType = LX_AVIREAD_STREAM_NONE;
     LX_LOG(kLevelHeader,
            "AviReadCore : Fourcc error! Stream %d type (auds/vids) not defined %x (%2c%2c%2c%2c) (line:%d)",
            list.uiStreamNr, type, ByteOf(type, 3), ByteOf(type, 2), ByteOf(type, 1), ByteOf(type, 0), __LINE__);
-    return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+    return HeaderChunksAreKept(pAviInfo) ? KeepChunk(pAviInfo, list.pStream, FourCC("strf"), size)
+                                         : LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
 }
 
 UInt32 TakeFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
@@ -170,9 +182,9 @@ UInt32 TakeFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UIn
     case FourCC("vids"): return TakeVideoFormat(pAviInfo, list, size);
     case FourCC("iavs"):
         return InterleavedStreamsAreVideo(pAviInfo) ? TakeInterleavedFormat(pAviInfo, list, size)
-                                                    : SkipUnknownFormat(list, size);
+                                                    : TakeUnknownFormat(pAviInfo, list, size);
     case FourCC("txts"): return TakeTextSubtitleFormat(pAviInfo, list, size);
-    default: return SkipUnknownFormat(list, size);
+    default: return TakeUnknownFormat(pAviInfo, list, size);
     }
 }
 
@@ -189,14 +201,16 @@ UInt32 TakeStreamData(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list,
     const UInt32 type = list.pStream->Header.fccType;
     if (type != FourCC("vids")) {
         LX_LOG(kLevelHeader, "AviReadCore : strd chunk found but not procesed (size=%d)", size);
-        return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+        return HeaderChunksAreKept(pAviInfo) ? KeepChunk(pAviInfo, list.pStream, FourCC("strd"), size)
+                                             : LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
     }
     if (!IsMainVideoStream(pAviInfo, list.uiStreamNr)) {
         LX_LOG(
             kLevelHeader,
             "AviReadCore : Found streamdata (strd) sub-chunk for not-main video track. FccType is vids %x, size %x\n",
             type, size);
-        return LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
+        return HeaderChunksAreKept(pAviInfo) ? KeepChunk(pAviInfo, list.pStream, FourCC("strd"), size)
+                                             : LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size));
     }
     list.pStream->StreamType = LX_AVIREAD_STREAM_VIDEO;
     LX_LOG(kLevelHeader, "AviReadCore : Found streamdata (strd) sub-chunk. FccType is vids %x, size %x\n", type, size);
@@ -206,8 +220,8 @@ UInt32 TakeStreamData(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list,
 bool IsIndexed(const lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list)
 {
     const UInt32 type = list.pStream->StreamType;
-    return type == LX_AVIREAD_STREAM_AUDIO ||
-           (type == LX_AVIREAD_STREAM_VIDEO && IsMainVideoStream(pAviInfo, list.uiStreamNr));
+    const bool bMayPlay = VideoStreamsAreSelected(pAviInfo) || IsMainVideoStream(pAviInfo, list.uiStreamNr);
+    return type == LX_AVIREAD_STREAM_AUDIO || (type == LX_AVIREAD_STREAM_VIDEO && bMayPlay);
 }
 
 Step TakeIndex(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
@@ -241,7 +255,7 @@ Step SkipUnknown(UInt32 code, UInt32 size)
     return Skip(size);
 }
 
-Step ParseChunk(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, const ChunkHeader& chunk)
+Step TakeChunk(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, const ChunkHeader& chunk)
 {
     switch (chunk.uiCode) {
     case FourCC("strh"): return ContinueUnless(TakeHeader(pAviInfo, list, chunk.uiSize));
@@ -249,9 +263,20 @@ Step ParseChunk(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, const
     case FourCC("strd"): return ContinueUnless(TakeStreamData(pAviInfo, list, chunk.uiSize));
     case FourCC("indx"): return TakeIndex(pAviInfo, list, chunk.uiSize);
     case FourCC("JUNK"): return SkipJunk(chunk.uiSize);
-    case FourCC("strn"): return Skip(chunk.uiSize);
+    case FourCC("strn"):
+        return HeaderChunksAreKept(pAviInfo) ? ContinueUnless(Keep(pAviInfo, list, chunk)) : Skip(chunk.uiSize);
+    case FourCC("vprp"):
+        return HeaderChunksAreKept(pAviInfo) ? ContinueUnless(Keep(pAviInfo, list, chunk))
+                                             : SkipUnknown(chunk.uiCode, chunk.uiSize);
     default: return SkipUnknown(chunk.uiCode, chunk.uiSize);
     }
+}
+
+Step ParseChunk(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, const ChunkHeader& chunk)
+{
+    const Step step = TakeChunk(pAviInfo, list, chunk);
+    DropPadByte(list.pStream, chunk);
+    return step;
 }
 
 } // namespace

@@ -88,6 +88,14 @@ UInt64 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
 
 // ---- Video ----
 
+UInt64 ExactFrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 frames)
+{
+    if (HasTimeBase(stream.Header)) {
+        return ExactTime(stream.Header, {frames});
+    }
+    return MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), 1).uiWhole;
+}
+
 UInt32 VideoTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
     if (VideoTimeIsByStream(&lxAviReadCore_AviInfo)) {
@@ -137,16 +145,20 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
     return time;
 }
 
-// In units of the header: samples, or chunks.
-UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+// In units of the header: samples, whose number follows from the bytes, or blocks and chunks.
+UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, UInt64 start, UInt64 units, UInt64 bytes)
 {
     const UInt32 sampleBytes = AudioUnitsOf(&lxAviReadCore_AviInfo, stream).uiSampleBytes;
-    const UInt64 start = stream.Header.dwStart;
     const SamplePosition samples =
-        sampleBytes == 0 ? SamplePosition{start + position.uiFrameNumber}
-                         : SamplePosition{start + position.uiBytePosition / sampleBytes,
-                                          static_cast<UInt32>(position.uiBytePosition % sampleBytes), sampleBytes};
+        sampleBytes == 0
+            ? SamplePosition{start + units}
+            : SamplePosition{start + bytes / sampleBytes, static_cast<UInt32>(bytes % sampleBytes), sampleBytes};
     return ExactTime(stream.Header, samples);
+}
+
+UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+{
+    return ExactAudioTime(stream, stream.Header.dwStart, position.uiFrameNumber, position.uiBytePosition);
 }
 
 UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
@@ -187,11 +199,17 @@ UInt32 Milliseconds(UInt64 microseconds)
 UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                       UInt32 frameNumber)
 {
-    const UInt64 frames = UInt64{stream.Header.dwStart} + frameNumber;
-    if (HasTimeBase(stream.Header)) {
-        return ExactTime(stream.Header, {frames});
+    return ExactFrameTime(pAviInfo, stream, UInt64{stream.Header.dwStart} + frameNumber);
+}
+
+UInt64 ExactDuration(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 units,
+                     UInt64 bytes)
+{
+    switch (stream.StreamType) {
+    case LX_AVIREAD_STREAM_VIDEO: return ExactFrameTime(pAviInfo, stream, units);
+    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(stream, 0, units, bytes);
+    default: return ExactTime(stream.Header, {units});
     }
-    return MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), 1).uiWhole;
 }
 
 } // namespace lxAviReadCore

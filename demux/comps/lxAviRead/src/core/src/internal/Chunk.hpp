@@ -14,10 +14,11 @@ constexpr UInt32 kListHeaderBytes = kChunkHeaderBytes + kListTypeBytes; // "LIST
 // A "dd" chunk: its header and its descriptor.
 constexpr UInt32 kDrmChunkBytes = kChunkHeaderBytes + LX_AVIREAD_DRM_BYTES;
 
-// A chunk's header: code, and size made even.
+// A chunk's header.
 struct ChunkHeader {
     UInt32 uiCode;
-    UInt32 uiSize;
+    UInt32 uiSize;    // made even
+    UInt32 uiPayload; // the same without a pad byte
 };
 
 [[nodiscard]] UInt32 ReadChunkHeader(lxAviReadCore_AviInfo_t* pAviInfo, ChunkHeader& chunk);

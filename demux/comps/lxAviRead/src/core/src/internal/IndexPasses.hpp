@@ -31,6 +31,16 @@ enum class EntryKind : UInt8 {
 
 constexpr bool IsMainVideo(EntryKind eKind) { return eKind == EntryKind::Frame || eKind == EntryKind::KeyFrame; }
 
+// What the passes count of a stream.
+struct StreamTotals {
+    UInt64 uiBytes; // payload
+    UInt32 uiChunks;
+    UInt32 uiUnits; // frames, or what the numbers of audio chunks count
+};
+
+StreamTotals& TotalsOf(UInt32 streamNr);
+void ForgetTotals();
+
 // What the records of one identifier have in common. The passes find it out once, not for every record.
 struct EntrySource {
     EntryKind eKind;        // of records without the key flag
@@ -39,6 +49,7 @@ struct EntrySource {
     UInt32 uiTrack;      // audio track that audio records count for, or kNoTrack
     UInt32 uiBlockBytes; // of the blocks that audio chunks count; 0: every chunk counts one
     UInt32* pPayload;    // total of the stream; of a stream that the headers have not described, one that nobody reads
+    StreamTotals* pTotals; // likewise
 };
 
 // The source of records of a kind; frames with the key flag are key frames.
@@ -52,8 +63,15 @@ struct IndexEntry {
     UInt64 uiOffset; // of the chunk, in the index's base
 };
 
-// Adds a chunk to the total of its stream.
-inline void CountPayload(IndexEntry entry) { *entry.pSource->pPayload += entry.uiSize; }
+// Adds a chunk to the totals of its stream.
+inline void CountPayload(IndexEntry entry)
+{
+    *entry.pSource->pPayload += entry.uiSize;
+    StreamTotals& totals = *entry.pSource->pTotals;
+    totals.uiBytes += entry.uiSize;
+    ++totals.uiChunks;
+    ++totals.uiUnits;
+}
 
 // What is said about a batch that could not be read.
 enum class FailedBatch : UInt8 {
@@ -262,6 +280,7 @@ public:
         }
         CountPayload(entry);
         m_uiNumber = CountAudioChunk(m_state, entry);
+        entry.pSource->pTotals->uiUnits = m_state.chunkCount;
     }
 
     // Gives the last chunk to the key frames of a leaf that are left. Called for every leaf, after the last chunk.

@@ -104,6 +104,18 @@ inline bool SurplusStreamsHaveNoTrack(ModeOf pAviInfo) { return FollowsFormat(pA
 // Quirk Q33
 inline bool OnlyAudioStreamsHaveAudioTracks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// Chunks of the headers are kept whole for the caller: codec data, names, and the texts of the file.
+// Quirk Q71
+inline bool HeaderChunksAreKept(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The caller can ask what a stream holds in all.
+// Quirk Q72
+inline bool SummariesAreGiven(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// The caller can select the video stream that is delivered. The indexes of all video streams are noted for that.
+// Quirk Q73
+inline bool VideoStreamsAreSelected(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // The time of audio follows from the units of its stream header, whatever the codec.
 // Quirk Q52
 inline bool AudioTimeIsByHeader(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }

@@ -101,12 +101,20 @@ constexpr UInt32 UnitsOfChunk(UInt32 blockBytes, UInt32 size)
 // Whether neither header gives the frame rate of a video stream; then all its times are 0.
 bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream);
 
+// Decides what follows from the choice of the main video stream.
+void SettleMainVideo(const lxAviReadCore_AviInfo_t* pAviInfo);
+
 // Microseconds as milliseconds, truncated; times of more than 32 bits become the largest number.
 UInt32 Milliseconds(UInt64 microseconds);
 
 // The presentation time of a frame in microseconds, exact.
 UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
                       UInt32 frameNumber);
+
+// The time in microseconds, exact, that so much of a stream takes: frames of video, or audio of so many bytes. Units of
+// audio count where its time does not follow from its bytes.
+UInt64 ExactDuration(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 units,
+                     UInt64 bytes);
 
 // Whether an audio stream runs at a constant bit rate, so that its time follows from its bytes.
 bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format);

@@ -1,0 +1,86 @@
+// What a stream holds in all: counted by the passes over an index, else as its header says.
+//
+//   from            chunks      bytes                  duration
+//   index           counted     counted                of the counted frames, samples or blocks
+//   header, video   dwLength    not known              of dwLength frames
+//   header, audio   not known   of dwLength samples    of dwLength samples or blocks
+//   header, others  not known   not known              of dwLength units
+
+#include "internal/IndexPasses.hpp"
+#include "internal/Streams.hpp"
+
+namespace lxAviReadCore {
+namespace {
+
+StreamTotals s_totals[LX_AVIREAD_STREAMS];
+
+lxAviRead_StreamSummary_t SummaryByIndex(const lxAviReadCore_AviInfo_t* pAviInfo,
+                                         const lxAviReadCore_StreamInfo_t& stream, const StreamTotals& totals)
+{
+    return {.uiBytes = totals.uiBytes,
+            .uiDurationUsec = ExactDuration(pAviInfo, stream, totals.uiUnits, totals.uiBytes),
+            .uiChunks = totals.uiChunks,
+            .eOrigin = LX_AVIREAD_SUMMARY_INDEX};
+}
+
+// The frames of a video stream. If the writer has not filled in the stream's header, other headers may know those of
+// the main video stream.
+UInt32 FramesByHeader(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const UInt32 length = FindStream(pAviInfo, streamNr)->Header.dwLength;
+    if (length != 0 || !IsMainVideoStream(pAviInfo, streamNr)) {
+        return length;
+    }
+    if (pAviInfo->dmlhTotalFrames != 0) {
+        return pAviInfo->dmlhTotalFrames;
+    }
+    return pAviInfo->AviHdr != Null ? pAviInfo->AviHdr->dwTotalFrames : 0; // GCOVR_EXCL_BR_LINE: no stream without it
+}
+
+lxAviRead_StreamSummary_t SummaryByHeader(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
+{
+    const lxAviReadCore_StreamInfo_t& stream = *FindStream(pAviInfo, streamNr);
+    lxAviRead_StreamSummary_t summary = {};
+    summary.eOrigin = LX_AVIREAD_SUMMARY_HEADER;
+    UInt64 units = stream.Header.dwLength;
+    if (stream.StreamType == LX_AVIREAD_STREAM_VIDEO) {
+        summary.uiChunks = FramesByHeader(pAviInfo, streamNr);
+        units = summary.uiChunks;
+    } else if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
+        summary.uiBytes = units * AudioUnitsOf(pAviInfo, stream).uiSampleBytes;
+    }
+    summary.uiDurationUsec = ExactDuration(pAviInfo, stream, units, summary.uiBytes);
+    return summary;
+}
+
+} // namespace
+
+StreamTotals& TotalsOf(UInt32 streamNr) { return s_totals[streamNr]; }
+
+void ForgetTotals()
+{
+    for (StreamTotals& totals : s_totals) {
+        totals = {};
+    }
+}
+
+} // namespace lxAviReadCore
+
+using namespace lxAviReadCore;
+
+UInt32 lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t* pSummary)
+{
+    LX_ASSERT(pSummary != Null, "pSummary!=Null", "pSummary must be initialized");
+    if (pSummary == Null) {
+        return LX_OK;
+    }
+    *pSummary = {};
+    const lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    if (!SummariesAreGiven(pAviInfo) || StreamTypeOf(pAviInfo, streamNr) == LX_AVIREAD_STREAM_NONE) {
+        return LX_OK;
+    }
+    const StreamTotals& totals = TotalsOf(streamNr);
+    *pSummary = totals.uiChunks > 0 ? SummaryByIndex(pAviInfo, *FindStream(pAviInfo, streamNr), totals)
+                                    : SummaryByHeader(pAviInfo, streamNr);
+    return LX_OK;
+}

@@ -1,0 +1,174 @@
+// Format mode: what a stream holds in all, by its header and by an index.
+
+#include "FormatModeTest.hpp"
+
+namespace avitest {
+namespace {
+
+class Summaries : public FormatMode {
+protected:
+    static lxAviRead_StreamSummary_t Of(UInt32 streamNr)
+    {
+        lxAviRead_StreamSummary_t summary = {7, 7, 7, 7};
+        EXPECT_EQ(lxAviReadCore_GetStreamSummary(streamNr, &summary), LX_OK);
+        return summary;
+    }
+
+    static void Expect(UInt32 streamNr, UInt32 origin, UInt32 chunks, UInt64 bytes, UInt64 usec)
+    {
+        const lxAviRead_StreamSummary_t summary = Of(streamNr);
+        EXPECT_EQ(summary.eOrigin, origin);
+        EXPECT_EQ(summary.uiChunks, chunks);
+        EXPECT_EQ(summary.uiBytes, bytes);
+        EXPECT_EQ(summary.uiDurationUsec, usec);
+    }
+
+    static void ExpectNothing(UInt32 streamNr) { Expect(streamNr, LX_AVIREAD_SUMMARY_NONE, 0, 0, 0); }
+};
+
+constexpr UInt32 kHeader = LX_AVIREAD_SUMMARY_HEADER;
+constexpr UInt32 kIndex = LX_AVIREAD_SUMMARY_INDEX;
+
+TEST_F(Summaries, HeadersTellWhatTheWriterHasFilledIn)
+{
+    builder.streams[0] = VideoStream(30000, 1001);
+    builder.streams[0].header.dwLength = 300;
+    builder.streams[0].header.dwStart = 5;      // durations are those without it
+    builder.streams[1].header.dwLength = 80000; // samples of 2 bytes at 8000 a second
+    builder.Add(Mp3VbrStream()).Add(TextStream());
+    builder.streams[2].header.dwLength = 400; // blocks of 1152 samples at 44100 a second
+    builder.streams[3].header.dwScale = 1;
+    builder.streams[3].header.dwRate = 1000;
+    builder.streams[3].header.dwLength = 2500;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kHeader, 300, 0, 10010000);
+    Expect(1, kHeader, 0, 160000, 10000000);
+    Expect(2, kHeader, 0, 0, 10448979); // 400 * 1152 / 44100 s
+    Expect(3, kHeader, 0, 0, 2500000);
+}
+
+TEST_F(Summaries, OtherHeadersKnowTheFramesOfTheMainVideo)
+{
+    builder.Add(VideoStream());
+    builder.avih.dwTotalFrames = 50;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kHeader, 50, 0, 2000000);
+    Expect(2, kHeader, 0, 0, 0);
+    builder.dmlhTotalFrames = 75;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kHeader, 75, 0, 3000000);
+    builder.streams[0].header.dwLength = 25;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kHeader, 25, 0, 1000000);
+}
+
+TEST_F(Summaries, AnIndexTellsWhatIsThere)
+{
+    builder.Add(Mp3VbrStream());
+    builder.streams[0].header.dwLength = 999; // wrong
+    builder.streams[0].header.dwStart = 3;
+    builder.streams[2].header.dwStart = 3;
+    AddMedia(10, 5);
+    builder.Audio(2, Fill(2500)).Audio(2, Fill(100)).Audio(2, {}); // blocks of 1152 bytes: 3, 1 and 0
+    for (const IndexKind eIndex : {IndexKind::Idx1Relative, IndexKind::SuperStandard, IndexKind::OneLevelField}) {
+        builder.eIndex = eIndex;
+        builder.eLayout = IxLayout::At32;
+        ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+        for (UInt32 again = 0; again < 2; ++again) {
+            Expect(0, kIndex, 10, 100, 400000);
+            Expect(1, kIndex, 10, 6400, 400000);
+            Expect(2, kIndex, 3, 2600, 104489); // 4 * 1152 / 44100 s
+            ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+        }
+    }
+}
+
+TEST_F(Summaries, ATableOfOpenCountsToo)
+{
+    builder.eIndex = IndexKind::OneLevelStandard;
+    builder.avih.dwFlags = 0;
+    AddMedia(10, 5);
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(allIndexed, 1);
+    Expect(0, kIndex, 10, 100, 400000);
+    Expect(1, kIndex, 10, 6400, 400000);
+}
+
+TEST_F(Summaries, OnlyTheUsedOneOfTwoIndexesCounts)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    builder.bIdx1Too = true;
+    AddMedia(10, 5);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kIndex, 10, 100, 400000);
+    Expect(1, kIndex, 10, 6400, 400000);
+}
+
+TEST_F(Summaries, ThinningChangesNothing)
+{
+    AddMedia(2 * kLeaf, 1);
+    const Bytes file = builder.Build();
+    EXPECT_EQ(lxAviReadCore_Close(), LX_OK);
+    ASSERT_EQ(Open(file, true, 1, kOneLeafBudget, kFormat), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_EQ(Table().size(), kLeaf);
+    Expect(0, kIndex, 726, 7260, 29040000);
+}
+
+TEST_F(Summaries, BytesHave64Bits)
+{
+    AddMedia(3, 1);
+    Bytes file = builder.Build();
+    for (size_t record = file.size() - 16; file[record] == '0'; record -= 16) { // idx1 ends the file
+        Patch32(file, record + 12, 0xF0000000u);
+    }
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    Expect(0, kIndex, 3, 3 * UInt64{0xF0000000u}, 120000);
+    Expect(1, kIndex, 3, 3 * UInt64{0xF0000000u}, 754974720000); // at 16000 bytes a second
+}
+
+TEST_F(Summaries, AFailedIndexLeavesTheHeaders)
+{
+    builder.streams[0].header.dwLength = 20;
+    AddMedia(10, 5);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kIndex, 10, 100, 400000);
+    ASSERT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseIndex(0), LX_ERR_AVIREAD_ABORTED);
+    ASSERT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    Expect(0, kHeader, 20, 0, 800000);
+}
+
+TEST_F(Summaries, AnotherFileHasItsOwn)
+{
+    AddMedia(10, 5);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    builder.streams[0].header.dwLength = 20;
+    ASSERT_EQ(Open(builder), LX_OK); // without a Close in between
+    Expect(0, kHeader, 20, 0, 800000);
+}
+
+TEST_F(Summaries, WhereThereIsNoStreamThereIsNothing)
+{
+    ExpectNothing(0); // before Open
+    AddMedia(10, 5);
+    builder.Add(VideoStream());
+    builder.streams[2].header.fccType = Code("mids"); // no kind that the reader knows
+    Bytes file = builder.Build();
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    for (const UInt32 streamNr : {2u, 3u, 16u, 17u, 0x80000000u, 0xFFFFFFFFu}) {
+        ExpectNothing(streamNr);
+    }
+    EXPECT_EQ(log.Assertions().size(), 0u);
+    EXPECT_EQ(lxAviReadCore_GetStreamSummary(0, Null), LX_OK);
+    EXPECT_EQ(log.Assertions().size(), 1u);
+    ASSERT_EQ(ParseAs(kDefault, file), LX_OK);
+    ExpectNothing(0);
+    file.resize(100);
+    EXPECT_NE(OpenAs(kFormat, file), LX_OK);
+    ExpectNothing(0);
+}
+
+} // namespace
+} // namespace avitest
