@@ -4,22 +4,41 @@
  *
  *  The library has two modes of reading. In default mode the reader keeps the oddities that older callers were built on
  *  (doc/quirks.md). In format mode it reads files as the published AVI and OpenDML formats say. The bit
- *  `LX_AVIREAD_FOLLOW_FORMAT` of Open's `IndxOption` selects format mode.
+ *  `LX_AVIREAD_FOLLOW_FORMAT` of Open's `IndxOption` selects format mode. New players use format mode. A function whose
+ *  description names no mode does the same in both.
  *
- *  Only one file can be open at a time; the library holds all state. The usual order of the calls:
+ *  Only one file can be open at a time; the library holds all state. doc/INTEGRATION.md tells the rules of calling, and
+ *  examples/ has whole programs. This one plays a file:
  *  @code
- *  Bool allIndexed;
- *  if (lxAviReadCore_Open(0, "film.avi", 3, 1u << 20, 1, &allIndexed) == LX_OK) {
- *      lxAviReadCore_ParseIndex(0);                                   // optional: needed for seeking only
- *      lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo());
- *      lxAviRead_ChunkData_t chunk;
- *      Bool jumped;
- *      UInt32 result;
- *      while ((result = lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped)) != LX_AVIREAD_END_OF_MEDIA) {
- *          ... // LX_OK: read chunk.uiSize bytes with lxAviReadCore_GetChunk; a rejection: skip the bytes; else: stop
+ *  static UInt32 payload[1u << 20];                                   // 4 MiB; a damaged file can state any size
+ *
+ *  UInt32 PlayFile(const char* path)
+ *  {
+ *      Bool allIndexed, jumped;
+ *      UInt32 result = lxAviReadCore_Open(0, path, 1, 256 * 1024, LX_AVIREAD_FOLLOW_FORMAT | 1, &allIndexed);
+ *      if (result == LX_OK) {
+ *          lxAviReadCore_ParseIndex(0);                               // optional: seeks and steps need it
+ *          lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_GetAviInfo());
  *      }
+ *      while (result == LX_OK) {
+ *          lxAviRead_ChunkData_t chunk;
+ *          result = lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped);   // audio track 0, subtitle track 0
+ *          if (result == LX_OK && chunk.uiSize <= sizeof payload) {
+ *              result = lxAviReadCore_GetChunk(payload, chunk.uiSize);
+ *              // chunk.uiSize bytes for the decoder of stream chunk.uiStreamNr
+ *          } else if (result == LX_OK) {
+ *              result = lxAviReadCore_RemoveChunk(chunk.uiSize);
+ *          } else if (result == LX_ERR_AVIREAD_AUDIO_SKIPPED || result == LX_ERR_AVIREAD_VIDEO_SKIPPED ||
+ *                     result == LX_ERR_AVIREAD_SUBTITLE_SKIPPED) {    // rejected: the caller skips and counts it
+ *              lxAviReadCore_IncreaseOffset(chunk.uiSize);
+ *              result = lxAviReadCore_RemoveChunk(chunk.uiSize);
+ *          } else if (result == LX_ERR_AVIREAD_BAD_STREAM) {
+ *              result = LX_OK;                                        // the next call searches on
+ *          }
+ *      }
+ *      lxAviReadCore_Close();
+ *      return result;                                                 // LX_AVIREAD_END_OF_MEDIA: all was played
  *  }
- *  lxAviReadCore_Close();
  *  @endcode
  *
  *  Results: every operation returns a code of lxAviReadTypes.h, `LX_OK` = 0, unless it says otherwise.
@@ -76,8 +95,8 @@ extern LX_AVIREAD_API Bool lxalAviRead_FileSeekPossible;
 /** Debug unit "lxAviRead", registered by the first Open. */
 extern LX_AVIREAD_API lxDbg_Unit_t glxalAviRead_debug_unit;
 
-/** @return one sentence in English about a result code; about any other number, that it is unknown. Never null. The text
- *  belongs to the library. */
+/** @return one sentence in English about a result code; about any other number, that it is unknown. Never null. The
+ *  text belongs to the library. */
 LX_AVIREAD_API const char* lxAviReadCore_ResultText(UInt32 result);
 
 /* ---- Lifecycle -------------------------------------------------------------------------------------------------- */
@@ -98,6 +117,9 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
  *                          bit `LX_AVIREAD_FOLLOW_FORMAT`: 1 for format mode, 0 for default mode
  *  @param pAllIndexed      out: 1 when Open has indexed the main video and the first audio stream from one-level
  *                          OpenDML indexes, else 0
+ *  In default mode Open steps through the file as older callers expect, and finds "AVIX" lists only where the OpenDML
+ *  header promises them. In format mode it goes by the sizes of the chunks, finds every "AVIX" list, and keeps codec
+ *  data and texts (lxAviReadCore_GetStreamBytes).
  *  @return LX_OK; LX_ERR_AVIREAD_OPEN, _NOT_AVI, _EOF (no `movi` list), _READ, _ABORTED, _NO_MEMORY, or a result of
  *          the walk over the "AVIX" lists (_AVIX_LIST, _SEEK). After a failure the reader knows no stream; the file
  *          stays open until the next Open with a path, Reset or Close. */
@@ -107,8 +129,8 @@ LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 m
 /** Opens what the caller has opened, for example with `fopencookie`: a file in memory, in an archive, behind a network
  *  connection, or encrypted. The stream has to stand at the first byte of the file. From this call on it belongs to the
  *  reader, which closes it as it closes its own files: at the next Open, Reset or Close, also when this call fails. A
- *  stream that cannot seek plays from start to end. The reader seeks and reads with the calls of stdio; to read more at a
- *  time, give the stream a larger buffer with `setvbuf` before.
+ *  stream that cannot seek plays from start to end. The reader seeks and reads with the calls of stdio; to read more at
+ *  a time, give the stream a larger buffer with `setvbuf` before.
  *  @param pStream the stream; null is a failed assertion and LX_ERR_AVIREAD_OPEN, and the open file stays open
  *  @return as lxAviReadCore_Open, which describes the other parameters */
 LX_AVIREAD_RESULT lxAviReadCore_OpenStream(UInt32 instance, FILE* pStream, UInt32 maxReadAttempts,
@@ -123,7 +145,8 @@ LX_AVIREAD_RESULT lxAviReadCore_PositionTheFileHandleToPlayData(lxAviReadCore_Av
  *  and is dropped in format mode, where lxAviReadCore_ParseIndex drops it, too. */
 LX_AVIREAD_API void lxAviReadCore_RewindToStart(void);
 
-/** Closes the file and clears everything that the state holds about it. The allocated records and the abort flag stay.
+/** Closes the file and clears everything that the state holds about it. The mode is default mode until the next Open.
+ *  The allocated records and the abort flag stay.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_Reset(void);
 
@@ -184,7 +207,9 @@ LX_AVIREAD_API Bool lxAviReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo);
 /** The same as lxAviReadCore_FileEof. */
 LX_AVIREAD_API Bool lxAvi2ReadCore_FileEof(lxAviReadCore_AviInfo_t* pAviInfo);
 
-/** Stores the position of delivery in `*pPosition`, as an offset from the start of the file. */
+/** Stores the position of delivery in `*pPosition`, as an offset from the start of the file. After a delivered chunk
+ *  this is the end of its payload, and after a rejected chunk the start of its payload, until the caller counts the
+ *  skip with lxAviReadCore_IncreaseOffset. */
 LX_AVIREAD_API void lxAviReadCore_GetFilePosition(UInt64* pPosition);
 
 /** Adds `count` bytes to the position of delivery. Call it when you have skipped the payload of a rejected chunk. */
@@ -212,8 +237,8 @@ LX_AVIREAD_API void lxAviReadCore_GetOpenDmlInfo(lxAviRead_OpenDmlInfo_t* pOpenD
  *  `*pSize`. Without such a stream record both stay unchanged. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrhData(UInt32 streamNr, lxAviRead_Strh_t* pStrh, UInt32* pSize);
 
-/** Copies the format of stream `streamNr` to `pOut`: 40 bytes (lxAviRead_StrfVideo_t) for a video stream, 32 bytes
- *  (lxAviRead_StrfAudio_t) for an audio stream. For other streams it copies nothing. @return LX_OK */
+/** Copies the fixed record of the format of stream `streamNr` to `pOut`: 40 bytes (lxAviRead_StrfVideo_t) for a video
+ *  stream, 32 bytes (lxAviRead_StrfAudio_t) for an audio stream. For other streams it copies nothing. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStrfData(UInt32 streamNr, void* pOut);
 
 /** Copies the stream data of video stream `streamNr`, 2232 bytes, to `pOut`. When the stream has no stream data, it
@@ -226,22 +251,22 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStrdData(UInt32 streamNr, void* pOut, Bool* p
  *  calls above copy: H.264, MPEG-4 with a global header, palettes, subtitles. In default mode the size is always 0.
  *  @param kind     `LX_AVIREAD_BYTES_…`
  *  @param pBuffer  out: the first bytes of the chunk, `capacity` of them at most; may be null when `capacity` is 0
- *  @param pSize    out: size of the chunk in the file; 0 for a chunk that the file does not have, an unknown stream or an
- *                  unknown kind. The reader keeps `LX_AVIREAD_KEPT_BYTES` bytes of a chunk; a larger size tells that
- *                  the bytes behind these are lost.
+ *  @param pSize    out: size of the chunk in the file; 0 for a chunk that the file does not have, an
+ *                  unknown stream or an unknown kind. The reader keeps `LX_AVIREAD_KEPT_BYTES` bytes of a chunk; a
+ *                  larger size tells that the bytes behind these are lost.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStreamBytes(UInt32 streamNr, UInt32 kind, void* pBuffer, UInt32 capacity,
                                                UInt32* pSize);
 
-/** Tells how many chunks and payload bytes a stream has, how long it lasts, and where these numbers come from. Before an
- *  index is parsed they come from the stream's header, which damaged files and unfinished recordings have not filled in.
- *  In default mode, and for a stream that the file does not have, all fields are 0.
+/** Tells how many chunks and payload bytes a stream has, how long it lasts, and where these numbers come from. Before
+ *  an index is parsed they come from the stream's header, which damaged files and unfinished recordings have not filled
+ *  in. In default mode, and for a stream that the file does not have, all fields are 0.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t* pSummary);
 
 /** Makes another video stream the main one, which is delivered and which the key-frame table is about. Chunks of the
- *  other video streams are rejected from then on. The key-frame table is released, a pending jump is dropped, and delivery
- *  stands at the start of the media data. To go on at the same time, call lxAviReadCore_ParseIndex and
+ *  other video streams are rejected from then on. The key-frame table is released, a pending jump is dropped, and
+ *  delivery stands at the start of the media data. To go on at the same time, call lxAviReadCore_ParseIndex and
  *  lxAviReadCore_SeekToTime. When the stream is the main one already, nothing changes.
  *  @return LX_OK; LX_ERR_AVIREAD_BAD_STREAM for a stream that is no video stream, and always in default mode, where a
  *          further video stream carries subtitles; LX_ERR_AVIREAD_SEEK when the file cannot go back to its start: an
@@ -249,8 +274,8 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_Stre
  *          failed, the stream is selected */
 LX_AVIREAD_RESULT lxAviReadCore_SelectVideoStream(UInt32 streamNr);
 
-/** Copies a text of the file's INFO list: title, artist, software. In default mode there is no text. The reader keeps at
- *  most 64 texts, which together have at most 64 KiB, and of two with the same code the first. From an input that
+/** Copies a text of the file's INFO list: title, artist, software. In default mode there is no text. The reader keeps
+ *  at most 64 texts, which together have at most 64 KiB, and of two with the same code the first. From an input that
  *  cannot seek it knows those that stand before the media data.
  *  @param fourcc  code of the text, for example `LX_AVIREAD_FOURCC('I', 'N', 'A', 'M')` for the title
  *  @param pBuffer out: the text up to its first zero byte, cut to `capacity` - 1 bytes, and a zero byte. The file does
@@ -263,6 +288,9 @@ LX_AVIREAD_API UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UI
 LX_AVIREAD_API Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);
 
 /* ---- Header parsers (Open calls them; the file has to stand directly behind the chunk's header) ----------------- */
+
+/* In default mode these parsers keep their oddities at the edges of lists. In format mode a list ends where its size
+ * says, and chunks are kept for lxAviReadCore_GetStreamBytes. */
 
 /** Parses the header list. `size` is the list size, which includes the "hdrl" code. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseListHdrl(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size);
@@ -290,7 +318,8 @@ LX_AVIREAD_RESULT lxAviReadCore_ParseListStrd_video(lxAviReadCore_AviInfo_t* pAv
 /** Parses the OpenDML index chunk of a stream. */
 LX_AVIREAD_RESULT lxAvi2ReadCore_ParseChunkIndx(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size,
                                                 lxAviReadCore_StreamInfo_t* pStrInfo, UInt8 IndxOption);
-/** Finds the "AVIX" lists behind the first RIFF list, and adds their `movi` lists to the chain behind the first one.
+/** Finds the "AVIX" lists behind the first RIFF list, and adds their `movi` lists to the chain behind the first one. In
+ *  default mode an "AVIX" list has to begin with its `movi` list. In format mode this list may stand anywhere in it.
  *  @return LX_OK, LX_ERR_AVIREAD_AVIX_LIST, _NO_MEMORY, _SEEK, _EOF, _READ or _ABORTED */
 LX_AVIREAD_RESULT lxAviReadCore_ConstructAvixInfo(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo);
 
@@ -324,6 +353,10 @@ LX_AVIREAD_RESULT lxAviReadCore_CalcLeafsNeededAndSkipValue(lxAviReadCore_AviInf
 
 /** Logs every entry of the table. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_PrintIndex(void);
+
+/* The functions from here to lxAvi2ReadCore_FillAudioInfoInKFTable are parts of lxAviReadCore_ParseIndex. They differ
+ * between the modes as it does: in positions of 32 or 64 bits, in what an index without key flags or with an early end
+ * is worth, and in the times by which audio is placed. */
 
 /** Builds the table from `idx1` (part of lxAviReadCore_ParseIndex). */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIdx1Chunk(UInt32 instance);
@@ -411,8 +444,8 @@ LX_AVIREAD_RESULT lxAvi2ReadCore_FillAudioInfoInKFTable(lxAviReadCore_AviInfo_t*
  *          the end of the file and on abort), in format mode LX_ERR_AVIREAD_EOF (the file ends before its media data
  *          do) and _ABORTED; _SEEK (next segment out of reach), _JUMP_RANGE. In format mode a jump that fails is over:
  *          when the call that executes it returns _JUMP_RANGE, _JUMP_NOT_VIDEO, _NO_KEY_FRAME, _SEEK, _EOF or _READ, no
- *          jump is pending, delivery goes on where it stood before, and `uiSize` is 0. After _ABORTED the next call makes
- *          the jump again. */
+ *          jump is pending, delivery goes on where it stood before, and `uiSize` is 0. After _ABORTED the next call
+ *          makes the jump again. */
 LX_AVIREAD_RESULT lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt32 audioTrackNumber,
                                           UInt32 subtitleTrackNumber, Bool* pJumped);
 
@@ -421,16 +454,16 @@ LX_AVIREAD_RESULT lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt
  *  LX_ERR_AVIREAD_EOF; lxAviReadCore_GetReadSize then tells how many bytes came. */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunk(UInt32* buffer, UInt32 size);
 
-/** Does nothing. To switch the track, pass another track number to the next lxAviReadCore_NextChunk. The reader always
- *  counts the chunks of all tracks.
+/** Does nothing in either mode. To switch the track, pass another track number to the next lxAviReadCore_NextChunk. The
+ *  reader always counts the chunks of all tracks.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SwitchAudioTrack(void);
 
-/** Computes the presentation time of a position in a stream. The time includes the stream's start (`dwStart`).
- *  @param streamNr     0 to 16
- *  In default mode video times come from `dwMicroSecPerFrame` of the main header, and audio times from the coding. In
+/** Computes the presentation time of a position in a stream. The time includes the stream's start (`dwStart`). In
+ *  default mode video times come from `dwMicroSecPerFrame` of the main header, and audio times from the coding. In
  *  format mode all times come from `dwScale` and `dwRate` of the stream header, those of video from the main header if
  *  one of the two is 0. They are exact, and truncated to milliseconds.
+ *  @param streamNr     0 to 16
  *  @param frameNumber  number of the video frame, or of the audio chunk when the track's time is computed from chunks
  *  @param bytePosition payload bytes before the position, when the track's time is computed from bytes
  *  @return milliseconds, at most 0xFFFFFFFF; 0 for an unknown stream and, in default mode, for an unknown coding */
@@ -440,10 +473,12 @@ LX_AVIREAD_API UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameN
  *  @return microseconds, at most 2^64 - 1; 0 for an unknown stream, and always 0 in default mode */
 LX_AVIREAD_API UInt64 lxAviReadCore_GetStreamTimeUsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
 
-/** Tells whether every frame of a video stream can be decoded alone, by its codec (motion JPEG, DV, uncompressed, lossless
- *  codecs). In format mode `bKeyFrame` is then 1 for each of its chunks.
+/** Tells whether every frame of a video stream can be decoded alone, by its codec (motion JPEG, DV, uncompressed,
+ *  lossless codecs). In format mode `bKeyFrame` is then 1 for each of its chunks.
  *  @return 1 or 0; always 0 in default mode, and for other streams */
 LX_AVIREAD_API Bool lxAviReadCore_HasOnlyKeyFrames(UInt32 streamNr);
+
+/* The next three functions are parts of lxAviReadCore_NextChunk, and differ between the modes as it does. */
 
 /** Decides about a video chunk (part of lxAviReadCore_NextChunk). `jumped`: this call executed a jump. */
 LX_AVIREAD_RESULT lxAviReadCore_ProcessNextVideoChunk(lxAviReadCore_AviInfo_t* pAviInfo,
@@ -459,7 +494,11 @@ LX_AVIREAD_RESULT lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t
 
 /* These functions only arm a jump; the next lxAviReadCore_NextChunk executes it. They need a key-frame table. Without a
  * table they report a failed assertion, arm nothing, and return a time of 0. `audioTrackNumber` is the track that
- * plays, or a negative number for no track. A number above 7 is a failed assertion and counts as no track. */
+ * plays, or a negative number for no track. A number above 7 is a failed assertion and counts as no track.
+ *
+ * In default mode a track without audio in the table makes a jump to nowhere, table times leave out the stream's start,
+ * and a failed jump stays armed or leaves its counters. In format mode such a track counts as no track, times include
+ * the start, and a failed jump is over. */
 
 /** Chooses the key frame for a time, and arms a jump to it.
  *  @param timeMsec        milliseconds
@@ -476,13 +515,13 @@ LX_AVIREAD_API void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePos
 LX_AVIREAD_RESULT lxAviReadCore_GetSetPositionRangeInfo(lxAviRead_SetPositionRangeInfo_t* pRange);
 
 /** Looks up the key frame whose chunk begins at `offset`. `offset` is the low 32 bits of the position, counted from the
- *  same place as the offsets of the table.
+ *  same place as the offsets of the table. Default mode compares 32 bits; format mode finds only positions below 4 GiB.
  *  @param result out: `valid` 1 and the position when such a key frame exists, else `valid` 0
  *  @return LX_OK, or LX_ERR_AVIREAD_NO_INDEX without a table */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunkInfo(lxAviReadCore_KeyFramePosition_t* result, UInt32 offset);
 
-/** Arms a jump back to the key frame played last. When no key frame was played, it does nothing. In default mode it does
- *  not change whether video has to come first, and without a track not the audio counters either. @return LX_OK */
+/** Arms a jump back to the key frame played last. When no key frame was played, it does nothing. In default mode it
+ *  does not change whether video has to come first, and without a track not the audio counters either. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_SetOnKeyFrame_AudioAndVideo(Int32 audioTrackNumber);
 
 /** Arms a jump of `count` key frames from the key frame played last: forward, or back when `count` is negative. When
