@@ -423,6 +423,7 @@ TEST_F(Lifecycle, OperationsWithoutAFileDoNoHarm)
     EXPECT_EQ(word, 77u);
     EXPECT_EQ(lxAviReadCore_RemoveChunk(4), LX_ERR_AVIREAD_READ);
     EXPECT_EQ(lxAviReadCore_GetChunk(&word, 4), LX_ERR_AVIREAD_READ);
+    EXPECT_EQ(lxAviReadCore_ParseListdmlh(&Info(), 4), LX_ERR_AVIREAD_READ); // a single word
     EXPECT_EQ(lxAviReadCore_FileSeek(&Info(), 0, 0), 0);
     EXPECT_EQ(lxAviReadCore_FileEof(&Info()), 0);
     EXPECT_EQ(lxAvi2ReadCore_FileEof(&Info()), 0);
