@@ -55,7 +55,7 @@ UInt32 PlaceRun(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 entries
             stream.placer.Take(entry);
         }
     };
-    const UInt32 result = ForEachEntry(pAviInfo, run, decode, place);
+    const UInt32 result = EndPass(pAviInfo, ForEachEntry(pAviInfo, run, decode, place));
     LX_LOG(kLevelLeave, "Leaving lxAvi2ReadCore_FillAudioInfoInKFTable with Rval-> %x", result);
     return result;
 }

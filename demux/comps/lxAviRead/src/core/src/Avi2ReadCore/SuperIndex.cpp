@@ -182,7 +182,7 @@ UInt32 CountEntries(lxAviReadCore_AviInfo_t* pAviInfo, UInt8 subType, UInt32 ent
     IndexRun run = OpenDmlRun(pAviInfo, subType, entries);
     run.eFailedBatch = FailedBatch::IsSilent;
     // only the key flag counts, whatever the stream; nothing is totalled
-    constexpr EntrySource source = {EntryKind::Frame, EntryKind::KeyFrame, 0, kNoTrack, 0, Null, Null};
+    constexpr EntrySource source = {EntryKind::Frame, EntryKind::KeyFrame, 0, kNoTrack, 0, Null};
     const OpenDmlDecoder decode(pAviInfo, source, 0);
     return entries == 0 ? LX_OK : ForEachEntry(pAviInfo, run, decode, counter);
 }

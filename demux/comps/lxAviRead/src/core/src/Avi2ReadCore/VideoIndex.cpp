@@ -47,7 +47,8 @@ UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Avi
 {
     const EntrySource source = SourceOf(pAviInfo, EntryKind::Frame, StreamOfChunks(common.dwChunkId));
     const OpenDmlDecoder decode(pAviInfo, source, baseOffset);
-    return ForEachEntry(pAviInfo, OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse), decode, filler);
+    const IndexRun run = OpenDmlRun(pAviInfo, common.uiSubIndexType, common.uiEntriesInUse);
+    return EndPass(pAviInfo, ForEachEntry(pAviInfo, run, decode, filler));
 }
 
 UInt32 FillFromChunk(lxAviReadCore_AviInfo_t* pAviInfo, const IndexChunk& chunk, KeyFrameFiller& filler)

@@ -279,7 +279,7 @@ UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Ke
             filler.Take(decode(pRecord));
         }
     };
-    return AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, store));
+    return EndPass(pAviInfo, AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, store)));
 }
 
 UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
@@ -291,7 +291,7 @@ UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
             tracks.Take(decode(pRecord));
         }
     };
-    LX_AVIREAD_TRY(AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, place)));
+    LX_AVIREAD_TRY(EndPass(pAviInfo, AllowEarlyEnd(pAviInfo, ForEachRecord(pAviInfo, run, place))));
     tracks.Complete();
     return LX_OK;
 }
@@ -300,7 +300,7 @@ UInt32 StoreAndPlace(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Key
 {
     SinglePassFiller both(pAviInfo, filler);
     Idx1Decoder decode(pAviInfo);
-    return AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, decode, both));
+    return EndPass(pAviInfo, AllowEarlyEnd(pAviInfo, ForEachEntry(pAviInfo, run, decode, both)));
 }
 
 } // namespace lxAviReadCore

@@ -4,10 +4,15 @@
 
 namespace lxAviReadCore {
 
+namespace {
+
+constexpr UInt32 kNobody = LX_AVIREAD_STREAMS; // stands for streams that the headers have not described
+PassTotals s_pass[LX_AVIREAD_STREAMS + 1];
+
+} // namespace
+
 EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr)
 {
-    static UInt32 s_uiNobodys;
-    static StreamTotals s_nobodys;
     const bool bDescribed = StreamTypeOf(pAviInfo, streamNr) != LX_AVIREAD_STREAM_NONE;
     return {.eKind = eKind,
             .eFlaggedKind = eKind == EntryKind::Frame ? EntryKind::KeyFrame : eKind,
@@ -16,8 +21,20 @@ EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, U
             .uiBlockBytes = bDescribed && eKind == EntryKind::Audio
                                 ? AudioUnitsOf(pAviInfo, *FindStream(pAviInfo, streamNr)).uiBlockBytes
                                 : 0,
-            .pPayload = bDescribed ? &FindStream(pAviInfo, streamNr)->uiStreamSize : &s_uiNobodys,
-            .pTotals = bDescribed ? &TotalsOf(streamNr) : &s_nobodys};
+            .pTotals = &s_pass[bDescribed ? streamNr : kNobody]};
+}
+
+UInt32 EndPass(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result)
+{
+    for (UInt32 streamNr = 0; streamNr < LX_AVIREAD_STREAMS; ++streamNr) {
+        if (lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, streamNr); pStream != Null) {
+            pStream->uiStreamSize += static_cast<UInt32>(s_pass[streamNr].uiBytes);
+        }
+        TotalsOf(streamNr).uiBytes += s_pass[streamNr].uiBytes;
+        TotalsOf(streamNr).uiChunks += s_pass[streamNr].uiChunks;
+    }
+    std::memset(s_pass, 0, sizeof s_pass);
+    return result;
 }
 
 // ---- Batches ----
@@ -311,6 +328,7 @@ void AudioPlacer::LookAhead(UInt32 streamNr, UInt64 bytePosition, UInt32 time)
 void AudioPlacer::PlaceBefore(IndexEntry entry)
 {
     const UInt32 streamNr = entry.pSource->uiStreamNr;
+    m_uiStreamNr = streamNr;
     if (m_cursor.valid == 0 && !m_bLogged) {
         m_reach = {streamNr, 0xFFFFFFFF, ~UInt64{0}}; // every key frame has its chunk
         return;
@@ -342,9 +360,19 @@ void AudioPlacer::CompleteLeaf(Leaf& leaf, UInt32 leafNr) const
     }
 }
 
+void AudioPlacer::NoteUnits() const
+{
+    if (m_uiStreamNr < LX_AVIREAD_STREAMS) {
+        TotalsOf(m_uiStreamNr).uiAudioUnits = m_state.chunkCount;
+    }
+}
+
 void CompleteAudio(const lxAviReadCore_AviInfo_t* pAviInfo, std::span<const AudioPlacer> placers)
 {
     const KeyFrameTable table(pAviInfo);
+    for (const AudioPlacer& placer : placers) {
+        placer.NoteUnits();
+    }
     for (UInt32 leafNr = 0; leafNr < table.LeafCount(); ++leafNr) {
         for (const AudioPlacer& placer : placers) {
             placer.CompleteLeaf(table.LeafAt(leafNr), leafNr);

@@ -17,8 +17,9 @@ StreamTotals s_totals[LX_AVIREAD_STREAMS];
 lxAviRead_StreamSummary_t SummaryByIndex(const lxAviReadCore_AviInfo_t* pAviInfo,
                                          const lxAviReadCore_StreamInfo_t& stream, const StreamTotals& totals)
 {
+    const UInt32 units = stream.StreamType == LX_AVIREAD_STREAM_AUDIO ? totals.uiAudioUnits : totals.uiChunks;
     return {.uiBytes = totals.uiBytes,
-            .uiDurationUsec = ExactDuration(pAviInfo, stream, totals.uiUnits, totals.uiBytes),
+            .uiDurationUsec = ExactDuration(pAviInfo, stream, units, totals.uiBytes),
             .uiChunks = totals.uiChunks,
             .eOrigin = LX_AVIREAD_SUMMARY_INDEX};
 }

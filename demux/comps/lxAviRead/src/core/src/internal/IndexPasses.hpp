@@ -31,11 +31,20 @@ enum class EntryKind : UInt8 {
 
 constexpr bool IsMainVideo(EntryKind eKind) { return eKind == EntryKind::Frame || eKind == EntryKind::KeyFrame; }
 
-// What the passes count of a stream.
+// What one pass counts of a stream.
+struct PassTotals {
+    UInt64 uiBytes; // payload
+    UInt32 uiChunks;
+};
+
+// Called when a pass ends, with its result, which it returns: adds what the pass has counted to the totals of the streams.
+UInt32 EndPass(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result);
+
+// What the passes have counted of a stream since the totals were forgotten.
 struct StreamTotals {
     UInt64 uiBytes; // payload
     UInt32 uiChunks;
-    UInt32 uiUnits; // frames, or what the numbers of audio chunks count
+    UInt32 uiAudioUnits; // what the numbers of audio chunks count
 };
 
 StreamTotals& TotalsOf(UInt32 streamNr);
@@ -48,8 +57,7 @@ struct EntrySource {
     UInt32 uiStreamNr;
     UInt32 uiTrack;      // audio track that audio records count for, or kNoTrack
     UInt32 uiBlockBytes; // of the blocks that audio chunks count; 0: every chunk counts one
-    UInt32* pPayload;    // total of the stream; of a stream that the headers have not described, one that nobody reads
-    StreamTotals* pTotals; // likewise
+    PassTotals* pTotals; // of the stream; of a stream that the headers have not described, those that nobody reads
 };
 
 // The source of records of a kind; frames with the key flag are key frames.
@@ -66,11 +74,9 @@ struct IndexEntry {
 // Adds a chunk to the totals of its stream.
 inline void CountPayload(IndexEntry entry)
 {
-    *entry.pSource->pPayload += entry.uiSize;
-    StreamTotals& totals = *entry.pSource->pTotals;
+    PassTotals& totals = *entry.pSource->pTotals;
     totals.uiBytes += entry.uiSize;
     ++totals.uiChunks;
-    ++totals.uiUnits;
 }
 
 // What is said about a batch that could not be read.
@@ -280,11 +286,12 @@ public:
         }
         CountPayload(entry);
         m_uiNumber = CountAudioChunk(m_state, entry);
-        entry.pSource->pTotals->uiUnits = m_state.chunkCount;
     }
 
     // Gives the last chunk to the key frames of a leaf that are left. Called for every leaf, after the last chunk.
     void CompleteLeaf(Leaf& leaf, UInt32 leafNr) const;
+    // Adds to the totals what the chunks count.
+    void NoteUnits() const;
 
     const AudioState& State() const { return m_state; }
     const Position& Cursor() const { return m_cursor; }
@@ -318,6 +325,7 @@ private:
     const lxAviReadCore_AviInfo_t* m_pAviInfo = Null;
     const PlacerMessages* m_pMessages = Null;
     UInt32 m_uiTrack = 0;
+    UInt32 m_uiStreamNr = kNoStream; // of the chunks
     AudioState m_state = {};
     UInt32 m_uiNumber = kNoChunk;     // of the last chunk
     Position m_cursor = {0, 0, 0, 1}; // the first key frame that still lacks the track's audio
