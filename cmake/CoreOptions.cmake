@@ -10,9 +10,10 @@ check_cxx_symbol_exists(fread_unlocked cstdio LXAVIREAD_HAS_UNLOCKED_STDIO)
 cmake_pop_check_state()
 
 # What every build of the core has in common.
-function(configure_core target)
-  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
-  target_link_libraries(${target} PUBLIC lxDbg PRIVATE lxAviReadOptions)
+function(configure_core target debug_library)
+  target_include_directories(${target} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${LXAVIREAD_INSTALL_HEADERS}>)
+  target_link_libraries(${target} PUBLIC ${debug_library} PRIVATE $<BUILD_INTERFACE:lxAviReadOptions>)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics # needs no C++ runtime
     -fvisibility=hidden -fvisibility-inlines-hidden

@@ -141,7 +141,8 @@ UInt32 CountUpTo(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, UInt64 end)
         if (!IsOfKnownStream(chunk)) {
             continue; // its size cannot be trusted
         }
-        if (chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO && TrackOf(pAviInfo, chunk.uiStreamNr) == track) {
+        const UInt32 chunkTrack = IndexedTrackOf(pAviInfo, chunk.uiStreamNr);
+        if (chunkTrack == track && chunkTrack != kNoTrack) {
             CountAudio(pAviInfo, chunk.uiStreamNr, track, chunk.uiSize);
         }
         LX_AVIREAD_TRY(lxAviReadCore_RemoveChunk(chunk.uiSize));
