@@ -50,8 +50,8 @@ void lxDbg_Print(lxDbg_Unit_t unit, UInt32 level, const char* format, ...)
     if (sink == NULL) {
         return;
     }
-    const int head = snprintf(line, sizeof line, "%s %x: ", names[unit < LX_DBG_UNITS ? unit : LX_DBG_GLOBAL_UNIT],
-                              (unsigned)level);
+    const int head =
+        snprintf(line, sizeof line, "%s %x: ", names[unit < LX_DBG_UNITS ? unit : LX_DBG_GLOBAL_UNIT], (unsigned)level);
     va_start(arguments, format);
     vsnprintf(line + head, sizeof line - (size_t)head, format, arguments);
     va_end(arguments);

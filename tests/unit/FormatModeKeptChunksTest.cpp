@@ -130,6 +130,19 @@ TEST_F(KeptChunks, TheLastOfTwoChunksIsGiven)
     EXPECT_EQ(Kept(0, LX_AVIREAD_BYTES_STRN), Text("second"));
 }
 
+TEST_F(KeptChunks, ChunksThatComeAgainTakeNoMoreMemory)
+{
+    const auto bytesWith = [this](UInt32 count) {
+        builder.streams[0].extra = {};
+        for (UInt32 i = 0; i < count; ++i) {
+            builder.streams[0].extra += Chunk("strn", Ramp(5000));
+        }
+        EXPECT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+        return Faults().LiveBytes();
+    };
+    EXPECT_EQ(bytesWith(100), bytesWith(1));
+}
+
 TEST_F(KeptChunks, AChunkIsCutAt64KiBAndTellsItsSize)
 {
     for (const UInt32 size : {LX_AVIREAD_KEPT_BYTES, LX_AVIREAD_KEPT_BYTES + 1, 200001u}) {
@@ -160,6 +173,17 @@ TEST_F(KeptChunks, ACallerGetsNoMoreBytesThanItHasRoomFor)
     EXPECT_EQ(lxAviReadCore_GetStreamBytes(0, LX_AVIREAD_BYTES_STRN, buffer, 4, &size), LX_OK);
     EXPECT_EQ(size, 6u);
     EXPECT_EQ(Bytes(buffer, buffer + 5), Text("abcd") + Fill(1, 5));
+}
+
+TEST_F(KeptChunks, ThePadByteOfAChunkIsNotCopied)
+{
+    builder.streams[0].extra = Chunk("strn", Text("abc"));
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    UInt8 buffer[5] = {1, 2, 3, 4, 5};
+    UInt32 size = 0;
+    EXPECT_EQ(lxAviReadCore_GetStreamBytes(0, LX_AVIREAD_BYTES_STRN, buffer, 5, &size), LX_OK);
+    EXPECT_EQ(size, 3u);
+    EXPECT_EQ(Bytes(buffer, buffer + 5), Text("abc") + Bytes{4, 5});
 }
 
 TEST_F(KeptChunks, CarelessCallersOfStreamBytesGetNothing)

@@ -157,7 +157,6 @@ UInt32 KeepTexts(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
     ListWalk walk(pAviInfo, size, kListTypeBytes);
     while (walk.HasChunk() && s_uiTexts < kMostTexts) {
         ChunkHeader chunk = {};
-        LX_AVIREAD_TRY(HearAbort(pAviInfo));
         LX_AVIREAD_TRY(walk.Enter(chunk));
         LX_AVIREAD_TRY(KeepText(pAviInfo, chunk));
     }
