@@ -183,7 +183,7 @@ TEST_F(KeptChunks, ThePadByteOfAChunkIsNotCopied)
     UInt32 size = 0;
     EXPECT_EQ(lxAviReadCore_GetStreamBytes(0, LX_AVIREAD_BYTES_STRN, buffer, 5, &size), LX_OK);
     EXPECT_EQ(size, 3u);
-    EXPECT_EQ(Bytes(buffer, buffer + 5), Text("abc") + Bytes{4, 5});
+    EXPECT_EQ(Bytes(buffer, buffer + 5), (Text("abc") + Bytes{4, 5}));
 }
 
 TEST_F(KeptChunks, CarelessCallersOfStreamBytesGetNothing)
