@@ -1,8 +1,8 @@
 // The main video stream: the one that is delivered, and that the key-frame table is about. It is the first one of the
 // file, until in the format mode the caller selects another one.
 
-#include "internal/IndexPasses.hpp"
-#include "internal/PendingJump.hpp"
+#include "internal/KeyFrames.hpp"
+#include "internal/Segments.hpp"
 #include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
@@ -21,15 +21,6 @@ void LogMissingFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo)
 bool CanStartOver(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     return lxalAviRead_FileSeekPossible != 0 || pAviInfo->CurrentOffset == StartOfDelivery(pAviInfo);
-}
-
-// Forgets what was about the stream that was the main one: its table, and a jump in it.
-void ForgetTable(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    DropJump(pAviInfo);
-    ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
-    ForgetDanglingPositions(pAviInfo);
-    ForgetIndexSurvey();
 }
 
 } // namespace
@@ -59,9 +50,9 @@ UInt32 lxAviReadCore_SelectVideoStream(UInt32 streamNr)
     }
     const bool bSeekable = lxalAviRead_FileSeekPossible != 0;
     LX_LOG(kLevelHeader, "AviReadCore : stream %d is the main video stream now", streamNr);
-    ForgetTable(pAviInfo);
+    ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
     pAviInfo->videoStreamNr = static_cast<Int32>(streamNr);
     SettleMainVideo(pAviInfo);
-    lxAviReadCore_RewindToStart();
+    lxAviReadCore_RewindToStart(); // drops a jump into the table, too
     return bSeekable && lxalAviRead_FileSeekPossible == 0 ? LX_ERR_AVIREAD_SEEK : LX_OK;
 }
