@@ -10,6 +10,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#define LARGEST_FILE (1024L * 1024 * 1024)
+
 typedef struct {
     char* pBytes;
     off64_t size;
@@ -57,7 +59,8 @@ static Memory* Load(const char* pPath)
     if (pMemory != NULL && pFile != NULL && fseeko64(pFile, 0, SEEK_END) == 0) {
         pMemory->size = ftello64(pFile);
         rewind(pFile);
-        pMemory->pBytes = pMemory->size >= 0 ? (char*)malloc((size_t)pMemory->size + 1) : NULL;
+        const int bFits = pMemory->size >= 0 && pMemory->size < LARGEST_FILE;
+        pMemory->pBytes = bFits ? (char*)malloc((size_t)pMemory->size + 1) : NULL;
     }
     if (pMemory != NULL &&
         (pMemory->pBytes == NULL || fread(pMemory->pBytes, 1, (size_t)pMemory->size, pFile) != (size_t)pMemory->size)) {

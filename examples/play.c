@@ -23,13 +23,6 @@ static void StopOnSignal(int number)
     lxAviReadCore_SetAbortFlag(1);
 }
 
-/* Without SA_RESTART the signal also ends a read that waits, on a pipe for example. */
-static void CatchCtrlC(void)
-{
-    struct sigaction action = {.sa_handler = StopOnSignal};
-    sigaction(SIGINT, &action, NULL);
-}
-
 static void ListStreams(void)
 {
     char title[100];
@@ -105,15 +98,21 @@ static UInt32 Play(UInt32 audioTrack, double seconds)
 
 static UInt32 RunCommands(int count, char** commands)
 {
+    lxAviRead_SetPositionRangeInfo_t range;
     UInt32 audioTrack = 0, result = LX_OK;
-    for (int i = 0; i < count && result == LX_OK; ++i) {
+    lxAviReadCore_GetSetPositionRangeInfo(&range);
+    for (int i = 0; i < count && (result == LX_OK || result == LX_AVIREAD_END_OF_MEDIA); ++i) {
         double value;
         if (sscanf(commands[i], "audio=%lf", &value) == 1 && value >= 0 && value < LX_AVIREAD_AUDIO_TRACKS) {
             audioTrack = (UInt32)value; /* holds from the next call on */
         } else if (sscanf(commands[i], "seek=%lf", &value) == 1 && value >= 0 && value < 4e6) {
+            if (range.uiLastKeyFrameNr == 0xFFFFFFFFu) {
+                continue; /* no table */
+            }
             const UInt32 landed =
                 lxAviReadCore_SeekToTime((UInt32)(value * 1000), (Int32)audioTrack, lxAviRead_SetPosRoundDown);
             printf("seek to %.3f s: key frame at %.3f s\n", value, landed / 1000.0);
+            result = LX_OK; /* also behind the end */
         } else if (sscanf(commands[i], "play=%lf", &value) == 1) {
             result = Play(audioTrack, value);
         } else {
@@ -130,7 +129,9 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: play FILE [seek=SECONDS | audio=TRACK | play=SECONDS] ...\n");
         return 2;
     }
-    CatchCtrlC();
+    /* Without SA_RESTART the signal also ends a read that waits, on a pipe for example. */
+    const struct sigaction action = {.sa_handler = StopOnSignal};
+    sigaction(SIGINT, &action, NULL);
     UInt32 result = lxAviReadCore_Open(0, argv[1], 1, TABLE_BYTES, LX_AVIREAD_FOLLOW_FORMAT | 1, &allIndexed);
     if (result == LX_OK) {
         if (lxAviReadCore_ParseIndex(0) != LX_OK) {

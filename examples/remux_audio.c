@@ -1,13 +1,12 @@
-/* Writes every audio track of a file as a WAV file, in one pass. The reader delivers one track and rejects the others; the
- * payload of a rejected chunk can be read all the same.
- *
- *   remux_audio FILE FOLDER */
+/* remux_audio FILE FOLDER writes every audio track of a file as a WAV file, in one pass. The reader delivers one track and
+ * rejects the others; the payload of a rejected chunk can be read all the same. */
 #include "lxAviRead.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
-#define LARGEST_WAV 0xFFFF0000u /* sizes in a WAV file have 32 bits */
+#define LARGEST_WAV 0xFFFE0000u /* sizes in a WAV file have 32 bits; the head needs some, too */
 #define PIECE (64u * 1024u)
 
 typedef struct {
@@ -84,7 +83,8 @@ static UInt32 CopyPayload(Track* pTrack, UInt32 size)
             lxAviReadCore_GetReadSize(&count); /* a cut file: what is there is kept */
         }
         if (pTrack->dataBytes > LARGEST_WAV - count || fwrite(piece, 1, count, pTrack->pFile) != count) {
-            return LX_ERR_AVIREAD_NO_MEMORY;
+            fprintf(stderr, "%s is full: %s\n", pTrack->path, strerror(errno));
+            return LX_ERR_AVIREAD_ABORTED;
         }
         pTrack->dataBytes += count;
         left -= count;

@@ -10,6 +10,7 @@
 
 /* The smallest table, 363 key frames: of a file with more, it has every n-th one. */
 #define TABLE_BYTES ((UInt32)(sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*)))
+#define MOST_FRAMES 999u
 #define LARGEST_FRAME (16u * 1024 * 1024)      /* a damaged file can state any size */
 #define NO_AUDIO (LX_AVIREAD_AUDIO_TRACKS - 1) /* a track that hardly any file has: its chunks are rejected */
 
@@ -108,7 +109,8 @@ int main(int argc, char** argv)
         result = lxAviReadCore_ParseIndex(0); /* seeks need the table */
     }
     if (result == LX_OK) {
-        result = WriteFrames((UInt32)strtoul(argv[2], NULL, 10), argv[3]);
+        const unsigned long count = strtoul(argv[2], NULL, 10);
+        result = WriteFrames(count < MOST_FRAMES ? (UInt32)count : MOST_FRAMES, argv[3]);
     }
     lxAviReadCore_Close();
     if (result != LX_OK) {

@@ -259,8 +259,10 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStreamBytes(UInt32 streamNr, UInt32 kind, voi
                                                UInt32* pSize);
 
 /** Tells how many chunks and payload bytes a stream has, how long it lasts, and where these numbers come from. Before
- *  an index is parsed they come from the stream's header, which damaged files and unfinished recordings have not filled
- *  in. In default mode, and for a stream that the file does not have, all fields are 0.
+ *  an index is parsed they come from the headers, which damaged files and unfinished recordings have not filled in.
+ *  Streams that the index does not count keep the numbers of their headers: subtitles, audio tracks beyond the eighth,
+ *  and with an OpenDML index further video streams. In default mode, and for a stream that is not there or of no known
+ *  kind, all fields are 0.
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t* pSummary);
 
@@ -274,13 +276,13 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_Stre
  *          failed, the stream is selected */
 LX_AVIREAD_RESULT lxAviReadCore_SelectVideoStream(UInt32 streamNr);
 
-/** Copies a text of the file's INFO list: title, artist, software. In default mode there is no text. The reader keeps
- *  at most 64 texts, which together have at most 64 KiB, and of two with the same code the first. From an input that
- *  cannot seek it knows those that stand before the media data.
+/** Copies a text of the INFO list in the first RIFF list: title, artist, software. In default mode there is no text.
+ *  The reader keeps at most 64 texts, which together have at most 64 KiB, and of two with the same code the first. From
+ *  an input that cannot seek it knows those that stand before the media data.
  *  @param fourcc  code of the text, for example `LX_AVIREAD_FOURCC('I', 'N', 'A', 'M')` for the title
- *  @param pBuffer out: the text up to its first zero byte, cut to `capacity` - 1 bytes, and a zero byte. The file does
- *                 not tell the character set. May be null when `capacity` is 0.
- *  @return bytes of the whole text, without the zero byte; 0 when there is no such text */
+ *  @param pBuffer out: the text up to its first zero byte, cut to `capacity` - 1 bytes or to what is kept, and a zero
+ *                 byte. The file does not tell the character set. May be null when `capacity` is 0.
+ *  @return bytes of the text in the file, without the zero byte; 0 when there is no such text */
 LX_AVIREAD_API UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UInt32 capacity);
 
 /** @return 1 when the audio stream has a variable bit rate: its sample size and its block size are both 0, or they
@@ -354,9 +356,10 @@ LX_AVIREAD_RESULT lxAviReadCore_CalcLeafsNeededAndSkipValue(lxAviReadCore_AviInf
 /** Logs every entry of the table. @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_PrintIndex(void);
 
-/* The functions from here to lxAvi2ReadCore_FillAudioInfoInKFTable are parts of lxAviReadCore_ParseIndex. They differ
- * between the modes as it does: in positions of 32 or 64 bits, in what an index without key flags or with an early end
- * is worth, and in the times by which audio is placed. */
+/* The functions from here to lxAvi2ReadCore_FillAudioInfoInKFTable are parts of lxAviReadCore_ParseIndex, or of Open
+ * for an index on one level; lxAviReadCore_ParseVideoAudioIndex is an alternative to two of them. They differ between
+ * the modes as lxAviReadCore_ParseIndex does: in positions of 32 or 64 bits, in what an index without key flags or with
+ * an early end is worth, and in the times by which audio is placed. */
 
 /** Builds the table from `idx1` (part of lxAviReadCore_ParseIndex). */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIdx1Chunk(UInt32 instance);

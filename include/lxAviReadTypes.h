@@ -104,7 +104,8 @@ enum {
 enum {
     LX_AVIREAD_SUMMARY_NONE = 0,   /**< there are none */
     LX_AVIREAD_SUMMARY_HEADER = 1, /**< from the headers, as the writer has filled them in */
-    LX_AVIREAD_SUMMARY_INDEX = 2   /**< counted in the index by the last successful lxAviReadCore_ParseIndex or Open */
+    LX_AVIREAD_SUMMARY_INDEX = 2   /**< counted in the index by the last successful lxAviReadCore_ParseIndex or Open; an
+                                        index that covers a part of the file counts that part */
 };
 
 /** Rounding of a seek: which key frame the reader chooses for a time between two key frames. */

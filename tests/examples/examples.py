@@ -99,12 +99,18 @@ class Examples(unittest.TestCase):
         self.assertLess(count, video + second + 13 + first)
         self.assertIn("what is jump=1?", example("play", TWO, "jump=1").stderr)
 
+    def test_play_seeks_behind_the_end_too(self):
+        whole = int(re.search(r"\n(\d+) chunks", example("play", TWO).stdout)[1])
+        again = example("play", TWO, "play=1000", "seek=0")
+        self.assertEqual(int(re.search(r"\n(\d+) chunks", again.stdout)[1]), 2 * whole)
+
     def test_play_without_an_index_plays_to_the_end(self):
         path = self.folder / "no_index.avi"
         path.write_bytes(TWO.read_bytes().replace(b"idx1", b"JUNK"))
         result = example("play", path, "seek=2")
         self.expect_played(result, *total(TWO))
-        self.assertIn("seek to 2.000 s: key frame at 0.000 s", result.stdout)
+        self.assertNotIn("seek to", result.stdout)
+        self.assertIn("no index", result.stderr)
 
     def test_play_stops_by_ctrl_c_also_while_a_read_waits(self):
         data = TWO.read_bytes()
@@ -224,6 +230,21 @@ class Examples(unittest.TestCase):
         self.assertEqual(example("memory", empty).returncode, 1)
         self.assertEqual(example("thumbnails", MJPEG, 3, "/no/such/folder").returncode, 1)
         self.assertEqual(example("remux_audio", MJPEG, "/no/such/folder").returncode, 1)
+        self.assertEqual(example("memory", self.folder).returncode, 2)
+        full = example("remux_audio", MJPEG, self.full_disk())
+        self.assertEqual(full.returncode, 1)
+
+    def full_disk(self):
+        """A folder in which the file of the first track is full from the start."""
+        folder = self.folder / "full"
+        folder.mkdir()
+        (folder / "track-0.wav").symlink_to("/dev/full")
+        return folder
+
+    def test_thumbnails_has_a_limit(self):
+        for count in ("-1", "4294967295"):
+            self.assertEqual(example("thumbnails", MJPEG, count, self.folder).returncode, 0)
+            self.assertLessEqual(len(list(self.folder.glob("*.jpg"))), 999)
 
     def test_damaged_files_end_every_example(self):
         rng = random.Random(1)

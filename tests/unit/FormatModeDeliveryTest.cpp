@@ -520,5 +520,68 @@ TEST_F(Descriptors, ThatTheFileCutsAreTheEndOfTheFile)
     }
 }
 
+// ---- The end of a list ----
+
+class ListEnds : public FormatMode {
+protected:
+    // Two frames in the first list and two in the last; `between` stands at the end of the first one, whose size leaves
+    // out the last `cut` bytes of it.
+    Bytes File(const Bytes& between, UInt32 cut, bool bEmptyListBetween)
+    {
+        builder = AviBuilder();
+        builder.eIndex = IndexKind::None;
+        builder.Add(VideoStream()).Frame(0, Fill(10, 1), true).Frame(0, Fill(10, 2), false).Raw(between);
+        if (bEmptyListBetween) {
+            builder.NextRiff();
+        }
+        builder.NextRiff().Frame(0, Fill(10, 3), true).Frame(0, Fill(10, 4), false);
+        Bytes file = builder.Build();
+        const size_t movi = Find(file, "movi");
+        UInt32 size = 0;
+        std::memcpy(&size, &file[movi - 4], sizeof size);
+        Patch32(file, movi - 4, size - cut);
+        return file;
+    }
+
+    void ExpectFourFrames(const Bytes& file)
+    {
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        Position();
+        for (UInt8 i = 1; i <= 4; ++i) {
+            const Delivered got = Next();
+            ASSERT_EQ(got.uiResult, LX_OK) << UInt32{i};
+            EXPECT_EQ(got.payload, Fill(10, i));
+            EXPECT_EQ(got.chunk.uiFrameNumber, i - 1u);
+        }
+        EXPECT_EQ(Next().uiResult, LX_AVIREAD_END_OF_MEDIA);
+    }
+};
+
+TEST_F(ListEnds, WhatStandsAcrossTheEndOfAListCostsNothingOfTheNext)
+{
+    const Bytes ends[] = {
+        {},
+        Chunk("JUNK", Fill(100)),
+        ChunkOfSize("JUNK", 5000, Fill(20)), // claims more than the list has
+        ChunkOfSize("00dc", 10, {}),         // cut behind its header
+        Text("JUNK"),
+        Text("00dc"),
+        Text("00"),
+        Text("0"),
+        Fill(7, 0), // no room for a header
+    };
+    for (const Bytes& end : ends) {
+        for (const bool bEmptyListBetween : {false, true}) {
+            const auto bytes = static_cast<UInt32>(end.size());
+            for (const UInt32 cut : {0u, 2u, 4u, 6u, 50u}) {
+                if (cut <= bytes && !(bytes == 8 && cut == 0)) { // a whole header is a chunk, wherever its payload is
+                    SCOPED_TRACE(testing::Message() << bytes << " bytes, " << cut << " cut");
+                    ExpectFourFrames(File(end, cut, bEmptyListBetween));
+                }
+            }
+        }
+    }
+}
+
 } // namespace
 } // namespace avitest

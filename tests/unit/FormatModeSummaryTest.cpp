@@ -62,6 +62,59 @@ TEST_F(Summaries, OtherHeadersKnowTheFramesOfTheMainVideo)
     Expect(0, kHeader, 25, 0, 1000000);
 }
 
+TEST_F(Summaries, OtherHeadersKnowTheFirstVideoWhicheverIsSelected)
+{
+    builder.Add(VideoStream());
+    builder.dmlhTotalFrames = 75;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    ASSERT_EQ(lxAviReadCore_SelectVideoStream(2), LX_OK);
+    Expect(0, kHeader, 75, 0, 3000000);
+    Expect(2, kHeader, 0, 0, 0);
+}
+
+TEST_F(Summaries, AStreamWhoseIndexFailsHasItsHeaderAlone)
+{
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    builder.streams[1].header.dwLength = 6400;
+    AddSegments(2, 6, 3);
+    Bytes file = builder.Build();
+    const Bytes code = Text("ix01");
+    const auto second = std::find_end(file.begin(), file.end(), code.begin(), code.end());
+    std::fill_n(second, 4, UInt8{'x'});
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    Expect(0, kIndex, 12, 120, 480000);
+    Expect(1, kHeader, 0, 12800, 800000);
+}
+
+TEST_F(Summaries, TheLastOfTwoIndexesInAListCounts)
+{
+    builder.eIndex = IndexKind::OneLevelStandard;
+    builder.avih.dwFlags = 0;
+    AddMedia(10, 5);
+    const Bytes file = builder.Build();
+    const auto indx = static_cast<size_t>(
+        std::search(file.begin(), file.end(), Text("indx").begin(), Text("indx").begin() + 4) - file.begin());
+    UInt32 size = 0;
+    std::memcpy(&size, &file[indx + 4], sizeof size);
+    const auto at = file.begin() + static_cast<std::ptrdiff_t>(indx);
+    builder.streams[0].extra = Bytes(at, at + 8 + static_cast<std::ptrdiff_t>(size));
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Expect(0, kIndex, 10, 100, 400000);
+}
+
+TEST_F(Summaries, ThePassThatPlacesAudioByOrderCountsBlocks)
+{
+    builder.streams[1] = Mp3VbrStream();
+    builder.Audio(1, Fill(2500)).Frame(0, Fill(10), true).Audio(1, Fill(100)); // blocks: 3 and 1
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Bytes buffer(18000);
+    LendBuffer(buffer);
+    ASSERT_EQ(lxAviReadCore_FileSeek(&Info(), Info().idx1Offset, 0), 1);
+    ASSERT_EQ(lxAviReadCore_ParseVideoAudioIndex(0, &Info(), Info().idx1Size, 0, 1), LX_OK);
+    Expect(1, kIndex, 2, 2600, 104489);
+}
+
 TEST_F(Summaries, AnIndexTellsWhatIsThere)
 {
     builder.Add(Mp3VbrStream());

@@ -119,6 +119,9 @@ UInt32 PlaceAllStreams(lxAviReadCore_AviInfo_t* pAviInfo)
             continue;
         }
         const UInt32 result = PlaceStream(pAviInfo, i);
+        if (result != LX_OK) {
+            ForgetTotalsOf(i); // they are those of a part of the stream
+        }
         if (result != LX_OK && !(TracksFailAlone(pAviInfo) && IsUnusableIndex(result))) {
             return result;
         }

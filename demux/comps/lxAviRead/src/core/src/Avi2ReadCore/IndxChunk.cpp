@@ -173,6 +173,7 @@ UInt32 BuildFromNoted(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo, lxAviR
 {
     const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(pAviInfo, pAviInfo->videoStreamNr);
     UInt32 result = LX_OK;
+    ForgetTotalsOf(StreamNrOf(pAviInfo, pStrInfo)); // of an earlier index in the same list
     if (pStrInfo == pVideo) {
         result = BuildVideoFromSuperIndex(instance, pAviInfo);
     } else if (pStrInfo->StreamType == LX_AVIREAD_STREAM_AUDIO && pVideo != Null && pVideo->bIndexParsed == 1) {

@@ -183,6 +183,7 @@ public:
         if (track < LX_AVIREAD_AUDIO_TRACKS) {
             CountPayload(entry);
             m_tracks[track].uiNumber = CountAudioChunk(m_tracks[track].state, entry);
+            TotalsOf(entry.pSource->uiStreamNr).uiAudioUnits = m_tracks[track].state.chunkCount;
             GiveToWaitingKeyFrames(track);
         }
     }

@@ -79,10 +79,20 @@ UInt32 ReadChunk(lxAviReadCore_AviInfo_t* pAviInfo, KeptChunk* pChunk, const Chu
     return beyond > 0 ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(beyond)) : LX_OK;
 }
 
+// Goes on behind a chunk that cannot be read, where the input can seek: what is kept is worth less than the file.
+UInt32 LeaveUnreadable(lxAviReadCore_AviInfo_t* pAviInfo, bool bPlaceKnown, UInt64 behind, UInt32 result)
+{
+    const bool bLeft = result == LX_ERR_AVIREAD_READ && bPlaceKnown && lxalAviRead_FileSeekPossible != 0 &&
+                       SeekAndRemember(pAviInfo, behind, kFromStart);
+    return bLeft ? LX_OK : result;
+}
+
 // Keeps the first `limit` bytes of a chunk.
 UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const KeptChunk& chunk, UInt32 limit, const ChunkHead& head)
 {
     const UInt32 kept = std::min(chunk.uiSize, limit);
+    UInt64 start = 0;
+    const bool bPlaceKnown = TellPosition(pAviInfo, start);
     auto* const pChunk = static_cast<KeptChunk*>(std::malloc(sizeof(KeptChunk) + kept));
     if (pChunk == Null) {
         return LX_ERR_AVIREAD_NO_MEMORY;
@@ -91,7 +101,7 @@ UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const KeptChunk& chunk, UInt32 li
     pChunk->uiKept = kept;
     if (const UInt32 result = ReadChunk(pAviInfo, pChunk, head); result != LX_OK) {
         std::free(pChunk);
-        return result;
+        return LeaveUnreadable(pAviInfo, bPlaceKnown, start + chunk.uiSize - head.uiBytes, result);
     }
     Remember(pChunk);
     return LX_OK;
@@ -100,10 +110,8 @@ UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const KeptChunk& chunk, UInt32 li
 // Takes the pad byte from a chunk's size.
 void CutTo(KeptChunk* pChunk, UInt32 size)
 {
-    if (pChunk != Null) {
-        pChunk->uiSize = std::min(pChunk->uiSize, size);
-        pChunk->uiKept = std::min(pChunk->uiKept, size);
-    }
+    pChunk->uiSize = std::min(pChunk->uiSize, size);
+    pChunk->uiKept = std::min(pChunk->uiKept, size);
 }
 
 // The first text with a code is kept.
@@ -114,9 +122,11 @@ UInt32 KeepText(lxAviReadCore_AviInfo_t* pAviInfo, const ChunkHeader& chunk)
     }
     const KeptChunk text = {Null, Null, chunk.uiCode, chunk.uiSize, 0};
     LX_AVIREAD_TRY(Keep(pAviInfo, text, kMostTextBytes - s_uiTextBytes, {}));
-    ++s_uiTexts;
-    s_uiTextBytes += s_pChunks->uiKept;
-    CutTo(s_pChunks, chunk.uiPayload);
+    if (KeptChunk* const pText = *Find(Null, chunk.uiCode); pText != Null) {
+        ++s_uiTexts;
+        s_uiTextBytes += pText->uiKept;
+        CutTo(pText, chunk.uiPayload);
+    }
     return LX_OK;
 }
 
@@ -132,11 +142,11 @@ constexpr UInt32 CodeOf(UInt32 kind)
     }
 }
 
-// The bytes of a text up to the first zero byte.
+// The bytes of a text up to the first zero byte. Of a text that is not kept whole they are all its bytes.
 UInt32 TextLength(KeptChunk* pText)
 {
     const void* const pZero = std::memchr(pText->Bytes(), 0, pText->uiKept);
-    return pZero != Null ? static_cast<UInt32>(static_cast<const UInt8*>(pZero) - pText->Bytes()) : pText->uiKept;
+    return pZero != Null ? static_cast<UInt32>(static_cast<const UInt8*>(pZero) - pText->Bytes()) : pText->uiSize;
 }
 
 } // namespace
@@ -149,7 +159,9 @@ UInt32 KeepChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamIn
 
 void DropPadByte(const lxAviReadCore_StreamInfo_t* pStream, const ChunkHeader& chunk)
 {
-    CutTo(*Find(pStream, chunk.uiCode), chunk.uiPayload);
+    if (KeptChunk* const pChunk = *Find(pStream, chunk.uiCode); pChunk != Null) {
+        CutTo(pChunk, chunk.uiPayload);
+    }
 }
 
 UInt32 KeepTexts(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 size)
@@ -200,7 +212,7 @@ UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UInt32 capacity)
     if (pBuffer == Null || capacity == 0) {
         return pBuffer == Null && capacity != 0 ? 0 : length;
     }
-    const UInt32 copied = std::min(length, capacity - 1);
+    const UInt32 copied = pText != Null ? std::min({length, pText->uiKept, capacity - 1}) : 0;
     if (copied > 0) {
         std::memcpy(pBuffer, pText->Bytes(), copied);
     }

@@ -58,13 +58,27 @@ UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
     return pAviInfo->CurrentOffset <= end ? end - pAviInfo->CurrentOffset : 0;
 }
 
-// Makes sure that the current segment holds `bytes` more; behind its end there is no room for 0 bytes either. If there
-// is less room, enters the next segment, and the caller continues there unchecked.
-inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+// Whether the current segment holds `bytes` more; behind its end there is no room for 0 bytes either.
+bool HasRoom(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 {
     const UInt64 end = EndOfDelivery(pAviInfo);
-    const bool bHasRoom = pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
-    return bHasRoom ? LX_OK : EnterNextSegment(pAviInfo); // Quirk Q20
+    return pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
+}
+
+// Enters the next segment: in the format mode, the next one that holds `bytes`. In the default mode the caller continues
+// there unchecked.
+UInt32 EnterSegmentFor(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+{
+    do {
+        LX_AVIREAD_TRY(EnterNextSegment(pAviInfo));
+    } while (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, bytes));
+    return LX_OK;
+}
+
+// Makes sure that the current segment holds `bytes` more, or enters another one.
+inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+{
+    return HasRoom(pAviInfo, bytes) ? LX_OK : EnterSegmentFor(pAviInfo, bytes);
 }
 
 // ---- The way to the next media chunk ----
@@ -100,12 +114,28 @@ bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     return IsMediaChunk(pAviInfo, id) || IsSteppedOver(pAviInfo, id);
 }
 
+// Whether the segment of an identifier that has been read holds its size, too. The default mode reads on in the next one.
+bool HasItsSize(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return !StepsEndWithTheirList(pAviInfo) || HasRoom(pAviInfo, kSizeBytes);
+}
+
+// Goes on behind a chunk that the segment does not hold whole: in the next segment.
+UInt32 LeaveCutChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+{
+    LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
+    return ReadCounted(pAviInfo, id, kId, Here());
+}
+
 // Steps over a chunk whose identifier has been read, and reads the next identifier.
 UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
     UInt32 size = 0;
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
     size = MakeEven(size);
+    if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
+        return LeaveCutChunk(pAviInfo, id);
+    }
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
     if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
         return ReasonOfFailedRead(pAviInfo, result);
@@ -134,7 +164,10 @@ UInt32 SlideByOne(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 // means something, to the end of the segment, or so far that the abort flag is due to be looked at.
 UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, 1));
+    if (!HasRoom(pAviInfo, 1)) {
+        LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, 1));
+        id = StepsEndWithTheirList(pAviInfo) ? 0 : id; // no identifier begins in one list and ends in the next
+    }
     // 0 in a next segment that is empty: one byte is read all the same
     UInt64 room = std::min<UInt64>(RoomLeft(pAviInfo), kSlideBytes);
     do {
@@ -174,10 +207,11 @@ void ReturnTo(lxAviReadCore_AviInfo_t* pAviInfo, const SearchPlace& place)
 // Goes on with a search that has come to the identifier `id`.
 UInt32 SearchFrom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& place)
 {
-    while (!IsMediaChunk(pAviInfo, id)) {
+    while (!IsMediaChunk(pAviInfo, id) || !HasItsSize(pAviInfo)) {
         place = PlaceBefore(pAviInfo, kChunkCodeBytes);
         LX_AVIREAD_TRY(HearAbort(pAviInfo));
-        LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
+        const bool bSteps = IsSteppedOver(pAviInfo, id) && HasItsSize(pAviInfo);
+        LX_AVIREAD_TRY(bSteps ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
     }
     place = PlaceBefore(pAviInfo, kChunkCodeBytes);
     LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", TextOfType(id).characters, HighHalf(id), id,

@@ -39,14 +39,18 @@ UInt32 ReadHeadOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, void* pBuffer, UInt32 
     return LX_AVIREAD_CALL(ReadLoop(pAviInfo, kCoreRead, {pBuffer, limit, std::min(size, limit)}));
 }
 
-// Skips what a chunk has beyond `limit`, or keeps it with the first bytes, which are in `pBuffer`.
+// Skips what a chunk has beyond `limit`.
+UInt32 SkipRestOfChunk(UInt32 limit, UInt32 size)
+{
+    return size > limit ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - limit)) : LX_OK;
+}
+
+// The same, or keeps the chunk, whose first bytes are in `pBuffer`.
 UInt32 TakeRestOfChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t* pStrInfo, UInt32 code,
                        const void* pBuffer, UInt32 limit, UInt32 size)
 {
-    if (HeaderChunksAreKept(pAviInfo)) {
-        return KeepChunk(pAviInfo, pStrInfo, code, size, {pBuffer, std::min(size, limit)});
-    }
-    return size > limit ? LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size - limit)) : LX_OK;
+    return HeaderChunksAreKept(pAviInfo) ? KeepChunk(pAviInfo, pStrInfo, code, size, {pBuffer, std::min(size, limit)})
+                                         : SkipRestOfChunk(limit, size);
 }
 
 UInt32 ParseFormat(lxAviReadCore_AviInfo_t* pAviInfo, const FormatRule& rule, UInt32 size,

@@ -164,7 +164,8 @@ UInt32 TakeTextSubtitleFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamLis
     return LX_AVIREAD_CALL(lxAviReadCore_ParseListStrf_textSubtitle(pAviInfo, size, list.pStream));
 }
 
-UInt32 TakeUnknownFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
+// Skips the format of a stream of no known kind; the format mode keeps it for the caller.
+UInt32 SkipUnknownFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UInt32 size)
 {
     const UInt32 type = list.pStream->Header.fccType;
     list.pStream->StreamType = LX_AVIREAD_STREAM_NONE;
@@ -182,9 +183,9 @@ UInt32 TakeFormat(lxAviReadCore_AviInfo_t* pAviInfo, const StreamList& list, UIn
     case FourCC("vids"): return TakeVideoFormat(pAviInfo, list, size);
     case FourCC("iavs"):
         return InterleavedStreamsAreVideo(pAviInfo) ? TakeInterleavedFormat(pAviInfo, list, size)
-                                                    : TakeUnknownFormat(pAviInfo, list, size);
+                                                    : SkipUnknownFormat(pAviInfo, list, size);
     case FourCC("txts"): return TakeTextSubtitleFormat(pAviInfo, list, size);
-    default: return TakeUnknownFormat(pAviInfo, list, size);
+    default: return SkipUnknownFormat(pAviInfo, list, size);
     }
 }
 

@@ -25,11 +25,12 @@ lxAviRead_StreamSummary_t SummaryByIndex(const lxAviReadCore_AviInfo_t* pAviInfo
 }
 
 // The frames of a video stream. If the writer has not filled in the stream's header, other headers may know those of
-// the main video stream.
+// the first video stream.
 UInt32 FramesByHeader(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr)
 {
     const UInt32 length = FindStream(pAviInfo, streamNr)->Header.dwLength;
-    if (length != 0 || !IsMainVideoStream(pAviInfo, streamNr)) {
+    const bool bFirst = TrackOf(pAviInfo, streamNr) == 0;
+    if (length != 0 || !bFirst) {
         return length;
     }
     if (pAviInfo->dmlhTotalFrames != 0) {
@@ -57,6 +58,13 @@ lxAviRead_StreamSummary_t SummaryByHeader(const lxAviReadCore_AviInfo_t* pAviInf
 } // namespace
 
 StreamTotals& TotalsOf(UInt32 streamNr) { return s_totals[streamNr]; }
+
+void ForgetTotalsOf(UInt32 streamNr)
+{
+    if (streamNr < LX_AVIREAD_STREAMS) {
+        s_totals[streamNr] = {};
+    }
+}
 
 void ForgetTotals()
 {

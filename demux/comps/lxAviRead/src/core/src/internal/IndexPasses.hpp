@@ -49,6 +49,7 @@ struct StreamTotals {
 
 StreamTotals& TotalsOf(UInt32 streamNr);
 void ForgetTotals();
+void ForgetTotalsOf(UInt32 streamNr);
 
 // What the records of one identifier have in common. The passes find it out once, not for every record.
 struct EntrySource {

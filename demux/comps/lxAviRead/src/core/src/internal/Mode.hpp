@@ -205,6 +205,11 @@ inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Delivery ----
 
+// A step on the way to a chunk ends with its list. What the list does not hold is looked for anew in the next one that
+// has room for it.
+// Quirk Q20
+inline bool StepsEndWithTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // Frames count from 0, with a key-frame table or without one.
 // Quirk Q25
 inline bool FramesCountFromZero(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
