@@ -59,7 +59,7 @@ UInt64 RoomLeft(const lxAviReadCore_AviInfo_t* pAviInfo)
 }
 
 // Whether the current segment holds `bytes` more; behind its end there is no room for 0 bytes either.
-bool HasRoom(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
+inline bool HasRoom(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
 {
     const UInt64 end = EndOfDelivery(pAviInfo);
     return pAviInfo->CurrentOffset <= end && end - pAviInfo->CurrentOffset >= bytes;
@@ -114,17 +114,10 @@ bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     return IsMediaChunk(pAviInfo, id) || IsSteppedOver(pAviInfo, id);
 }
 
-// Whether the segment of an identifier that has been read holds its size, too. The default mode reads on in the next one.
-bool HasItsSize(const lxAviReadCore_AviInfo_t* pAviInfo)
+// The room that a segment needs for the next identifier: in the format mode for its size, too.
+UInt32 RoomOfIdentifier(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    return !StepsEndWithTheirList(pAviInfo) || HasRoom(pAviInfo, kSizeBytes);
-}
-
-// Goes on behind a chunk that the segment does not hold whole: in the next segment.
-UInt32 LeaveCutChunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
-    return ReadCounted(pAviInfo, id, kId, Here());
+    return StepsEndWithTheirList(pAviInfo) ? kChunkHeaderBytes : kChunkCodeBytes;
 }
 
 // Steps over a chunk whose identifier has been read, and reads the next identifier.
@@ -134,14 +127,15 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
     size = MakeEven(size);
     if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
-        return LeaveCutChunk(pAviInfo, id);
+        LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
+        return ReadCounted(pAviInfo, id, kId, Here());
     }
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
     if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
         return ReasonOfFailedRead(pAviInfo, result);
     }
     pAviInfo->CurrentOffset += size;
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkCodeBytes));
+    LX_AVIREAD_TRY(MakeRoom(pAviInfo, RoomOfIdentifier(pAviInfo)));
     return ReadCounted(pAviInfo, id, kId, Here());
 }
 
@@ -173,6 +167,9 @@ UInt32 Slide(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     do {
         LX_AVIREAD_TRY(SlideByOne(pAviInfo, id));
     } while (room-- > 1 && !MeansSomething(pAviInfo, id));
+    if (room < kSizeBytes && StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, kSizeBytes)) {
+        id = 0; // what stands so near to the end of a list is no identifier
+    }
     return LX_OK;
 }
 
@@ -207,11 +204,10 @@ void ReturnTo(lxAviReadCore_AviInfo_t* pAviInfo, const SearchPlace& place)
 // Goes on with a search that has come to the identifier `id`.
 UInt32 SearchFrom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& place)
 {
-    while (!IsMediaChunk(pAviInfo, id) || !HasItsSize(pAviInfo)) {
+    while (!IsMediaChunk(pAviInfo, id)) {
         place = PlaceBefore(pAviInfo, kChunkCodeBytes);
         LX_AVIREAD_TRY(HearAbort(pAviInfo));
-        const bool bSteps = IsSteppedOver(pAviInfo, id) && HasItsSize(pAviInfo);
-        LX_AVIREAD_TRY(bSteps ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
+        LX_AVIREAD_TRY(IsSteppedOver(pAviInfo, id) ? StepOver(pAviInfo, id) : Slide(pAviInfo, id));
     }
     place = PlaceBefore(pAviInfo, kChunkCodeBytes);
     LX_LOG(kLevelChunk, "twocc='%2s'(0x%x) data=0x%x Offset=%d", TextOfType(id).characters, HighHalf(id), id,
