@@ -21,8 +21,12 @@ endif()
 install(DIRECTORY include/ platform/include/ DESTINATION ${LXAVIREAD_INSTALL_HEADERS} COMPONENT development)
 install(FILES ${LXAVIREAD_PLATFORM_HEADERS} DESTINATION ${LXAVIREAD_INSTALL_HEADERS} COMPONENT development)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN CMakeLists.txt EXCLUDE)
+install(FILES doc/man/lxaviread.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 if(LXAVIREAD_TOOLS)
   install(TARGETS lxavi RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES doc/man/lxavi.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES doc/completions/lxavi DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
+  install(FILES doc/completions/_lxavi DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tool)
 endif()
 
 # ---- pkg-config: the prefix is where the file lies ----

@@ -56,7 +56,7 @@
 #include "lxDbg.h"
 
 #define LX_AVIREAD_VERSION_MAJOR 0
-#define LX_AVIREAD_VERSION_MINOR 1
+#define LX_AVIREAD_VERSION_MINOR 2
 #define LX_AVIREAD_VERSION_PATCH 0
 
 #if defined(__GNUC__)
@@ -107,6 +107,10 @@ LX_AVIREAD_API const char* lxAviReadCore_ResultText(UInt32 result);
 LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
 
 /** Opens a file and parses its headers up to the media data.
+ *
+ *  In default mode Open steps through the file as older callers expect, and finds "AVIX" lists only where the OpenDML
+ *  header promises them. In format mode it goes by the sizes of the chunks, finds every "AVIX" list, and keeps codec
+ *  data and texts (lxAviReadCore_GetStreamBytes).
  *  @param instance         the caller's handle; passed through
  *  @param path             file path; "" parses the already open file again, from its current position
  *  @param maxReadAttempts  number of `fread` calls that one read may make; 0 counts as 1. When it is above 1, in
@@ -117,9 +121,6 @@ LX_AVIREAD_RESULT lxAviReadCore_Alloc(UInt32 instance);
  *                          bit `LX_AVIREAD_FOLLOW_FORMAT`: 1 for format mode, 0 for default mode
  *  @param pAllIndexed      out: 1 when Open has indexed the main video and the first audio stream from one-level
  *                          OpenDML indexes, else 0
- *  In default mode Open steps through the file as older callers expect, and finds "AVIX" lists only where the OpenDML
- *  header promises them. In format mode it goes by the sizes of the chunks, finds every "AVIX" list, and keeps codec
- *  data and texts (lxAviReadCore_GetStreamBytes).
  *  @return LX_OK; LX_ERR_AVIREAD_OPEN, _NOT_AVI, _EOF (no `movi` list), _READ, _ABORTED, _NO_MEMORY, or a result of
  *          the walk over the "AVIX" lists (_AVIX_LIST, _SEEK). After a failure the reader knows no stream; the file
  *          stays open until the next Open with a path, Reset or Close. */

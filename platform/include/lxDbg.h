@@ -16,8 +16,10 @@ extern "C" {
 
 #if defined(__GNUC__)
 #define LX_DBG_PRINTF(formatArgument, firstArgument) __attribute__((format(printf, formatArgument, firstArgument)))
+#define LX_DBG_API __attribute__((visibility("default")))
 #else
 #define LX_DBG_PRINTF(formatArgument, firstArgument)
+#define LX_DBG_API
 #endif
 
 /** Number of a debug unit, 1 to `LX_DBG_UNITS` - 1. 0 is the global unit. Before a component has registered, its unit
@@ -33,27 +35,27 @@ typedef UInt32 lxDbg_Unit_t;
 /** The level mask of every unit, by unit number. A message of level L is on when L shares a bit with the mask of its
  *  unit or with the mask of the global unit. Test the mask before you evaluate the arguments of a message (see
  *  `lxDbg_LevelIsOn`); then a message that is off costs only one test. Only the platform writes the masks. */
-extern UInt32 kvStbDbg_DbgUnit[LX_DBG_UNITS];
+extern LX_DBG_API UInt32 kvStbDbg_DbgUnit[LX_DBG_UNITS];
 
 /** Registers a component under `name` (copied; at most 31 characters count).
  *  @param pUnit receives the unit number; the same name gives the same number again.
  *  @return 0, or 1 when `pUnit` or `name` is null or no unit is left (`*pUnit` is then the global unit). */
-UInt32 lxDbg_RegisterModule(lxDbg_Unit_t* pUnit, const char* name);
+LX_DBG_API UInt32 lxDbg_RegisterModule(lxDbg_Unit_t* pUnit, const char* name);
 
 /** Prints one message of `unit` at `level`, with a format string as in printf. It does not test the masks; the caller
  *  has done this before. */
-void lxDbg_Print(lxDbg_Unit_t unit, UInt32 level, const char* format, ...) LX_DBG_PRINTF(3, 4);
+LX_DBG_API void lxDbg_Print(lxDbg_Unit_t unit, UInt32 level, const char* format, ...) LX_DBG_PRINTF(3, 4);
 
 /** Formats the explanation of a failed assertion, with a format string as in printf.
  *  @return the text (at most 511 bytes). The next call of the same thread overwrites it. */
-const char* lxDbg_StrAssertFormat(const char* format, ...) LX_DBG_PRINTF(1, 2);
+LX_DBG_API const char* lxDbg_StrAssertFormat(const char* format, ...) LX_DBG_PRINTF(1, 2);
 
 /** Reports a failed assertion. Returns to the caller unless the platform was told to abort.
  *  @param condition source text of the condition that does not hold
  *  @param text      the explanation, from `lxDbg_StrAssertFormat`
  *  @param file      source path of the component
  *  @param line      line in that source */
-void lxDbg_AssertError(const char* condition, const char* text, const char* file, int line);
+LX_DBG_API void lxDbg_AssertError(const char* condition, const char* text, const char* file, int line);
 
 /** The levels that are on for `unit`: the mask of the unit and the mask of the global unit. */
 static inline UInt32 lxDbg_MaskOf(lxDbg_Unit_t unit)

@@ -16,7 +16,7 @@ typedef void (*lxDbg_SinkFn)(void* context, const char* line);
 
 /** Sends messages and failed assertions to `sink`. Null, as at the start, drops them. Call it before the reader is used,
  *  because messages come from the thread that calls the reader. */
-void lxDbg_SetSink(lxDbg_SinkFn sink, void* context);
+LX_DBG_API void lxDbg_SetSink(lxDbg_SinkFn sink, void* context);
 
 #ifdef __cplusplus
 }

@@ -92,6 +92,16 @@ class Consumer(unittest.TestCase):
         for name in ("lxAviRead", "lxDbg", "lxArith"):
             self.assertRegex(libraries, rf"lib{name}\.so\.\d+ => .*{self.prefix}")
 
+    def test_the_tool_brings_its_manual_and_completions(self):
+        pages = {self.prefix / "share/man/man1/lxavi.1": "lxavi", self.prefix / "share/man/man3/lxaviread.3": "lxaviread"}
+        for page, name in pages.items():
+            self.assertIn(f"\n{name} \\- ", page.read_text())
+        completion = self.prefix / "share/bash-completion/completions/lxavi"
+        script = (f"source '{completion}'; COMP_WORDS=(lxavi chunks --au); COMP_CWORD=2; compopt() {{ :; }}; _lxavi; "
+                  "echo ${COMPREPLY[@]}; COMP_WORDS=(lxavi ex); COMP_CWORD=1; _lxavi; echo ${COMPREPLY[@]}")
+        self.assertEqual(run("bash", "-c", script), "--audio\nextract\n")
+        self.assertIn("'chunks:List the delivered chunks'", (self.prefix / "share/zsh/site-functions/_lxavi").read_text())
+
     def test_nothing_names_another_place(self):
         for path in self.prefix.rglob("*"):
             if path.suffix in (".pc", ".cmake", ".h"):

@@ -46,7 +46,7 @@ class Tool(unittest.TestCase):
             self.assertEqual(result.returncode, 2, arguments)
             self.assertTrue(result.stderr)
         self.assertEqual(lxavi("--help").returncode, 0)
-        self.assertEqual(lxavi("--version").stdout, "lxavi 0.1.0\n")
+        self.assertEqual(lxavi("--version").stdout, "lxavi 0.2.0\n")
 
     def test_refused_input_is_status_1_with_the_file_and_the_code(self):
         good = MPEG4.read_bytes()

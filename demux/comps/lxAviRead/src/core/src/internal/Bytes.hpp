@@ -8,7 +8,8 @@
 #include <cstring>
 #include <type_traits>
 
-static_assert(std::endian::native == std::endian::little, "words are read from the file as they stand in memory");
+static_assert(std::endian::native == std::endian::little,
+              "lxAviRead needs a little-endian processor: words are read from the file as they stand in memory");
 
 namespace lxAviReadCore {
 
