@@ -29,7 +29,7 @@ class Packages(unittest.TestCase):
         cls.addClassCleanup(folder.cleanup)
         cls.folder = pathlib.Path(folder.name)
         cls.first = cls.build("first", {})
-        cls.second = cls.build("a/second place", {"TZ": "Asia/Tokyo", "LC_ALL": "C"})
+        cls.second = cls.build("another-place/below", {"TZ": "Asia/Tokyo", "LC_ALL": "C"})
 
     @classmethod
     def build(cls, name, environment):
