@@ -57,6 +57,7 @@ class Packages(unittest.TestCase):
     def test_everything_is_hardened(self):
         for package in self.packages("liblxaviread0_*.deb") + self.packages("lxavi_*.deb"):
             tree = self.folder / "tree" / package.stem
+            tree.parent.mkdir(exist_ok=True)
             run("dpkg-deb", "-x", package, tree)
             for path in [*tree.rglob("*.so.*.*.*"), *tree.glob("usr/bin/*")]:
                 text = run("hardening-check", "--nopie", "--nostackprotector", "--nofortify", "--nocfprotection", path)

@@ -93,8 +93,7 @@ TEST_F(Summaries, TheLastOfTwoIndexesInAListCounts)
     builder.avih.dwFlags = 0;
     AddMedia(10, 5);
     const Bytes file = builder.Build();
-    const auto indx = static_cast<size_t>(
-        std::search(file.begin(), file.end(), Text("indx").begin(), Text("indx").begin() + 4) - file.begin());
+    const size_t indx = Find(file, "indx");
     UInt32 size = 0;
     std::memcpy(&size, &file[indx + 4], sizeof size);
     const auto at = file.begin() + static_cast<std::ptrdiff_t>(indx);
