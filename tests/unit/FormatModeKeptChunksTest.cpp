@@ -335,7 +335,7 @@ TEST_F(KeptChunks, TextsTogetherHaveAtMost64KiB)
 
 TEST_F(KeptChunks, AChunkThatCannotBeReadCostsItselfAlone)
 {
-    builder.streams[1].extra = Chunk("strn", Ramp(2000)) + Chunk("strd", Text("data"));
+    builder.streams[1].extra = Chunk("strn", Text("earlier")) + Chunk("strn", Ramp(2000)) + Chunk("strd", Text("data"));
     builder.beforeMovi = List("INFO", Chunk("INAM", Ramp(3000)) + Chunk("IART", Text("artist")));
     AddMedia(2, 1);
     const Bytes file = builder.Build();

@@ -49,21 +49,13 @@ KeptChunk** Find(const lxAviReadCore_StreamInfo_t* pStream, UInt32 code)
     return ppChunk;
 }
 
+// Forgets the chunk at that place, if there is one.
 void Forget(KeptChunk** ppChunk)
 {
-    KeptChunk* const pChunk = *ppChunk;
-    *ppChunk = pChunk->pNext;
-    std::free(pChunk);
-}
-
-// Puts a chunk first, in place of an earlier one with the same code.
-void Remember(KeptChunk* pChunk)
-{
-    if (KeptChunk** const ppEarlier = Find(pChunk->pStream, pChunk->uiCode); *ppEarlier != Null) {
-        Forget(ppEarlier);
+    if (KeptChunk* const pChunk = *ppChunk; pChunk != Null) {
+        *ppChunk = pChunk->pNext;
+        std::free(pChunk);
     }
-    pChunk->pNext = s_pChunks;
-    s_pChunks = pChunk;
 }
 
 // Reads what is kept of a chunk behind its head, and skips the rest.
@@ -87,7 +79,7 @@ UInt32 LeaveUnreadable(lxAviReadCore_AviInfo_t* pAviInfo, bool bPlaceKnown, UInt
     return bLeft ? LX_OK : result;
 }
 
-// Keeps the first `limit` bytes of a chunk.
+// Keeps the first `limit` bytes of a chunk, in place of an earlier one with the same code.
 UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const KeptChunk& chunk, UInt32 limit, const ChunkHead& head)
 {
     const UInt32 kept = std::min(chunk.uiSize, limit);
@@ -99,11 +91,13 @@ UInt32 Keep(lxAviReadCore_AviInfo_t* pAviInfo, const KeptChunk& chunk, UInt32 li
     }
     *pChunk = chunk;
     pChunk->uiKept = kept;
+    Forget(Find(chunk.pStream, chunk.uiCode));
     if (const UInt32 result = ReadChunk(pAviInfo, pChunk, head); result != LX_OK) {
         std::free(pChunk);
         return LeaveUnreadable(pAviInfo, bPlaceKnown, start + chunk.uiSize - head.uiBytes, result);
     }
-    Remember(pChunk);
+    pChunk->pNext = s_pChunks;
+    s_pChunks = pChunk;
     return LX_OK;
 }
 
