@@ -344,6 +344,39 @@ LX_AVIREAD_RESULT lxAviReadCore_ConstructAvixInfo(UInt32 instance, lxAviReadCore
  *          table can still be played from start to end. */
 LX_AVIREAD_RESULT lxAviReadCore_ParseIndex(UInt32 instance);
 
+/** Builds the key-frame table from the media data, for a file whose index is missing or damaged: a download that was cut,
+ *  a recording that was not finished. It reads the headers of all chunks, and of video frames the first bytes, at most
+ *  4096, which tell whether the frame is a key frame; it goes over the payloads. In a file with audio it goes twice over
+ *  the media data. This can take seconds on a slow medium, therefore lxAviReadCore_ParseIndex never does it by itself.
+ *
+ *  The table equals that of a right index, with two exceptions. Where not all key frames fit into the budget, the table
+ *  holds every 2nd, 4th, 8th … key frame, and not every 3rd. In a stream whose codec has no rule (doc/INTEGRATION.md
+ *  lists the codecs), or that has no key frame, only the first frame is in the table.
+ *
+ *  It first releases an existing table and drops a pending jump. Delivery goes on where it stood. After a failure there is
+ *  no table.
+ *  @param instance    the caller's handle; not used
+ *  @param pfnProgress hears of the progress at most once for every hundredth of the way; may be null
+ *  @param pUser       passed to `pfnProgress`
+ *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (no video stream, no frame, an input that cannot seek, and always in default
+ *          mode, where nothing else happens), _NO_MEMORY (as lxAviReadCore_ParseIndex), _SEEK, _READ, _ABORTED (by the
+ *          abort flag, or by `pfnProgress`) */
+LX_AVIREAD_RESULT lxAviReadCore_ParseMediaData(UInt32 instance, lxAviRead_Progress_t pfnProgress, void* pUser);
+
+/** Hands every chunk of the media data to `pfnVisit`, in file order: the chunks of all streams that the file has, also
+ *  those that delivery rejects. The chunks are those that delivery meets, without damaged ones: a chunk that claims more
+ *  bytes than its list or the file has left is none. Delivery goes on where it stood.
+ *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (an input that cannot seek, and always in default mode), _NO_MEMORY, _SEEK, _READ,
+ *          _ABORTED (by the abort flag, or by `pfnVisit`) */
+LX_AVIREAD_RESULT lxAviReadCore_WalkMediaData(lxAviRead_VisitChunk_t pfnVisit, void* pUser);
+
+/** Tells whether a frame of video stream `streamNr` is a key frame, by the first bytes of its payload.
+ *  @param pPayload the first bytes of the payload, 4096 of them or all
+ *  @param size     bytes of the whole payload; `pPayload` has the first 4096 of them at least
+ *  @return `LX_AVIREAD_FRAME_…`; in default mode and for a stream that is no video always
+ *          `LX_AVIREAD_FRAME_UNKNOWN` */
+LX_AVIREAD_API UInt32 lxAviReadCore_GetFrameKind(UInt32 streamNr, const void* pPayload, UInt32 size);
+
 /** Computes the size of the table, so that it fits into `memoryUsageLimit`.
  *  @param numberOfKeyFrames in: key frames of the file; out: key frames that will be stored
  *  @param neededLeafs       out: leaves for those

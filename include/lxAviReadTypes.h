@@ -104,8 +104,16 @@ enum {
 enum {
     LX_AVIREAD_SUMMARY_NONE = 0,   /**< there are none */
     LX_AVIREAD_SUMMARY_HEADER = 1, /**< from the headers, as the writer has filled them in */
-    LX_AVIREAD_SUMMARY_INDEX = 2   /**< counted in the index by the last successful lxAviReadCore_ParseIndex or Open; an
+    LX_AVIREAD_SUMMARY_INDEX = 2,  /**< counted in the index by the last successful lxAviReadCore_ParseIndex or Open; an
                                         index that covers a part of the file counts that part */
+    LX_AVIREAD_SUMMARY_MEDIA_DATA = 3 /**< counted in the media data by lxAviReadCore_ParseMediaData */
+};
+
+/** What the bytes of a video frame say about it. */
+enum {
+    LX_AVIREAD_FRAME_UNKNOWN = 0, /**< nothing: the library has no rule for the codec, or the frame breaks it */
+    LX_AVIREAD_FRAME_KEY = 1,     /**< decoding can begin here */
+    LX_AVIREAD_FRAME_OTHER = 2    /**< the frame needs others before it, or shows nothing */
 };
 
 /** Rounding of a seek: which key frame the reader chooses for a time between two key frames. */
@@ -228,6 +236,24 @@ typedef struct {
     UInt32 uiChunks;       /**< chunks; 0 when they are not known */
     UInt32 eOrigin;        /**< `LX_AVIREAD_SUMMARY_…` */
 } lxAviRead_StreamSummary_t;
+
+/** A chunk of the media data, as lxAviReadCore_WalkMediaData meets it. */
+typedef struct {
+    UInt64 uiOffset;     /**< of the chunk's header, from the start of the file */
+    UInt64 uiDescriptor; /**< of the header of the "dd" chunk that belongs to it; 0: there is none */
+    UInt32 uiId;         /**< four-character identifier */
+    UInt32 uiStreamNr;   /**< the stream that the identifier names; the file has it */
+    UInt32 uiSize;       /**< payload bytes, without a pad byte; the file has them all */
+    UInt32 eFrame;       /**< `LX_AVIREAD_FRAME_…`; of a chunk that is no video, `LX_AVIREAD_FRAME_UNKNOWN` */
+} lxAviRead_MediaChunk_t;
+
+/** Hears of each chunk of a walk; `pUser` is what the caller of the walk has passed. It must not call the library.
+ *  @return 1 to go on, 0 to end the walk */
+typedef UInt32 (*lxAviRead_VisitChunk_t)(void* pUser, const lxAviRead_MediaChunk_t* pChunk);
+
+/** Hears how far a long operation is: `uiDone` bytes of `uiAll`. It must not call the library, except for
+ *  lxAviReadCore_SetAbortFlag. @return 1 to go on, 0 to end the operation */
+typedef UInt32 (*lxAviRead_Progress_t)(void* pUser, UInt64 uiDone, UInt64 uiAll);
 
 /** The range that seeking covers. */
 typedef struct {

@@ -150,6 +150,14 @@ void Progress::At(UInt64 done)
     std::fflush(stderr);
 }
 
+UInt32 Progress::Tell(void* pUser, UInt64 done, UInt64 all)
+{
+    auto& progress = *static_cast<Progress*>(pUser);
+    progress.m_total = std::max<UInt64>(all, 1);
+    progress.At(done);
+    return 1;
+}
+
 std::string Duration(UInt64 msec)
 {
     return fmt::format("{}:{:02}:{:02}.{:03}", msec / 3600000, msec / 60000 % 60, msec / 1000 % 60, msec % 1000);

@@ -41,12 +41,14 @@ void PrintReport(const Options& options, const Json& report);
 // A progress bar on standard error, when standard error is a terminal.
 class Progress {
 public:
-    Progress(const std::string& what, UInt64 total);
+    explicit Progress(const std::string& what, UInt64 total = 1);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
     void At(UInt64 done);
+    // For operations of the library that tell their progress; `pUser` is the address of a Progress.
+    static UInt32 Tell(void* pUser, UInt64 done, UInt64 all);
 
 private:
     std::string m_what;

@@ -1,5 +1,7 @@
 #include "Reader.hpp"
 
+#include "Output.hpp"
+
 #include "lxDbgHost.h"
 
 #include <fmt/format.h>
@@ -88,10 +90,28 @@ bool Reader::HasTable() const
     return range.uiLastKeyFrameNr != 0xFFFFFFFFu;
 }
 
-UInt32 Reader::BuildIndex()
+UInt32 Reader::ParseIndex()
 {
     // In default mode ParseIndex would release a table that Open has built from a one-level index, and not rebuild it.
     return m_options.defaultMode && HasTable() ? LX_OK : lxAviReadCore_ParseIndex(0);
+}
+
+UInt32 Reader::ParseMediaData()
+{
+    Progress progress("looking for key frames");
+    const UInt32 result = lxAviReadCore_ParseMediaData(0, Progress::Tell, &progress);
+    m_isRebuilt = result == LX_OK;
+    return result;
+}
+
+UInt32 Reader::BuildIndex()
+{
+    if (m_options.rebuild == Rebuild::Always) {
+        return ParseMediaData();
+    }
+    const UInt32 result = ParseIndex();
+    const bool noIndex = result != LX_OK && result != LX_ERR_AVIREAD_NO_MEMORY; // the budget fits for neither way
+    return noIndex && m_options.rebuild == Rebuild::WithoutIndex ? ParseMediaData() : result;
 }
 
 void Reader::Start()

@@ -22,6 +22,13 @@ public:
 
 std::string CodeName(UInt32 code);
 
+// When the key-frame table is built from the media data and not from an index.
+enum class Rebuild {
+    Never,
+    WithoutIndex, // where no index can be used
+    Always,
+};
+
 struct Options {
     std::string file;
     UInt32 attempts = 1;
@@ -29,6 +36,7 @@ struct Options {
     UInt32 indxOption = 1;
     bool defaultMode = false; // true: default mode; false: format mode
     UInt32 logMask = 0;
+    Rebuild rebuild = Rebuild::Never;
     bool json = false;
     bool csv = false;
 };
@@ -53,8 +61,10 @@ public:
     const lxAviReadCore_AviInfo_t& State() const { return *lxAviReadCore_GetAviInfo(); }
     const Options& Settings() const { return m_options; }
 
-    // Builds the key-frame table. The result is LX_OK, or the reason why there is no table.
+    // Builds the key-frame table, as the options say. The result is LX_OK, or the reason why there is no table.
     UInt32 BuildIndex();
+    // Whether the table comes from the media data.
+    bool IsRebuilt() const { return m_isRebuilt; }
     bool HasTable() const;
     // Goes to the first chunk.
     void Start();
@@ -82,8 +92,12 @@ public:
     bool IsRegularFile() const { return m_isRegular; } // then it can be opened a second time
 
 private:
-    Options m_options;
+    UInt32 ParseIndex();
+    UInt32 ParseMediaData();
     UInt64 Position() const;
+
+    Options m_options;
+    bool m_isRebuilt = false;
 
     UInt64 m_fileSize = 0;
     UInt64 m_delivered = 0; // payload bytes that the library has counted, but the tool has not read

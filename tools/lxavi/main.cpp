@@ -15,6 +15,7 @@ using namespace lxavi;
 const std::map<std::string, UInt32> kRoundings = {{"up", lxAviRead_SetPosRoundUp},
                                                   {"down", lxAviRead_SetPosRoundDown},
                                                   {"nearest", lxAviRead_SetPosRoundNearest}};
+const std::map<std::string, Rebuild> kRebuilds = {{"auto", Rebuild::WithoutIndex}, {"always", Rebuild::Always}};
 const std::map<std::string, StepMode> kModes = {{"forward", StepMode::Forward},
                                                 {"trick", StepMode::Trick},
                                                 {"back", StepMode::Back},
@@ -48,6 +49,16 @@ void AddAudio(CLI::App* command, PlayOptions& play)
         ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1));
 }
 
+void AddRebuild(CLI::App* command, Options& options)
+{
+    command
+        ->add_flag("--rebuild{auto}", options.rebuild,
+                   "Build the key-frame table from the media data: auto (without a value) where there is no index that "
+                   "can be used, always in any case")
+        ->transform(CLI::CheckedTransformer(kRebuilds, CLI::ignore_case))
+        ->type_name("[=auto|always]");
+}
+
 void AddRounding(CLI::App* command, PlayOptions& play)
 {
     command->add_option("--round", play.rounding, "Key frame up, down or nearest")
@@ -66,11 +77,12 @@ int Run(int argc, char** argv)
     UInt32 time = 0;
     std::function<int()> command;
 
-    AddCommand(app, "info", "Show container, streams, segments and index", options)->callback([&] {
-        command = [&] { return RunInfo(options); };
-    });
+    CLI::App* const info = AddCommand(app, "info", "Show container, streams, segments and index", options);
+    AddRebuild(info, options);
+    info->callback([&] { command = [&] { return RunInfo(options); }; });
 
     CLI::App* const chunks = AddCommand(app, "chunks", "List the delivered chunks", options);
+    AddRebuild(chunks, options);
     AddAudio(chunks, play);
     AddRounding(chunks, play);
     chunks->add_option("--subtitle", play.subtitle, "Subtitle track");
@@ -79,17 +91,19 @@ int Run(int argc, char** argv)
         ->check(CLI::Range(UInt64{0}, UInt64{1} << 53));
     chunks->callback([&] { command = [&] { return RunChunks(options, play); }; });
 
-    AddCommand(app, "index", "Show the key-frame table", options)->callback([&] {
-        command = [&] { return RunIndex(options); };
-    });
+    CLI::App* const index = AddCommand(app, "index", "Show the key-frame table", options);
+    AddRebuild(index, options);
+    index->callback([&] { command = [&] { return RunIndex(options); }; });
 
     CLI::App* const seek = AddCommand(app, "seek", "Show where a seek lands", options);
     seek->add_option("MS", time, "Time in milliseconds")->required()->check(CLI::Range(0.0, 4294967295.0));
+    AddRebuild(seek, options);
     AddAudio(seek, play);
     AddRounding(seek, play);
     seek->callback([&] { command = [&] { return RunSeek(options, time, play); }; });
 
     CLI::App* const stepping = AddCommand(app, "step", "Step from key frame to key frame", options);
+    AddRebuild(stepping, options);
     stepping->add_option("--count", step.count, "Number of steps; with --mode jump negative goes back")->required();
     stepping->add_option("--from", step.from, "Start at this time, in milliseconds");
     stepping->add_option("--mode", step.mode, "forward, trick, back or jump")
@@ -102,6 +116,7 @@ int Run(int argc, char** argv)
     });
 
     CLI::App* const extraction = AddCommand(app, "extract", "Write each stream to a file of its own", options);
+    AddRebuild(extraction, options);
     extraction->add_option("--out", extract.folder, "Folder for the files")->required();
     extraction->add_option("--audio", extract.audio, "Audio track, or all")
         ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1) | CLI::IsMember({"all"}));

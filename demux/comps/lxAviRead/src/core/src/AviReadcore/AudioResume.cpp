@@ -102,19 +102,6 @@ void CountAudio(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr, UInt32
 
 namespace {
 
-// Where delivery stands, and the segment.
-struct Cursor {
-    UInt64 uiOffset;
-    Segment* pSegment;
-};
-
-bool GoTo(lxAviReadCore_AviInfo_t* pAviInfo, const Cursor& cursor)
-{
-    pAviInfo->CurrentOffset = cursor.uiOffset;
-    pAviInfo->pCurrentAvix = cursor.pSegment;
-    return SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, cursor.uiOffset), kFromStart);
-}
-
 // Goes to the anchor of the track, or to the first chunk of the file.
 bool GoToAnchor(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 anchor)
 {
@@ -124,7 +111,7 @@ bool GoToAnchor(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 anchor)
     } else if (!EnterSegmentOf(pAviInfo, anchor)) {
         return false;
     }
-    return GoTo(pAviInfo, {anchor, pAviInfo->pCurrentAvix});
+    return GoToPlace(pAviInfo, {anchor, pAviInfo->pCurrentAvix});
 }
 
 // Counts the chunks of a track from where delivery stands up to `end`.
@@ -158,7 +145,7 @@ UInt32 CountPassedAudio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, UInt64 
     if (audio.eCount != AudioCount::Behind) {
         return LX_OK;
     }
-    const Cursor behindHeader = {pAviInfo->CurrentOffset, pAviInfo->pCurrentAvix};
+    const DeliveryPlace behindHeader = PlaceOfDelivery(pAviInfo);
     const UInt32 number = lxalAviRead_AudioFrame[track];
     const UInt64 bytes = AudioByteposition[track];
     UInt32 result =
@@ -166,12 +153,12 @@ UInt32 CountPassedAudio(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track, UInt64 
     if (result == LX_AVIREAD_END_OF_MEDIA || result == LX_ERR_AVIREAD_EOF) {
         result = LX_OK; // damage has led over the chunk
     }
-    if (result == LX_OK && GoTo(pAviInfo, behindHeader)) {
+    if (result == LX_OK && GoToPlace(pAviInfo, behindHeader)) {
         audio.eCount = AudioCount::Exact;
         return LX_OK;
     }
     SetCounters(track, number, bytes);
-    static_cast<void>(GoTo(pAviInfo, {start, behindHeader.pSegment})); // if it fails, the next read fails, too
+    static_cast<void>(GoToPlace(pAviInfo, {start, behindHeader.pSegment})); // if it fails, the next read fails, too
     return result == LX_OK ? UInt32{LX_ERR_AVIREAD_SEEK} : result;
 }
 

@@ -193,6 +193,11 @@ bool TellPosition(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64& position)
     return told >= 0;
 }
 
+bool TellSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt64& size)
+{
+    return lxAviReadCore_FileSeek(pAviInfo, 0, kFromEnd) != 0 && TellPosition(pAviInfo, size);
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;

@@ -220,17 +220,6 @@ UInt32 CountFramesInIdx1(lxAviReadCore_AviInfo_t* pAviInfo)
     return 0;
 }
 
-// Clears the totals of the streams before an index is read from its start.
-void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
-{
-    ForgetTotals();
-    for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
-        if (pStream != Null) {
-            pStream->uiStreamSize = 0;
-        }
-    }
-}
-
 // A file that has both indexes gets its table from the one that covers more of it, the OpenDML index if they are equal.
 UInt32 ParseIndexThatCoversMost(UInt32 instance, lxAviReadCore_AviInfo_t* pAviInfo)
 {

@@ -15,24 +15,6 @@ const lxAviReadCore_IDXrecord_t& RecordAt(const UInt8* pRecord)
 
 bool IsAudio(const UInt8* pRecord) { return RecordAt(pRecord).uiChunkType == TwoCC("wb"); }
 
-// The kind of a record without the key flag. `bInterleaved` tells that its stream is DV with its audio inside.
-EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream, bool bInterleaved)
-{
-    switch (chunkType) {
-    case TwoCC("__"):
-    case TwoCC("iv"):
-        if (!bInterleaved) {
-            return EntryKind::Other;
-        }
-        [[fallthrough]];
-    case TwoCC("db"):
-    case TwoCC("dc"): return bMainVideoStream ? EntryKind::Frame : EntryKind::OtherVideo;
-    case TwoCC("dd"): return bMainVideoStream ? EntryKind::MainDrm : EntryKind::OtherDrm;
-    case TwoCC("wb"): return EntryKind::Audio;
-    default: return EntryKind::Other;
-    }
-}
-
 UInt64 s_uiOffsetBase;
 
 // Decodes records. Most often a record has the identifier of the record decoded before it. If not, it is one of few,
@@ -87,10 +69,7 @@ const Idx1Decoder::Meaning* Idx1Decoder::Recall(UInt32 id)
 
 const Idx1Decoder::Meaning* Idx1Decoder::Learn(Meaning& slot, UInt32 id) const
 {
-    const UInt16 streamNr = StreamNumber(LowHalf(id));
-    const EntryKind eKind =
-        KindOf(HighHalf(id), IsMainVideoStream(m_pAviInfo, streamNr), IsInterleavedStream(m_pAviInfo, streamNr));
-    slot = {id, SourceOf(m_pAviInfo, eKind, streamNr)};
+    slot = {id, SourceOfIdentifier(m_pAviInfo, id)};
     return &slot;
 }
 
@@ -121,46 +100,6 @@ public:
 private:
     UInt32 m_uiInARow = 0;
     UInt32 m_uiRecord = 0;
-};
-
-// ---- Audio ----
-
-// Hands every audio record to the placer of its track. All eight tracks are placed in one pass.
-class AudioByTrack {
-public:
-    explicit AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo) : m_pAviInfo(pAviInfo)
-    {
-        UInt32 nextTrack = 0;
-        for (AudioPlacer& placer : m_placers) {
-            placer.Begin(pAviInfo, nextTrack++, kIdx1PlacerMessages);
-        }
-    }
-
-    void Take(IndexEntry entry)
-    {
-        if (entry.pSource->uiTrack != m_uiTrack) {
-            Select(entry.pSource->uiTrack);
-        }
-        if (m_pPlacer != Null) {
-            m_pPlacer->Take(entry);
-        } else {
-            LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", m_uiTrack);
-        }
-    }
-
-    void Complete() const { CompleteAudio(m_pAviInfo, m_placers); }
-
-private:
-    void Select(UInt32 track)
-    {
-        m_uiTrack = track;
-        m_pPlacer = track < LX_AVIREAD_AUDIO_TRACKS ? &m_placers[track] : Null;
-    }
-
-    const lxAviReadCore_AviInfo_t* m_pAviInfo;
-    AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
-    UInt32 m_uiTrack = kNoTrack;   // of the record taken last
-    AudioPlacer* m_pPlacer = Null; // of that track; null where it is none of the eight
 };
 
 // ---- Single pass ----
@@ -285,7 +224,7 @@ UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Ke
 
 UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
 {
-    AudioByTrack tracks(pAviInfo);
+    AudioByTrack tracks(pAviInfo, kIdx1PlacerMessages);
     Idx1Decoder decode(pAviInfo);
     const auto place = [&](const UInt8* pRecord) {
         if (IsAudio(pRecord)) {

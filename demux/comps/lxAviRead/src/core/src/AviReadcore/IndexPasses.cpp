@@ -9,6 +9,24 @@ namespace {
 constexpr UInt32 kNobody = LX_AVIREAD_STREAMS; // stands for streams that the headers have not described
 PassTotals s_pass[LX_AVIREAD_STREAMS + 1];
 
+// The kind of a record without the key flag. `bInterleaved` tells that its stream is DV with its audio inside.
+EntryKind KindOf(UInt16 chunkType, bool bMainVideoStream, bool bInterleaved)
+{
+    switch (chunkType) {
+    case TwoCC("__"):
+    case TwoCC("iv"):
+        if (!bInterleaved) {
+            return EntryKind::Other;
+        }
+        [[fallthrough]];
+    case TwoCC("db"):
+    case TwoCC("dc"): return bMainVideoStream ? EntryKind::Frame : EntryKind::OtherVideo;
+    case TwoCC("dd"): return bMainVideoStream ? EntryKind::MainDrm : EntryKind::OtherDrm;
+    case TwoCC("wb"): return EntryKind::Audio;
+    default: return EntryKind::Other;
+    }
+}
+
 } // namespace
 
 EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr)
@@ -22,6 +40,14 @@ EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, U
                                 ? AudioUnitsOf(pAviInfo, *FindStream(pAviInfo, streamNr)).uiBlockBytes
                                 : 0,
             .pTotals = &s_pass[bDescribed ? streamNr : kNobody]};
+}
+
+EntrySource SourceOfIdentifier(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    const UInt16 streamNr = StreamNumber(LowHalf(id));
+    const EntryKind eKind =
+        KindOf(HighHalf(id), IsMainVideoStream(pAviInfo, streamNr), IsInterleavedStream(pAviInfo, streamNr));
+    return SourceOf(pAviInfo, eKind, streamNr);
 }
 
 UInt32 EndPass(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 result)
@@ -190,6 +216,9 @@ Entry* KeyFrameFiller::TakeMainVideo(IndexEntry entry)
     CountPayload(entry);
     Entry* pStored = Null;
     const bool bKeyFrame = IsKeyFrame(entry);
+    if (bKeyFrame && m_uiSkipCounter == 0 && m_builder.IsFull()) {
+        Thin();
+    }
     if (bKeyFrame && m_uiSkipCounter == 0) {
         pStored = Store(entry);
         m_uiSkipCounter = m_uiSkipKey >= 2 ? 1 : 0;
@@ -198,6 +227,24 @@ Entry* KeyFrameFiller::TakeMainVideo(IndexEntry entry)
     }
     PassOn();
     return pStored;
+}
+
+// After an odd number of entries, the next key frame is one of those that are left out from here on.
+void KeyFrameFiller::Thin()
+{
+    const UInt32 stored = m_builder.KeepEverySecond();
+    m_uiSkipCounter = stored % 2 != 0 ? m_uiSkipKey : 0;
+    m_uiSkipKey *= 2;
+    LX_LOG(kLevelIndex, "AviReadCore : the table is full, every %d. key frame stays", m_uiSkipKey);
+}
+
+void KeyFrameFiller::StoreFirstFrame(IndexEntry first)
+{
+    const UInt32 frames = m_uiFrameNumber;
+    CancelDrm();
+    m_uiFrameNumber = 0;
+    Store(first);
+    m_uiFrameNumber = frames;
 }
 
 void KeyFrameFiller::PassOver(bool bKeyFrame)

@@ -74,31 +74,45 @@ bool KeyFrameTable::Prev(Position& position) const
 
 // ---- The builder ----
 
+UInt32 KeyFrameTableBuilder::AllocateArray(UInt32 leafs) const
+{
+    ReleaseKeyFrameTable(m_pAviInfo, TableReleaseTrace::IndexDriver);
+    const UInt32 bytes = leafs * static_cast<UInt32>(sizeof(Leaf*));
+    m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(leafs, sizeof(Leaf*)));
+    if (m_pAviInfo->KeyFramesListAsArray == Null) {
+        LogRow(m_pMessages, TableText::ArrayFailed, bytes);
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LogRow(m_pMessages, TableText::ArraySucceeded, bytes, leafs);
+    return LX_OK;
+}
+
+Leaf* KeyFrameTableBuilder::AllocateLeaf(UInt32 leafNr) const
+{
+    Leaf* const pLeaf = AllocateRecord<Leaf>();
+    if (pLeaf == Null) {
+        LogRow(m_pMessages, TableText::LeafFailed, static_cast<UInt32>(sizeof(Leaf)), leafNr);
+    } else {
+        LogRow(m_pMessages, TableText::LeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
+    }
+    m_pAviInfo->KeyFramesListAsArray[leafNr] = pLeaf;
+    return pLeaf;
+}
+
 UInt32 KeyFrameTableBuilder::AllocateLeafs(UInt32 neededLeafs) const
 {
-    Leaf** const ppLeafs = m_pAviInfo->KeyFramesListAsArray;
     for (UInt32 i = 0; i < neededLeafs; ++i) {
-        ppLeafs[i] = AllocateRecord<Leaf>();
-        if (ppLeafs[i] == Null) {
-            LogRow(m_pMessages, TableText::LeafFailed, static_cast<UInt32>(sizeof(Leaf)), i);
-            FreeLeafs(ppLeafs, i);
+        if (AllocateLeaf(i) == Null) {
+            FreeLeafs(m_pAviInfo->KeyFramesListAsArray, i);
             return LX_ERR_AVIREAD_NO_MEMORY;
         }
-        LogRow(m_pMessages, TableText::LeafSucceeded, static_cast<UInt32>(sizeof(Leaf)));
     }
     return LX_OK;
 }
 
 UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
 {
-    ReleaseKeyFrameTable(m_pAviInfo, TableReleaseTrace::IndexDriver);
-    const UInt32 bytes = neededLeafs * static_cast<UInt32>(sizeof(Leaf*));
-    m_pAviInfo->KeyFramesListAsArray = static_cast<Leaf**>(AllocateCleared(neededLeafs, sizeof(Leaf*)));
-    if (m_pAviInfo->KeyFramesListAsArray == Null) {
-        LogRow(m_pMessages, TableText::ArrayFailed, bytes);
-        return LX_ERR_AVIREAD_NO_MEMORY;
-    }
-    LogRow(m_pMessages, TableText::ArraySucceeded, bytes, neededLeafs);
+    LX_AVIREAD_TRY(AllocateArray(neededLeafs));
     LX_AVIREAD_TRY(AllocateLeafs(neededLeafs));
     m_pAviInfo->KeyFramesListAsArrayLength = neededLeafs;
     s_uiOwnedLeafs = neededLeafs;
@@ -106,12 +120,75 @@ UInt32 KeyFrameTableBuilder::Create(UInt32 neededLeafs)
     return LX_OK;
 }
 
+// ---- A table of a size that is not known ----
+
+UInt32 KeyFrameTableBuilder::CreateGrowing(UInt32 mostLeafs)
+{
+    if (mostLeafs == 0) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LX_AVIREAD_TRY(AllocateArray(mostLeafs));
+    m_uiMostLeafs = mostLeafs;
+    return Grow() ? LX_OK : UInt32{LX_ERR_AVIREAD_NO_MEMORY};
+}
+
+// Allocates one more leaf.
+bool KeyFrameTableBuilder::Grow()
+{
+    m_bOutOfMemory = AllocateLeaf(s_uiOwnedLeafs) == Null;
+    if (!m_bOutOfMemory) {
+        m_pAviInfo->KeyFramesListAsArrayLength = ++s_uiOwnedLeafs;
+    }
+    return !m_bOutOfMemory;
+}
+
+bool KeyFrameTableBuilder::IsFull() const
+{
+    return m_uiLeafNr + 1 == m_uiMostLeafs && s_uiOwnedLeafs == m_uiMostLeafs &&
+           m_pAviInfo->KeyFramesListAsArray[m_uiLeafNr]->arrayLength == LEAF_ARRAY_LENGTH;
+}
+
+UInt32 KeyFrameTableBuilder::KeepEverySecond()
+{
+    Leaf** const ppLeafs = m_pAviInfo->KeyFramesListAsArray;
+    const auto entryAt = [&](UInt32 nr) -> Entry& {
+        return ppLeafs[nr / LEAF_ARRAY_LENGTH]->array[nr % LEAF_ARRAY_LENGTH];
+    };
+    const UInt32 stored = m_uiLeafNr * LEAF_ARRAY_LENGTH + ppLeafs[m_uiLeafNr]->arrayLength;
+    const UInt32 kept = DivideUp(stored, 2);
+    for (UInt32 nr = 1; nr < kept; ++nr) {
+        entryAt(nr) = entryAt(2 * nr);
+    }
+    for (UInt32 nr = kept; nr < stored; ++nr) {
+        entryAt(nr) = {};
+    }
+    leafsInUse = DivideUp(kept, LEAF_ARRAY_LENGTH);
+    m_uiLeafNr = leafsInUse - 1;
+    for (UInt32 leafNr = m_uiLeafNr; leafNr < s_uiOwnedLeafs; ++leafNr) {
+        ppLeafs[leafNr]->arrayLength = leafNr == m_uiLeafNr ? kept - m_uiLeafNr * LEAF_ARRAY_LENGTH : 0;
+        ppLeafs[leafNr]->pNextLeaf = Null;
+    }
+    return stored;
+}
+
+void KeyFrameTableBuilder::FreeEmptyLeafs() const
+{
+    FreeLeafs(m_pAviInfo->KeyFramesListAsArray + leafsInUse, s_uiOwnedLeafs - leafsInUse);
+    s_uiOwnedLeafs = leafsInUse;
+    m_pAviInfo->KeyFramesListAsArrayLength = leafsInUse;
+}
+
+// ---- Entries ----
+
 bool KeyFrameTableBuilder::RollOver()
 {
     if (m_bFull) {
         return false; // the failed assertion is reported once
     }
     LogRow(m_pMessages, TableText::LeafFull, m_uiLeafNr, m_uiLeafNr + 1);
+    if (m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength && m_uiMostLeafs > 0 && !Grow()) {
+        return false;
+    }
     m_bFull = m_uiLeafNr + 1 >= m_pAviInfo->KeyFramesListAsArrayLength;
     LX_ASSERT(!m_bFull, "pCurrentLeaf!=Null", "List structure must be initialized");
     if (m_bFull) {
@@ -155,6 +232,11 @@ void KeyFrameTableBuilder::Finish() const
         pLeaf->StartOffset = first.videoChunkOffset;
         pLeaf->EndOffset = last.videoChunkOffset;
     }
+}
+
+UInt32 LeafsInBudget(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return pAviInfo->memoryUsageLimit / static_cast<UInt32>(sizeof(Leaf) + sizeof(Leaf*));
 }
 
 // ---- Release ----
@@ -207,7 +289,7 @@ UInt32 lxAviReadCore_CalcLeafsNeededAndSkipValue(lxAviReadCore_AviInfo_t* pAviIn
         pAviInfo->KeyFramesListAsArrayLength = 0;
         return LX_ERR_AVIREAD_NO_INDEX;
     }
-    const UInt32 maxLeafs = pAviInfo->memoryUsageLimit / static_cast<UInt32>(sizeof(Leaf) + sizeof(Leaf*));
+    const UInt32 maxLeafs = LeafsInBudget(pAviInfo);
     if (maxLeafs == 0) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }

@@ -81,12 +81,7 @@ inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
     return HasRoom(pAviInfo, bytes) ? LX_OK : EnterSegmentFor(pAviInfo, bytes);
 }
 
-// ---- The way to the next media chunk ----
-
-bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
-{
-    return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");
-}
+// ---- What an identifier means ----
 
 // Whether the identifier is one of an "iavs" stream, which has chunk types of its own.
 bool IsInterleavedChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
@@ -100,6 +95,8 @@ bool IsDescriptorOfAStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     return !DrmChunksAreExact(pAviInfo) || StreamTypeOf(pAviInfo, StreamNumber(LowHalf(id))) != LX_AVIREAD_STREAM_NONE;
 }
 
+} // namespace
+
 bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
     if (HighHalf(id) == TwoCC("dd")) {
@@ -107,6 +104,15 @@ bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
     }
     return IsMediaCode(HighHalf(id)) || (HighHalf(id) == TwoCC("tx") && TextHasTwoTypes(pAviInfo)) ||
            IsInterleavedChunk(pAviInfo, id);
+}
+
+namespace {
+
+// ---- The way to the next media chunk ----
+
+bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");
 }
 
 bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)

@@ -136,4 +136,11 @@ bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target)
     return pSegment != Null;
 }
 
+bool GoToPlace(lxAviReadCore_AviInfo_t* pAviInfo, const DeliveryPlace& place)
+{
+    pAviInfo->CurrentOffset = place.uiOffset;
+    pAviInfo->pCurrentAvix = place.pSegment;
+    return SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, place.uiOffset), kFromStart);
+}
+
 } // namespace lxAviReadCore

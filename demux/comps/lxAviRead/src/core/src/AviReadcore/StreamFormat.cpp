@@ -106,17 +106,6 @@ constexpr UInt32 kIntraCodecs[] = {
     FourCC("HFYU"), FourCC("FFVH"), FourCC("ULRG"), FourCC("ULRA"), FourCC("ULY0"), FourCC("ULY2"), FourCC("CFHD"),
     FourCC("AVDN"), FourCC("PNG "), FourCC("MPNG")};
 
-// Codes are written in either case.
-constexpr UInt32 ToUpper(UInt32 code)
-{
-    UInt32 upper = 0;
-    for (unsigned i = 0; i < 4; ++i) {
-        const UInt8 c = ByteOf(code, i);
-        upper |= static_cast<UInt32>(c >= 'a' && c <= 'z' ? c - 0x20 : c) << (8 * i);
-    }
-    return upper;
-}
-
 void lxAviReadCore_AudioFrameSizeCalculation(lxAviReadCore_StreamInfo_t* pStrInfo)
 {
     pStrInfo->iFrameSize = static_cast<Int32>(AudioFrameSize(FormatOf<lxAviRead_StrfAudio_t>(pStrInfo)));
@@ -133,6 +122,16 @@ const AudioCodec& AudioCodecOf(UInt16 formatTag)
     return pFound != std::end(kAudioCodecs) ? *pFound : kUnknownAudioCodec;
 }
 
+UInt32 CodecInUpperCase(UInt32 code)
+{
+    UInt32 upper = 0;
+    for (unsigned i = 0; i < 4; ++i) {
+        const UInt8 c = ByteOf(code, i);
+        upper |= static_cast<UInt32>(c >= 'a' && c <= 'z' ? c - 0x20 : c) << (8 * i);
+    }
+    return upper;
+}
+
 bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format)
 {
     if (header.dwSampleSize == format.nBlockAlign) {
@@ -144,7 +143,7 @@ bool IsConstantBitRate(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio
 bool HasSubtitleCodec(const lxAviReadCore_StreamInfo_t& stream)
 {
     const auto isOne = [](UInt32 codec) {
-        return ToUpper(codec) == FourCC("DXSB") || ToUpper(codec) == FourCC("DXSA");
+        return CodecInUpperCase(codec) == FourCC("DXSB") || CodecInUpperCase(codec) == FourCC("DXSA");
     };
     return isOne(stream.Header.fccHandler) || isOne(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
 }
@@ -154,7 +153,7 @@ bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream)
     if (stream.Header.fccType == FourCC("iavs")) {
         return true;
     }
-    const UInt32 codec = ToUpper(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
+    const UInt32 codec = CodecInUpperCase(FormatOf<lxAviRead_StrfVideo_t>(&stream).biCompression);
     return std::find(std::begin(kIntraCodecs), std::end(kIntraCodecs), codec) != std::end(kIntraCodecs);
 }
 

@@ -1,4 +1,4 @@
-// What a stream holds in all: counted by the passes over an index, else as its header says.
+// What a stream holds in all: counted by the passes over an index or over the media data, else as its header says.
 //
 //   from            chunks      bytes                  duration
 //   index           counted     counted                of the counted frames, samples or blocks
@@ -13,15 +13,16 @@ namespace lxAviReadCore {
 namespace {
 
 StreamTotals s_totals[LX_AVIREAD_STREAMS];
+UInt32 s_uiOrigin = LX_AVIREAD_SUMMARY_INDEX; // of the totals
 
-lxAviRead_StreamSummary_t SummaryByIndex(const lxAviReadCore_AviInfo_t* pAviInfo,
+lxAviRead_StreamSummary_t SummaryByCount(const lxAviReadCore_AviInfo_t* pAviInfo,
                                          const lxAviReadCore_StreamInfo_t& stream, const StreamTotals& totals)
 {
     const UInt32 units = stream.StreamType == LX_AVIREAD_STREAM_AUDIO ? totals.uiAudioUnits : totals.uiChunks;
     return {.uiBytes = totals.uiBytes,
             .uiDurationUsec = ExactDuration(pAviInfo, stream, units, totals.uiBytes),
             .uiChunks = totals.uiChunks,
-            .eOrigin = LX_AVIREAD_SUMMARY_INDEX};
+            .eOrigin = s_uiOrigin};
 }
 
 // The frames of a video stream. If the writer has not filled in the stream's header, other headers may know those of
@@ -71,7 +72,20 @@ void ForgetTotals()
     for (StreamTotals& totals : s_totals) {
         totals = {};
     }
+    s_uiOrigin = LX_AVIREAD_SUMMARY_INDEX;
 }
+
+void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    ForgetTotals();
+    for (lxAviReadCore_StreamInfo_t* pStream : pAviInfo->StreamInfo) {
+        if (pStream != Null) {
+            pStream->uiStreamSize = 0;
+        }
+    }
+}
+
+void SetOriginOfTotals(UInt32 origin) { s_uiOrigin = origin; }
 
 } // namespace lxAviReadCore
 
@@ -89,7 +103,7 @@ UInt32 lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t
         return LX_OK;
     }
     const StreamTotals& totals = TotalsOf(streamNr);
-    *pSummary = totals.uiChunks > 0 ? SummaryByIndex(pAviInfo, *FindStream(pAviInfo, streamNr), totals)
+    *pSummary = totals.uiChunks > 0 ? SummaryByCount(pAviInfo, *FindStream(pAviInfo, streamNr), totals)
                                     : SummaryByHeader(pAviInfo, streamNr);
     return LX_OK;
 }

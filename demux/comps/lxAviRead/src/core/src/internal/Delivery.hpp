@@ -19,6 +19,9 @@ struct MediaHeader {
 // Whether the size of a chunk can be trusted: its stream is known.
 bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk);
 
+// Whether the identifier is one of a media chunk.
+bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id);
+
 // Whether the identifier is one of a video chunk.
 bool IsVideoChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id);
 

@@ -71,6 +71,7 @@ template <typename Record>
 
 constexpr Int32 kFromStart = SEEK_SET;
 constexpr Int32 kFromHere = SEEK_CUR;
+constexpr Int32 kFromEnd = SEEK_END;
 static_assert(kFromStart == 0 && kFromHere == 1, "the origins are those of stdio");
 
 // Seeks and keeps the outcome in lxalAviRead_FileSeekPossible.
@@ -82,6 +83,9 @@ inline bool SeekAndRemember(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset, In
 
 // Where the file stands; false for an input that cannot tell.
 bool TellPosition(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64& position);
+
+// Bytes of the file, which stands anywhere afterwards; false for an input that cannot tell.
+bool TellSize(lxAviReadCore_AviInfo_t* pAviInfo, UInt64& size);
 
 // The abort flag is one byte that another thread may set at any time.
 inline bool IsAborted(const lxAviReadCore_AviInfo_t* pAviInfo)

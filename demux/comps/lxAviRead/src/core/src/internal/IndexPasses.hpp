@@ -50,6 +50,10 @@ struct StreamTotals {
 StreamTotals& TotalsOf(UInt32 streamNr);
 void ForgetTotals();
 void ForgetTotalsOf(UInt32 streamNr);
+// The same for all streams, and for what their records hold. Called before an index is read from its start.
+void ForgetStreamSizes(lxAviReadCore_AviInfo_t* pAviInfo);
+// What the totals were counted in, `LX_AVIREAD_SUMMARY_…`; an index, until this is called.
+void SetOriginOfTotals(UInt32 origin);
 
 // What the records of one identifier have in common. The passes find it out once, not for every record.
 struct EntrySource {
@@ -63,6 +67,9 @@ struct EntrySource {
 
 // The source of records of a kind; frames with the key flag are key frames.
 EntrySource SourceOf(const lxAviReadCore_AviInfo_t* pAviInfo, EntryKind eKind, UInt32 streamNr);
+
+// The source of the records, or of the chunks, with an identifier.
+EntrySource SourceOfIdentifier(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id);
 
 // What any index record says. It is passed by value, so that the compiler can keep it in registers.
 struct IndexEntry {
@@ -191,7 +198,8 @@ UInt32 SurveyedFrames();
 // Forgets what first passes have decided and counted.
 void ForgetIndexSurvey();
 
-// Stores every SkipKey-th key frame of the main video stream, and totals the video payload.
+// Stores every SkipKey-th key frame of the main video stream, and totals the video payload. Where a growing table is
+// full, it keeps every second entry and stores half as many from there on.
 class KeyFrameFiller {
 public:
     KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages pMessages, UInt32 skipKey);
@@ -214,7 +222,10 @@ public:
         return Null;
     }
 
-    // The same for a record that is neither video nor "dd": a descriptor before it belongs to no frame.
+    // Stores the frame that was the first one, because no frame was a key frame. Decoding can begin there.
+    void StoreFirstFrame(IndexEntry first);
+
+    // Called for a record that is neither video nor "dd": a descriptor before it belongs to no frame.
     void CancelDrm() { m_bDrmPending = false; }
 
     void operator()(IndexEntry entry) { Take(entry); }
@@ -231,6 +242,7 @@ private:
     Entry* TakeAny(IndexEntry entry);
     Entry* TakeMainVideo(IndexEntry entry);
     void PassOver(bool bKeyFrame);
+    void Thin();
     Entry* Store(IndexEntry entry);
     UInt64 FrameTime() const;
 
@@ -337,5 +349,43 @@ private:
 
 // Gives the last chunk of each track to all key frames that are left, after the last chunk of all.
 void CompleteAudio(const lxAviReadCore_AviInfo_t* pAviInfo, std::span<const AudioPlacer> placers);
+
+// Hands every audio record to the placer of its track. All eight tracks are placed in one pass.
+class AudioByTrack {
+public:
+    AudioByTrack(const lxAviReadCore_AviInfo_t* pAviInfo, const PlacerMessages& messages) : m_pAviInfo(pAviInfo)
+    {
+        UInt32 nextTrack = 0;
+        for (AudioPlacer& placer : m_placers) {
+            placer.Begin(pAviInfo, nextTrack++, messages);
+        }
+    }
+
+    void Take(IndexEntry entry)
+    {
+        if (entry.pSource->uiTrack != m_uiTrack) {
+            Select(entry.pSource->uiTrack);
+        }
+        if (m_pPlacer != Null) {
+            m_pPlacer->Take(entry);
+        } else {
+            LX_LOG(kLevelIndex, "lxAviReadCore_ParseIndex: Audio chunk found %d ", m_uiTrack);
+        }
+    }
+
+    void Complete() const { CompleteAudio(m_pAviInfo, m_placers); }
+
+private:
+    void Select(UInt32 track)
+    {
+        m_uiTrack = track;
+        m_pPlacer = track < LX_AVIREAD_AUDIO_TRACKS ? &m_placers[track] : Null;
+    }
+
+    const lxAviReadCore_AviInfo_t* m_pAviInfo;
+    AudioPlacer m_placers[LX_AVIREAD_AUDIO_TRACKS];
+    UInt32 m_uiTrack = kNoTrack;   // of the record taken last
+    AudioPlacer* m_pPlacer = Null; // of that track; null where it is none of the eight
+};
 
 } // namespace lxAviReadCore

@@ -87,7 +87,10 @@ enum class TableText : UInt32 {
 constexpr UInt8 kTableTextArguments[] = {1, 2, 2, 1, 1, 2};
 using TableMessages = const MessageRow<TableText>*;
 
-// Fills the table. Append never leaves the leaves that Create allocated.
+// Leaves that fit into the memory budget.
+UInt32 LeafsInBudget(const lxAviReadCore_AviInfo_t* pAviInfo);
+
+// Fills the table. Append never leaves the leaves that Create allocated, or that CreateGrowing allows.
 class KeyFrameTableBuilder {
 public:
     KeyFrameTableBuilder(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages pMessages)
@@ -101,8 +104,18 @@ public:
     // Releases the old table and allocates `neededLeafs` cleared leaves. Called once, before anything is appended.
     [[nodiscard]] UInt32 Create(UInt32 neededLeafs);
 
-    // The place of the next entry, cleared and counted; null when the last leaf is full.
+    // The same for a number of key frames that is not known: begins with one leaf, and goes up to `mostLeafs`.
+    [[nodiscard]] UInt32 CreateGrowing(UInt32 mostLeafs);
+    // Whether a growing table has no room for one more entry.
+    bool IsFull() const;
+    // Keeps every second entry, from the first on. Returns how many there were.
+    UInt32 KeepEverySecond();
+    // Frees the leaves behind the last one in use.
+    void FreeEmptyLeafs() const;
+
+    // The place of the next entry, cleared and counted; null when the last leaf is full, or when the heap is exhausted.
     Entry* Append();
+    bool IsOutOfMemory() const { return m_bOutOfMemory; }
 
     // Sets the bounds of every leaf in use.
     void Finish() const;
@@ -112,13 +125,18 @@ public:
     UInt32 LeafsInUse() const;
 
 private:
-    UInt32 AllocateLeafs(UInt32 neededLeafs) const;
+    [[nodiscard]] UInt32 AllocateArray(UInt32 leafs) const;
+    Leaf* AllocateLeaf(UInt32 leafNr) const;
+    [[nodiscard]] UInt32 AllocateLeafs(UInt32 neededLeafs) const;
+    bool Grow();
     bool RollOver();
 
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     TableMessages m_pMessages;
     UInt32 m_uiLeafNr = 0;
-    bool m_bFull = false; // a key frame found no room
+    UInt32 m_uiMostLeafs = 0; // of a growing table
+    bool m_bFull = false;     // a key frame found no room
+    bool m_bOutOfMemory = false;
 };
 
 // Who releases the table; the traces differ.

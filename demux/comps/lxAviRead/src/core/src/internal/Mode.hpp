@@ -169,6 +169,10 @@ inline UInt32 AllowEarlyEnd(ModeOf pAviInfo, UInt32 result)
     return result == LX_ERR_AVIREAD_EOF && FollowsFormat(pAviInfo) ? LX_OK : result;
 }
 
+// The chunks of the media data can serve in place of an index, and the bytes of a frame tell whether it is a key frame.
+// Quirk Q74
+inline bool MediaDataServesAsIndex(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // An audio chunk is placed by the time at which it starts.
 // Quirk Q32
 inline bool AudioIsPlacedByChunkStarts(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }

@@ -51,6 +51,20 @@ void GoToFirstSegment(lxAviReadCore_AviInfo_t* pAviInfo);
 // Makes the segment that holds the position `target` the current one; false when none does.
 bool EnterSegmentOf(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 target);
 
+// Where delivery stands, and the segment.
+struct DeliveryPlace {
+    UInt64 uiOffset;
+    Segment* pSegment;
+};
+
+inline DeliveryPlace PlaceOfDelivery(const lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    return {pAviInfo->CurrentOffset, pAviInfo->pCurrentAvix};
+}
+
+// Makes delivery stand at a place; false when the file cannot go there.
+bool GoToPlace(lxAviReadCore_AviInfo_t* pAviInfo, const DeliveryPlace& place);
+
 // ---- Positions of delivery ----
 
 // A relative position counts from the "movi" code: the first chunk is at 4.

@@ -61,6 +61,9 @@ Record FormatOf(const lxAviReadCore_StreamInfo_t* pStream)
     return pStream->Format != Null ? Load<Record>(static_cast<const UInt8*>(pStream->Format)) : Record{};
 }
 
+// The code of a codec in upper case; writers use either case.
+UInt32 CodecInUpperCase(UInt32 code);
+
 // Whether every frame of a video stream can be decoded alone, by its codec.
 bool HasOnlyKeyFrames(const lxAviReadCore_StreamInfo_t& stream);
 
