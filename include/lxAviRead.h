@@ -286,6 +286,9 @@ LX_AVIREAD_RESULT lxAviReadCore_SelectVideoStream(UInt32 streamNr);
  *  @return bytes of the text in the file, without the zero byte; 0 when there is no such text */
 LX_AVIREAD_API UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UInt32 capacity);
 
+/** @return the code of a text for lxAviReadCore_GetFileText, `index` counts from 0; 0 behind the last text */
+LX_AVIREAD_API UInt32 lxAviReadCore_GetFileTextCode(UInt32 index);
+
 /** @return 1 when the audio stream has a variable bit rate: its sample size and its block size are both 0, or they
  *  differ and `dwRate` / `dwScale` is below 1000; else 0 */
 LX_AVIREAD_API Bool lxAviReadCore_TrackIsVBR(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 streamNr);

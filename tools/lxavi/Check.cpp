@@ -2,6 +2,7 @@
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
+#include "MediaData.hpp"
 #include "Output.hpp"
 #include "Quirks.hpp"
 #include "RiffScan.hpp"
@@ -9,8 +10,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <map>
 #include <set>
 
 namespace lxavi {
@@ -21,7 +20,9 @@ constexpr size_t kMostAnomalies = 1000; // the others are only counted
 
 class Checker {
 public:
-    explicit Checker(const Options& options) : m_reader(options), m_scan(RegularFile(m_reader)) {}
+    explicit Checker(const Options& options) : m_media(ReadMediaData(options)), m_reader(options), m_scan(options.file)
+    {
+    }
 
     std::vector<Anomaly> Run()
     {
@@ -41,12 +42,15 @@ public:
     UInt64 Found() const { return m_found; }
 
 private:
-    static const std::string& RegularFile(const Reader& reader)
+    // The default mode has no walk over the media data, so the file is opened in the format mode for it.
+    static MediaData ReadMediaData(Options options)
     {
+        options.defaultMode = false;
+        const Reader reader(options);
         if (!reader.IsRegularFile()) {
             throw Failure("cannot be checked: it is no regular file, and its structure is read twice");
         }
-        return reader.Settings().file;
+        return MediaData(reader);
     }
 
     void Note(UInt64 offset, const std::string& text)
@@ -108,8 +112,8 @@ private:
                                 "they are read one word off, and not usable for seeking",
                                 misread, m_scan.IndexChunks(), defaultMode ? 32 : 36, defaultMode ? 36 : 32));
         }
-        CheckRecords(m_scan.idx1, Idx1Base(), true);
-        CheckRecords(m_scan.openDml, 0, false);
+        CheckIdx1();
+        CheckOpenDml();
     }
 
     // The position from which the offsets of idx1 count: the file's start, the "movi" code, or the first chunk. The
@@ -117,16 +121,12 @@ private:
     UInt64 Idx1Base() const
     {
         constexpr size_t kTried = 16;
-        std::set<UInt64> chunks;
-        for (const ScannedChunk& chunk : m_scan.media) {
-            chunks.insert(chunk.offset);
-        }
         UInt64 best = 0;
         size_t most = 0;
         for (const UInt64 base : {UInt64{0}, m_scan.moviCode, m_scan.moviCode + 4}) {
             size_t right = 0;
             for (size_t i = 0; i < std::min(m_scan.idx1.size(), kTried); ++i) {
-                right += chunks.count(base + m_scan.idx1[i].offset);
+                right += m_media.Find(base + m_scan.idx1[i].offset) != nullptr ? 1 : 0;
             }
             best = right > most ? base : best;
             most = std::max(most, right);
@@ -134,48 +134,77 @@ private:
         return best;
     }
 
-    void CheckRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)
+    // In a file with an OpenDML index, idx1 is about the first list alone.
+    void CheckIdx1()
     {
-        if (records.empty()) {
-            return;
-        }
-        std::map<UInt64, const ScannedChunk*> byOffset;
-        for (const ScannedChunk& chunk : m_scan.media) {
-            byOffset[chunk.offset] = &chunk;
-        }
-        std::set<UInt64> listed;
-        for (const ScannedRecord& record : records) {
-            const UInt64 offset = base + record.offset;
-            const auto found = byOffset.find(offset);
-            if (found == byOffset.end()) {
-                if (IsMediaId(record.id)) {
-                    Note(record.at,
-                         fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
-                }
-                continue;
-            }
-            listed.insert(offset);
-            CompareRecord(record, *found->second, hasId);
-        }
-        for (const ScannedChunk& chunk : m_scan.media) {
-            if (!listed.contains(chunk.offset)) {
-                Note(chunk.offset, fmt::format("chunk '{}' is not listed by the index", FourCCText(chunk.id)));
+        const std::set<UInt64> listed = CompareRecords(m_scan.idx1, Idx1Base(), true);
+        const bool firstListAlone = !m_scan.openDml.empty() && !m_media.Lists().empty();
+        const UInt64 end = firstListAlone ? m_media.Lists().front().end : m_scan.bytes;
+        for (const lxAviRead_MediaChunk_t& chunk : m_media.Chunks()) {
+            if (!m_scan.idx1.empty() && chunk.uiOffset < end && !listed.contains(chunk.uiOffset)) {
+                Note(chunk.uiOffset, fmt::format("chunk '{}' is not listed by the index idx1", FourCCText(chunk.uiId)));
             }
         }
     }
 
-    void CompareRecord(const ScannedRecord& record, const ScannedChunk& chunk, bool hasId)
+    // Each stream has an OpenDML index of its own, or none.
+    void CheckOpenDml()
     {
-        if (record.size != chunk.size) {
-            Note(record.at, fmt::format("index record says {} bytes, the chunk at {} has {}", record.size, chunk.offset,
-                                        chunk.size));
+        const std::set<UInt64> listed = CompareRecords(m_scan.openDml, 0, false);
+        std::set<UInt32> streams;
+        for (const ScannedRecord& record : m_scan.openDml) {
+            streams.insert(StreamOf(record.id));
         }
-        if (hasId && record.id != chunk.id) {
+        for (const lxAviRead_MediaChunk_t& chunk : m_media.Chunks()) {
+            if (streams.contains(chunk.uiStreamNr) && !listed.contains(chunk.uiOffset)) {
+                Note(chunk.uiOffset,
+                     fmt::format("chunk '{}' is not listed by the index of its stream", FourCCText(chunk.uiId)));
+            }
+        }
+    }
+
+    // Compares records with the chunks that they name, and returns the offsets of these chunks.
+    std::set<UInt64> CompareRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)
+    {
+        std::set<UInt64> listed;
+        for (const ScannedRecord& record : records) {
+            const UInt64 offset = base + record.offset;
+            if (const lxAviRead_MediaChunk_t* const chunk = m_media.Find(offset); chunk != nullptr) {
+                listed.insert(offset);
+                CompareRecord(record, *chunk, hasId);
+            } else if (IsMediaId(record.id) && !IsDescriptor(record.id)) {
+                Note(record.at,
+                     fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
+            }
+        }
+        return listed;
+    }
+
+    static bool IsDescriptor(UInt32 id) { return id >> 16 == ('d' | 'd' << 8); }
+
+    void CompareRecord(const ScannedRecord& record, const lxAviRead_MediaChunk_t& chunk, bool hasId)
+    {
+        if (record.size != chunk.uiSize) {
+            Note(record.at, fmt::format("index record says {} bytes, the chunk at {} has {}", record.size,
+                                        chunk.uiOffset, chunk.uiSize));
+        }
+        if (hasId && record.id != chunk.uiId) {
             Note(record.at,
-                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id), FourCCText(chunk.id)));
+                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id), FourCCText(chunk.uiId)));
         }
-        const UInt64 header = chunk.offset;
-        m_flags[header] = {record.at, record.key};
+        CompareKeyFlag(record, chunk);
+    }
+
+    // The frame is believed, and not the index. A placeholder shows nothing and costs nothing, whatever its flag.
+    void CompareKeyFlag(const ScannedRecord& record, const lxAviRead_MediaChunk_t& chunk)
+    {
+        constexpr UInt32 kPlaceholderBytes = 8;
+        const bool isKey = chunk.eFrame == LX_AVIREAD_FRAME_KEY;
+        if (chunk.eFrame != LX_AVIREAD_FRAME_UNKNOWN && isKey != record.key && chunk.uiSize > kPlaceholderBytes) {
+            Note(record.at,
+                 fmt::format("index record says {}, by its own bytes the frame at {} is {}",
+                             record.key ? "key frame" : "no key frame", chunk.uiOffset, isKey ? "one" : "none"));
+        }
     }
 
     // ---- Delivery ----
@@ -209,14 +238,17 @@ private:
         }
     }
 
+    bool IsInStructure(UInt64 offset) const
+    {
+        return std::binary_search(m_scan.media.begin(), m_scan.media.end(), ScannedChunk{offset, 0, 0},
+                                  [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
+    }
+
     // Reports a delivered chunk that the file's structure does not have.
     void CheckGap(UInt64 expected, const Item& item)
     {
         const UInt64 begin = item.offset - (item.chunk.bDrm == 1 ? 18 : 0);
-        const bool known =
-            std::binary_search(m_scan.media.begin(), m_scan.media.end(), ScannedChunk{item.offset, 0, 0},
-                               [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
-        if (!known) {
+        if (!IsInStructure(item.offset)) {
             Note(item.offset, fmt::format("delivered a chunk where the file's structure has none ({} bytes behind the "
                                           "chunk before)",
                                           begin - std::min(begin, expected)));
@@ -230,13 +262,7 @@ private:
             return true;
         }
         try {
-            std::vector<UInt8> head;
-            m_reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
-                if (head.empty()) {
-                    head.assign(piece.begin(), piece.end());
-                }
-            });
-            CheckKeyFlag(item, head);
+            m_reader.ReadPayload(item, [](std::span<const UInt8>) {});
             return true;
         } catch (const Failure& failure) {
             Note(item.offset, failure.what());
@@ -244,30 +270,11 @@ private:
         }
     }
 
-    void CheckKeyFlag(const Item& item, std::span<const UInt8> head)
-    {
-        const auto flag = m_flags.find(item.offset);
-        if (item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO || flag == m_flags.end()) {
-            return;
-        }
-        const auto isKey = LooksLikeKeyFrame(CodingOf(*m_reader.Stream(item.chunk.uiStreamNr)).coding, head);
-        if (isKey && *isKey != flag->second.key) {
-            Note(flag->second.at,
-                 fmt::format("index record says {}, the frame at {} is {}",
-                             flag->second.key ? "key frame" : "no key frame", item.offset, *isKey ? "one" : "none"));
-        }
-    }
-
-    struct Flag {
-        UInt64 at; // file offset of the record
-        bool key;
-    };
-
+    const MediaData m_media;
     Reader m_reader;
     RiffScan m_scan;
     std::vector<Anomaly> m_anomalies;
     UInt64 m_found = 0;
-    std::map<UInt64, Flag> m_flags; // key: offset of the chunk
     UInt64 m_delivered = 0;
 };
 

@@ -72,32 +72,6 @@ Record FormatAs(const lxAviReadCore_StreamInfo_t& stream)
     return record;
 }
 
-// The byte behind the first occurrence of the bytes 00 00 01 `code`.
-std::optional<UInt8> ByteBehindStartCode(std::span<const UInt8> head, UInt8 code)
-{
-    for (size_t i = 0; i + 4 < head.size(); ++i) {
-        if (head[i] == 0 && head[i + 1] == 0 && head[i + 2] == 1 && head[i + 3] == code) {
-            return head[i + 4];
-        }
-    }
-    return std::nullopt;
-}
-
-// Whether the first coded picture of an H.264 frame in byte-stream format is an IDR picture.
-std::optional<bool> IsIdrFrame(std::span<const UInt8> head)
-{
-    for (size_t i = 0; i + 3 < head.size(); ++i) {
-        if (head[i] != 0 || head[i + 1] != 0 || head[i + 2] != 1) {
-            continue;
-        }
-        const int type = head[i + 3] & 0x1F;
-        if (type == 1 || type == 5) {
-            return type == 5;
-        }
-    }
-    return std::nullopt;
-}
-
 } // namespace
 
 lxAviRead_StrfVideo_t VideoFormatOf(const lxAviReadCore_StreamInfo_t& stream)
@@ -168,21 +142,6 @@ StreamCoding CodingOf(const lxAviReadCore_StreamInfo_t& stream)
         return stream.Header.fccType == kTxts ? StreamCoding{Coding::Text, "text", "txt"}
                                               : StreamCoding{Coding::Bitmap, "bitmap", "bin"};
     default: return {Coding::Other, "unknown", "bin"};
-    }
-}
-
-std::optional<bool> LooksLikeKeyFrame(Coding coding, std::span<const UInt8> head)
-{
-    switch (coding) {
-    case Coding::Mjpeg:
-    case Coding::Uncompressed: return head.empty() ? std::nullopt : std::optional<bool>(true);
-    case Coding::Mpeg4:
-        if (const auto byte = ByteBehindStartCode(head, 0xB6)) {
-            return (*byte >> 6) == 0; // an intra-coded picture
-        }
-        return std::nullopt;
-    case Coding::H264: return IsIdrFrame(head);
-    default: return std::nullopt;
     }
 }
 

@@ -1,10 +1,8 @@
-// The codings: names, file extensions for extracted streams, and a test for key frames by their payload.
+// The codings: names, and file extensions for extracted streams.
 
 #pragma once
 
 #include "Reader.hpp"
-
-#include <optional>
 
 namespace lxavi {
 
@@ -48,8 +46,5 @@ lxAviRead_StrfVideo_t VideoFormatOf(const lxAviReadCore_StreamInfo_t& stream);
 lxAviRead_StrfAudio_t AudioFormatOf(const lxAviReadCore_StreamInfo_t& stream);
 
 const char* TypeName(UInt32 streamType);
-
-// Whether the frame is a key frame, by its first bytes; empty when these bytes do not show it.
-std::optional<bool> LooksLikeKeyFrame(Coding coding, std::span<const UInt8> head);
 
 } // namespace lxavi

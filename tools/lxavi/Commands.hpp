@@ -36,6 +36,12 @@ struct StepOptions {
     StepMode mode = StepMode::Forward;
 };
 
+struct RepairOptions {
+    std::string output;
+    bool inPlace = false;
+    bool force = false;
+};
+
 int RunInfo(const Options& options);
 int RunChunks(const Options& options, const PlayOptions& play);
 int RunIndex(const Options& options);
@@ -43,5 +49,6 @@ int RunSeek(const Options& options, UInt32 time, const PlayOptions& play);
 int RunStep(const Options& options, const StepOptions& step);
 int RunExtract(const Options& options, const ExtractOptions& extract);
 int RunCheck(const Options& options);
+int RunRepair(const Options& options, const RepairOptions& repair);
 
 } // namespace lxavi

@@ -63,6 +63,8 @@ public:
 
     // Builds the key-frame table, as the options say. The result is LX_OK, or the reason why there is no table.
     UInt32 BuildIndex();
+    // Builds it from the media data, with a progress bar.
+    UInt32 ParseMediaData();
     // Whether the table comes from the media data.
     bool IsRebuilt() const { return m_isRebuilt; }
     bool HasTable() const;
@@ -93,7 +95,6 @@ public:
 
 private:
     UInt32 ParseIndex();
-    UInt32 ParseMediaData();
     UInt64 Position() const;
 
     Options m_options;

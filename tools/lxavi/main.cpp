@@ -1,4 +1,4 @@
-// lxavi: inspect, list, extract, seek, step and check AVI files from the command line.
+// lxavi: inspect, list, extract, seek, step, check and repair AVI files from the command line.
 
 #include "Commands.hpp"
 
@@ -67,13 +67,14 @@ void AddRounding(CLI::App* command, PlayOptions& play)
 
 int Run(int argc, char** argv)
 {
-    CLI::App app{"Inspects, lists, extracts, seeks, steps and checks AVI and OpenDML files."};
+    CLI::App app{"Inspects, lists, extracts, seeks, steps, checks and repairs AVI and OpenDML files."};
     app.set_version_flag("--version", VersionText());
     app.require_subcommand(1);
     Options options;
     PlayOptions play;
     ExtractOptions extract;
     StepOptions step;
+    RepairOptions repair;
     UInt32 time = 0;
     std::function<int()> command;
 
@@ -131,6 +132,18 @@ int Run(int argc, char** argv)
 
     AddCommand(app, "check", "Walk everything and report every anomaly", options)->callback([&] {
         command = [&] { return RunCheck(options); };
+    });
+
+    CLI::App* const repairing = AddCommand(app, "repair", "Write a copy with a fresh index and right headers", options);
+    CLI::Option* const output = repairing->add_option("-o,--output", repair.output, "The copy");
+    repairing->add_flag("--in-place", repair.inPlace, "Complete the file itself: append the index, correct the headers")
+        ->excludes(output);
+    repairing->add_flag("--force", repair.force, "Overwrite an existing file");
+    repairing->callback([&] {
+        if (repair.output.empty() && !repair.inPlace) {
+            throw CLI::RequiredError("--output or --in-place");
+        }
+        command = [&] { return RunRepair(options, repair); };
     });
 
     try {

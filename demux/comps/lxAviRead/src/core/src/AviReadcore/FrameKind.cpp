@@ -277,6 +277,18 @@ FrameKind LookAtIndeo4(const FrameHead& head, UInt32 /*lengthBytes*/)
     return KeyIf((bits >> 18 & 7) <= 1);
 }
 
+// Behind 16 bytes of frame header: the version of the bit stream, and the frame flags, of which bit 2 tells a key frame.
+FrameKind LookAtIndeo3(const FrameHead& head, UInt32 /*lengthBytes*/)
+{
+    constexpr size_t kFrameHeaderBytes = 16;
+    constexpr UInt8 kVersion = 32;
+    constexpr UInt8 kKeyFrame = 4;
+    if (head.bytes.size() < kFrameHeaderBytes + 4 || head.bytes[kFrameHeaderBytes] != kVersion) {
+        return FrameKind::Unknown;
+    }
+    return KeyIf((head.bytes[kFrameHeaderBytes + 2] & kKeyFrame) != 0);
+}
+
 // A range coder has coded `keyframe` as the first bit, with even odds: it is set where the first two bytes are in the
 // upper half of the range.
 FrameKind LookAtFfv1(const FrameHead& head, UInt32 /*lengthBytes*/)
@@ -323,8 +335,8 @@ constexpr CodecRule kCodecRules[] = {
     {FourCC("M263"), LookAtH263},      {FourCC("S263"), LookAtH263},      {FourCC("FLV1"), LookAtFlv1},
 
     {FourCC("VP80"), LookAtVp8},       {FourCC("VP90"), LookAtVp9},       {FourCC("AV01"), LookAtAv1},
-    {FourCC("CVID"), LookAtCinepak},   {FourCC("IV41"), LookAtIndeo4},    {FourCC("FFV1"), LookAtFfv1},
-    {FourCC("ZMBV"), LookAtZmbv},
+    {FourCC("IV31"), LookAtIndeo3},    {FourCC("IV32"), LookAtIndeo3},    {FourCC("CVID"), LookAtCinepak},
+    {FourCC("IV41"), LookAtIndeo4},    {FourCC("FFV1"), LookAtFfv1},      {FourCC("ZMBV"), LookAtZmbv},
 };
 
 FrameRule::LookFn LookOf(UInt32 codec)

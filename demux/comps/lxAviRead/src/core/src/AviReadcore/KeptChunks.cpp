@@ -213,3 +213,15 @@ UInt32 lxAviReadCore_GetFileText(UInt32 fourcc, char* pBuffer, UInt32 capacity)
     pBuffer[copied] = '\0';
     return length;
 }
+
+// The chunks are in a list with the one kept last in front.
+UInt32 lxAviReadCore_GetFileTextCode(UInt32 index)
+{
+    const KeptChunk* pChunk = s_pChunks;
+    for (UInt32 text = s_uiTexts; pChunk != Null; pChunk = pChunk->pNext) {
+        if (pChunk->pStream == Null && --text == index) {
+            return pChunk->uiCode;
+        }
+    }
+    return 0;
+}
