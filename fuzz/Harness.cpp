@@ -158,10 +158,38 @@ void CallQueries(UInt8 argument)
     }
     static_cast<void>(lxAviReadCore_GetReadSize(&size));
     static_cast<void>(lxAviReadCore_HasOnlyKeyFrames(argument));
+    static_cast<void>(lxAviReadCore_GetFrameKind(argument % 20, buffer, argument % 101));
+    static_cast<void>(lxAviReadCore_GetFileTextCode(argument));
     if (lxAviReadCore_GetStreamTime(argument, size, size) > lxAviReadCore_GetStreamTimeUsec(argument, size, size) &&
         (lxAviReadCore_GetAviInfo()->IndxOption & LX_AVIREAD_FOLLOW_FORMAT) != 0) {
         Fail("a time has more milliseconds than microseconds");
     }
+}
+
+// A progress function, and a visitor, that end the operation after some calls.
+UInt32 CountDown(void* pUser, UInt64 done, UInt64 all)
+{
+    if (done > all) {
+        Fail("more is done than there is");
+    }
+    return --*static_cast<UInt8*>(pUser);
+}
+
+UInt32 CheckChunk(void* pUser, const lxAviRead_MediaChunk_t* pChunk)
+{
+    UInt64& behind = *static_cast<UInt64*>(pUser);
+    if (pChunk->uiOffset < behind || pChunk->uiDescriptor > pChunk->uiOffset ||
+        pChunk->uiStreamNr >= LX_AVIREAD_STREAMS) {
+        Fail("a chunk of a walk cannot be");
+    }
+    behind = pChunk->uiOffset + 8 + pChunk->uiSize;
+    return 1;
+}
+
+void Walk()
+{
+    UInt64 behind = 0;
+    static_cast<void>(lxAviReadCore_WalkMediaData(CheckChunk, &behind));
 }
 
 void Call(UInt8 code, UInt8 argument)
@@ -170,7 +198,7 @@ void Call(UInt8 code, UInt8 argument)
     lxAviRead_ChunkData_t chunk = {};
     Bool flag = 0;
     const auto track = static_cast<Int32>(argument % 10) - 1;
-    switch (code % 21) {
+    switch (code % 23) {
     case 0: Play(argument, argument % 9); break;
     case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
     case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
@@ -194,6 +222,8 @@ void Call(UInt8 code, UInt8 argument)
             lxAviReadCore_OpenStream(0, fopen64("input", "rb"), argument % 3, argument * 8192u, argument, &flag));
         break;
     case 19: static_cast<void>(lxAviReadCore_SelectVideoStream(argument % 18)); break;
+    case 20: static_cast<void>(lxAviReadCore_ParseMediaData(0, CountDown, &argument)); break;
+    case 21: Walk(); break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

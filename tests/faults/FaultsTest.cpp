@@ -129,6 +129,10 @@ protected:
             EXPECT_EQ(lxAviReadCore_SetJumpToNextKeyFrameForTrickMode(&found, 0), LX_OK);
             note(PlayToTheEnd());
         }
+        if (option != 1) {
+            note(lxAviReadCore_ParseMediaData(0, nullptr, nullptr));
+            note(lxAviReadCore_WalkMediaData(PassOver, nullptr));
+        }
         if (lxAviReadCore_SelectVideoStream(2) == LX_OK) {
             note(lxAviReadCore_ParseIndex(0));
         }
@@ -139,6 +143,8 @@ protected:
         }
         return first;
     }
+
+    static UInt32 PassOver(void* /*pUser*/, const lxAviRead_MediaChunk_t* /*pChunk*/) { return 1; }
 
     UInt32 PlayToTheEnd()
     {

@@ -792,5 +792,32 @@ TEST_F(Quirks, Quirk_Q73_TheFirstVideoStreamIsTheOnlyOne)
     EXPECT_EQ(Info().videoStreamNr, 0);
 }
 
+TEST_F(Quirks, Quirk_Q74_WithoutAnIndexThereIsNoTable)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Bytes{0, 0, 1, 0xB6, 0x10, 0, 0, 0, 0, 0}, true);
+    ASSERT_EQ(Open(builder), LX_OK);
+    EXPECT_EQ(lxAviReadCore_ParseMediaData(0, nullptr, nullptr), LX_ERR_AVIREAD_NO_INDEX);
+    EXPECT_EQ(Info().KeyFramesListAsArray, nullptr);
+    const auto visit = [](void*, const lxAviRead_MediaChunk_t*) { return UInt32{1}; };
+    EXPECT_EQ(lxAviReadCore_WalkMediaData(visit, nullptr), LX_ERR_AVIREAD_NO_INDEX);
+    const Bytes frame = {0, 0, 1, 0xB6, 0x10, 0, 0, 0, 0, 0};
+    EXPECT_EQ(lxAviReadCore_GetFrameKind(0, frame.data(), 10), UInt32{LX_AVIREAD_FRAME_UNKNOWN});
+}
+
+TEST_F(Quirks, Quirk_Q75_IndexChunksAreMediaDataWhereNoIndexIsKnown)
+{
+    const Bytes index = U16(2) + Bytes{0, 1} + U32(0) + Text("00dc") + U32(4) + U32(0) + U32(0);
+    builder.Media("ix00", index, false, false).Frame(0, Fill(10), true);
+    for (const bool bFormat : {false, true}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        indxOptionOfOpen = bFormat ? LX_AVIREAD_FOLLOW_FORMAT | 1 : 1;
+        ASSERT_EQ(Open(builder), LX_OK);
+        Position();
+        const UInt64 header = builder.MediaItems()[0].uiOffset;
+        EXPECT_EQ(Next().uiPosition, bFormat ? builder.MediaItems()[1].uiOffset : header + 16);
+    }
+}
+
 } // namespace
 } // namespace avitest

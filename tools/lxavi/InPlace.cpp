@@ -2,13 +2,15 @@
 //
 //   1  the size of the `movi` list        ends the media data where they end
 //   2  the size of the RIFF list          ends there, too: what is appended behind it is not part of the file yet
-//   3  the index, behind the media data   nobody looks there
+//   3  the index, behind the media data   as a chunk of padding that is whole from the start: first zeros, then its
+//                                         header, then the records, so that nobody takes one of them for a chunk
 //   4  counts and lengths                 each is right by itself
-//   5  the size of the RIFF list          now the index is part of the file
-//   6  the flag that there is an index
+//   5  the size of the RIFF list          now the padding is part of the file
+//   6  the code of the padding            becomes that of an index
+//   7  the flag that there is an index
 //
 // An index that is there in part was left by such an interruption if it equals the first bytes of the one that would be
-// written. Then the rest is appended. Any other bytes behind the media data are not touched.
+// written, and has zeros behind them. Any other bytes behind the media data are not touched.
 
 #include "InPlace.hpp"
 
@@ -117,6 +119,18 @@ public:
         return true;
     }
 
+    // Makes the file as long as that, with zeros. Returns whether it was shorter.
+    bool Extend(UInt64 size)
+    {
+        if (lseek(m_file, 0, SEEK_END) >= static_cast<off_t>(size)) {
+            return false;
+        }
+        if (ftruncate(m_file, static_cast<off_t>(size)) != 0) {
+            Fail();
+        }
+        return true;
+    }
+
     // What was written before is on the medium before what is written after.
     void Settle()
     {
@@ -155,6 +169,8 @@ public:
         CorrectHeaders(file);
         file.Settle();
         Note(WriteFileSize(file, m_end + m_index.size()), "size of the file");
+        file.Settle();
+        Note(file.Write(m_end, "idx1"), "index");
         Note(WriteFlags(file), "flag of the index");
         file.Settle();
         return m_changed;
@@ -198,12 +214,22 @@ private:
     void LookBehind()
     {
         const UInt64 behind = m_reader.FileSize() - std::min(m_reader.FileSize(), m_end);
-        const auto there = m_source.Bytes(m_reader.FileSize() - behind, static_cast<size_t>(behind));
-        if (behind > m_index.size() || std::memcmp(there.data(), m_index.data(), there.size()) != 0) {
-            const bool isIndex = behind >= 4 && std::memcmp(there.data(), "idx1", 4) == 0;
+        const std::vector<UInt8> bytes =
+            m_source.Bytes(m_reader.FileSize() - behind, static_cast<size_t>(std::min<UInt64>(behind, m_index.size())));
+        const std::string there(bytes.begin(), bytes.end());
+        const bool isIndex = there.starts_with("idx1");
+        m_index.replace(0, 4, isIndex ? "idx1" : "JUNK");
+        if (behind != 0 && (behind != m_index.size() || !IsBegun(there))) {
             Refuse(isIndex ? "it has another index" : fmt::format("{} bytes follow its media data", behind));
         }
-        m_isIndexBegun = behind > 0;
+        m_isIndexThere = isIndex;
+    }
+
+    // Whether the bytes are the first ones of the index, and zeros.
+    bool IsBegun(const std::string& there) const
+    {
+        const auto differs = std::mismatch(there.begin(), there.end(), m_index.begin()).first;
+        return std::all_of(differs, there.end(), [](char byte) { return byte == 0; });
     }
 
     void EndMediaData(Patcher& file)
@@ -213,7 +239,7 @@ private:
         }
         const UInt64 behindSize = m_places.movi + 8;
         Note(file.Write(m_places.movi + 4, Bytes(static_cast<UInt32>(m_end - behindSize))), "size of the media data");
-        if (!m_isIndexBegun) { // else a part of an index may be in use
+        if (!m_isIndexThere) { // else it may be in use
             Note(WriteFileSize(file, m_end), "size of the file");
         }
     }
@@ -223,9 +249,11 @@ private:
     // In pieces, so that a large index is not one write.
     bool WriteIndex(Patcher& file) const
     {
+        constexpr size_t kHeader = 8;
         constexpr size_t kPiece = 64 * 1024;
-        bool written = false;
-        for (size_t at = 0; at < m_index.size(); at += kPiece) {
+        bool written = file.Extend(m_end + m_index.size());
+        written = file.Write(m_end, m_index.substr(0, kHeader)) || written;
+        for (size_t at = kHeader; at < m_index.size(); at += kPiece) {
             written = file.Write(m_end + at, m_index.substr(at, kPiece)) || written;
         }
         return written;
@@ -265,8 +293,8 @@ private:
     Places m_places;
     UInt64 m_start = 0; // of the media data
     UInt64 m_end = 0;
-    std::string m_index;
-    bool m_isIndexBegun = false;
+    std::string m_index; // as a chunk of padding, or as an index where one is begun
+    bool m_isIndexThere = false;
     std::vector<std::string> m_changed;
 };
 

@@ -107,6 +107,9 @@ bool IsFromOpenDml(const Reader& reader, const RiffScan& scan)
 std::string IndexKind(const Reader& reader, const RiffScan& scan)
 {
     const lxAviReadCore_AviInfo_t& state = reader.State();
+    if (reader.IsRebuilt()) {
+        return "none used: the table comes from the media data";
+    }
     if (IsFromOpenDml(reader, scan)) {
         const bool oneLevel = std::any_of(scan.indexes.begin(), scan.indexes.end(),
                                           [](const ScannedIndex& index) { return index.id == Code("indx"); });
@@ -127,7 +130,9 @@ std::string Usability(const Reader& reader, const RiffScan& scan, UInt32 result)
         return fmt::format("no ({})", CodeName(result));
     }
     const UInt32 misread = reader.Settings().defaultMode ? scan.IndexChunks() - scan.IndexesAt36() : scan.IndexesAt36();
-    return IsFromOpenDml(reader, scan) && misread > 0 ? "no (index records are read one word off)" : "yes";
+    return IsFromOpenDml(reader, scan) && misread > 0 && !reader.IsRebuilt()
+               ? "no (index records are read one word off)"
+               : "yes";
 }
 
 Json IndexReport(const Reader& reader, const RiffScan& scan, UInt32 result)
@@ -137,11 +142,13 @@ Json IndexReport(const Reader& reader, const RiffScan& scan, UInt32 result)
     json["kind"] = IndexKind(reader, scan);
     json["usable for seeking"] = Usability(reader, scan, result);
     json["idx1 records"] = state.idx1Size / 16;
-    const UInt32 found = CountFrames(reader, IsFromOpenDml(reader, scan) ? scan.openDml : scan.idx1).key;
     const auto stored = static_cast<UInt32>(reader.Table().size());
-    json["key frames found"] = found;
+    if (!reader.IsRebuilt()) {
+        const UInt32 found = CountFrames(reader, IsFromOpenDml(reader, scan) ? scan.openDml : scan.idx1).key;
+        json["key frames found"] = found;
+        json["every n-th is stored"] = stored > 0 ? (found + stored - 1) / stored : 0;
+    }
     json["key frames stored"] = stored;
-    json["every n-th is stored"] = stored > 0 ? (found + stored - 1) / stored : 0;
     json["leaves"] = state.KeyFramesListAsArrayLength;
     const UInt64 used =
         UInt64{state.KeyFramesListAsArrayLength} * (sizeof(lxAviReadCore_KeyFrameLeaf_t) + sizeof(void*));

@@ -112,7 +112,9 @@ namespace {
 
 bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
-    return (LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1) || id == FourCC("JUNK");
+    const bool bIndexChunk =
+        LowHalf(id) == TwoCC("ix") && (pAviInfo->bIndxPresent == 1 || IndexChunksAreNeverMedia(pAviInfo));
+    return bIndexChunk || id == FourCC("JUNK");
 }
 
 bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)

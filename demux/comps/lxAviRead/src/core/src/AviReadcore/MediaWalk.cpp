@@ -3,10 +3,12 @@
 //   "00dc" size payload …   header read, payload passed over; of a video frame the first bytes are looked at
 //   anything else           passed over by the search of delivery (MediaSearch.cpp)
 //
-// A chunk that claims more bytes than its list or the file has left is damage, or was cut. Its size says nothing, so the
-// search goes on behind its header. From there on the payload of that chunk is searched, too, and looks like a chunk here
-// and there: until the next whole one, a chunk counts only if the list ends behind it, or another chunk begins there.
-// The search never goes back, so that the work stays in proportion to the size of the file.
+// A chunk that claims more bytes than its list has left means one of two things. If another chunk begins where it ends, the
+// list is longer than it says: its writer was stopped before it brought the size up to date. Else the chunk is damaged, or
+// was cut. Its size says nothing, so the search goes on behind its header. From there on the payload of that chunk is
+// searched, too, and looks like a chunk here and there: until the next whole one, a chunk counts only if the list ends
+// behind it, or another chunk begins there. The search never goes back, so that the work stays in proportion to the size
+// of the file.
 
 #include "internal/MediaWalk.hpp"
 #include "internal/Delivery.hpp"
@@ -21,12 +23,15 @@ namespace {
 constexpr UInt32 kFirstHeadBytes = 256;
 static_assert(kMostHeadBytes <= kMetaDataBytes);
 
-// Whether a chunk of the media data can begin with this identifier.
+bool IsMediaOfAStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
+{
+    return IsMediaChunk(pAviInfo, id) && StreamTypeOf(pAviInfo, StreamNumber(LowHalf(id))) != LX_AVIREAD_STREAM_NONE;
+}
+
+// Whether a `movi` list can have a chunk, or a list, with this identifier.
 bool IsPlausible(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
-    const bool bOfAStream = StreamTypeOf(pAviInfo, StreamNumber(LowHalf(id))) != LX_AVIREAD_STREAM_NONE;
-    return (IsMediaChunk(pAviInfo, id) && bOfAStream) || LowHalf(id) == TwoCC("ix") || id == FourCC("JUNK") ||
-           id == FourCC("LIST");
+    return IsMediaOfAStream(pAviInfo, id) || LowHalf(id) == TwoCC("ix") || id == FourCC("JUNK") || id == FourCC("LIST");
 }
 
 } // namespace
@@ -65,6 +70,57 @@ UInt64 MediaWalk::BytesInAll() const
 // Where the current list ends, or the file.
 UInt64 MediaWalk::EndOfList() const { return std::min(EndOfDelivery(m_pAviInfo), m_uiFileSize); }
 
+// ---- Lists that are longer than they say ----
+
+// How far the current list can reach: to the header of the next one, or to the end of the file.
+UInt64 MediaWalk::FurthestEnd() const
+{
+    constexpr UInt32 kLargestList = 0xFFFFFFFEu;
+    const Segment list = CurrentSegment(m_pAviInfo);
+    const UInt64 end = std::min(m_uiFileSize, StartOf(list) + kLargestList);
+    return list.pNextAvix != Null ? std::min(end, StartOf(*list.pNextAvix) - kListHeaderBytes) : end;
+}
+
+void MediaWalk::GrowTo(UInt64 end) const
+{
+    if (Segment* const pList = m_pAviInfo->pCurrentAvix; pList != Null && end > EndOf(*pList)) {
+        LX_LOG(kLevelHeader, "AviReadCore : the media data go on behind the end of their list");
+        pList->moviDataSize = static_cast<UInt32>(end - StartOf(*pList));
+    }
+}
+
+// Reads the header at `offset`, if one ends before `end`, else zeros.
+UInt32 MediaWalk::Peek(UInt64 offset, UInt64 end, UInt32 (&header)[2]) const
+{
+    if (offset + sizeof header > end) {
+        return LX_OK;
+    }
+    if (!SeekAndRemember(m_pAviInfo, offset, kFromStart)) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    return ReadRecord(m_pAviInfo, header);
+}
+
+// Lets the current list grow by a whole chunk that begins where the list ends.
+UInt32 MediaWalk::GrowAtEnd() const
+{
+    const UInt64 place = m_pAviInfo->CurrentOffset;
+    if (place + kChunkHeaderBytes <= EndOfDelivery(m_pAviInfo)) {
+        return LX_OK;
+    }
+    const UInt64 offset = place + (place & 1u);
+    const UInt64 furthest = FurthestEnd();
+    UInt32 header[2] = {}; // identifier, size
+    LX_AVIREAD_TRY(Peek(offset, furthest, header));
+    const UInt64 end = offset + sizeof header + header[1];
+    if (IsMediaOfAStream(m_pAviInfo, header[0]) && end <= furthest) {
+        GrowTo(end);
+    }
+    return SeekAndRemember(m_pAviInfo, place, kFromStart) ? LX_OK : UInt32{LX_ERR_AVIREAD_SEEK};
+}
+
+// ---- The way from chunk to chunk ----
+
 UInt32 MediaWalk::Next(MediaChunk& chunk)
 {
     const UInt32 result = Find(chunk);
@@ -77,6 +133,7 @@ UInt32 MediaWalk::Find(MediaChunk& chunk)
         lxAviRead_ChunkData_t data = {};
         MediaHeader header = {};
         LX_AVIREAD_TRY(HearAbort(m_pAviInfo));
+        LX_AVIREAD_TRY(GrowAtEnd());
         LX_AVIREAD_TRY(ReadMediaHeader(m_pAviInfo, &data, header));
         if (!IsOfKnownStream(data)) {
             continue; // its size cannot be trusted; delivery searches on behind the header, too
@@ -100,28 +157,27 @@ UInt32 MediaWalk::Find(MediaChunk& chunk)
 UInt32 MediaWalk::Examine(UInt32 size, bool& bWhole)
 {
     const UInt64 payload = m_pAviInfo->CurrentOffset;
-    const UInt64 end = EndOfList();
-    bWhole = payload <= end && size <= end - payload;
-    if (!bWhole) {
-        m_pDamaged = m_pAviInfo->pCurrentAvix;
-        return LX_OK;
+    const UInt64 end = payload + size;
+    const bool bInList = end <= EndOfList();
+    bWhole = bInList || end <= FurthestEnd();
+    if (bWhole && !(bInList && IsTrusted())) {
+        LX_AVIREAD_TRY(ExamineBehind(end + (end & 1u), bInList ? EndOfList() : FurthestEnd(), bWhole));
+        bWhole = bWhole || (bInList && end + 1 + kChunkHeaderBytes > EndOfList());
+        LX_AVIREAD_TRY(SeekAndRemember(m_pAviInfo, payload, kFromStart) ? LX_OK : UInt32{LX_ERR_AVIREAD_SEEK});
     }
-    if (IsTrusted()) {
-        return LX_OK;
+    if (bWhole) {
+        GrowTo(end);
     }
-    const UInt64 behind = payload + size + (size & 1u);
-    if (behind + kChunkHeaderBytes <= end) {
-        UInt32 id = 0;
-        if (!SeekAndRemember(m_pAviInfo, behind, kFromStart)) {
-            return LX_ERR_AVIREAD_SEEK;
-        }
-        LX_AVIREAD_TRY(ReadRecord(m_pAviInfo, id));
-        bWhole = IsPlausible(m_pAviInfo, id);
-        if (!SeekAndRemember(m_pAviInfo, payload, kFromStart)) {
-            return LX_ERR_AVIREAD_SEEK;
-        }
-    }
-    m_pDamaged = bWhole ? Null : m_pDamaged;
+    m_pDamaged = bWhole ? Null : m_pAviInfo->pCurrentAvix;
+    return LX_OK;
+}
+
+// Whether a chunk begins at `behind`, and its header ends before `end`.
+UInt32 MediaWalk::ExamineBehind(UInt64 behind, UInt64 end, bool& bFollowed) const
+{
+    UInt32 header[2] = {};
+    LX_AVIREAD_TRY(Peek(behind, end, header));
+    bFollowed = IsPlausible(m_pAviInfo, header[0]);
     return LX_OK;
 }
 

@@ -20,7 +20,8 @@ struct MediaChunk {
 // The streams whose frames a walk looks at.
 enum class LookAt : UInt8 { NoFrames, MainVideo, AllVideo };
 
-// Delivery uses the same search, so that both meet the same chunks. The walk changes the place of delivery.
+// Delivery uses the same search, so that both meet the same chunks. The walk changes the place of delivery. A list that
+// proves to be longer than it says is that long from then on.
 class MediaWalk {
 public:
     // A walk that looks at frames needs the batch buffer.
@@ -36,10 +37,15 @@ public:
     UInt64 BytesInAll() const;
 
 private:
-    UInt32 Find(MediaChunk& chunk);
+    [[nodiscard]] UInt32 Find(MediaChunk& chunk);
     bool IsTrusted() const { return m_pAviInfo->pCurrentAvix != m_pDamaged; }
     UInt64 EndOfList() const;
+    UInt64 FurthestEnd() const;
+    void GrowTo(UInt64 end) const;
+    [[nodiscard]] UInt32 GrowAtEnd() const;
+    [[nodiscard]] UInt32 Peek(UInt64 offset, UInt64 end, UInt32 (&header)[2]) const;
     [[nodiscard]] UInt32 Examine(UInt32 size, bool& bWhole);
+    [[nodiscard]] UInt32 ExamineBehind(UInt64 behind, UInt64 end, bool& bFollowed) const;
     [[nodiscard]] UInt32 PassOver(MediaChunk& chunk);
     [[nodiscard]] UInt32 LookAtFrame(const FrameRule& rule, MediaChunk& chunk, UInt32& seen);
 

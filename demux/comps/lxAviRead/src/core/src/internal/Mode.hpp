@@ -214,6 +214,11 @@ inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 // Quirk Q20
 inline bool StepsEndWithTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// Index chunks between the media chunks are stepped over in every file. The default mode does so only if a stream list
+// holds an index; in other files it slides over them, and takes the identifier in them for a chunk.
+// Quirk Q75
+inline bool IndexChunksAreNeverMedia(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // Frames count from 0, with a key-frame table or without one.
 // Quirk Q25
 inline bool FramesCountFromZero(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }

@@ -1,0 +1,338 @@
+#!/usr/bin/env python3
+"""Tests lxavi repair: copies of damaged files, and files completed in place. Usage: repairing.py LXAVI SAMPLES INTERRUPT
+
+INTERRUPT is a library that ends the tool after so many writes."""
+
+import csv
+import io
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+from material import LXAVI, SAMPLES, corpus, has_room_for_a_large_file, large_file, made_files, rows, run  # noqa: E402
+from plainwalker import walk  # noqa: E402
+
+INTERRUPT = sys.argv[3]
+CUTS = 200
+NEEDS_MEDIA_TOOL = unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+
+
+def lxavi(*arguments, **options):
+    return subprocess.run([LXAVI, *map(str, arguments)], capture_output=True, text=True, check=False, **options)
+
+
+def packets(path):
+    """(size, checksum) of each packet by stream, as the media tool reads them. It does not parse payloads."""
+    out = subprocess.run(["ffprobe", "-v", "error", "-fflags", "+noparse+nofillin", "-show_entries",
+                          "packet=stream_index,size,data_hash", "-show_data_hash", "crc32", "-of", "csv=p=0", str(path)],
+                         capture_output=True, text=True, check=False).stdout
+    streams = {}
+    for line in csv.reader(io.StringIO(out)):
+        if len(line) >= 3:
+            streams.setdefault(line[0], []).append((line[1], line[2]))
+    return streams
+
+
+def chunks(path):
+    return [(c.code, c.size, c.crc) for c in walk(path).chunks]
+
+
+def without_index(data):
+    """The file up to its index."""
+    return data[:data.rindex(b"idx1")]
+
+
+def unfinished(data):
+    """The same as its writer had it before the end: sizes and counts of 0."""
+    data = bytearray(without_index(data))
+    struct.pack_into("<I", data, 4, 0)
+    struct.pack_into("<I", data, data.index(b"movi") - 4, 0)
+    struct.pack_into("<I", data, data.index(b"avih") + 8 + 16, 0)
+    at = data.find(b"strh")
+    while at >= 0:
+        struct.pack_into("<I", data, at + 8 + 32, 0)
+        at = data.find(b"strh", at + 4)
+    return bytes(data)
+
+
+MPEG4, MJPEG, TWO, DV = (SAMPLES / f"{n}.avi" for n in ("mpeg4_mp3", "mjpeg_pcm", "two_audio", "dv_opendml"))
+
+
+class Repair(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="lxavi-repair-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def file(self, data, name="file.avi"):
+        path = self.folder / name
+        path.write_bytes(data)
+        return path
+
+    def repaired(self, path, *options, name="out.avi"):
+        out = self.folder / name
+        result = lxavi("repair", path, "-o", out, "--force", "--json", *options)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return out, json.loads(result.stdout)
+
+    def assert_good(self, path):
+        result = lxavi("check", path)
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
+
+class Copies(Repair):
+    def test_a_good_file_stays_what_it_is(self):
+        for path in (MPEG4, MJPEG, TWO, DV):
+            with self.subTest(file=path.name):
+                out, report = self.repaired(path)
+                self.assert_good(out)
+                self.assertEqual(chunks(out), chunks(path))
+                self.assertEqual((report["places left out"], report["bytes left out"], report["RIFF lists"]), (0, 0, 1))
+                self.assertEqual(report["chunks"], len(chunks(path)))
+                table = [(r["frame"], r["time_ms"], r["a0_frame"], r["a0_bytes"]) for r in rows("index", path)]
+                self.assertEqual([(r["frame"], r["time_ms"], r["a0_frame"], r["a0_bytes"]) for r in rows("index", out)],
+                                 table)
+                again, _ = self.repaired(out, name="again.avi")
+                self.assertEqual(again.read_bytes(), out.read_bytes())
+
+    def test_headers_of_an_unfinished_file_are_filled_in(self):
+        for path in (MPEG4, MJPEG, TWO):
+            with self.subTest(file=path.name):
+                out, _ = self.repaired(self.file(unfinished(path.read_bytes())))
+                whole, _ = self.repaired(path, name="whole.avi")
+                self.assertEqual(out.read_bytes(), whole.read_bytes())
+                original = json.loads(run(LXAVI, "info", str(path), "--json"))
+                info = json.loads(run(LXAVI, "info", str(out), "--json"))
+                self.assertEqual([s["length"] for s in info["stream"]], [s["length"] for s in original["stream"]])
+                self.assertEqual(info["duration"], original["duration"])
+
+    def test_damage_is_left_out_and_counted(self):
+        data = MPEG4.read_bytes()
+        found = walk(MPEG4).chunks
+        at = found[100].offset
+        middle = found[200].offset
+        damaged = data[:at] + b"\xAA" * 1000 + data[at:middle] + struct.pack("<4sI", b"00dc", 0x7FFFFFFF) + data[middle + 8:]
+        out, report = self.repaired(self.file(damaged))
+        self.assert_good(out)
+        self.assertEqual(chunks(out), chunks(MPEG4)[:200] + chunks(MPEG4)[201:])
+        self.assertEqual(report["places left out"], 2)
+        self.assertEqual(report["bytes left out"], 1000 + found[201].offset - middle)
+
+    def test_lists_of_records_are_resolved_and_palettes_kept(self):
+        data = MJPEG.read_bytes()
+        found = walk(MJPEG).chunks
+        head, body = data[:found[0].offset], data[found[0].offset:data.rindex(b"idx1")]
+        palette = b"00pc" + struct.pack("<I", 6) + b"\0\1\0\0\1\2"
+        split = found[50].offset - found[0].offset
+        record = b"LIST" + struct.pack("<I", 4 + split) + b"rec " + body[:split]
+        out, report = self.repaired(self.file(head + record + palette + b"JUNK\4\0\0\0abcd" + body[split:]))
+        self.assert_good(out)
+        self.assertEqual(chunks(out), chunks(MJPEG))
+        self.assertEqual((report["chunks"], report["bytes left out"]), (len(found) + 1, 0))
+        self.assertEqual(out.read_bytes().count(palette), 1)
+        self.assertIn((b"00pc", 0x100), [entry[:2] for entry in walk(out).idx1])
+
+    def test_codec_data_names_and_texts_are_kept(self):
+        data = TWO.read_bytes()
+        at = data.index(b"LIST", data.index(b"hdrl"))
+        self.assertEqual(data[at + 8:at + 12], b"strl")
+        name = b"strn\6\0\0\0Kino\0\0"
+        size, hdrl = struct.unpack_from("<I", data, at + 4)[0], struct.unpack_from("<I", data, 16)[0]
+        data = bytearray(data[:at + 8 + size] + name + data[at + 8 + size:])
+        struct.pack_into("<I", data, at + 4, size + len(name))
+        struct.pack_into("<I", data, 16, hdrl + len(name))
+        movi = data.index(b"movi") - 8
+        info = b"LIST" + struct.pack("<I", 4 + 14 + 12) + b"INFO" + b"INAM\6\0\0\0Titel\0" + b"IART\4\0\0\0Ich\0"
+        out, _ = self.repaired(self.file(data[:movi] + info + data[movi:]))
+        written = out.read_bytes()
+        self.assertEqual(written.count(name), 1)
+        self.assertEqual(written.count(info[12:]), 1)
+        for kept in (b"strf", b"vprp"):
+            self.assertEqual(written.count(kept), bytes(data).count(kept))
+
+    def test_an_index_knows_key_frames_of_a_codec_without_a_rule(self):
+        data = bytearray(MPEG4.read_bytes())
+        for handler in (b"FMP4", b"XVID", b"xvid", b"DX50"):
+            data = data.replace(handler, b"abcd")
+        path = self.file(data)
+        keys = [r["frame"] for r in rows("index", path)]
+        self.assertGreater(len(keys), 3)
+        out, _ = self.repaired(path)
+        self.assertEqual([r["frame"] for r in rows("index", out)], keys)
+        cut, report = self.repaired(self.file(without_index(bytes(data))))
+        self.assertEqual([r["frame"] for r in rows("index", cut)], ["0"])
+        self.assertEqual(report["key frames"], 1)
+
+    def test_nothing_is_overwritten_without_being_told(self):
+        path, out = self.file(MJPEG.read_bytes()), self.folder / "out.avi"
+        out.write_bytes(b"mine")
+        result = lxavi("repair", path, "-o", out)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("--force", result.stderr)
+        self.assertEqual(out.read_bytes(), b"mine")
+        self.assertEqual(lxavi("repair", path, "-o", out, "--force").returncode, 0)
+        self.assertIn("would be overwritten", lxavi("repair", path, "-o", path, "--force").stderr)
+        (self.folder / "link.avi").symlink_to(path)
+        self.assertIn("would be overwritten", lxavi("repair", path, "-o", self.folder / "link.avi", "--force").stderr)
+        self.assertEqual(path.read_bytes(), MJPEG.read_bytes())
+
+    def test_wrong_usage_and_wrong_input(self):
+        for arguments in (("repair", MPEG4), ("repair", MPEG4, "-o", "x", "--in-place"), ("repair",)):
+            self.assertEqual(lxavi(*arguments).returncode, 2, arguments)
+        empty, none = self.file(b"", "empty"), self.file(MPEG4.read_bytes()[:3000], "none")
+        for path, why in ((self.folder, "is a directory"), (empty, "LX_ERR_AVIREAD_EOF"), (none, "LX_ERR_AVIREAD_EOF")):
+            result = lxavi("repair", path, "-o", self.folder / "out.avi")
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(why, result.stderr)
+        self.assertIn("No such file", lxavi("repair", MPEG4, "-o", self.folder / "no" / "out.avi").stderr)
+
+        self.assertEqual(sorted(p.name for p in self.folder.iterdir()), ["empty", "none"])
+
+    @NEEDS_MEDIA_TOOL
+    def test_copies_of_good_files_have_the_packets_of_the_originals(self):
+        for path in [MPEG4, MJPEG, TWO, DV] + made_files() + corpus():
+            with self.subTest(file=path.name):
+                if not walk(path).chunks:
+                    continue
+                out, _ = self.repaired(path)
+                theirs, ours = packets(path), packets(out)
+                for stream, expected in theirs.items():
+                    count = sum(c.stream == int(stream) and c.size > 0 for c in walk(path).chunks)
+                    self.assertGreaterEqual(len(expected), min(count, len(expected)))
+                    got = ours.get(stream, [])
+                    self.assertEqual(got, expected[:len(got)])
+                    self.assertGreaterEqual(len(got), count)  # behind the media data the media tool finds leftovers
+
+    @NEEDS_MEDIA_TOOL
+    def test_cut_files_keep_every_whole_packet(self):
+        source = random.Random(18)
+        files = [f for f in [MPEG4, MJPEG, TWO] + made_files() + corpus() if len(walk(f).chunks) > 8]
+        for n in range(CUTS):
+            path = files[n % len(files)]
+            data, found = path.read_bytes(), walk(path).chunks
+            at = source.randrange(found[1].offset, found[-1].offset)
+            with self.subTest(file=path.name, at=at):
+                cut = self.file(data[:at])
+                out, _ = self.repaired(cut)
+                self.assert_good_apart_from_streams_without_chunks(out)
+                self.assertEqual(chunks(out), [(c.code, c.size, c.crc) for c in found if c.offset + 8 + c.size <= at])
+                theirs, ours = packets(cut), packets(out)
+                for stream in set(theirs) | set(ours):
+                    got, expected = ours.get(stream, []), theirs.get(stream, [])
+                    self.assertEqual(got, expected[:len(got)])
+                    self.assertLessEqual(len(expected) - len(got), 1)  # the packet that was cut
+
+    def assert_good_apart_from_streams_without_chunks(self, path):
+        result = lxavi("check", path, "--json")
+        found = [a["anomaly"] for a in json.loads(result.stdout) if not a["quirk"]]
+        if any(c.code[2:] in (b"dc", b"db") for c in walk(path).chunks):
+            self.assertEqual(found, [])
+
+    @unittest.skipUnless(has_room_for_a_large_file(), "no media tool, or not enough room on the disk")
+    def test_a_large_copy_has_a_list_per_gib_and_super_indexes(self):
+        path = large_file()
+        self.addCleanup(path.unlink)
+        original = [(r["stream"], r["size"], r["crc32"]) for r in rows("chunks", path)]
+        out, report = self.repaired(path)
+        self.addCleanup(out.unlink)
+        self.assertEqual((report["RIFF lists"], report["index"]), (2, "OpenDML super indexes, and idx1"))
+        self.assert_good(out)
+        self.assertEqual([(r["stream"], r["size"], r["crc32"]) for r in rows("chunks", out)], original)
+        info = json.loads(run(LXAVI, "info", str(out), "--json"))
+        self.assertEqual(info["index"]["kind"], "OpenDML, super index")
+        self.assertEqual(info["frames in file"], 450)
+        self.assertLess(info["frames in first list"], 450)
+        table = rows("index", out, "--budget", "100000000")
+        self.assertEqual(table, rows("index", out, "--budget", "100000000", "--rebuild=always"))
+        self.assertEqual(len(table), 450)
+
+
+class InPlace(Repair):
+    def complete(self, path, status=0):
+        result = lxavi("repair", path, "--in-place", "--json")
+        self.assertEqual(result.returncode, status, result.stderr)
+        return json.loads(result.stdout)["corrected"] if status == 0 else result.stderr
+
+    def test_an_unfinished_file_is_completed(self):
+        for source in (MPEG4, MJPEG, TWO):
+            with self.subTest(file=source.name):
+                path = self.file(unfinished(source.read_bytes()))
+                corrected = self.complete(path)
+                self.assertIn("index", corrected)
+                self.assertIn("size of the media data", corrected)
+                self.assert_good(path)
+                self.assertEqual(chunks(path), chunks(source))
+                self.assertEqual([r["frame"] for r in rows("index", path)], [r["frame"] for r in rows("index", source)])
+                self.assertEqual(json.loads(run(LXAVI, "info", str(path), "--json"))["stream"],
+                                 json.loads(run(LXAVI, "info", str(source), "--json"))["stream"])
+                done = path.read_bytes()
+                self.assertEqual(self.complete(path), [])
+                self.assertEqual(path.read_bytes(), done)
+
+    def test_a_pad_byte_is_added(self):
+        data = MPEG4.read_bytes()
+        odd = next(c for c in walk(MPEG4).chunks if c.size % 2 == 1)
+        path = self.file(data[:odd.offset + 8 + odd.size])
+        self.assertIn("pad byte of the last chunk", self.complete(path))
+        self.assert_good(path)
+
+    def test_other_files_are_refused_and_not_touched(self):
+        data = MPEG4.read_bytes()
+        last = walk(MPEG4).chunks[-1]
+        cases = ((data[:last.offset + 9], "its last chunk is cut or damaged (9 bytes)"),
+                 (without_index(data) + b"abcdefgh", "8 bytes follow its media data"),
+                 (data[:-16], "it has another index") if self.differs(data) else (data[:last.offset + 3], "is cut"),
+                 (DV.read_bytes() + b"RIFF\x18\0\0\0AVIXLIST\x0c\0\0\0movi00dc\0\0\0\0", "several lists"))
+        for content, why in cases:
+            path = self.file(content)
+            self.assertIn(why, self.complete(path, 1))
+            self.assertEqual(path.read_bytes(), content)
+        path = self.file(unfinished(data))
+        if os.geteuid() != 0:
+            path.chmod(0o400)
+            self.assertIn("cannot be written: Permission denied", self.complete(path, 1))
+
+    def differs(self, data):
+        """Whether the index of the sample is another one than the tool writes."""
+        path = self.file(unfinished(data))
+        self.complete(path)
+        return path.read_bytes()[-len(data) + data.rindex(b"idx1"):] != data[data.rindex(b"idx1"):]
+
+    def test_wherever_it_is_killed_the_file_plays_as_before_and_the_next_run_finishes(self):
+        for source in (MPEG4, MJPEG):
+            broken = unfinished(source.read_bytes())
+            path = self.file(broken)
+            self.complete(path)
+            done = path.read_bytes()
+            before = self.playable(self.file(broken))
+            for n in range(1, 100):
+                path = self.file(broken)
+                result = lxavi("repair", path, "--in-place",
+                               env={**os.environ, "LD_PRELOAD": INTERRUPT, "INTERRUPT_AFTER": str(n)})
+                with self.subTest(file=source.name, writes=n):
+                    self.assertEqual(self.playable(path), before)
+                    self.complete(path)
+                    self.assertEqual(path.read_bytes(), done)
+                if result.returncode != -signal.SIGKILL:
+                    break
+            self.assertEqual(result.returncode, 0)
+            self.assertGreater(n, 6)
+
+    def playable(self, path):
+        """What is delivered, and by the media tool, if there is one."""
+        delivered = [(r["offset"], r["size"], r["time_ms"], r["crc32"]) for r in rows("chunks", path)]
+        return delivered, packets(path) if shutil.which("ffprobe") else None
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
