@@ -108,6 +108,9 @@ int main(int argc, char** argv)
     if (result == LX_OK) {
         result = lxAviReadCore_ParseIndex(0); /* seeks need the table */
     }
+    if (result == LX_ERR_AVIREAD_NO_INDEX) { /* a player asks the user first: this reads in the whole file */
+        result = lxAviReadCore_ParseMediaData(0, NULL, NULL);
+    }
     if (result == LX_OK) {
         const unsigned long count = strtoul(argv[2], NULL, 10);
         result = WriteFrames(count < MOST_FRAMES ? (UInt32)count : MOST_FRAMES, argv[3]);

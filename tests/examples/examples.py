@@ -176,6 +176,14 @@ class Examples(unittest.TestCase):
                 self.assertEqual(decoded.stderr, b"")
                 self.assertGreater(len(decoded.stdout), 1000)
 
+    def test_thumbnails_of_a_file_without_an_index_are_the_same(self):
+        data = MJPEG.read_bytes()
+        path = self.folder / "cut.avi"
+        path.write_bytes(data[:data.rindex(b"idx1")])
+        lines = [example("thumbnails", p, 3, self.folder).stdout for p in (path, MJPEG)]
+        self.assertEqual(lines[0], lines[1])
+        self.assertEqual(lines[0].count(" at "), 3)
+
     def test_the_samples_pictures_are_at_equal_distances(self):
         result = example("thumbnails", MJPEG, 3, self.folder)
         self.assertEqual(re.findall(r"at ([\d.]+) s", result.stdout), ["0.000", "1.933", "3.933"])

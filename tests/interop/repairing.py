@@ -131,7 +131,8 @@ class Copies(Repair):
     def test_lists_of_records_are_resolved_and_palettes_kept(self):
         data = MJPEG.read_bytes()
         found = walk(MJPEG).chunks
-        head, body = data[:found[0].offset], data[found[0].offset:data.rindex(b"idx1")]
+        head, body = bytearray(data[:found[0].offset]), data[found[0].offset:data.rindex(b"idx1")]
+        head[-8:-4] = bytes(4)  # the size of the list: its writer was stopped
         palette = b"00pc" + struct.pack("<I", 6) + b"\0\1\0\0\1\2"
         split = found[50].offset - found[0].offset
         record = b"LIST" + struct.pack("<I", 4 + split) + b"rec " + body[:split]

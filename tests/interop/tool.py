@@ -199,6 +199,34 @@ class Tool(unittest.TestCase):
         self.assertEqual(lxavi("chunks", path, "--from", "1000").returncode, 1)
         self.assertEqual(lxavi("chunks", path, "--csv").returncode, 0)
 
+    def test_rebuild_makes_every_command_work_without_an_index(self):
+        data = MPEG4.read_bytes()
+        path = self.file(data[:data.rindex(b"idx1")])
+        for arguments in (("index",), ("seek", "3000"), ("step", "--count", "3"), ("chunks", "--from", "3000"),
+                          ("index", "--csv"), ("step", "--count", "2", "--mode", "back", "--from", "3000")):
+            with self.subTest(arguments=arguments):
+                self.assertEqual(lxavi(arguments[0], path, *arguments[1:]).returncode, 1)
+                for rebuild in ("--rebuild", "--rebuild=auto", "--rebuild=always"):
+                    rebuilt = lxavi(arguments[0], path, *arguments[1:], rebuild)
+                    self.assertEqual(rebuilt.returncode, 0, rebuilt.stderr)
+                    self.assertEqual(rebuilt.stdout, lxavi(arguments[0], MPEG4, *arguments[1:]).stdout)
+        self.assertEqual(lxavi("chunks", path, "--csv", "--rebuild").stderr, "")
+        for folder, source in (("a", path), ("b", MPEG4)):
+            options = ("--rebuild",) if folder == "a" else ()
+            self.assertEqual(lxavi("extract", source, "--out", self.folder / folder, "--from", "2000", *options).returncode, 0)
+        for name in ("stream00_video.m4v", "stream01_audio.mp3"):
+            self.assertEqual((self.folder / "a" / name).read_bytes(), (self.folder / "b" / name).read_bytes())
+
+    def test_rebuild_is_refused_where_it_cannot_work(self):
+        self.assertEqual(lxavi("index", MPEG4, "--rebuild=sometimes").returncode, 2)
+        self.assertEqual(lxavi("check", MPEG4, "--rebuild").returncode, 2)
+        self.assertIn("LX_ERR_AVIREAD_NO_INDEX", lxavi("index", MPEG4, "--rebuild=always", "--default-mode").stderr)
+        self.assertIn("LX_ERR_AVIREAD_NO_MEMORY", lxavi("index", MPEG4, "--rebuild", "--budget", "100").stderr)
+        with open(MPEG4, "rb") as data:
+            piped = subprocess.run([LXAVI, "index", "/dev/stdin", "--rebuild"], input=data.read(), capture_output=True,
+                                   check=False)
+        self.assertIn(b"LX_ERR_AVIREAD_NO_INDEX", piped.stderr)
+
     # ---- extract ----
 
     def extract(self, path, *options):

@@ -702,7 +702,9 @@ TEST_F(MediaData, UnfinishedFilesWork)
 {
     builder.dmlhTotalFrames = 0;
     builder.eIndex = IndexKind::None;
-    AddFrames(6, 3);
+    AddFrames(3, 3);
+    builder.Media("00pc", Fill(8));
+    AddFrames(3, 3);
     Bytes plain = builder.Build();
     builder.NextRiff();
     AddFrames(6, 3);

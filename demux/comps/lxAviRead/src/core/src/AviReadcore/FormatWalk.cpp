@@ -82,8 +82,10 @@ UInt32 ReadHeader(Walk& walk, Place& place)
 
 bool MayBelongToMovi(UInt32 code)
 {
+    constexpr UInt16 kPaletteChange = TwoCC("pc");
     return IsMediaCode(HighHalf(code)) || HighHalf(code) == TwoCC("tx") || IsInterleavedType(HighHalf(code)) ||
-           LowHalf(code) == TwoCC("ix") || code == FourCC("JUNK") || code == FourCC("LIST");
+           HighHalf(code) == kPaletteChange || LowHalf(code) == TwoCC("ix") || code == FourCC("JUNK") ||
+           code == FourCC("LIST");
 }
 
 // Measures media data whose writer has left their size 0.
