@@ -85,6 +85,20 @@ protected:
         return builder;
     }
 
+    // No index, a chunk that claims too much, and a list that is longer than it says.
+    static Bytes Damaged()
+    {
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = IndexKind::None;
+        AddMedia(builder, 0, 4);
+        Bytes file = builder.Build();
+        Patch32(file, static_cast<size_t>(builder.MediaItems()[3].uiOffset) + 4, 0x7FFFFFFF);
+        const size_t movi = Find(file, "movi");
+        Patch32(file, movi - 4, static_cast<UInt32>(builder.MediaItems()[6].uiOffset + 100 - movi));
+        return file;
+    }
+
     static void AddMedia(AviBuilder& builder, UInt32 from, UInt32 to)
     {
         for (UInt32 i = from; i < to; ++i) {
@@ -242,6 +256,7 @@ protected:
             Exhaust(builder.Build(), arm, attempts);
         }
         bByStream = false;
+        Exhaust(Damaged(), arm, attempts);
         Bytes unfinished = Plain().Build();
         Patch32(unfinished, Find(unfinished, "movi") - 4, 0);
         Exhaust(unfinished, arm, attempts);

@@ -284,6 +284,23 @@ TEST_F(KeptChunks, TextsInTheHeaderListAreGiven)
     EXPECT_EQ(FileText("INAM"), "title");
 }
 
+TEST_F(KeptChunks, TextsAreEnumeratedInTheOrderOfTheFile)
+{
+    EXPECT_EQ(lxAviReadCore_GetFileTextCode(0), 0u); // no file
+    builder.streams[0].extra = Chunk("strn", Text("name"));
+    builder.beforeMovi = List("INFO", Chunk("INAM", Text("title")) + Chunk("IART", Text("artist")) +
+                                          Chunk("INAM", Text("again")) + Chunk("ISFT", Text("writer")));
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    const char* const expected[] = {"INAM", "IART", "ISFT"};
+    for (UInt32 i = 0; i < 3; ++i) {
+        EXPECT_EQ(lxAviReadCore_GetFileTextCode(i), Code(expected[i]));
+    }
+    EXPECT_EQ(lxAviReadCore_GetFileTextCode(3), 0u);
+    EXPECT_EQ(lxAviReadCore_GetFileTextCode(~0u), 0u);
+    ASSERT_EQ(OpenAs(kDefault, builder.Build()), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetFileTextCode(0), 0u);
+}
+
 TEST_F(KeptChunks, ATextIsCutToTheRoomOfTheCaller)
 {
     builder.beforeMovi = List("INFO", Chunk("INAM", Text("title")));

@@ -764,6 +764,35 @@ TEST_F(MediaData, AListDoesNotGrowIntoWhatFollowsIt)
     EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize() + 18);
 }
 
+TEST_F(MediaData, AListDoesNotGrowByWhatIsNoChunkOfTheFile)
+{
+    AddFrames(4, 2);
+    for (const Bytes& behind : {Chunk("77dc", Fill(8)), ChunkOfSize("00dc", 90000, Fill(8)), Text("00d")}) {
+        builder.eIndex = IndexKind::None;
+        builder.behindMovi = behind;
+        ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
+        EXPECT_EQ(WalkedOffsets(), BuiltOffsets());
+        EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize());
+    }
+}
+
+TEST_F(MediaData, ListsAndIndexChunksFollowAWholeChunk)
+{
+    for (const std::string_view code : {"LIST", "ix00", "JUNK"}) {
+        builder = AviBuilder();
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = IndexKind::None;
+        AddFrames(1, 1);
+        builder.Frame(0, FrameBytes(1, true), true).Frame(0, FrameBytes(2, true), true);
+        builder.Raw(Text(code) + U32(4) + Text("rec ")).Frame(0, FrameBytes(3, true), true);
+        Bytes file = builder.Build();
+        const std::vector<UInt64> built = BuiltOffsets();
+        Patch32(file, built[2] + 4, 0xFFFFFFFF);
+        ASSERT_EQ(ParseFile(file), LX_OK);
+        EXPECT_EQ(WalkedOffsets(), (std::vector<UInt64>{built[0], built[1], built[3], built[4]})) << code;
+    }
+}
+
 TEST_F(MediaData, TheSizeOfTheFileNeedNotBeKnown)
 {
     AddFrames(5, 1);

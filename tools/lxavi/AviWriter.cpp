@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace lxavi {
@@ -67,13 +69,23 @@ std::string Idx1Record(UInt32 id, Listed listed, UInt32 offset, UInt32 size)
 
 // ---- The output ----
 
-OutputFile::OutputFile(const fs::path& path) : m_path(path), m_partial(path)
+OutputFile::OutputFile(const fs::path& path) : m_path(path)
 {
-    m_partial += ".partial";
-    m_file.reset(std::fopen(m_partial.c_str(), "wb"));
-    if (m_file == nullptr) {
+    std::error_code ignored;
+    if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored)) {
+        throw Failure(fmt::format("{} is no regular file", path.string()));
+    }
+    const std::string suffix = ".partial";
+    std::string name = path.string() + ".XXXXXX" + suffix;
+    const int descriptor = mkstemps(name.data(), static_cast<int>(suffix.size()));
+    if (descriptor < 0) {
         Fail();
     }
+    m_partial = name;
+    const mode_t mask = umask(0);
+    umask(mask);
+    static_cast<void>(fchmod(descriptor, 0666 & ~mask)); // as any new file has it
+    m_file.reset(fdopen(descriptor, "wb"));
 }
 
 OutputFile::~OutputFile()

@@ -18,10 +18,11 @@
 
 namespace lxavi {
 
-// A file that appears under its name only when it is complete.
+// A file that appears under its name only when it is complete. Until then it has a name of its own in the same folder, with
+// ".partial" at the end, which no other file has.
 class OutputFile {
 public:
-    // Throws Failure when it cannot be made.
+    // Throws Failure when it cannot be made, or when `path` is there and no regular file.
     explicit OutputFile(const std::filesystem::path& path);
     ~OutputFile(); // removes what was not committed
     OutputFile(const OutputFile&) = delete;

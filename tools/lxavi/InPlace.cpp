@@ -36,10 +36,16 @@ std::string Bytes(const T& value)
     return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
+// Where the fields stand in the payloads of their headers.
+constexpr size_t kFlags = offsetof(lxAviRead_Avih_t, dwFlags);
+constexpr size_t kFrames = offsetof(lxAviRead_Avih_t, dwTotalFrames);
+constexpr size_t kLengthOfStream = offsetof(lxAviRead_Strh_t, dwLength);
+
 // Where the headers are that have to be corrected.
 struct Places {
     UInt64 avih = 0;             // payload
     std::vector<UInt64> streams; // payloads of the stream headers
+    UInt64 dmlh = 0;             // payload of the extended header; 0: there is none
     UInt64 movi = 0;             // header of the list
 };
 
@@ -63,10 +69,12 @@ private:
             const ChunkHead header = m_file.HeaderAt(at);
             if (header.id == Code("LIST")) {
                 TakeList(at, std::min(at + 8 + header.size, end));
-            } else if (header.id == Code("avih")) {
+            } else if (header.id == Code("avih") && header.size >= sizeof(lxAviRead_Avih_t)) {
                 m_places.avih = at + 8;
-            } else if (header.id == Code("strh")) {
+            } else if (header.id == Code("strh") && header.size >= kLengthOfStream + sizeof(UInt32)) {
                 m_places.streams.push_back(at + 8);
+            } else if (header.id == Code("dmlh") && header.size >= sizeof(UInt32)) {
+                m_places.dmlh = at + 8;
             }
             at += 8 + UInt64{header.size} + (header.size & 1);
         }
@@ -77,7 +85,7 @@ private:
         const UInt32 type = m_file.HeaderAt(at + 8).id;
         if (type == Code("movi") && at + 12 == m_end) {
             m_places.movi = at;
-        } else if (type == Code("hdrl") || type == Code("strl")) {
+        } else if (type == Code("hdrl") || type == Code("strl") || type == Code("odml")) {
             Walk(at + 12, end);
         }
     }
@@ -182,7 +190,7 @@ private:
         throw Failure("cannot be completed in place, " + why + ": write a copy with -o");
     }
 
-    // The media data have to end with the last chunk.
+    // The media data have to be chunks and padding, up to their end.
     void FindEnd()
     {
         constexpr UInt64 kMostBytes = 0xFFFFFFFF;
@@ -190,12 +198,13 @@ private:
         if (m_inventory.Lists().size() != 1) {
             Refuse("it has several lists of media data");
         }
+        if (m_inventory.BytesLeftOut() > 0) {
+            Refuse(fmt::format("{} bytes of its media data are cut or damaged", m_inventory.BytesLeftOut()));
+        }
         const Piece& last = m_inventory.Pieces().back();
         m_start = m_inventory.Lists().front().start;
-        m_end = last.offset + 8 + last.size + (last.size & 1);
-        if (const UInt64 listed = m_inventory.Lists().front().end; listed > m_end) {
-            Refuse(fmt::format("its last chunk is cut or damaged ({} bytes)", listed - m_end));
-        }
+        m_end = std::max(last.offset + 8 + last.size, m_inventory.Lists().front().end);
+        m_end += m_end % 2;
         if (m_end + 8 + kRecordBytes * m_inventory.Pieces().size() > kMostBytes) {
             Refuse("it is too large for one list");
         }
@@ -220,7 +229,10 @@ private:
         const bool isIndex = there.starts_with("idx1");
         m_index.replace(0, 4, isIndex ? "idx1" : "JUNK");
         if (behind != 0 && (behind != m_index.size() || !IsBegun(there))) {
-            Refuse(isIndex ? "it has another index" : fmt::format("{} bytes follow its media data", behind));
+            const bool isComplete = behind > m_index.size() && there == m_index;
+            Refuse(isComplete ? fmt::format("{} bytes follow its index", behind - m_index.size())
+                   : isIndex  ? "it has another index"
+                              : fmt::format("{} bytes follow its media data", behind));
         }
         m_isIndexThere = isIndex;
     }
@@ -262,19 +274,19 @@ private:
     void CorrectHeaders(Patcher& file)
     {
         for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
-            const UInt64 at = m_places.streams[i] + offsetof(lxAviRead_Strh_t, dwLength);
+            const UInt64 at = m_places.streams[i] + kLengthOfStream;
             Note(file.Write(at, Bytes(m_inventory.LengthOf(i))), fmt::format("length of stream {}", i));
         }
         if (const int video = m_reader.State().videoStreamNr; video >= 0) {
-            const UInt32 frames = m_inventory.LengthOf(static_cast<UInt32>(video));
-            Note(file.Write(m_places.avih + offsetof(lxAviRead_Avih_t, dwTotalFrames), Bytes(frames)),
-                 "number of frames");
+            const std::string frames = Bytes(m_inventory.LengthOf(static_cast<UInt32>(video)));
+            Note(file.Write(m_places.avih + kFrames, frames), "number of frames");
+            Note(m_places.dmlh != 0 && file.Write(m_places.dmlh, frames), "number of frames");
         }
     }
 
     bool WriteFlags(Patcher& file)
     {
-        const UInt64 at = m_places.avih + offsetof(lxAviRead_Avih_t, dwFlags);
+        const UInt64 at = m_places.avih + kFlags;
         UInt32 flags = 0;
         std::memcpy(&flags, m_source.Bytes(at, sizeof flags).data(), sizeof flags);
         return file.Write(at, Bytes(flags | LX_AVIREAD_HAS_INDEX));

@@ -56,6 +56,7 @@ void Inventory::TakeChunk(const lxAviRead_MediaChunk_t& chunk)
     const bool isKey = !isVideo || IsKeyFrame(chunk);
     m_keyFrames += isVideo && isKey ? 1 : 0;
     ++m_chunks[chunk.uiStreamNr];
+    m_bytes[chunk.uiStreamNr] += chunk.uiSize;
     m_pieces.push_back(
         {chunk.uiOffset, chunk.uiId, chunk.uiSize, chunk.uiStreamNr, isKey ? Listed::AsKeyFrame : Listed::AsFrame});
 }
@@ -73,10 +74,14 @@ bool Inventory::IsKeyFrame(const lxAviRead_MediaChunk_t& chunk)
 // What the lists have between two chunks.
 void Inventory::TakeGap(UInt64 from, UInt64 to)
 {
-    for (const Extent& list : m_media.Lists()) {
-        const Extent gap = {std::max(from, list.start), std::min(to, list.end)};
+    const std::vector<Extent>& lists = m_media.Lists();
+    for (; m_list < lists.size(); ++m_list) {
+        const Extent gap = {std::max(from, lists[m_list].start), std::min(to, lists[m_list].end)};
         if (gap.start < gap.end) {
             TakeGapOfList(gap);
+        }
+        if (to < lists[m_list].end) {
+            return; // the list goes on behind the gap
         }
     }
 }
@@ -122,9 +127,12 @@ UInt32 Inventory::CountLength(UInt32 streamNr) const
     if (stream.StreamType == LX_AVIREAD_STREAM_VIDEO) {
         return m_chunks[streamNr];
     }
-    if (stream.StreamType != LX_AVIREAD_STREAM_AUDIO || summary.eOrigin != LX_AVIREAD_SUMMARY_MEDIA_DATA ||
-        header.dwScale == 0) {
+    if (stream.StreamType != LX_AVIREAD_STREAM_AUDIO || header.dwScale == 0) {
         return header.dwLength;
+    }
+    if (summary.eOrigin != LX_AVIREAD_SUMMARY_MEDIA_DATA) { // there is no video stream
+        return header.dwSampleSize != 0 ? static_cast<UInt32>(m_bytes[streamNr] / header.dwSampleSize)
+                                        : m_chunks[streamNr];
     }
     const double units = static_cast<double>(summary.uiDurationUsec) * header.dwRate / header.dwScale / 1e6;
     return static_cast<UInt32>(std::llround(std::clamp(units, 0.0, 4294967295.0)));

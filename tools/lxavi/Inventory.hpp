@@ -48,6 +48,8 @@ private:
     std::vector<Piece> m_pieces;
     std::array<UInt32, LX_AVIREAD_STREAMS> m_lengths = {};
     std::array<UInt32, LX_AVIREAD_STREAMS> m_chunks = {}; // by stream, so far
+    std::array<UInt64, LX_AVIREAD_STREAMS> m_bytes = {};  // of their payloads
+    size_t m_list = 0;                                    // in which the gap taken last has ended
     UInt64 m_keyFrames = 0;
     UInt64 m_placesLeftOut = 0;
     UInt64 m_bytesLeftOut = 0;

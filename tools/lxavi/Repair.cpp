@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
 namespace lxavi {
@@ -50,6 +51,7 @@ std::vector<NamedBytes> TextsOfFile()
     for (UInt32 i = 0; (code = lxAviReadCore_GetFileTextCode(i)) != 0; ++i) {
         std::string text(lxAviReadCore_GetFileText(code, nullptr, 0) + size_t{1}, '\0');
         static_cast<void>(lxAviReadCore_GetFileText(code, text.data(), static_cast<UInt32>(text.size())));
+        text.resize(std::strlen(text.c_str()) + 1); // the library keeps the beginning of a long text
         texts.push_back({code, text});
     }
     return texts;
@@ -80,6 +82,11 @@ Json CommonReport(const Reader& reader, const Inventory& inventory, const std::s
     report["key frames"] = inventory.KeyFrames();
     report["places left out"] = inventory.PlacesLeftOut();
     report["bytes left out"] = inventory.BytesLeftOut();
+    lxAviRead_Avih_t avih = {};
+    static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+    if (avih.dwStreams > reader.StreamCount()) {
+        report["streams left out"] = avih.dwStreams - reader.StreamCount();
+    }
     return report;
 }
 
@@ -124,6 +131,7 @@ int RunRepair(const Options& options, const RepairOptions& repair)
     }
     Options settings = options;
     settings.budget = kRepairBudget;
+    settings.defaultMode = false; // which has no walk over the media data
     Reader reader(settings);
     if (!reader.IsRegularFile()) {
         throw Failure("cannot be repaired: it is no regular file");
