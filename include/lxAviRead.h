@@ -162,8 +162,9 @@ LX_AVIREAD_API void lxAviReadCore_FreeAllocatedMemory(lxAviReadCore_AviInfo_t* p
 
 /** Sets (1) or clears (0) the abort flag. While the flag is set, the result of an index parse is
  *  LX_ERR_AVIREAD_ABORTED. A read has the same result when it returns too few bytes, but not at the end of the file.
- *  In format mode an abort also ends Open, lxAviReadCore_NextChunk and lxAviReadCore_RemoveChunk with this result while
- *  they search, step over chunks or skip, at the latest after 1024 bytes. A chunk that is there without a search is
+ *  In format mode an abort also ends Open, lxAviReadCore_NextChunk, lxAviReadCore_RemoveChunk and
+ *  lxAviReadCore_WalkMediaData with this result while they search, step over chunks or skip, at the latest after 1024
+ *  bytes. A chunk that is there without a search is
  *  delivered. After the flag is cleared, delivery in a file goes on without a loss; an input that cannot seek has lost
  *  what was skipped in part. The flag stays set until the caller clears it.
  *  Any thread may call this function. @return LX_OK */
@@ -356,19 +357,23 @@ LX_AVIREAD_RESULT lxAviReadCore_ParseIndex(UInt32 instance);
  *  holds every 2nd, 4th, 8th … key frame, and not every 3rd. In a stream whose codec has no rule (doc/INTEGRATION.md
  *  lists the codecs), or that has no key frame, only the first frame is in the table.
  *
- *  It first releases an existing table and drops a pending jump. Delivery goes on where it stood. After a failure there is
- *  no table.
+ *  It first releases an existing table, and drops a pending jump. Afterwards delivery stands at the start of the media
+ *  data. To go on at the same time, call lxAviReadCore_SeekToTime. After a failure there is no table.
+ *
+ *  A list of media data that goes on behind the end that it states, because its writer was stopped, is as long as it is
+ *  from then on, for delivery, too.
  *  @param instance    the caller's handle; not used
  *  @param pfnProgress hears of the progress at most once for every hundredth of the way; may be null
  *  @param pUser       passed to `pfnProgress`
  *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (no video stream, no frame, an input that cannot seek, and always in default
- *          mode, where nothing else happens), _NO_MEMORY (as lxAviReadCore_ParseIndex), _SEEK, _READ, _ABORTED (by the
+ *          mode; in the last two cases nothing else happens), _NO_MEMORY (as lxAviReadCore_ParseIndex), _SEEK, _READ, _ABORTED (by the
  *          abort flag, or by `pfnProgress`) */
 LX_AVIREAD_RESULT lxAviReadCore_ParseMediaData(UInt32 instance, lxAviRead_Progress_t pfnProgress, void* pUser);
 
-/** Hands every chunk of the media data to `pfnVisit`, in file order: the chunks of all streams that the file has, also
- *  those that delivery rejects. The chunks are those that delivery meets, without damaged ones: a chunk that claims more
- *  bytes than its list or the file has left is none. Delivery goes on where it stood.
+/** Hands every whole chunk of the media data to `pfnVisit`, in file order: the chunks of all streams that the file has, also
+ *  those that delivery rejects. A chunk that claims more bytes than its list or the file has left is damage and no chunk,
+ *  unless another chunk follows it; then the list is longer than it states, as lxAviReadCore_ParseMediaData describes.
+ *  Delivery goes on where it stood; a payload that was not read yet can be read.
  *  @return LX_OK; LX_ERR_AVIREAD_NO_INDEX (an input that cannot seek, and always in default mode), _NO_MEMORY, _SEEK, _READ,
  *          _ABORTED (by the abort flag, or by `pfnVisit`) */
 LX_AVIREAD_RESULT lxAviReadCore_WalkMediaData(lxAviRead_VisitChunk_t pfnVisit, void* pUser);

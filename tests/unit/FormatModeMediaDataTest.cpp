@@ -277,29 +277,76 @@ TEST_F(MediaData, TheTableOfAnIndexIsReplaced)
     EXPECT_EQ(TableOffsets(), KeyFrames());
 }
 
-TEST_F(MediaData, DeliveryGoesOnWhereItStood)
+TEST_F(MediaData, DeliveryBeginsAgainAfterwards)
 {
-    AddSegments(3, 6, 3);
+    builder.dmlhTotalFrames = 36;
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.eLayout = IxLayout::At32;
+    for (UInt32 i = 0; i < 3; ++i) {
+        AddFrames(12, 3);
+        if (i < 2) {
+            builder.NextRiff();
+        }
+    }
     const Bytes file = builder.Build();
-    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
-    Position();
-    for (UInt32 i = 0; i < 20; ++i) {
+    ASSERT_EQ(ParseAs(kFormat, file), LX_OK);
+    const std::vector<Delivered> before = All();
+    EXPECT_EQ(lxAviReadCore_SeekToTime(900, 0, lxAviRead_SetPosRoundDown), 840u);
+    ASSERT_EQ(NextValid().uiResult, LX_OK);
+    EXPECT_EQ(lxAviReadCore_SeekToTime(400, 0, lxAviRead_SetPosRoundDown), 360u); // pending
+    ASSERT_EQ(Parse(), LX_OK);
+    EXPECT_EQ(Info().JumpOffset, 0u);
+    const std::vector<Delivered> after = All();
+    ASSERT_EQ(after.size(), before.size());
+    for (size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(after[i].uiResult, before[i].uiResult);
+        EXPECT_EQ(after[i].uiPosition, before[i].uiPosition);
+        EXPECT_EQ(AsBytes(after[i].chunk.uiFrameNumber), AsBytes(before[i].chunk.uiFrameNumber));
+        EXPECT_EQ(after[i].chunk.uiBytePosition, before[i].chunk.uiBytePosition);
+        EXPECT_EQ(after[i].chunk.bKeyFrame, before[i].chunk.bKeyFrame);
+    }
+}
+
+TEST_F(MediaData, StepsAreThoseOfTheNewTable)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(100, 10);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_ERR_AVIREAD_NO_INDEX);
+    for (UInt32 i = 0; i < 90; ++i) {
         ASSERT_EQ(Next().uiResult, LX_OK);
     }
     ASSERT_EQ(Parse(), LX_OK);
-    EXPECT_EQ(Next().uiPosition, BuiltOffsets()[20]);
-    ASSERT_EQ(Walk().size(), 36u);
-    EXPECT_EQ(Next().uiPosition, BuiltOffsets()[21]);
+    EXPECT_EQ(lxAviReadCore_SeekToTime(2000, -1, lxAviRead_SetPosRoundDown), 2000u);
+    EXPECT_EQ(NextValid().chunk.uiFrameNumber, 50u);
+    Bool found = 0;
+    ASSERT_EQ(lxAviReadCore_SetJumpToPrevKeyFrame(&found, -1), LX_OK);
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(NextValid().chunk.uiFrameNumber, 40u);
 }
 
-TEST_F(MediaData, APendingJumpIsDropped)
+TEST_F(MediaData, AWalkLeavesDeliveryWhereItStood)
 {
-    AddFrames(20, 5);
+    builder.dmlhTotalFrames = 12;
+    AddFrames(6, 3);
+    builder.NextRiff();
+    AddFrames(6, 3);
     ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
-    EXPECT_EQ(lxAviReadCore_SeekToTime(400, -1, lxAviRead_SetPosRoundDown), 400u);
-    ASSERT_EQ(Parse(), LX_OK);
-    EXPECT_EQ(Info().JumpOffset, 0u);
-    EXPECT_EQ(Next().uiPosition, BuiltOffsets()[0]);
+    for (UInt32 i = 0; i < 15; ++i) {
+        ASSERT_EQ(Next().uiResult, LX_OK);
+    }
+    ASSERT_EQ(Walk().size(), 24u);
+    EXPECT_EQ(Next().uiPosition, BuiltOffsets()[15]);
+    lxAviRead_ChunkData_t chunk = {};
+    Bool jumped = 0;
+    ASSERT_EQ(lxAviReadCore_NextChunk(&chunk, 0, 0, &jumped), LX_OK);
+    ASSERT_EQ(Walk().size(), 24u);
+    Bytes payload(chunk.uiSize);
+    ASSERT_EQ(lxAviReadCore_GetChunk(reinterpret_cast<UInt32*>(payload.data()), chunk.uiSize), LX_OK);
+    EXPECT_EQ(payload, builder.MediaItems()[16].payload);
+    EXPECT_EQ(Next().uiPosition, BuiltOffsets()[17]);
+    EXPECT_EQ(lxAviReadCore_SeekToTime(120, -1, lxAviRead_SetPosRoundDown), 120u);
+    ASSERT_EQ(Walk().size(), 24u);
+    EXPECT_EQ(Next().chunk.uiFrameNumber, 3u); // the jump is still pending
 }
 
 TEST_F(MediaData, SummariesAreCounted)
@@ -750,6 +797,96 @@ TEST_F(MediaData, AListMayBeLongerThanItSays)
     }
 }
 
+TEST_F(MediaData, WhatStandsBeforeAChunkDoesNotKeepAListFromGrowing)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(2, 1);
+    builder.Drm(0, Fill(10)).Frame(0, FrameBytes(2, true), true).Media("JUNK", Fill(7));
+    builder.Raw(Text("LIST") + U32(4000) + Text("rec ")).Drm(0, Fill(10)).Frame(0, FrameBytes(3, true), true);
+    builder.Media("ix00", Fill(24)).Audio(1, Fill(9)).Audio(1, Fill(640));
+    const Bytes whole = builder.Build();
+    const size_t movi = Find(whole, "movi");
+    ASSERT_EQ(ParseFile(whole), LX_OK);
+    const std::vector<UInt64> offsets = WalkedOffsets();
+    ASSERT_EQ(offsets.size(), 8u);
+    for (const MediaItem& item : builder.MediaItems()) {
+        Bytes file = whole;
+        Patch32(file, movi - 4, static_cast<UInt32>(item.uiOffset - movi));
+        ASSERT_EQ(ParseFile(file), LX_OK) << item.uiOffset;
+        EXPECT_EQ(Table().size(), 4u) << item.uiOffset;
+        EXPECT_EQ(WalkedOffsets(), offsets) << item.uiOffset;
+    }
+}
+
+// The list grows in the first walk. Damage that was no chunk then is none in the second one either.
+TEST_F(MediaData, BothWalksMeetTheSameChunks)
+{
+    builder.eIndex = IndexKind::None;
+    for (UInt32 i = 0; i < 40; ++i) {
+        builder.Audio(1, Fill(640)).Frame(0, FrameBytes(i, true, i < 10 ? 20 : 12), true);
+        if (i == 9) {
+            builder.Raw(ChunkOfSize("00dc", 668 * 15 + 4, Fill(20)));
+        }
+    }
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "movi") - 4, 4 + 676 * 10 + 28 + 668 * 6);
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    for (UInt32 i = 0; i < 40; ++i) {
+        EXPECT_EQ(Entry(0, i).audioChunkOffset[0], OffsetsOf("01wb")[i]) << i;
+    }
+}
+
+TEST_F(MediaData, DamageMayShiftChunksToOddOffsets)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(5, 1);
+    builder.Raw(Fill(1));
+    AddFrames(5, 1);
+    builder.Raw(ChunkOfSize("00dc", 0x7000000, Fill(20)));
+    AddFrames(20, 1);
+    ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
+TEST_F(MediaData, LettersThatLookLikeAnIndexCostNothing)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(5, 1);
+    builder.Raw(Text("????ix?!") + U32(0x55667788) + Text("ix00") + U32(0x55667788) + Text("JUNK") + U32(0x55667788));
+    AddFrames(5, 1);
+    ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    Position();
+    EXPECT_EQ(CountDelivered(), 20u);
+}
+
+TEST_F(MediaData, AListThatReachesOverTheIndexHasNoChunksThere)
+{
+    AddFrames(10, 2);
+    Bytes file = builder.Build();
+    const size_t movi = Find(file, "movi");
+    Patch32(file, movi - 4, static_cast<UInt32>(file.size() - movi + 1000));
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(WalkedOffsets(), BuiltOffsets());
+    Position();
+    EXPECT_EQ(CountDelivered(), 20u);
+}
+
+TEST_F(MediaData, AListIsWalkedOnce)
+{
+    AddFrames(5, 1);
+    Bytes file = builder.Build();
+    const size_t movi = Find(file, "movi") - 8;
+    const Bytes avix = Chunk("JUNK", Text("RIFF") + U32(0x100000) + Text("AVIXLIST") + U32(0x100000) + Text("movi"));
+    file.insert(file.begin() + static_cast<std::ptrdiff_t>(movi), avix.begin(), avix.end());
+    Patch32(file, 4, static_cast<UInt32>(movi)); // the RIFF list ends in the padding
+    ASSERT_EQ(Open(file, true, 1, kPlenty, kFormat), LX_OK);
+    const std::vector<UInt64> offsets = WalkedOffsets();
+    EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
+    EXPECT_TRUE(std::adjacent_find(offsets.begin(), offsets.end()) == offsets.end());
+}
+
 TEST_F(MediaData, AListDoesNotGrowIntoWhatFollowsIt)
 {
     AddFrames(4, 2);
@@ -758,7 +895,7 @@ TEST_F(MediaData, AListDoesNotGrowIntoWhatFollowsIt)
     EXPECT_EQ(WalkedOffsets(), BuiltOffsets());
     EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize());
     builder.behindMovi =
-        Chunk("00dc", FrameBytes(9, true)) + Chunk("JUNK", Fill(8)) + Chunk("00dc", FrameBytes(9, true));
+        Chunk("00dc", FrameBytes(9, true)) + Chunk("abcd", Fill(8)) + Chunk("00dc", FrameBytes(9, true));
     ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
     EXPECT_EQ(WalkedOffsets().size(), 9u);
     EXPECT_EQ(Info().pCurrentAvix->moviDataSize, builder.MoviSize() + 18);

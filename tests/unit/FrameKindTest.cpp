@@ -192,6 +192,18 @@ TEST_F(FrameKinds, H264UnitsBehindTheirLength)
     EXPECT_EQ(KindOf({0xFF, 0xFF, 0x06}), kUnknown); // the unit reaches behind the payload
 }
 
+// The bytes 00 00 01 begin a start code, or the length of a unit of 256 to 511 bytes.
+TEST_F(FrameKinds, AShortStartCodeIsToldFromALength)
+{
+    OpenCodec("avc1");
+    const Bytes slice = Bytes{0, 0, 1, 0x25, 0x41} + Fill(0x124); // a P picture of 293 bytes
+    EXPECT_EQ(KindOf(slice), kOther);
+    EXPECT_EQ(KindOf(Bytes{0, 0, 1, 0x2C, 0x65} + Fill(0x12B)), kKey); // an IDR picture of 300 bytes
+    EXPECT_EQ(KindOf(slice + Bytes{0, 0, 0, 9, 0x41} + Fill(8)), kOther);
+    EXPECT_EQ(KindOf(Bytes{0, 0, 1, 0x65} + Fill(400)), kKey); // start codes: no length follows 361 bytes
+    EXPECT_EQ(KindOf(Bytes{0, 0, 1, 0x41} + Fill(20)), kOther);
+}
+
 TEST_F(FrameKinds, AUnitWithAHugeLengthEndsTheSearch)
 {
     OpenCodec("avc1");

@@ -92,30 +92,51 @@ FrameKind LookAtMpeg12(const FrameHead& head, UInt32 /*lengthBytes*/)
 
 // ---- NAL units ----
 
-// Whether a payload begins with a start code. Where the codec data say that lengths stand before the units, only the
-// longer start code counts: as a length it is that of a unit of one byte, which no payload begins with.
-bool HasStartCodes(Bytes bytes, UInt32 lengthBytes)
+constexpr UInt32 kUsualLengthBytes = 4;
+
+enum class Packing : UInt8 { Unknown, StartCodes, Lengths };
+
+// How the units are told apart. Where the codec data say that lengths stand before the units, only the longer start code
+// counts: as a length it is that of a unit of one byte, which no payload begins with. Without codec data the bytes 00 00 01
+// can also begin the length of a unit of 256 to 511 bytes. Then they do if a length that fits follows that unit.
+Packing PackingOf(const FrameHead& head, UInt32 lengthBytes)
 {
-    return Bits(bytes, 0, 32) == 1 || (lengthBytes == 0 && Bits(bytes, 0, 24) == 1);
+    const Bytes bytes = head.bytes;
+    if (Bits(bytes, 0, 32) == 1) {
+        return Packing::StartCodes;
+    }
+    if (lengthBytes != 0 || Bits(bytes, 0, 24) != 1) {
+        return Packing::Lengths;
+    }
+    const UInt32 behind = kUsualLengthBytes + Bits(bytes, 0, 32);
+    if (behind >= head.uiSize) {
+        return behind == head.uiSize ? Packing::Lengths : Packing::StartCodes;
+    }
+    if (bytes.size() < std::min(head.uiSize, behind + kUsualLengthBytes)) {
+        return Packing::Unknown;
+    }
+    const UInt64 second = UInt64{behind} + kUsualLengthBytes + Bits(bytes, size_t{8} * behind, 32);
+    return second <= head.uiSize ? Packing::Lengths : Packing::StartCodes;
 }
 
 // Asks about the first byte of each NAL unit, until one says what the frame is.
-FrameKind LookAtUnits(Bytes bytes, UInt32 lengthBytes, FrameKind (*pfnKindOfUnit)(UInt8 first))
+FrameKind LookAtUnits(const FrameHead& head, UInt32 lengthBytes, FrameKind (*pfnKindOfUnit)(UInt8 first))
 {
-    constexpr UInt32 kUsualLengthBytes = 4;
+    const Bytes bytes = head.bytes;
     FrameKind eKind = FrameKind::Unknown;
-    if (HasStartCodes(bytes, lengthBytes)) {
+    const Packing ePacking = PackingOf(head, lengthBytes);
+    if (ePacking == Packing::StartCodes) {
         for (size_t at = BehindPrefix(bytes, 0); at < bytes.size() && eKind == FrameKind::Unknown;
              at = BehindPrefix(bytes, at)) {
             eKind = pfnKindOfUnit(bytes[at]);
         }
-        return eKind;
-    }
-    const UInt32 width = lengthBytes != 0 ? lengthBytes : kUsualLengthBytes;
-    for (UInt64 at = 0; at + width < bytes.size() && eKind == FrameKind::Unknown;) {
-        const auto unit = bytes.subspan(static_cast<size_t>(at));
-        eKind = pfnKindOfUnit(unit[width]);
-        at += UInt64{width} + Bits(unit, 0, 8 * width);
+    } else if (ePacking == Packing::Lengths) {
+        const UInt32 width = lengthBytes != 0 ? lengthBytes : kUsualLengthBytes;
+        for (UInt64 at = 0; at + width < bytes.size() && eKind == FrameKind::Unknown;) {
+            const auto unit = bytes.subspan(static_cast<size_t>(at));
+            eKind = pfnKindOfUnit(unit[width]);
+            at += UInt64{width} + Bits(unit, 0, 8 * width);
+        }
     }
     return eKind;
 }
@@ -145,12 +166,12 @@ FrameKind KindOfH265Unit(UInt8 first)
 
 FrameKind LookAtH264(const FrameHead& head, UInt32 lengthBytes)
 {
-    return LookAtUnits(head.bytes, lengthBytes, KindOfH264Unit);
+    return LookAtUnits(head, lengthBytes, KindOfH264Unit);
 }
 
 FrameKind LookAtH265(const FrameHead& head, UInt32 lengthBytes)
 {
-    return LookAtUnits(head.bytes, lengthBytes, KindOfH265Unit);
+    return LookAtUnits(head, lengthBytes, KindOfH265Unit);
 }
 
 // ---- The H.263 family ----

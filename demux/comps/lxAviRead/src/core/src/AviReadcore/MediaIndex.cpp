@@ -10,7 +10,6 @@
 
 #include "internal/IndexPasses.hpp"
 #include "internal/MediaWalk.hpp"
-#include "internal/PendingJump.hpp"
 
 namespace lxAviReadCore {
 namespace {
@@ -55,6 +54,8 @@ public:
         m_uiNext = done + all / 100 + 1;
         return m_pfnProgress(m_pUser, done, all) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
     }
+
+    bool IsLastWalk() const { return m_uiWalk == m_uiWalks; }
 
 private:
     lxAviRead_Progress_t m_pfnProgress;
@@ -159,7 +160,7 @@ UInt32 IndexFrames(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
     FrameIndexer indexer(pAviInfo, kEveryKeyFrame);
     LX_AVIREAD_TRY(indexer.Begin());
     progress.BeginWalk();
-    MediaWalk walk(pAviInfo, LookAt::MainVideo);
+    MediaWalk walk(pAviInfo, LookAt::MainVideo, progress.IsLastWalk() ? Growth::Stays : Growth::IsUndone);
     const UInt32 result = ForEachChunk(walk, [&](const MediaChunk& chunk) {
         LX_AVIREAD_TRY(progress.Tell(walk));
         return indexer.Take(chunk);
@@ -175,7 +176,7 @@ UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
     AudioByTrack tracks(pAviInfo, kPlacerMessages);
     if (pAviInfo->AudioTracksCount > 0) {
         progress.BeginWalk();
-        MediaWalk walk(pAviInfo, LookAt::NoFrames);
+        MediaWalk walk(pAviInfo, LookAt::NoFrames, Growth::Stays);
         const UInt32 result = ForEachChunk(walk, [&](const MediaChunk& chunk) {
             const EntrySource source = SourceOfIdentifier(pAviInfo, chunk.uiId);
             if (source.eKind == EntryKind::Audio) {
@@ -197,35 +198,26 @@ UInt32 BuildTable(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
     return PlaceAudio(pAviInfo, progress);
 }
 
-// Calls `walk` with the batch buffer at hand, and leaves delivery where it stood.
+// Calls `walk` with the batch buffer at hand.
 template <typename Walk>
-UInt32 WalkAndReturn(lxAviReadCore_AviInfo_t* pAviInfo, Walk&& walk)
+UInt32 WithBatchBuffer(lxAviReadCore_AviInfo_t* pAviInfo, Walk&& walk)
 {
-    const DeliveryPlace place = PlaceOfDelivery(pAviInfo);
     if (!AcquireMetaDataBuffer(pAviInfo)) {
         return LX_ERR_AVIREAD_NO_MEMORY;
     }
     const UInt32 result = walk();
     ReleaseMetaDataBuffer(pAviInfo);
-    return GoToPlace(pAviInfo, place) || result != LX_OK ? result : UInt32{LX_ERR_AVIREAD_SEEK};
+    return result;
 }
 
 UInt32 IndexMediaData(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_Progress_t pfnProgress, void* pUser)
 {
-    if (pAviInfo->videoStreamNr < 0 || lxalAviRead_FileSeekPossible == 0) {
+    if (pAviInfo->videoStreamNr < 0) {
         return LX_ERR_AVIREAD_NO_INDEX;
     }
-    ForgetStreamSizes(pAviInfo);
     ForgetIndexSurvey(); // the rules of frames decide which are key frames, not those of an index
     ProgressTeller progress(pfnProgress, pUser, pAviInfo->AudioTracksCount > 0 ? 2 : 1);
-    const UInt32 result = WalkAndReturn(pAviInfo, [&] { return BuildTable(pAviInfo, progress); });
-    if (result == LX_OK) {
-        SetOriginOfTotals(LX_AVIREAD_SUMMARY_MEDIA_DATA);
-    } else {
-        ForgetTotals(); // they are those of a part of the file
-        ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
-    }
-    return result;
+    return WithBatchBuffer(pAviInfo, [&] { return BuildTable(pAviInfo, progress); });
 }
 
 UInt32 PublicKind(FrameKind eKind)
@@ -237,6 +229,29 @@ UInt32 PublicKind(FrameKind eKind)
     }
 }
 
+// Walks from where delivery stands, and returns there: the payload that comes next may still have to be read.
+UInt32 WalkAndReturn(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_VisitChunk_t pfnVisit, void* pUser)
+{
+    const DeliveryPlace place = PlaceOfDelivery(pAviInfo);
+    UInt64 position = FileOffsetOf(pAviInfo, place.uiOffset);
+    static_cast<void>(TellPosition(pAviInfo, position));
+    const auto visit = [&](const MediaChunk& chunk) -> UInt32 {
+        const lxAviRead_MediaChunk_t visited = {.uiOffset = chunk.uiOffset,
+                                                .uiDescriptor = chunk.uiDescriptor,
+                                                .uiId = chunk.uiId,
+                                                .uiStreamNr = chunk.uiStreamNr,
+                                                .uiSize = chunk.uiSize,
+                                                .eFrame = PublicKind(chunk.eFrame)};
+        return pfnVisit(pUser, &visited) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
+    };
+    const UInt32 result = WithBatchBuffer(pAviInfo, [&] {
+        MediaWalk walk(pAviInfo, LookAt::AllVideo, Growth::Stays);
+        return ForEachChunk(walk, visit);
+    });
+    const bool bReturned = GoToPlace(pAviInfo, place) && SeekAndRemember(pAviInfo, position, kFromStart);
+    return bReturned || result != LX_OK ? result : UInt32{LX_ERR_AVIREAD_SEEK};
+}
+
 } // namespace
 } // namespace lxAviReadCore
 
@@ -246,13 +261,19 @@ UInt32 lxAviReadCore_ParseMediaData(UInt32 /*instance*/, lxAviRead_Progress_t pf
 {
     lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
     LX_LOG(kLevelEnter, "Entering lxAviReadCore_ParseMediaData");
-    if (!MediaDataServesAsIndex(pAviInfo)) {
+    if (!MediaDataServesAsIndex(pAviInfo) || lxalAviRead_FileSeekPossible == 0) {
         return LX_ERR_AVIREAD_NO_INDEX;
     }
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
-    DropJump(pAviInfo);
+    ForgetStreamSizes(pAviInfo);
     const UInt32 result = IndexMediaData(pAviInfo, pfnProgress, pUser);
-    ForgetDanglingPositions(pAviInfo);
+    if (result == LX_OK) {
+        SetOriginOfTotals(LX_AVIREAD_SUMMARY_MEDIA_DATA);
+    } else {
+        ForgetStreamSizes(pAviInfo); // they are those of a part of the file
+        ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
+    }
+    lxAviReadCore_RewindToStart(); // what delivery knew is about the table before
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseMediaData %x", result);
     return result;
 }
@@ -267,17 +288,7 @@ UInt32 lxAviReadCore_WalkMediaData(lxAviRead_VisitChunk_t pfnVisit, void* pUser)
     if (!MediaDataServesAsIndex(pAviInfo) || lxalAviRead_FileSeekPossible == 0) {
         return LX_ERR_AVIREAD_NO_INDEX;
     }
-    MediaWalk walk(pAviInfo, LookAt::AllVideo);
-    const auto visit = [&](const MediaChunk& chunk) -> UInt32 {
-        const lxAviRead_MediaChunk_t visited = {.uiOffset = chunk.uiOffset,
-                                                .uiDescriptor = chunk.uiDescriptor,
-                                                .uiId = chunk.uiId,
-                                                .uiStreamNr = chunk.uiStreamNr,
-                                                .uiSize = chunk.uiSize,
-                                                .eFrame = PublicKind(chunk.eFrame)};
-        return pfnVisit(pUser, &visited) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
-    };
-    return WalkAndReturn(pAviInfo, [&] { return ForEachChunk(walk, visit); });
+    return WalkAndReturn(pAviInfo, pfnVisit, pUser);
 }
 
 UInt32 lxAviReadCore_GetFrameKind(UInt32 streamNr, const void* pPayload, UInt32 size)

@@ -112,9 +112,9 @@ namespace {
 
 bool IsSteppedOver(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
-    const bool bIndexChunk =
-        LowHalf(id) == TwoCC("ix") && (pAviInfo->bIndxPresent == 1 || IndexChunksAreNeverMedia(pAviInfo));
-    return bIndexChunk || id == FourCC("JUNK");
+    const bool bIndex = IndexesAreNeverMedia(pAviInfo) ? IsIndexChunk(id) || id == FourCC("idx1")
+                                                       : LowHalf(id) == TwoCC("ix") && pAviInfo->bIndxPresent == 1;
+    return bIndex || id == FourCC("JUNK");
 }
 
 bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
@@ -126,25 +126,6 @@ bool MeansSomething(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 UInt32 RoomOfIdentifier(const lxAviReadCore_AviInfo_t* pAviInfo)
 {
     return StepsEndWithTheirList(pAviInfo) ? kChunkHeaderBytes : kChunkCodeBytes;
-}
-
-// Steps over a chunk whose identifier has been read, and reads the next identifier.
-UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    UInt32 size = 0;
-    LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
-    size = MakeEven(size);
-    if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
-        LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
-        return ReadCounted(pAviInfo, id, kId, Here());
-    }
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
-    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
-        return ReasonOfFailedRead(pAviInfo, result);
-    }
-    pAviInfo->CurrentOffset += size;
-    LX_AVIREAD_TRY(MakeRoom(pAviInfo, RoomOfIdentifier(pAviInfo)));
-    return ReadCounted(pAviInfo, id, kId, Here());
 }
 
 // Lets the identifier slide on by one byte.
@@ -209,6 +190,31 @@ void ReturnTo(lxAviReadCore_AviInfo_t* pAviInfo, const SearchPlace& place)
     }
 }
 
+// Slides on behind an identifier whose size has been read, and cannot be true.
+UInt32 SlideBehind(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+{
+    ReturnTo(pAviInfo, PlaceBefore(pAviInfo, kSizeBytes));
+    return Slide(pAviInfo, id);
+}
+
+// Steps over a chunk whose identifier has been read, and reads the next identifier.
+UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+{
+    UInt32 size = 0;
+    LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
+    size = MakeEven(size);
+    if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
+        return SlideBehind(pAviInfo, id);
+    }
+    LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
+    if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
+        return ReasonOfFailedRead(pAviInfo, result);
+    }
+    pAviInfo->CurrentOffset += size;
+    LX_AVIREAD_TRY(MakeRoom(pAviInfo, RoomOfIdentifier(pAviInfo)));
+    return ReadCounted(pAviInfo, id, kId, Here());
+}
+
 // Goes on with a search that has come to the identifier `id`.
 UInt32 SearchFrom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& place)
 {
@@ -269,13 +275,6 @@ UInt32 ReadExactDrm(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pC
     }
     pAviInfo->CurrentOffset += MakeEven(size);
     return LX_OK;
-}
-
-// Slides on from an identifier that looked like that of a descriptor, and whose size has been read.
-UInt32 SlideBehind(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
-{
-    ReturnTo(pAviInfo, PlaceBefore(pAviInfo, kSizeBytes));
-    return Slide(pAviInfo, id);
 }
 
 // Reads descriptors up to the next other chunk, which the last one belongs to if both name the same stream.

@@ -3,12 +3,13 @@
 //   "00dc" size payload …   header read, payload passed over; of a video frame the first bytes are looked at
 //   anything else           passed over by the search of delivery (MediaSearch.cpp)
 //
-// A chunk that claims more bytes than its list has left means one of two things. If another chunk begins where it ends, the
-// list is longer than it says: its writer was stopped before it brought the size up to date. Else the chunk is damaged, or
-// was cut. Its size says nothing, so the search goes on behind its header. From there on the payload of that chunk is
-// searched, too, and looks like a chunk here and there: until the next whole one, a chunk counts only if the list ends
-// behind it, or another chunk begins there. The search never goes back, so that the work stays in proportion to the size
-// of the file.
+// A list can be longer than it says: its writer was stopped before it brought the size up to date. It grows by the chunks
+// that begin where it ends, and by a chunk that reaches over its end if another one begins behind that.
+//
+// Any other chunk that claims more bytes than its list has left is damaged, or was cut. Its size says nothing, so the search
+// goes on behind its header. From there on the payload of that chunk is searched, too, and looks like a chunk here and
+// there: until the next whole one, a chunk counts only if the list ends behind it, or another chunk begins there. The
+// search never goes back, so that the number of reads stays in proportion to the size of the file.
 
 #include "internal/MediaWalk.hpp"
 #include "internal/Delivery.hpp"
@@ -31,12 +32,21 @@ bool IsMediaOfAStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 // Whether a `movi` list can have a chunk, or a list, with this identifier.
 bool IsPlausible(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
-    return IsMediaOfAStream(pAviInfo, id) || LowHalf(id) == TwoCC("ix") || id == FourCC("JUNK") || id == FourCC("LIST");
+    return IsMediaOfAStream(pAviInfo, id) || IsIndexChunk(id) || id == FourCC("JUNK") || id == FourCC("LIST");
+}
+
+const Segment* LastOf(const Segment* pList)
+{
+    while (pList->pNextAvix != Null) {
+        pList = pList->pNextAvix;
+    }
+    return pList;
 }
 
 } // namespace
 
-MediaWalk::MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt) : m_pAviInfo(pAviInfo)
+MediaWalk::MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt, Growth eGrowth)
+    : m_pAviInfo(pAviInfo), m_eGrowth(eGrowth)
 {
     for (UInt32 streamNr = 0; streamNr < LX_AVIREAD_STREAMS; ++streamNr) {
         const bool bLook =
@@ -53,26 +63,18 @@ UInt32 MediaWalk::Begin()
         m_uiFileSize = ~UInt64{0};
     }
     GoToFirstSegment(m_pAviInfo);
-    m_uiStart = StartOf(CurrentSegment(m_pAviInfo));
+    const Segment first = CurrentSegment(m_pAviInfo);
+    m_uiStart = StartOf(first);
+    m_uiEnd = std::max(m_uiStart, std::min(EndOf(*LastOf(&first)), m_uiFileSize));
     return GoToPlace(m_pAviInfo, {m_uiStart, m_pAviInfo->pCurrentAvix}) ? LX_OK : UInt32{LX_ERR_AVIREAD_SEEK};
 }
 
-UInt64 MediaWalk::BytesInAll() const
-{
-    const Segment first = CurrentSegment(m_pAviInfo);
-    const Segment* pLast = &first;
-    while (pLast->pNextAvix != Null) {
-        pLast = pLast->pNextAvix;
-    }
-    return std::min(EndOf(*pLast), m_uiFileSize) - std::min(m_uiStart, m_uiFileSize);
-}
+// ---- The current list ----
 
-// Where the current list ends, or the file.
+// Where it ends, or the file.
 UInt64 MediaWalk::EndOfList() const { return std::min(EndOfDelivery(m_pAviInfo), m_uiFileSize); }
 
-// ---- Lists that are longer than they say ----
-
-// How far the current list can reach: to the header of the next one, or to the end of the file.
+// How far it can reach: to the header of the next list, or to the end of the file.
 UInt64 MediaWalk::FurthestEnd() const
 {
     constexpr UInt32 kLargestList = 0xFFFFFFFEu;
@@ -81,17 +83,30 @@ UInt64 MediaWalk::FurthestEnd() const
     return list.pNextAvix != Null ? std::min(end, StartOf(*list.pNextAvix) - kListHeaderBytes) : end;
 }
 
-void MediaWalk::GrowTo(UInt64 end) const
+// Called where delivery may have gone on to another list.
+void MediaWalk::EnterList()
 {
-    if (Segment* const pList = m_pAviInfo->pCurrentAvix; pList != Null && end > EndOf(*pList)) {
-        LX_LOG(kLevelHeader, "AviReadCore : the media data go on behind the end of their list");
-        pList->moviDataSize = static_cast<UInt32>(end - StartOf(*pList));
+    if (m_pAviInfo->pCurrentAvix != m_pList) {
+        LeaveList();
+        m_pList = m_pAviInfo->pCurrentAvix;
+        m_uiStated = m_pList->moviDataSize;
+        m_uiPadBytes = 0;
+        m_bDamaged = false;
     }
 }
 
-// Reads the header at `offset`, if one ends before `end`, else zeros.
-UInt32 MediaWalk::Peek(UInt64 offset, UInt64 end, UInt32 (&header)[2]) const
+void MediaWalk::LeaveList()
 {
+    if (m_pList != Null && m_eGrowth == Growth::IsUndone) {
+        m_pList->moviDataSize = m_uiStated;
+    }
+    m_pList = Null;
+}
+
+// Reads the header at `offset`, if it ends before `end`, else zeros.
+UInt32 MediaWalk::Peek(UInt64 offset, UInt64 end, Header& header) const
+{
+    header = {};
     if (offset + sizeof header > end) {
         return LX_OK;
     }
@@ -101,22 +116,53 @@ UInt32 MediaWalk::Peek(UInt64 offset, UInt64 end, UInt32 (&header)[2]) const
     return ReadRecord(m_pAviInfo, header);
 }
 
-// Lets the current list grow by a whole chunk that begins where the list ends.
-UInt32 MediaWalk::GrowAtEnd() const
+// ---- Lists that are longer than they say ----
+
+void MediaWalk::GrowTo(UInt64 end)
 {
+    if (m_pList != Null && end > EndOf(*m_pList)) {
+        LX_LOG(kLevelHeader, "AviReadCore : the media data go on behind the end of their list");
+        m_pList->moviDataSize = static_cast<UInt32>(end - StartOf(*m_pList));
+        m_uiEnd = std::max(m_uiEnd, end);
+    }
+}
+
+// Near the end of the current list, lets it grow by the chunk that comes next. The chunk before may lack its pad byte.
+UInt32 MediaWalk::GrowAtEnd()
+{
+    constexpr UInt32 kNear = 64; // a "dd" chunk and the header of its frame
     const UInt64 place = m_pAviInfo->CurrentOffset;
-    if (place + kChunkHeaderBytes <= EndOfDelivery(m_pAviInfo)) {
+    const UInt64 end = EndOfDelivery(m_pAviInfo);
+    if (m_pList == Null || place + kNear <= end) {
         return LX_OK;
     }
-    const UInt64 offset = place + (place & 1u);
-    const UInt64 furthest = FurthestEnd();
-    UInt32 header[2] = {}; // identifier, size
-    LX_AVIREAD_TRY(Peek(offset, furthest, header));
-    const UInt64 end = offset + sizeof header + header[1];
-    if (IsMediaOfAStream(m_pAviInfo, header[0]) && end <= furthest) {
-        GrowTo(end);
+    LX_AVIREAD_TRY(GrowBy(place + m_uiPadBytes));
+    if (m_uiPadBytes != 0 && EndOfDelivery(m_pAviInfo) == end) {
+        LX_AVIREAD_TRY(GrowBy(place));
     }
     return SeekAndRemember(m_pAviInfo, place, kFromStart) ? LX_OK : UInt32{LX_ERR_AVIREAD_SEEK};
+}
+
+// Lets the current list grow by a whole media chunk, if one comes at `offset` or behind what may stand before it there: a
+// "dd" chunk, padding, an index chunk, the header of a list.
+UInt32 MediaWalk::GrowBy(UInt64 offset)
+{
+    const UInt64 furthest = FurthestEnd();
+    Header header = {};
+    for (UInt64 at = offset;;) {
+        LX_AVIREAD_TRY(HearAbort(m_pAviInfo));
+        LX_AVIREAD_TRY(Peek(at, furthest, header));
+        const bool bList = header.uiId == FourCC("LIST");
+        const UInt64 end = at + (bList ? UInt64{kListHeaderBytes} : UInt64{kChunkHeaderBytes} + header.uiSize);
+        if (!IsPlausible(m_pAviInfo, header.uiId) || end > furthest) {
+            return LX_OK;
+        }
+        if (IsMediaOfAStream(m_pAviInfo, header.uiId) && HighHalf(header.uiId) != TwoCC("dd")) {
+            GrowTo(end);
+            return LX_OK;
+        }
+        at = end + (bList ? 0 : header.uiSize & 1u);
+    }
 }
 
 // ---- The way from chunk to chunk ----
@@ -133,8 +179,13 @@ UInt32 MediaWalk::Find(MediaChunk& chunk)
         lxAviRead_ChunkData_t data = {};
         MediaHeader header = {};
         LX_AVIREAD_TRY(HearAbort(m_pAviInfo));
+        EnterList();
         LX_AVIREAD_TRY(GrowAtEnd());
         LX_AVIREAD_TRY(ReadMediaHeader(m_pAviInfo, &data, header));
+        EnterList();
+        if (header.uiStart < m_uiBehind) {
+            return LX_AVIREAD_END_OF_MEDIA; // a damaged header has led to a list that was passed already
+        }
         if (!IsOfKnownStream(data)) {
             continue; // its size cannot be trusted; delivery searches on behind the header, too
         }
@@ -158,26 +209,32 @@ UInt32 MediaWalk::Examine(UInt32 size, bool& bWhole)
 {
     const UInt64 payload = m_pAviInfo->CurrentOffset;
     const UInt64 end = payload + size;
-    const bool bInList = end <= EndOfList();
-    bWhole = bInList || end <= FurthestEnd();
-    if (bWhole && !(bInList && IsTrusted())) {
-        LX_AVIREAD_TRY(ExamineBehind(end + (end & 1u), bInList ? EndOfList() : FurthestEnd(), bWhole));
-        bWhole = bWhole || (bInList && end + 1 + kChunkHeaderBytes > EndOfList());
+    const UInt64 endOfList = EndOfList();
+    const UInt64 limit = end <= endOfList ? endOfList : FurthestEnd();
+    bWhole = end <= limit;
+    if (bWhole && (end > endOfList || m_bDamaged)) {
+        LX_AVIREAD_TRY(LookBehind(end, size, limit, bWhole));
+        bWhole = bWhole || (end <= endOfList && end + 1 + kChunkHeaderBytes > endOfList);
         LX_AVIREAD_TRY(SeekAndRemember(m_pAviInfo, payload, kFromStart) ? LX_OK : UInt32{LX_ERR_AVIREAD_SEEK});
     }
     if (bWhole) {
         GrowTo(end);
     }
-    m_pDamaged = bWhole ? Null : m_pAviInfo->pCurrentAvix;
+    m_bDamaged = !bWhole;
     return LX_OK;
 }
 
-// Whether a chunk begins at `behind`, and its header ends before `end`.
-UInt32 MediaWalk::ExamineBehind(UInt64 behind, UInt64 end, bool& bFollowed) const
+// Whether a chunk begins behind a payload of `size` bytes that ends at `end`, with a pad byte or without the one that
+// should be there.
+UInt32 MediaWalk::LookBehind(UInt64 end, UInt32 size, UInt64 limit, bool& bFollowed) const
 {
-    UInt32 header[2] = {};
-    LX_AVIREAD_TRY(Peek(behind, end, header));
-    bFollowed = IsPlausible(m_pAviInfo, header[0]);
+    Header header = {};
+    LX_AVIREAD_TRY(Peek(end + (size & 1u), limit, header));
+    bFollowed = IsPlausible(m_pAviInfo, header.uiId);
+    if (!bFollowed && (size & 1u) != 0) {
+        LX_AVIREAD_TRY(Peek(end, limit, header));
+        bFollowed = IsPlausible(m_pAviInfo, header.uiId);
+    }
     return LX_OK;
 }
 
@@ -192,6 +249,8 @@ UInt32 MediaWalk::PassOver(MediaChunk& chunk)
         LX_AVIREAD_TRY(lxAviReadCore_RemoveChunk(chunk.uiSize - seen));
     }
     m_pAviInfo->CurrentOffset += chunk.uiSize;
+    m_uiBehind = m_pAviInfo->CurrentOffset;
+    m_uiPadBytes = chunk.uiSize & 1u;
     return LX_OK;
 }
 

@@ -53,6 +53,14 @@ constexpr UInt16 HighHalf(UInt32 word) { return static_cast<UInt16>(word >> 16);
 // Byte `index` of a word, 0 being the one that comes first in the file.
 constexpr UInt8 ByteOf(UInt32 word, unsigned index) { return static_cast<UInt8>(word >> (8 * index)); }
 
+constexpr bool IsDigit(UInt8 character) { return character >= '0' && character <= '9'; }
+
+// Whether the identifier is one of an index chunk: "ix" and the digits of a stream.
+constexpr bool IsIndexChunk(UInt32 id)
+{
+    return LowHalf(id) == TwoCC("ix") && IsDigit(ByteOf(id, 2)) && IsDigit(ByteOf(id, 3));
+}
+
 // Chunks start at even offsets: an odd size is followed by one pad byte. 0xFFFFFFFF becomes 0.
 constexpr UInt32 MakeEven(UInt32 size) { return size + (size & 1u); }
 

@@ -1,4 +1,5 @@
-// The way to the next media chunk, for delivery and for the count of the audio that a jump has passed over.
+// The way to the next media chunk, for delivery, for the count of the audio that a jump has passed over, and for the walk
+// over the media data.
 
 #pragma once
 

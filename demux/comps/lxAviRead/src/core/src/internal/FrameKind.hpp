@@ -32,7 +32,7 @@ public:
     explicit FrameRule(const lxAviReadCore_StreamInfo_t& stream, UInt32 streamNr);
 
     bool IsKnown() const { return m_pfnLook != nullptr; }
-    // Says Unknown where more bytes could tell more.
+    // Says Unknown where these bytes do not tell it; more bytes may.
     FrameKind Look(const FrameHead& head) const;
 
 private:

@@ -20,12 +20,20 @@ struct MediaChunk {
 // The streams whose frames a walk looks at.
 enum class LookAt : UInt8 { NoFrames, MainVideo, AllVideo };
 
-// Delivery uses the same search, so that both meet the same chunks. The walk changes the place of delivery. A list that
-// proves to be longer than it says is that long from then on.
+// What becomes of lists that prove to be longer than they say.
+enum class Growth : UInt8 {
+    IsUndone, // when the walk leaves them; another walk over the same chunks follows
+    Stays,    // so that delivery reaches their chunks, too
+};
+
+// The search for chunks is that of delivery. The walk changes the place of delivery.
 class MediaWalk {
 public:
     // A walk that looks at frames needs the batch buffer.
-    MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt);
+    MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt, Growth eGrowth);
+    ~MediaWalk() { LeaveList(); }
+    MediaWalk(const MediaWalk&) = delete;
+    MediaWalk& operator=(const MediaWalk&) = delete;
 
     // Goes to the first chunk.
     [[nodiscard]] UInt32 Begin();
@@ -34,26 +42,41 @@ public:
 
     // From the first byte of the media data: where the walk is, and the end.
     UInt64 BytesDone() const { return m_pAviInfo->CurrentOffset - m_uiStart; }
-    UInt64 BytesInAll() const;
+    UInt64 BytesInAll() const { return m_uiEnd - m_uiStart; }
 
 private:
+    struct Header {
+        UInt32 uiId;
+        UInt32 uiSize;
+    };
+
     [[nodiscard]] UInt32 Find(MediaChunk& chunk);
-    bool IsTrusted() const { return m_pAviInfo->pCurrentAvix != m_pDamaged; }
-    UInt64 EndOfList() const;
-    UInt64 FurthestEnd() const;
-    void GrowTo(UInt64 end) const;
-    [[nodiscard]] UInt32 GrowAtEnd() const;
-    [[nodiscard]] UInt32 Peek(UInt64 offset, UInt64 end, UInt32 (&header)[2]) const;
-    [[nodiscard]] UInt32 Examine(UInt32 size, bool& bWhole);
-    [[nodiscard]] UInt32 ExamineBehind(UInt64 behind, UInt64 end, bool& bFollowed) const;
     [[nodiscard]] UInt32 PassOver(MediaChunk& chunk);
     [[nodiscard]] UInt32 LookAtFrame(const FrameRule& rule, MediaChunk& chunk, UInt32& seen);
 
+    UInt64 EndOfList() const;
+    UInt64 FurthestEnd() const;
+    [[nodiscard]] UInt32 Peek(UInt64 offset, UInt64 end, Header& header) const;
+    [[nodiscard]] UInt32 Examine(UInt32 size, bool& bWhole);
+    [[nodiscard]] UInt32 LookBehind(UInt64 end, UInt32 size, UInt64 limit, bool& bFollowed) const;
+
+    void EnterList();
+    void LeaveList();
+    void GrowTo(UInt64 end);
+    [[nodiscard]] UInt32 GrowAtEnd();
+    [[nodiscard]] UInt32 GrowBy(UInt64 offset);
+
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     FrameRule m_rules[LX_AVIREAD_STREAMS];
-    UInt64 m_uiStart = 0;
+    Growth m_eGrowth;
+    UInt64 m_uiStart = 0; // of the media data
+    UInt64 m_uiEnd = 0;
     UInt64 m_uiFileSize = 0;
-    const Segment* m_pDamaged = Null; // in which a chunk claims more than there is, and none was whole since
+    UInt64 m_uiBehind = 0;   // the chunk met last; the walk never goes back
+    UInt32 m_uiPadBytes = 0; // that should follow it
+    Segment* m_pList = Null; // the current list
+    UInt32 m_uiStated = 0;   // its size, as it says
+    bool m_bDamaged = false; // a chunk of it claims more than there is, and none was whole since
 };
 
 } // namespace lxAviReadCore

@@ -209,15 +209,16 @@ inline bool TracksFailAlone(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // ---- Delivery ----
 
-// A step on the way to a chunk ends with its list. What the list does not hold is looked for anew in the next one that
-// has room for it.
+// A step on the way to a chunk stays in its list: a chunk to be stepped over that claims more than the list has is damage,
+// and the search slides on. What the list does not hold is looked for anew in the next one that has room for it.
 // Quirk Q20
 inline bool StepsEndWithTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// Index chunks between the media chunks are stepped over in every file. The default mode does so only if a stream list
-// holds an index; in other files it slides over them, and takes the identifier in them for a chunk.
+// Indexes in a list of media data are stepped over in every file: `ix##` chunks, and an `idx1` that the list reaches over.
+// The default mode steps over index chunks only if a stream list holds an index; else it slides over them, and takes the
+// identifiers in them for chunks.
 // Quirk Q75
-inline bool IndexChunksAreNeverMedia(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+inline bool IndexesAreNeverMedia(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // Frames count from 0, with a key-frame table or without one.
 // Quirk Q25
