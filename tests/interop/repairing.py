@@ -187,6 +187,85 @@ class Copies(Repair):
         self.assertIn("would be overwritten", lxavi("repair", path, "-o", self.folder / "link.avi", "--force").stderr)
         self.assertEqual(path.read_bytes(), MJPEG.read_bytes())
 
+    def test_names_for_unfinished_outputs_belong_to_nobody_else(self):
+        data = unfinished(MJPEG.read_bytes())
+        source = self.file(data, "film.avi.partial")
+        self.assertEqual(lxavi("repair", source, "-o", self.folder / "film.avi").returncode, 0)
+        self.assertEqual(source.read_bytes(), data)
+        self.assert_good(self.folder / "film.avi")
+        os.link(source, self.folder / "other.avi.partial")
+        self.assertEqual(lxavi("repair", source, "-o", self.folder / "other.avi").returncode, 0)
+        self.assertEqual(source.read_bytes(), data)
+        self.assertEqual(sorted(p.name for p in self.folder.iterdir()),
+                         ["film.avi", "film.avi.partial", "other.avi", "other.avi.partial"])
+        self.assertEqual((self.folder / "film.avi").stat().st_mode & 0o777, 0o666 & ~self.umask())
+
+    def umask(self):
+        mask = os.umask(0)
+        os.umask(mask)
+        return mask
+
+    def test_only_regular_files_are_replaced(self):
+        os.mkfifo(self.folder / "pipe")
+        for out in (self.folder, self.folder / "pipe", "/dev/null"):
+            result = lxavi("repair", MPEG4, "-o", out, "--force")
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("is no regular file", result.stderr)
+
+    def test_media_data_behind_damaged_lists_are_found(self):
+        found = walk(MPEG4).chunks
+        data = without_index(MPEG4.read_bytes())
+        first, second, third = data[:found[100].offset], data[found[100].offset:found[200].offset], data[found[200].offset:]
+        avix = [b"RIFF" + struct.pack("<I", len(body) + 16) + b"AVIXLIST" + struct.pack("<I", len(body) + 4) + b"movi" + body
+                for body in (second, third)]
+        head = bytearray(first)
+        struct.pack_into("<I", head, head.index(b"movi") - 4, len(head) - head.index(b"movi"))
+        struct.pack_into("<I", head, 4, len(head) - 8)
+        broken = avix[0][:4] + struct.pack("<I", 0xFFFFFFFF) + avix[0][8:]
+        for name, content, outside in (("whole", head + avix[0] + avix[1], 0), ("hole", head + avix[0] + bytes(999) + avix[1], 1),
+                                       ("size", head + broken + avix[1], 0)):
+            with self.subTest(damage=name):
+                out, report = self.repaired(self.file(content))
+                self.assertEqual(chunks(out), chunks(MPEG4))
+                self.assertEqual(report["bytes left out behind the lists"] > 0, outside > 0)
+                self.assert_good(out)
+
+    def test_an_unfinished_file_goes_on_behind_damage(self):
+        data, found = unfinished(MPEG4.read_bytes()), walk(MPEG4).chunks
+        at = found[100].offset
+        out, report = self.repaired(self.file(data[:at] + bytes(777) + data[at:]))
+        self.assertEqual(chunks(out), chunks(MPEG4))
+        self.assertEqual(report["bytes left out"], 777)
+
+    def test_the_index_is_no_media_data(self):
+        data = bytearray(MPEG4.read_bytes())
+        struct.pack_into("<I", data, data.index(b"movi") - 4, len(data) - data.index(b"movi") + 5000)
+        out, _ = self.repaired(self.file(data))
+        self.assertEqual(chunks(out), chunks(MPEG4))
+
+    def test_a_file_of_audio_alone_gets_its_length(self):
+        data = bytearray(MJPEG.read_bytes())
+        self.assertEqual(data.count(b"vids"), 1)
+        data = data.replace(b"vids", b"mids")
+        struct.pack_into("<I", data, data.index(b"auds") + 32, 0)
+        out, _ = self.repaired(self.file(data))
+        info = json.loads(run(LXAVI, "info", str(out), "--json"))["stream"][1]
+        size = sum(c.size for c in walk(MJPEG).chunks if c.stream == 1)
+        self.assertEqual(info["length"], size // info["sample size"])
+
+    def test_long_texts_are_cut_once(self):
+        data = MPEG4.read_bytes()
+        movi = data.index(b"movi") - 8
+        text = b"INAM" + struct.pack("<I", 70000) + b"t" * 70000
+        info = b"LIST" + struct.pack("<I", 4 + len(text)) + b"INFO" + text
+        out, _ = self.repaired(self.file(data[:movi] + info + data[movi:]))
+        again, _ = self.repaired(out, name="again.avi")
+        self.assertEqual(again.read_bytes(), out.read_bytes())
+
+    def test_the_default_mode_is_not_that_of_repairs(self):
+        out, _ = self.repaired(MPEG4, "--default-mode", "--budget", "100")
+        self.assert_good(out)
+
     def test_wrong_usage_and_wrong_input(self):
         for arguments in (("repair", MPEG4), ("repair", MPEG4, "-o", "x", "--in-place"), ("repair",)):
             self.assertEqual(lxavi(*arguments).returncode, 2, arguments)
@@ -290,10 +369,14 @@ class InPlace(Repair):
     def test_other_files_are_refused_and_not_touched(self):
         data = MPEG4.read_bytes()
         last = walk(MPEG4).chunks[-1]
-        cases = ((data[:last.offset + 9], "its last chunk is cut or damaged (9 bytes)"),
+        middle = walk(MPEG4).chunks[200].offset
+        cases = ((data[:last.offset + 9], "9 bytes of its media data are cut or damaged"),
                  (without_index(data) + b"abcdefgh", "8 bytes follow its media data"),
-                 (data[:-16], "it has another index") if self.differs(data) else (data[:last.offset + 3], "is cut"),
-                 (DV.read_bytes() + b"RIFF\x18\0\0\0AVIXLIST\x0c\0\0\0movi00dc\0\0\0\0", "several lists"))
+                 (data[:middle] + bytes(50) + data[middle + 50:], "of its media data are cut or damaged"),
+                 (DV.read_bytes() + b"RIFF\x18\0\0\0AVIXLIST\x0c\0\0\0movi00dc\0\0\0\0", "several lists"),
+                 (self.with_short_header(without_index(data)), "its headers are damaged"),
+                 (self.completed(MPEG4) + b"TAG" + bytes(125), "128 bytes follow its index"),
+                 (self.completed(MPEG4)[:-16] + b"x" * 16, "it has another index"))
         for content, why in cases:
             path = self.file(content)
             self.assertIn(why, self.complete(path, 1))
@@ -303,11 +386,47 @@ class InPlace(Repair):
             path.chmod(0o400)
             self.assertIn("cannot be written: Permission denied", self.complete(path, 1))
 
-    def differs(self, data):
-        """Whether the index of the sample is another one than the tool writes."""
-        path = self.file(unfinished(data))
+    def completed(self, source):
+        path = self.file(unfinished(source.read_bytes()), "completed.avi")
         self.complete(path)
-        return path.read_bytes()[-len(data) + data.rindex(b"idx1"):] != data[data.rindex(b"idx1"):]
+        return path.read_bytes()
+
+    def with_short_header(self, data):
+        """The first stream header has 32 bytes, and no room for a length."""
+        data, at = bytearray(data), data.index(b"strh")
+        del data[at + 8 + 32:at + 8 + 56]
+        struct.pack_into("<I", data, at + 4, 32)
+        for code in (b"hdrl", b"strl"):
+            size = data.index(code) - 4
+            struct.pack_into("<I", data, size, struct.unpack_from("<I", data, size)[0] - 24)
+        return bytes(data)
+
+    def test_padding_at_the_end_of_the_media_data_stays(self):
+        index = struct.pack("<4sIHBBI4sQI", b"ix00", 24, 2, 0, 1, 0, b"00db", 0, 0)
+        data = without_index(MJPEG.read_bytes()) + b"JUNK\x07\0\0\0abcdefg\0" + index
+        path = self.file(unfinished(data + b"idx1"))
+        self.complete(path)
+        self.assert_good(path)
+        self.assertEqual(chunks(path), chunks(MJPEG))
+        self.assertEqual(self.complete(path), [])
+
+    def test_the_index_stands_at_an_even_offset(self):
+        data = bytearray(unfinished(MJPEG.read_bytes()))
+        middle = walk(MJPEG).chunks[50].offset
+        shifted = bytes(data[:middle]) + b"\0" + bytes(data[middle:])
+        path = self.file(shifted)
+        before = path.read_bytes()
+        self.assertIn("1 bytes of its media data are cut or damaged", self.complete(path, 1))
+        self.assertEqual(path.read_bytes(), before)
+
+    def test_the_extended_header_counts_the_frames_too(self):
+        data = bytearray(unfinished(DV.read_bytes()[:DV.read_bytes().rindex(b"idx1")] + b"idx1"))
+        dmlh = data.index(b"dmlh") + 8
+        struct.pack_into("<I", data, dmlh, 77)
+        path = self.file(data)
+        self.assertIn("number of frames", self.complete(path))
+        self.assertEqual(struct.unpack_from("<I", path.read_bytes(), dmlh)[0], 4)
+        self.assert_good(path)
 
     def test_wherever_it_is_killed_the_file_plays_as_before_and_the_next_run_finishes(self):
         for source in (MPEG4, MJPEG):

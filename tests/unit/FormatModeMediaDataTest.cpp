@@ -930,6 +930,54 @@ TEST_F(MediaData, ListsAndIndexChunksFollowAWholeChunk)
     }
 }
 
+TEST_F(MediaData, AnUnfinishedListGoesOnBehindDamage)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(10, 5);
+    builder.Raw(Fill(1001));
+    AddFrames(10, 5);
+    builder.Raw(Text("abcd") + U32(0xFFFFFF00));
+    AddFrames(10, 5);
+    Bytes file = builder.Build();
+    Patch32(file, 4, 0);
+    Patch32(file, Find(file, "movi") - 4, 0);
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    EXPECT_EQ(Table().back().videoFrameNumber, 25u);
+    Position();
+    EXPECT_EQ(CountDelivered(), 60u);
+}
+
+TEST_F(MediaData, ListsBehindADamagedHeaderAreFound)
+{
+    builder.dmlhTotalFrames = 20;
+    builder.eIndex = IndexKind::None;
+    for (UInt32 i = 0; i < 5; ++i) {
+        AddFrames(30, 10);
+        if (i < 4) {
+            builder.NextRiff();
+        }
+    }
+    const Bytes whole = builder.Build();
+    const size_t third = Find(whole, "AVIX", Find(whole, "AVIX") + 4) - 8;
+    for (const UInt32 size : {0u, 7u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        Bytes file = whole;
+        Patch32(file, third + 4, size);
+        ASSERT_EQ(ParseFile(file), LX_OK);
+        EXPECT_EQ(TableOffsets(), KeyFrames()) << size;
+        EXPECT_EQ(Table().back().videoFrameNumber, 140u);
+        Position();
+        EXPECT_EQ(CountDelivered(), 300u);
+    }
+    Bytes file = whole;
+    std::fill_n(file.begin() + static_cast<std::ptrdiff_t>(third), 24, UInt8{0});
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(Table().size(), 12u); // the list without its header is lost
+    file.insert(file.begin() + static_cast<std::ptrdiff_t>(third), 20001, 0);
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(Table().size(), 12u);
+}
+
 TEST_F(MediaData, TheSizeOfTheFileNeedNotBeKnown)
 {
     AddFrames(5, 1);

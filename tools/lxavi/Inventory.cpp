@@ -20,6 +20,17 @@ std::set<UInt64> IndexedKeyFrames(Reader& reader)
     return offsets;
 }
 
+bool IsPrintable(UInt32 id)
+{
+    for (int i = 0; i < 4; ++i) {
+        const auto character = static_cast<UInt8>(id >> (8 * i));
+        if (character < 0x20 || character > 0x7E) {
+            return false;
+        }
+    }
+    return true;
+}
+
 UInt64 StartOf(const lxAviRead_MediaChunk_t& chunk)
 {
     return chunk.uiDescriptor != 0 ? chunk.uiDescriptor : chunk.uiOffset;
@@ -40,6 +51,7 @@ Inventory::Inventory(Reader& reader)
         behind = BehindChunk(chunk);
     }
     TakeGap(behind, reader.FileSize());
+    CountOutside();
     static_cast<void>(reader.ParseMediaData()); // counts what the streams hold; not without a video stream
     for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
         m_lengths[i] = CountLength(i);
@@ -107,6 +119,28 @@ void Inventory::TakeGapOfList(Extent gap)
     if (gap.start < gap.end) {
         m_bytesLeftOut += gap.end - gap.start;
         ++m_placesLeftOut;
+    }
+}
+
+// Between the lists and behind the last one there are indexes and the headers of lists. What is no chunk there is damage, or
+// was left over from an older file.
+void Inventory::CountOutside()
+{
+    const std::vector<Extent>& lists = m_media.Lists();
+    for (size_t i = 0; i < lists.size(); ++i) {
+        const UInt64 end = i + 1 < lists.size() ? lists[i + 1].start : m_reader.FileSize();
+        UInt64 at = lists[i].end + lists[i].end % 2;
+        while (at + 8 <= end) {
+            const ChunkHead header = m_source.HeaderAt(at);
+            const bool isList = header.id == Code("RIFF") || header.id == Code("LIST");
+            const bool isInfo = isList && m_source.HeaderAt(at + 4).size == Code("INFO");
+            const UInt64 next = at + (isList && !isInfo ? 12 : 8 + UInt64{header.size} + (header.size & 1));
+            if (next > end || !IsPrintable(header.id)) {
+                break;
+            }
+            at = next;
+        }
+        m_bytesOutside += end - std::min(at, end);
     }
 }
 

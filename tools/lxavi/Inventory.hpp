@@ -32,12 +32,14 @@ public:
     UInt64 KeyFrames() const { return m_keyFrames; }
     UInt64 PlacesLeftOut() const { return m_placesLeftOut; } // bytes of the lists that are no chunks
     UInt64 BytesLeftOut() const { return m_bytesLeftOut; }
+    UInt64 BytesOutside() const { return m_bytesOutside; } // of the lists, and no chunks either
 
 private:
     void TakeChunk(const lxAviRead_MediaChunk_t& chunk);
     bool IsKeyFrame(const lxAviRead_MediaChunk_t& chunk);
     void TakeGap(UInt64 from, UInt64 to);
     void TakeGapOfList(Extent gap);
+    void CountOutside();
     bool IsPaletteChange(UInt32 id) const;
     UInt32 CountLength(UInt32 streamNr) const;
 
@@ -53,6 +55,7 @@ private:
     UInt64 m_keyFrames = 0;
     UInt64 m_placesLeftOut = 0;
     UInt64 m_bytesLeftOut = 0;
+    UInt64 m_bytesOutside = 0;
 };
 
 } // namespace lxavi

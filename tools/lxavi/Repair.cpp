@@ -82,6 +82,7 @@ Json CommonReport(const Reader& reader, const Inventory& inventory, const std::s
     report["key frames"] = inventory.KeyFrames();
     report["places left out"] = inventory.PlacesLeftOut();
     report["bytes left out"] = inventory.BytesLeftOut();
+    report["bytes left out behind the lists"] = inventory.BytesOutside();
     lxAviRead_Avih_t avih = {};
     static_cast<void>(lxAviReadCore_GetAvihData(&avih));
     if (avih.dwStreams > reader.StreamCount()) {

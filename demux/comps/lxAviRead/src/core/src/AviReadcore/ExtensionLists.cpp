@@ -6,8 +6,10 @@
 //     …                              whatever else the list holds is stepped over with it
 //   RIFF size other  …               stepped over
 //
-// The walk ends at the end of the file, at anything that is no RIFF list, and where it would not get further on.
+// The walk ends at the end of the file, at anything that is no RIFF list, and where it would not get further on. The walk
+// over the media data looks for lists behind that.
 
+#include "internal/Memory.hpp"
 #include "internal/Segments.hpp"
 
 #include <algorithm>
@@ -171,7 +173,94 @@ UInt32 WalkTopLevel(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
     }
 }
 
+// ---- Lists that Open has not found ----
+
+constexpr UInt32 kWordsOfLists = 6; // RIFF, its size, AVIX, LIST, its size, movi
+constexpr UInt32 kBytesOfLists = kWordsOfLists * sizeof(UInt32);
+
+// Whether an "AVIX" list begins here with its `movi` list.
+bool IsExtension(const UInt8* pBytes)
+{
+    return Load<UInt32>(pBytes) == FourCC("RIFF") && Load<UInt32>(pBytes + 8) == FourCC("AVIX") &&
+           Load<UInt32>(pBytes + 12) == FourCC("LIST") && Load<UInt32>(pBytes + 20) == FourCC("movi");
+}
+
+// Searches the bytes from `at` on; at the end of the search `at` is that of an "AVIX" list, or beyond `fileSize`.
+UInt32 SearchExtension(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 fileSize, UInt64& at, UInt32& moviSize)
+{
+    const auto* const pBlock = static_cast<const UInt8*>(pAviInfo->pMetaDataBuffer);
+    while (at + kBytesOfLists <= fileSize) {
+        LX_AVIREAD_TRY(HearAbort(pAviInfo));
+        const auto bytes = static_cast<UInt32>(std::min<UInt64>(kMetaDataBytes, fileSize - at));
+        if (!SeekAndRemember(pAviInfo, at, kFromStart)) {
+            return LX_ERR_AVIREAD_SEEK;
+        }
+        LX_AVIREAD_TRY(ReadLoop(pAviInfo, kCoreRead, {pAviInfo->pMetaDataBuffer, kMetaDataBytes, bytes}));
+        for (UInt32 i = 0; i + kBytesOfLists <= bytes; ++i) {
+            if (IsExtension(pBlock + i)) {
+                moviSize = Load<UInt32>(pBlock + i + 16);
+                at += i;
+                return LX_OK;
+            }
+        }
+        at += bytes - (kBytesOfLists - 1);
+    }
+    return LX_OK;
+}
+
+// The place behind an index that follows media data, as in most files of one list; else `offset`.
+UInt32 StepOverIdx1(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 fileSize, UInt64& offset)
+{
+    ChunkHeader chunk = {};
+    if (offset + kChunkHeaderBytes > fileSize) {
+        return LX_OK;
+    }
+    if (!SeekAndRemember(pAviInfo, offset, kFromStart)) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    LX_AVIREAD_TRY(ReadChunkHeader(pAviInfo, chunk));
+    offset += chunk.uiCode == FourCC("idx1") ? UInt64{kChunkHeaderBytes} + chunk.uiSize : 0;
+    return LX_OK;
+}
+
+UInt32 AppendLostList(lxAviReadCore_AviInfo_t* pAviInfo, Segment*& pTail, UInt64 at, UInt32 moviSize)
+{
+    Segment* const pSegment = AppendSegment(pAviInfo, pTail);
+    if (pSegment == Null) {
+        return LX_ERR_AVIREAD_NO_MEMORY;
+    }
+    LX_LOG(kLevelHeader, "AviReadCore : found an AVIX list behind damage");
+    pSegment->moviDataOffset = at + kBytesOfLists;
+    pSegment->moviDataSize = moviSize > kListTypeBytes ? MakeEven(moviSize) - kListTypeBytes : 0;
+    pAviInfo->bAvixPresent = 1;
+    pTail = pSegment;
+    return LX_OK;
+}
+
 } // namespace
+
+UInt32 FindLostLists(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 fileSize)
+{
+    Segment* pTail = pAviInfo->pCurrentAvix;
+    if (pTail == Null) {
+        return LX_OK;
+    }
+    while (pTail->pNextAvix != Null) {
+        pTail = pTail->pNextAvix;
+    }
+    UInt64 at = EndOf(*pTail) + (EndOf(*pTail) & 1u);
+    LX_AVIREAD_TRY(StepOverIdx1(pAviInfo, fileSize, at));
+    for (;;) {
+        UInt32 moviSize = 0;
+        LX_AVIREAD_TRY(SearchExtension(pAviInfo, fileSize, at, moviSize));
+        if (at + kBytesOfLists > fileSize) {
+            return LX_OK;
+        }
+        LX_AVIREAD_TRY(AppendLostList(pAviInfo, pTail, at, moviSize));
+        at = std::max(at + kBytesOfLists, std::min(EndOf(*pTail), fileSize));
+    }
+}
+
 } // namespace lxAviReadCore
 
 using namespace lxAviReadCore;

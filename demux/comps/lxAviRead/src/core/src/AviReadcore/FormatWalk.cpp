@@ -8,7 +8,7 @@
 //     any other chunk or list    stepped over
 //   RIFF …                       the next list: this one ends here, whatever its size says
 //
-// If a writer was stopped, sizes may be 0. The media data then end at the first chunk that cannot belong to them. A
+// If a writer was stopped, sizes may be 0. The media data then end before an index or another RIFF list, or with the file. A
 // chunk that claims more than the list has room for is garbage; the walk goes through it 8 bytes at a time, until a
 // known chunk lines up.
 
@@ -88,8 +88,18 @@ bool MayBelongToMovi(UInt32 code)
            code == FourCC("LIST");
 }
 
+// Where media data end that go on to `end` and stop there with a chunk that cannot belong to them. If that is nothing that
+// follows media data either, it is damage, and they may go on behind it, up to the end of the file. A list whose size is not
+// 0 is finished, and ends there.
+UInt64 EndOfMeasured(const Walk& walk, const ChunkHeader& list, UInt32 code, UInt64 end)
+{
+    UInt64 fileSize = 0;
+    const bool bDamage = list.uiSize == 0 && code != FourCC("idx1") && code != FourCC("RIFF");
+    return bDamage && TellSize(walk.pAviInfo, fileSize) ? std::max(end, fileSize) : end;
+}
+
 // Measures media data whose writer has left their size 0.
-UInt32 MeasureMovi(Walk& walk, UInt64& size)
+UInt32 MeasureMovi(Walk& walk, const ChunkHeader& list, UInt64& size)
 {
     const UInt64 start = walk.uiAt;
     Place place = {};
@@ -101,7 +111,8 @@ UInt32 MeasureMovi(Walk& walk, UInt64& size)
     if (result != LX_OK && result != LX_ERR_AVIREAD_EOF) {
         return result;
     }
-    size = std::min<UInt64>(place.uiOffset - start, kLargestSize);
+    const UInt64 end = result == LX_OK ? EndOfMeasured(walk, list, place.chunk.uiCode, place.uiOffset) : place.uiOffset;
+    size = std::min<UInt64>(end - start, kLargestSize);
     return SeekAndRemember(walk.pAviInfo, walk.uiAt = start, kFromStart) ? LX_OK : LX_ERR_AVIREAD_SEEK;
 }
 
@@ -135,7 +146,7 @@ Step TakeMovi(Walk& walk, const Place& place)
         NoteFirstMovi(walk, offset, size != 0 ? size : kLargestSize);
         return kFinish; // the file stays at the first media chunk
     }
-    if (const UInt32 result = size == 0 ? MeasureMovi(walk, size) : LX_OK; result != LX_OK) {
+    if (const UInt32 result = size == 0 ? MeasureMovi(walk, place.chunk, size) : LX_OK; result != LX_OK) {
         return AfterResult(walk, result);
     }
     if (!walk.bMoviFound) {

@@ -62,6 +62,9 @@ UInt32 MediaWalk::Begin()
     if (!TellSize(m_pAviInfo, m_uiFileSize)) {
         m_uiFileSize = ~UInt64{0};
     }
+    if (m_uiFileSize != ~UInt64{0}) {
+        LX_AVIREAD_TRY(FindLostLists(m_pAviInfo, m_uiFileSize));
+    }
     GoToFirstSegment(m_pAviInfo);
     const Segment first = CurrentSegment(m_pAviInfo);
     m_uiStart = StartOf(first);

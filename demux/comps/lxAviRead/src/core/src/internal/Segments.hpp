@@ -20,6 +20,10 @@ inline UInt64 EndOf(const Segment& segment) { return segment.moviDataOffset + se
 // Appends a cleared record behind `pTail`, or starts the chain when there is none; null when the heap is exhausted.
 Segment* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, Segment* pTail);
 
+// Looks behind the last record for "AVIX" lists that a damaged header has hidden from Open, and appends records for them.
+// Needs the batch buffer. `fileSize` is in bytes.
+[[nodiscard]] UInt32 FindLostLists(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 fileSize);
+
 // Frees the whole chain.
 void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo);
 // Frees the records behind the current one, which an earlier walk may have left.
