@@ -835,6 +835,36 @@ TEST_F(MediaData, BothWalksMeetTheSameChunks)
     for (UInt32 i = 0; i < 40; ++i) {
         EXPECT_EQ(Entry(0, i).audioChunkOffset[0], OffsetsOf("01wb")[i]) << i;
     }
+    for (UInt32 again = 0; again < 2; ++again) {
+        EXPECT_EQ(Walk().size(), 80u);
+        ASSERT_EQ(Parse(), LX_OK);
+        EXPECT_EQ(TableOffsets(), KeyFrames());
+    }
+}
+
+TEST_F(MediaData, ManyListsMayGrow)
+{
+    builder.dmlhTotalFrames = 24;
+    builder.eIndex = IndexKind::None;
+    constexpr UInt32 kLists = 12;
+    for (UInt32 i = 0; i < kLists; ++i) {
+        AddFrames(4, 2);
+        if (i + 1 < kLists) {
+            builder.NextRiff();
+        }
+    }
+    Bytes file = builder.Build();
+    size_t movi = Find(file, "movi");
+    for (UInt32 i = 0; i < kLists; ++i) {
+        Patch32(file, movi - 4, 4 + 648 + 18);
+        movi = Find(file, "movi", movi + 4);
+    }
+    ASSERT_EQ(ParseFile(file), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+    EXPECT_EQ(WalkedOffsets(), BuiltOffsets());
+    EXPECT_EQ(WalkedOffsets(), BuiltOffsets());
+    Position();
+    EXPECT_EQ(CountDelivered(), 8 * kLists);
 }
 
 TEST_F(MediaData, DamageMayShiftChunksToOddOffsets)

@@ -55,8 +55,6 @@ public:
         return m_pfnProgress(m_pUser, done, all) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
     }
 
-    bool IsLastWalk() const { return m_uiWalk == m_uiWalks; }
-
 private:
     lxAviRead_Progress_t m_pfnProgress;
     void* m_pUser;
@@ -160,7 +158,7 @@ UInt32 IndexFrames(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
     FrameIndexer indexer(pAviInfo, kEveryKeyFrame);
     LX_AVIREAD_TRY(indexer.Begin());
     progress.BeginWalk();
-    MediaWalk walk(pAviInfo, LookAt::MainVideo, progress.IsLastWalk() ? Growth::Stays : Growth::IsUndone);
+    MediaWalk walk(pAviInfo, LookAt::MainVideo);
     const UInt32 result = ForEachChunk(walk, [&](const MediaChunk& chunk) {
         LX_AVIREAD_TRY(progress.Tell(walk));
         return indexer.Take(chunk);
@@ -176,7 +174,7 @@ UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
     AudioByTrack tracks(pAviInfo, kPlacerMessages);
     if (pAviInfo->AudioTracksCount > 0) {
         progress.BeginWalk();
-        MediaWalk walk(pAviInfo, LookAt::NoFrames, Growth::Stays);
+        MediaWalk walk(pAviInfo, LookAt::NoFrames);
         const UInt32 result = ForEachChunk(walk, [&](const MediaChunk& chunk) {
             const EntrySource source = SourceOfIdentifier(pAviInfo, chunk.uiId);
             if (source.eKind == EntryKind::Audio) {
@@ -245,7 +243,7 @@ UInt32 WalkAndReturn(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_VisitChunk_t p
         return pfnVisit(pUser, &visited) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
     };
     const UInt32 result = WithBatchBuffer(pAviInfo, [&] {
-        MediaWalk walk(pAviInfo, LookAt::AllVideo, Growth::Stays);
+        MediaWalk walk(pAviInfo, LookAt::AllVideo);
         return ForEachChunk(walk, visit);
     });
     const bool bReturned = GoToPlace(pAviInfo, place) && SeekAndRemember(pAviInfo, position, kFromStart);

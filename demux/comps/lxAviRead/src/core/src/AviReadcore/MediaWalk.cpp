@@ -45,8 +45,7 @@ const Segment* LastOf(const Segment* pList)
 
 } // namespace
 
-MediaWalk::MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt, Growth eGrowth)
-    : m_pAviInfo(pAviInfo), m_eGrowth(eGrowth)
+MediaWalk::MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt) : m_pAviInfo(pAviInfo)
 {
     for (UInt32 streamNr = 0; streamNr < LX_AVIREAD_STREAMS; ++streamNr) {
         const bool bLook =
@@ -65,6 +64,7 @@ UInt32 MediaWalk::Begin()
     if (m_uiFileSize != ~UInt64{0}) {
         LX_AVIREAD_TRY(FindLostLists(m_pAviInfo, m_uiFileSize));
     }
+    UndoGrowth(); // so that all walks meet the same chunks
     GoToFirstSegment(m_pAviInfo);
     const Segment first = CurrentSegment(m_pAviInfo);
     m_uiStart = StartOf(first);
@@ -90,20 +90,10 @@ UInt64 MediaWalk::FurthestEnd() const
 void MediaWalk::EnterList()
 {
     if (m_pAviInfo->pCurrentAvix != m_pList) {
-        LeaveList();
         m_pList = m_pAviInfo->pCurrentAvix;
-        m_uiStated = m_pList->moviDataSize;
         m_uiPadBytes = 0;
         m_bDamaged = false;
     }
-}
-
-void MediaWalk::LeaveList()
-{
-    if (m_pList != Null && m_eGrowth == Growth::IsUndone) {
-        m_pList->moviDataSize = m_uiStated;
-    }
-    m_pList = Null;
 }
 
 // Reads the header at `offset`, if it ends before `end`, else zeros.
@@ -125,7 +115,7 @@ void MediaWalk::GrowTo(UInt64 end)
 {
     if (m_pList != Null && end > EndOf(*m_pList)) {
         LX_LOG(kLevelHeader, "AviReadCore : the media data go on behind the end of their list");
-        m_pList->moviDataSize = static_cast<UInt32>(end - StartOf(*m_pList));
+        Grow(*m_pList, end);
         m_uiEnd = std::max(m_uiEnd, end);
     }
 }

@@ -10,7 +10,46 @@
 #include "internal/Memory.hpp"
 #include "internal/PendingJump.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace lxAviReadCore {
+
+// ---- Lists that are longer than they say ----
+
+namespace {
+
+// A list that has grown, and the size that it says. Most often only the last list of a file is unfinished.
+struct GrownList {
+    Segment* pList;
+    UInt32 uiStated;
+};
+GrownList s_grown[8];
+
+void ForgetGrowth() { std::fill(std::begin(s_grown), std::end(s_grown), GrownList{}); }
+
+} // namespace
+
+void Grow(Segment& list, UInt64 end)
+{
+    auto* const pKnown = std::find_if(std::begin(s_grown), std::end(s_grown), [&](const GrownList& grown) {
+        return grown.pList == &list || grown.pList == Null;
+    });
+    if (pKnown != std::end(s_grown) && pKnown->pList == Null) {
+        *pKnown = {&list, list.moviDataSize};
+    }
+    list.moviDataSize = static_cast<UInt32>(end - StartOf(list));
+}
+
+void UndoGrowth()
+{
+    for (const GrownList& grown : s_grown) {
+        if (grown.pList != Null) {
+            grown.pList->moviDataSize = grown.uiStated;
+        }
+    }
+    ForgetGrowth();
+}
 
 // ---- Construction ----
 
@@ -45,6 +84,7 @@ Segment* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, Segment* pTail)
 void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     ForgetPlace();
+    ForgetGrowth();
     GoToFirstSegment(pAviInfo);
     for (Segment* pSegment = pAviInfo->pCurrentAvix; pSegment != Null;) {
         Segment* const pNext = pSegment->pNextAvix;
@@ -58,6 +98,7 @@ void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 void ReleaseFollowingSegments(lxAviReadCore_AviInfo_t* pAviInfo)
 {
     ForgetPlace();
+    ForgetGrowth();
     if (pAviInfo->pCurrentAvix == Null) {
         return;
     }

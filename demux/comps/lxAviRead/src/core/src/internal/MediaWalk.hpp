@@ -20,20 +20,12 @@ struct MediaChunk {
 // The streams whose frames a walk looks at.
 enum class LookAt : UInt8 { NoFrames, MainVideo, AllVideo };
 
-// What becomes of lists that prove to be longer than they say.
-enum class Growth : UInt8 {
-    IsUndone, // when the walk leaves them; another walk over the same chunks follows
-    Stays,    // so that delivery reaches their chunks, too
-};
-
-// The search for chunks is that of delivery. The walk changes the place of delivery.
+// The search for chunks is that of delivery. The walk changes the place of delivery, and lets lists grow that prove to be
+// longer than they say, so that delivery reaches their chunks, too.
 class MediaWalk {
 public:
     // A walk that looks at frames needs the batch buffer.
-    MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt, Growth eGrowth);
-    ~MediaWalk() { LeaveList(); }
-    MediaWalk(const MediaWalk&) = delete;
-    MediaWalk& operator=(const MediaWalk&) = delete;
+    MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt);
 
     // Goes to the first chunk.
     [[nodiscard]] UInt32 Begin();
@@ -61,14 +53,12 @@ private:
     [[nodiscard]] UInt32 LookBehind(UInt64 end, UInt32 size, UInt64 limit, bool& bFollowed) const;
 
     void EnterList();
-    void LeaveList();
     void GrowTo(UInt64 end);
     [[nodiscard]] UInt32 GrowAtEnd();
     [[nodiscard]] UInt32 GrowBy(UInt64 offset);
 
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     FrameRule m_rules[LX_AVIREAD_STREAMS];
-    Growth m_eGrowth;
     UInt64 m_uiStart = 0; // of the media data
     UInt64 m_uiEnd = 0;
     UInt64 m_uiFileSize = 0;

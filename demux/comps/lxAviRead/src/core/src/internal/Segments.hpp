@@ -24,6 +24,11 @@ Segment* AppendSegment(lxAviReadCore_AviInfo_t* pAviInfo, Segment* pTail);
 // Needs the batch buffer. `fileSize` is in bytes.
 [[nodiscard]] UInt32 FindLostLists(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 fileSize);
 
+// Lets a list grow that is longer than it says. What it says is remembered for a few lists.
+void Grow(Segment& list, UInt64 end);
+// Makes the lists that have grown as long as they say again.
+void UndoGrowth();
+
 // Frees the whole chain.
 void ReleaseSegments(lxAviReadCore_AviInfo_t* pAviInfo);
 // Frees the records behind the current one, which an earlier walk may have left.
