@@ -601,6 +601,19 @@ TEST_F(MediaData, ProgressIsToldAtMostAHundredTimes)
     EXPECT_EQ(heard.uiAll, 2 * (builder.Build().size() - builder.MoviOffset()));
 }
 
+TEST_F(MediaData, ProgressNeverGoesBackWhenAListGrows)
+{
+    builder.eIndex = IndexKind::None;
+    AddFrames(50, 5);
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "movi") - 4, 4 + 648 + 18);
+    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+    Heard heard;
+    ASSERT_EQ(Parse(Hear, &heard), LX_OK);
+    EXPECT_TRUE(std::is_sorted(heard.done.begin(), heard.done.end()));
+    EXPECT_EQ(heard.uiAll, 2 * (file.size() - builder.MoviOffset()));
+}
+
 TEST_F(MediaData, ProgressInAFileWithoutAudioIsThatOfOneWalk)
 {
     builder.streams.pop_back();

@@ -45,12 +45,12 @@ public:
     // LX_ERR_AVIREAD_ABORTED when the caller wants no more.
     UInt32 Tell(const MediaWalk& walk)
     {
-        const UInt64 length = walk.BytesInAll();
-        const UInt64 done = (m_uiWalk - 1) * length + std::min(walk.BytesDone(), length);
+        m_uiLength = std::max(m_uiLength, walk.BytesInAll()); // lists may grow
+        const UInt64 done = (m_uiWalk - 1) * m_uiLength + std::min(walk.BytesDone(), m_uiLength);
         if (m_pfnProgress == Null || done < m_uiNext) {
             return LX_OK;
         }
-        const UInt64 all = m_uiWalks * length;
+        const UInt64 all = m_uiWalks * m_uiLength;
         m_uiNext = done + all / 100 + 1;
         return m_pfnProgress(m_pUser, done, all) != 0 ? LX_OK : UInt32{LX_ERR_AVIREAD_ABORTED};
     }
@@ -59,8 +59,9 @@ private:
     lxAviRead_Progress_t m_pfnProgress;
     void* m_pUser;
     UInt32 m_uiWalks;
-    UInt32 m_uiWalk = 0; // from 1
-    UInt64 m_uiNext = 0; // bytes done when the caller is told next
+    UInt32 m_uiWalk = 0;   // from 1
+    UInt64 m_uiLength = 0; // of a walk
+    UInt64 m_uiNext = 0;   // bytes done when the caller is told next
 };
 
 // Hands every chunk of a walk to `visit`, until the end or until it returns another result than LX_OK.
