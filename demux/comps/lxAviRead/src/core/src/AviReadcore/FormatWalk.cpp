@@ -46,13 +46,21 @@ Step AfterResult(const Walk& walk, UInt32 result)
     return result == LX_ERR_AVIREAD_EOF ? EndOfList(walk.bMoviFound) : ContinueUnless(result);
 }
 
-// Moves on to `target`. An input that cannot seek is read up to there, and cannot go back.
+// Moves on to `target`. A short way is read, because most of it is in the stream's buffer. An input that cannot seek is read
+// up to there, and cannot go back.
 UInt32 GoTo(Walk& walk, UInt64 target)
 {
+    constexpr UInt32 kShortWay = 4096;
     const UInt64 distance = target - walk.uiAt;
     walk.uiAt = target;
-    if (distance == 0 || (lxalAviRead_FileSeekPossible != 0 && SeekAndRemember(walk.pAviInfo, target, kFromStart))) {
+    if (distance == 0) {
         return LX_OK;
+    }
+    if (lxalAviRead_FileSeekPossible != 0) {
+        const bool bRead = distance <= kShortWay && lxAviReadCore_RemoveChunk(static_cast<UInt32>(distance)) == LX_OK;
+        if (bRead || SeekAndRemember(walk.pAviInfo, target, kFromStart)) {
+            return LX_OK;
+        }
     }
     if (distance > kLargestSize) {
         return LX_ERR_AVIREAD_SEEK;
