@@ -9,6 +9,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import unittest
 
 LXAVI, SAMPLES = sys.argv[1], pathlib.Path(sys.argv[2])
 SCRATCH = tempfile.TemporaryDirectory(prefix="lxavi-interop-")
@@ -25,6 +26,28 @@ FFMPEG_FILES = {
 GSTREAMER_FILE = ("videotestsrc num-buffers=50 ! video/x-raw,width=64,height=48,framerate=25/1 ! jpegenc ! avimux name=m "
                   "! filesink location={} audiotestsrc num-buffers=20 samplesperbuffer=1600 "
                   "! audio/x-raw,format=S16LE,rate=16000,channels=2 ! m.")
+
+
+class InScratchFolder(unittest.TestCase):
+    """Each test has a folder of its own."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="lxavi-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def file(self, data, name="file.avi"):
+        path = self.folder / name
+        path.write_bytes(data)
+        return path
+
+
+def lxavi(*arguments, **options):
+    return subprocess.run([LXAVI, *map(str, arguments)], capture_output=True, text=True, check=False, **options)
+
+
+def is_seekable(path):
+    return lxavi("seek", path, "0").returncode == 0
 
 
 def run(*arguments):

@@ -11,12 +11,11 @@ import random
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from material import LXAVI, SAMPLES, corpus, made_files, rows, run  # noqa: E402
+from material import LXAVI, SAMPLES, InScratchFolder, corpus, is_seekable, made_files, rows, run  # noqa: E402
 from plainwalker import walk  # noqa: E402
 
 TIMES = 50
@@ -76,24 +75,8 @@ def tables(path, *options):
     return rows("index", path, *BUDGET, *options), rows("index", path, *BUDGET, "--rebuild=always", *options)
 
 
-def is_seekable(path):
-    return subprocess.run([LXAVI, "seek", str(path), "0"], capture_output=True, check=False).returncode == 0
-
-
-class Rebuilding(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="lxavi-rebuild-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
-    def file(self, data):
-        path = self.folder / "file.avi"
-        path.write_bytes(data)
-        return path
-
-
 @unittest.skipUnless(shutil.which("ffmpeg"), "ffmpeg is not installed")
-class Encoders(Rebuilding):
+class Encoders(InScratchFolder):
     def test_the_tables_are_equal_for_every_codec_with_a_rule(self):
         made = 0
         for name, options in ENCODERS.items():
@@ -137,7 +120,7 @@ class Encoders(Rebuilding):
         return code + len(payload).to_bytes(4, "little") + payload + b"\0" * (len(payload) % 2)
 
 
-class SameTables(Rebuilding):
+class SameTables(InScratchFolder):
     def test_the_tables_of_all_files_are_equal(self):
         for path in SAMPLE_FILES + made_files() + corpus():
             if not walk(path).chunks:
@@ -163,7 +146,7 @@ class SameTables(Rebuilding):
 
 
 @unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
-class WithoutIndex(Rebuilding):
+class WithoutIndex(InScratchFolder):
     def test_seeks_land_on_the_media_tools_key_frames(self):
         source = random.Random(18)
         for path in SAMPLE_FILES + made_files() + corpus():

@@ -14,21 +14,17 @@ import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from material import LXAVI, SAMPLES, corpus, has_room_for_a_large_file, large_file, made_files, rows, run  # noqa: E402
+from material import (LXAVI, SAMPLES, InScratchFolder, corpus, has_room_for_a_large_file, large_file,  # noqa: E402
+                      lxavi, made_files, rows, run)
 from plainwalker import walk  # noqa: E402
 
 INTERRUPT = sys.argv[3]
 CUTS = 200
 NEEDS_MEDIA_TOOL = unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
-
-
-def lxavi(*arguments, **options):
-    return subprocess.run([LXAVI, *map(str, arguments)], capture_output=True, text=True, check=False, **options)
 
 
 def packets(path):
@@ -68,17 +64,7 @@ def unfinished(data):
 MPEG4, MJPEG, TWO, DV = (SAMPLES / f"{n}.avi" for n in ("mpeg4_mp3", "mjpeg_pcm", "two_audio", "dv_opendml"))
 
 
-class Repair(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="lxavi-repair-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
-    def file(self, data, name="file.avi"):
-        path = self.folder / name
-        path.write_bytes(data)
-        return path
-
+class Repair(InScratchFolder):
     def repaired(self, path, *options, name="out.avi"):
         out = self.folder / name
         result = lxavi("repair", path, "-o", out, "--force", "--json", *options)

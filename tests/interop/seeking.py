@@ -14,7 +14,7 @@ import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from material import LXAVI, SAMPLES, corpus, made_files, rows, run  # noqa: E402
+from material import LXAVI, SAMPLES, corpus, is_seekable, made_files, rows, run  # noqa: E402
 
 TIMES = 50
 HEADER = 8  # the media tool reports the position of a packet's payload, our tool the position of the chunk
@@ -71,11 +71,6 @@ class Timeline:
 def seek(path, time, audio=0):
     return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000", "--audio",
                           str(audio)))
-
-
-def is_seekable(path):
-    result = subprocess.run([LXAVI, "seek", str(path), "0", "--json"], capture_output=True, text=True, check=False)
-    return result.returncode == 0
 
 
 class Film:

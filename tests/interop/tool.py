@@ -7,16 +7,14 @@ import shutil
 import struct
 import subprocess
 import sys
-import tempfile
 import unittest
 import wave
 
-LXAVI, SAMPLES = sys.argv[1], pathlib.Path(sys.argv[2])
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+from material import LXAVI, SAMPLES, InScratchFolder, lxavi  # noqa: E402
+
 MPEG4, MJPEG, TWO, DV = (SAMPLES / f"{n}.avi" for n in ("mpeg4_mp3", "mjpeg_pcm", "two_audio", "dv_opendml"))
-
-
-def lxavi(*arguments):
-    return subprocess.run([LXAVI, *map(str, arguments)], capture_output=True, text=True, check=False)
 
 
 def report(*arguments):
@@ -25,17 +23,7 @@ def report(*arguments):
     return json.loads(result.stdout)
 
 
-class Tool(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="lxavi-tool-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
-    def file(self, data, name="file.avi"):
-        path = self.folder / name
-        path.write_bytes(data)
-        return path
-
+class Tool(InScratchFolder):
     # ---- Wrong input ----
 
     def test_wrong_usage_is_status_2(self):

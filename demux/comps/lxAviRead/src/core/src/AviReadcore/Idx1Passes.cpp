@@ -73,14 +73,6 @@ const Idx1Decoder::Meaning* Idx1Decoder::Learn(Meaning& slot, UInt32 id) const
     return &slot;
 }
 
-constexpr MessageRow<PlacerText> kPlacerRows[] = {
-    {PlacerText::Stored, kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
-    {PlacerText::Moved, kLevelIndex,
-     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"},
-};
-static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
-constexpr PlacerMessages kIdx1PlacerMessages = {kPlacerRows, false};
-
 // ---- Survey ----
 
 // Logs every record, and how many of the video stream stand in a row.
@@ -224,7 +216,7 @@ UInt32 StoreKeyFrames(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run, Ke
 
 UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, const IndexRun& run)
 {
-    AudioByTrack tracks(pAviInfo, kIdx1PlacerMessages);
+    AudioByTrack tracks(pAviInfo, kPlainPlacerMessages);
     Idx1Decoder decode(pAviInfo);
     const auto place = [&](const UInt8* pRecord) {
         if (IsAudio(pRecord)) {

@@ -24,14 +24,6 @@ constexpr MessageRow<TableText> kMediaMessages[] = {
 };
 static_assert(IsMessageTable(kMediaMessages, kTableTextArguments));
 
-constexpr MessageRow<PlacerText> kPlacerRows[] = {
-    {PlacerText::Stored, kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
-    {PlacerText::Moved, kLevelIndex,
-     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"},
-};
-static_assert(IsMessageTable(kPlacerRows, kPlacerTextArguments));
-constexpr PlacerMessages kPlacerMessages = {kPlacerRows, false};
-
 // Tells the caller how far the walks are, once for every hundredth of their way.
 class ProgressTeller {
 public:
@@ -172,7 +164,7 @@ UInt32 IndexFrames(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
 
 UInt32 PlaceAudio(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
 {
-    AudioByTrack tracks(pAviInfo, kPlacerMessages);
+    AudioByTrack tracks(pAviInfo, kPlainPlacerMessages);
     if (pAviInfo->AudioTracksCount > 0) {
         progress.BeginWalk();
         MediaWalk walk(pAviInfo, LookAt::NoFrames);

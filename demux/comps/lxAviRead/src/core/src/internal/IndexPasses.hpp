@@ -116,6 +116,15 @@ struct PlacerMessages {
     bool bMovedFirst; // true: log Moved before advancing and Stored after; false: the reverse
 };
 
+// Of all but the OpenDML index.
+constexpr MessageRow<PlacerText> kPlainPlacerRows[] = {
+    {PlacerText::Stored, kLevelIndex, "Storing A%d for %d.%d  fr#%d Offset=%d.%d BP=%d.%d"},
+    {PlacerText::Moved, kLevelIndex,
+     "KF_data.leafNr.itemNr=%d.%d offset=%d valid=%d ;  _KF: leafNr.itemNr=%d.%d offset=%d valid=%d"},
+};
+static_assert(IsMessageTable(kPlainPlacerRows, kPlacerTextArguments));
+constexpr PlacerMessages kPlainPlacerMessages = {kPlainPlacerRows, false};
+
 // The records of a run in the batch buffer, batch by batch.
 class IndexBatches {
 public:
