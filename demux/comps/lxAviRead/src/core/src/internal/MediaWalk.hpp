@@ -65,7 +65,6 @@ private:
     UInt64 m_uiBehind = 0;   // the chunk met last; the walk never goes back
     UInt32 m_uiPadBytes = 0; // that should follow it
     Segment* m_pList = Null; // the current list
-    UInt32 m_uiStated = 0;   // its size, as it says
     bool m_bDamaged = false; // a chunk of it claims more than there is, and none was whole since
 };
 
