@@ -58,13 +58,12 @@ MediaWalk::MediaWalk(lxAviReadCore_AviInfo_t* pAviInfo, LookAt eLookAt) : m_pAvi
 
 UInt32 MediaWalk::Begin()
 {
-    if (!TellSize(m_pAviInfo, m_uiFileSize)) {
+    UndoGrowth(); // so that all walks meet the same chunks
+    if (TellSize(m_pAviInfo, m_uiFileSize)) {
+        LX_AVIREAD_TRY(AllowEarlyEnd(m_pAviInfo, FindLostLists(m_pAviInfo, m_uiFileSize)));
+    } else {
         m_uiFileSize = ~UInt64{0};
     }
-    if (m_uiFileSize != ~UInt64{0}) {
-        LX_AVIREAD_TRY(FindLostLists(m_pAviInfo, m_uiFileSize));
-    }
-    UndoGrowth(); // so that all walks meet the same chunks
     GoToFirstSegment(m_pAviInfo);
     const Segment first = CurrentSegment(m_pAviInfo);
     m_uiStart = StartOf(first);
