@@ -3,6 +3,8 @@
 
 #include "FormatModeTest.hpp"
 
+#include <set>
+
 namespace avitest {
 namespace {
 
@@ -1019,6 +1021,50 @@ TEST_F(MediaData, ListsBehindADamagedHeaderAreFound)
     file.insert(file.begin() + static_cast<std::ptrdiff_t>(third), 20001, 0);
     ASSERT_EQ(ParseFile(file), LX_OK);
     EXPECT_EQ(Table().size(), 12u);
+}
+
+TEST_F(MediaData, FailuresOfTheSearchForListsAreTold)
+{
+    builder.dmlhTotalFrames = 8;
+    builder.eIndex = IndexKind::None;
+    for (UInt32 i = 0; i < 4; ++i) {
+        AddFrames(2, 1);
+        if (i < 3) {
+            builder.NextRiff();
+        }
+    }
+    Bytes file = builder.Build();
+    Patch32(file, Find(file, "AVIX") - 4, 0xFFFFFFFF); // hides the lists behind the second one
+    std::set<UInt32> results;
+    for (UInt32 n = 1; n <= 8; ++n) { // the batch buffer, two lists, the table
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        Faults().FailAllocation(n);
+        results.insert(Parse());
+        Faults().FailAllocation(0);
+    }
+    EXPECT_EQ(results, (std::set<UInt32>{LX_OK, LX_ERR_AVIREAD_NO_MEMORY}));
+    for (UInt32 n = 1; n <= 20; ++n) {
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        Faults().FailSeek(n, true);
+        results.insert(Parse());
+        Faults().FailSeek(0);
+    }
+    EXPECT_TRUE(results.contains(LX_ERR_AVIREAD_SEEK));
+    for (UInt32 n = 1; n <= 12; ++n) {
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        const UInt64 start = Faults().Reads();
+        Faults().onRead = [&](UInt64 read) {
+            if (read == start + n) {
+                EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+            }
+        };
+        EXPECT_EQ(Parse(), LX_ERR_AVIREAD_ABORTED) << n;
+        Faults().onRead = nullptr;
+        EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    }
+    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+    EXPECT_EQ(Parse(), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
 }
 
 TEST_F(MediaData, TheSizeOfTheFileNeedNotBeKnown)
