@@ -172,7 +172,9 @@ UInt32 CountDown(void* pUser, UInt64 done, UInt64 all)
     if (done > all) {
         Fail("more is done than there is");
     }
-    return --*static_cast<UInt8*>(pUser);
+    UInt32& left = *static_cast<UInt32*>(pUser);
+    left = left > 0 ? left - 1 : 0;
+    return left;
 }
 
 UInt32 CheckChunk(void* pUser, const lxAviRead_MediaChunk_t* pChunk)
@@ -197,6 +199,7 @@ void Call(UInt8 code, UInt8 argument)
     lxAviReadCore_AviInfo_t* const pAviInfo = lxAviReadCore_GetAviInfo();
     lxAviRead_ChunkData_t chunk = {};
     Bool flag = 0;
+    UInt32 left = argument;
     const auto track = static_cast<Int32>(argument % 10) - 1;
     switch (code % 23) {
     case 0: Play(argument, argument % 9); break;
@@ -222,7 +225,7 @@ void Call(UInt8 code, UInt8 argument)
             lxAviReadCore_OpenStream(0, fopen64("input", "rb"), argument % 3, argument * 8192u, argument, &flag));
         break;
     case 19: static_cast<void>(lxAviReadCore_SelectVideoStream(argument % 18)); break;
-    case 20: static_cast<void>(lxAviReadCore_ParseMediaData(0, CountDown, &argument)); break;
+    case 20: static_cast<void>(lxAviReadCore_ParseMediaData(0, CountDown, &left)); break;
     case 21: Walk(); break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }

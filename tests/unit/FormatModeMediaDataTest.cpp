@@ -522,6 +522,24 @@ TEST_F(MediaData, AWalkMeetsTheChunksOfAllStreams)
     EXPECT_EQ(chunks[4].uiDescriptor, built[4]);
 }
 
+TEST_F(MediaData, AfterAFailedOpenThereIsNothingToWalk)
+{
+    EXPECT_NE(OpenAs(kFormat, Riff("AVI ", Chunk("JUNK", Fill(8)))), LX_OK);
+    EXPECT_TRUE(Walk().empty());
+    EXPECT_EQ(Parse(), LX_ERR_AVIREAD_NO_INDEX);
+}
+
+// The first look at a frame takes 256 bytes, and does not reach the second length.
+TEST_F(MediaData, MoreIsReadWhereLengthsAndStartCodesLookAlike)
+{
+    Patch32(builder.streams[0].format, 16, Code("avc1"));
+    for (const UInt8 unit : {0x65, 0x41, 0x65}) {
+        builder.Frame(0, Bytes{0, 0, 1, 0x2C, unit} + Fill(299) + Bytes{0, 0, 0, 4, unit} + Fill(3), unit == 0x65);
+    }
+    ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
+    EXPECT_EQ(TableOffsets(), KeyFrames());
+}
+
 TEST_F(MediaData, AWalkNeedsAVisitor)
 {
     ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
