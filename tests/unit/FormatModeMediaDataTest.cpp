@@ -533,7 +533,7 @@ TEST_F(MediaData, AfterAFailedOpenThereIsNothingToWalk)
 TEST_F(MediaData, MoreIsReadWhereLengthsAndStartCodesLookAlike)
 {
     Patch32(builder.streams[0].format, 16, Code("avc1"));
-    for (const UInt8 unit : {0x65, 0x41, 0x65}) {
+    for (const UInt8 unit : {UInt8{0x65}, UInt8{0x41}, UInt8{0x65}}) {
         builder.Frame(0, Bytes{0, 0, 1, 0x2C, unit} + Fill(299) + Bytes{0, 0, 0, 4, unit} + Fill(3), unit == 0x65);
     }
     ASSERT_EQ(ParseFile(builder.Build()), LX_OK);
