@@ -72,6 +72,17 @@ protected:
         EXPECT_EQ(AsRows(Table()), byIndex);
     }
 
+    // The size that the chunk at `offset` claims.
+    static void PatchSize(Bytes& file, UInt64 offset, UInt32 size)
+    {
+        Patch32(file, static_cast<size_t>(offset) + 4, size);
+    }
+
+    static Bytes Start(const Bytes& file, UInt64 size)
+    {
+        return {file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size)};
+    }
+
     std::vector<UInt64> OffsetsOf(std::string_view code) const
     {
         std::vector<UInt64> offsets;
@@ -715,10 +726,10 @@ TEST_F(MediaData, AChunkThatTheEndOfTheFileCutsIsNoEntry)
     const std::vector<UInt64> keys = KeyFrames();
     const UInt64 last = keys.back();
     for (UInt64 size = last; size < last + 18; ++size) {
-        ASSERT_EQ(ParseFile(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))), LX_OK) << size;
+        ASSERT_EQ(ParseFile(Start(whole, size)), LX_OK) << size;
         EXPECT_EQ(TableOffsets(), std::vector<UInt64>(keys.begin(), keys.end() - 1)) << size;
     }
-    ASSERT_EQ(ParseFile(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(last + 18))), LX_OK);
+    ASSERT_EQ(ParseFile(Start(whole, last + 18)), LX_OK);
     EXPECT_EQ(TableOffsets(), keys);
     EXPECT_EQ(WalkedOffsets(), built);
 }
@@ -739,7 +750,7 @@ TEST_F(MediaData, ASizeBeyondTheListCostsTheChunkAlone)
     AddFrames(10, 1);
     Bytes file = builder.Build();
     std::vector<UInt64> expected = BuiltOffsets();
-    Patch32(file, expected[7] + 4, 0x7FFFFFFF);
+    PatchSize(file, expected[7], 0x7FFFFFFF);
     ASSERT_EQ(ParseFile(file), LX_OK);
     expected.erase(expected.begin() + 7);
     EXPECT_EQ(WalkedOffsets(), expected);
@@ -757,7 +768,7 @@ TEST_F(MediaData, ADamagedChunkWithNothingPlausibleBehindItEndsItsList)
     AddFrames(2, 1);
     Bytes file = builder.Build();
     std::vector<UInt64> expected = BuiltOffsets();
-    Patch32(file, expected[4] + 4, 5000);
+    PatchSize(file, expected[4], 5000);
     ASSERT_EQ(ParseFile(file), LX_OK);
     expected.erase(expected.begin() + 4);
     EXPECT_EQ(WalkedOffsets(), expected);
@@ -771,7 +782,7 @@ TEST_F(MediaData, BehindADamagedChunkOnlyChunksInARowCount)
     builder.Frame(0, FrameBytes(1, true), true).Media("JUNK", Fill(6)).Frame(0, FrameBytes(2, true), true);
     Bytes file = builder.Build();
     std::vector<UInt64> expected = BuiltOffsets();
-    Patch32(file, expected[2] + 4, 0xFFFFFFFE);
+    PatchSize(file, expected[2], 0xFFFFFFFE);
     ASSERT_EQ(ParseFile(file), LX_OK);
     expected.erase(expected.begin() + 4); // "JUNK"
     expected.erase(expected.begin() + 2);
@@ -987,7 +998,7 @@ TEST_F(MediaData, ListsAndIndexChunksFollowAWholeChunk)
         builder.Raw(Text(code) + U32(4) + Text("rec ")).Frame(0, FrameBytes(3, true), true);
         Bytes file = builder.Build();
         const std::vector<UInt64> built = BuiltOffsets();
-        Patch32(file, built[2] + 4, 0xFFFFFFFF);
+        PatchSize(file, built[2], 0xFFFFFFFF);
         ASSERT_EQ(ParseFile(file), LX_OK);
         EXPECT_EQ(WalkedOffsets(), (std::vector<UInt64>{built[0], built[1], built[3], built[4]})) << code;
     }
@@ -1090,7 +1101,7 @@ TEST_F(MediaData, TheSizeOfTheFileNeedNotBeKnown)
     AddFrames(5, 1);
     const Bytes whole = builder.Build();
     const std::vector<UInt64> keys = KeyFrames();
-    const Bytes file(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(keys.back() + 12));
+    const Bytes file = Start(whole, keys.back() + 12);
     ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
     Faults().FailSeek(1); // the one to the end
     ASSERT_EQ(Parse(), LX_OK);
