@@ -330,7 +330,6 @@ void AviWriter::BeginChunk(UInt32 id, UInt32 streamNr, UInt32 size, Listed liste
         Stream& stream = m_streams.at(streamNr);
         stream.chunkId = stream.chunks == 0 ? id : stream.chunkId;
         ++stream.chunks;
-        stream.bytes += size;
         stream.largest = std::max(stream.largest, size);
         if (HasSuperIndex()) {
             stream.records.push_back({m_out.Size() + kChunkHeaderBytes, size, listed == Listed::AsKeyFrame});

@@ -87,8 +87,6 @@ public:
     // Writes what is left, and the headers again. Not called: the file is of no use.
     void Finish();
 
-    UInt32 ChunksOf(UInt32 streamNr) const { return m_streams.at(streamNr).chunks; }
-    UInt64 BytesOf(UInt32 streamNr) const { return m_streams.at(streamNr).bytes; }
     UInt32 Lists() const { return m_lists; }
     bool HasSuperIndex() const { return m_superEntries > 0; }
 
@@ -109,7 +107,6 @@ private:
     struct Stream {
         UInt32 chunkId = 0; // of its first chunk
         UInt32 chunks = 0;
-        UInt64 bytes = 0;
         UInt32 largest = 0;
         UInt32 length = 0;
         bool lengthIsSet = false;

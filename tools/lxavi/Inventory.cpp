@@ -20,17 +20,6 @@ std::set<UInt64> IndexedKeyFrames(Reader& reader)
     return offsets;
 }
 
-bool IsPrintable(UInt32 id)
-{
-    for (int i = 0; i < 4; ++i) {
-        const auto character = static_cast<UInt8>(id >> (8 * i));
-        if (character < 0x20 || character > 0x7E) {
-            return false;
-        }
-    }
-    return true;
-}
-
 UInt64 StartOf(const lxAviRead_MediaChunk_t& chunk)
 {
     return chunk.uiDescriptor != 0 ? chunk.uiDescriptor : chunk.uiOffset;
@@ -135,7 +124,7 @@ void Inventory::CountOutside()
             const bool isList = header.id == Code("RIFF") || header.id == Code("LIST");
             const bool isInfo = isList && m_source.HeaderAt(at + 4).size == Code("INFO");
             const UInt64 next = at + (isList && !isInfo ? 12 : 8 + UInt64{header.size} + (header.size & 1));
-            if (next > end || !IsPrintable(header.id)) {
+            if (next > end || !IsPrintableId(header.id)) {
                 break;
             }
             at = next;

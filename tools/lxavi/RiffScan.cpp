@@ -21,6 +21,8 @@ UInt32 WordAt(const std::vector<UInt8>& bytes, size_t offset)
     return word;
 }
 
+} // namespace
+
 bool IsPrintableId(UInt32 id)
 {
     for (int i = 0; i < 4; ++i) {
@@ -31,8 +33,6 @@ bool IsPrintableId(UInt32 id)
     }
     return true;
 }
-
-} // namespace
 
 UInt32 StreamOf(UInt32 id)
 {

@@ -103,6 +103,9 @@ private:
 
 bool IsMediaId(UInt32 id);
 
+// Whether an identifier has four printable characters.
+bool IsPrintableId(UInt32 id);
+
 // A four-character code as a little-endian word.
 constexpr UInt32 Code(const char (&text)[5])
 {

@@ -1,8 +1,8 @@
 // The key-frame table: its budget, its construction and release, and the way from entry to entry.
 //
 // The table holds every SkipKey-th key frame of the main video stream, in leaves of 363 entries that are all
-// allocated before the first entry is stored; from the media data it grows leaf by leaf. `KeyFramesListAsArrayLength` counts the allocated leaves; those behind
-// the last one in use are empty.
+// allocated before the first entry is stored; from the media data it grows leaf by leaf. `KeyFramesListAsArrayLength`
+// counts the allocated leaves; those behind the last one in use are empty.
 
 #include "internal/KeyFrames.hpp"
 #include "internal/Streams.hpp"

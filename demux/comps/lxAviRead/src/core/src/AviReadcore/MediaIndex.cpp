@@ -84,8 +84,8 @@ IndexEntry EntryOf(const MediaChunk& chunk, const EntrySource& source)
 // Counts and stores the frames of the main video stream.
 class FrameIndexer {
 public:
-    FrameIndexer(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 step)
-        : m_pAviInfo(pAviInfo), m_filler(pAviInfo, kMediaMessages, step)
+    explicit FrameIndexer(lxAviReadCore_AviInfo_t* pAviInfo)
+        : m_pAviInfo(pAviInfo), m_filler(pAviInfo, kMediaMessages, kEveryKeyFrame)
     {
     }
 
@@ -95,7 +95,9 @@ public:
     {
         const EntrySource source = SourceOfIdentifier(m_pAviInfo, chunk.uiId);
         const IndexEntry entry = EntryOf(chunk, source);
-        TakeDescriptor(chunk);
+        if (chunk.uiDescriptor != 0) {
+            TakeDescriptor(chunk);
+        }
         if (IsMainVideo(entry.eKind) && m_counter.Frames() == 0) {
             m_uiFirstFrame = chunk.uiDescriptor != 0 ? chunk.uiDescriptor : chunk.uiOffset;
         }
@@ -124,9 +126,7 @@ private:
         const EntrySource source = SourceOf(
             m_pAviInfo, IsMainVideoStream(m_pAviInfo, chunk.uiStreamNr) ? EntryKind::MainDrm : EntryKind::OtherDrm,
             chunk.uiStreamNr);
-        if (chunk.uiDescriptor != 0) {
-            m_filler.Take({&source, source.eKind, LX_AVIREAD_DRM_BYTES, chunk.uiDescriptor});
-        }
+        m_filler.Take({&source, source.eKind, LX_AVIREAD_DRM_BYTES, chunk.uiDescriptor});
     }
 
     // An index without any key flag is usable, too.
@@ -139,6 +139,8 @@ private:
         m_filler.StoreFirstFrame({&source, source.eFlaggedKind, 0, m_uiFirstFrame});
     }
 
+    static constexpr UInt32 kEveryKeyFrame = 1; // until the table is full
+
     lxAviReadCore_AviInfo_t* m_pAviInfo;
     KeyFrameFiller m_filler;
     FrameCounter m_counter;
@@ -147,8 +149,7 @@ private:
 
 UInt32 IndexFrames(lxAviReadCore_AviInfo_t* pAviInfo, ProgressTeller& progress)
 {
-    constexpr UInt32 kEveryKeyFrame = 1;
-    FrameIndexer indexer(pAviInfo, kEveryKeyFrame);
+    FrameIndexer indexer(pAviInfo);
     LX_AVIREAD_TRY(indexer.Begin());
     progress.BeginWalk();
     MediaWalk walk(pAviInfo, LookAt::MainVideo);
@@ -257,14 +258,17 @@ UInt32 lxAviReadCore_ParseMediaData(UInt32 /*instance*/, lxAviRead_Progress_t pf
     }
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
     ForgetStreamSizes(pAviInfo);
-    const UInt32 result = IndexMediaData(pAviInfo, pfnProgress, pUser);
+    UInt32 result = IndexMediaData(pAviInfo, pfnProgress, pUser);
+    lxAviReadCore_RewindToStart(); // what delivery knew is about the table before
+    if (result == LX_OK && lxalAviRead_FileSeekPossible == 0) {
+        result = LX_ERR_AVIREAD_SEEK; // delivery does not stand at the start
+    }
     if (result == LX_OK) {
         SetOriginOfTotals(LX_AVIREAD_SUMMARY_MEDIA_DATA);
     } else {
         ForgetStreamSizes(pAviInfo); // they are those of a part of the file
         ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::IndexDriver);
     }
-    lxAviReadCore_RewindToStart(); // what delivery knew is about the table before
     LX_LOG(kLevelLeave, "Leaving lxAviReadCore_ParseMediaData %x", result);
     return result;
 }
