@@ -235,8 +235,8 @@ private:
 class Extraction : public Contender {
 public:
     explicit Extraction(const Input& input)
-        : m_input(input), m_out(input.path + ".out"),
-          m_command(std::string(LXAVI_PROGRAM) + " extract '" + input.path + "' --out '" + m_out + "' >/dev/null 2>&1")
+        : m_input(input), m_out(input.path + ".out"), m_command(std::string(LXAVI_PROGRAM) + " extract '" + input.path +
+                                                                "' --force --out '" + m_out + "' >/dev/null 2>&1")
     {
     }
     ~Extraction() override { std::filesystem::remove_all(m_out); }

@@ -153,6 +153,11 @@ void CallQueries(UInt8 argument)
     static_cast<void>(lxAviReadCore_GetFileText(0x4D414E49, reinterpret_cast<char*>(buffer), argument % 101)); // "INAM"
     lxAviRead_StreamSummary_t summary = {};
     static_cast<void>(lxAviReadCore_GetStreamSummary(argument % 20, &summary));
+    lxAviRead_TableSummary_t table = {};
+    static_cast<void>(lxAviReadCore_GetTableSummary(&table));
+    if (table.uiStored > table.uiKeyFrames || (table.uiStored > 0) != (table.uiStep > 0)) {
+        Fail("a table holds more key frames than there are");
+    }
     if (*lxAviReadCore_ResultText(argument) == '\0') {
         Fail("a result has no text");
     }

@@ -268,6 +268,11 @@ LX_AVIREAD_RESULT lxAviReadCore_GetStreamBytes(UInt32 streamNr, UInt32 kind, voi
  *  @return LX_OK */
 LX_AVIREAD_RESULT lxAviReadCore_GetStreamSummary(UInt32 streamNr, lxAviRead_StreamSummary_t* pSummary);
 
+/** Tells what the key-frame table was built from, and how many of the key frames it holds. Without a table, and in
+ *  default mode, all fields are 0.
+ *  @return LX_OK */
+LX_AVIREAD_RESULT lxAviReadCore_GetTableSummary(lxAviRead_TableSummary_t* pSummary);
+
 /** Makes another video stream the main one, which is delivered and which the key-frame table is about. Chunks of the
  *  other video streams are rejected from then on. The key-frame table is released, a pending jump is dropped, and
  *  delivery stands at the start of the media data. To go on at the same time, call lxAviReadCore_ParseIndex and

@@ -109,6 +109,15 @@ enum {
     LX_AVIREAD_SUMMARY_MEDIA_DATA = 3 /**< counted in the media data by lxAviReadCore_ParseMediaData */
 };
 
+/** What a key-frame table was built from. */
+enum {
+    LX_AVIREAD_TABLE_NONE = 0,            /**< there is no table */
+    LX_AVIREAD_TABLE_IDX1 = 1,            /**< the index `idx1` */
+    LX_AVIREAD_TABLE_SUPER_INDEX = 2,     /**< OpenDML indexes, which a super index names */
+    LX_AVIREAD_TABLE_ONE_LEVEL_INDEX = 3, /**< an OpenDML index in the stream's header */
+    LX_AVIREAD_TABLE_MEDIA_DATA = 4       /**< the media data */
+};
+
 /** What the bytes of a video frame say about it. */
 enum {
     LX_AVIREAD_FRAME_UNKNOWN = 0, /**< nothing: the library has no rule for the codec, or the frame breaks it */
@@ -236,6 +245,14 @@ typedef struct {
     UInt32 uiChunks;       /**< chunks; 0 when they are not known */
     UInt32 eOrigin;        /**< `LX_AVIREAD_SUMMARY_…` */
 } lxAviRead_StreamSummary_t;
+
+/** What the key-frame table holds of the file's key frames. */
+typedef struct {
+    UInt32 eSource;     /**< `LX_AVIREAD_TABLE_…`: what the table was built from */
+    UInt32 uiKeyFrames; /**< key frames of the main video stream that the source names */
+    UInt32 uiStored;    /**< entries of the table */
+    UInt32 uiStep;      /**< every uiStep-th key frame is stored, because the budget has no room for more */
+} lxAviRead_TableSummary_t;
 
 /** A chunk of the media data, as lxAviReadCore_WalkMediaData meets it. */
 typedef struct {

@@ -14,7 +14,8 @@ import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from material import LXAVI, SAMPLES, corpus, has_room_for_a_large_file, large_file, made_files, rows, run  # noqa: E402
+from material import (LXAVI, SAMPLES, corpus, has_room_for_a_large_file, large_file, made_files, rows, run,  # noqa: E402
+                      track_option)
 from plainwalker import walk  # noqa: E402
 
 SAMPLE_FILES = sorted(SAMPLES.glob("*.avi"))
@@ -42,8 +43,8 @@ class Delivery(unittest.TestCase):
             for track in range(max(1, found.types.count(b"auds"))):
                 for mode in MODES:
                     with self.subTest(file=path.name, track=track, mode=mode):
-                        got = [(int(r["stream"]), int(r["size"]), int(r["crc32"]), int(r["offset"]))
-                               for r in rows("chunks", path, "--audio", str(track), *mode)]
+                        got = [(int(r["stream"]), int(r["size_bytes"]), int(r["crc32"]), int(r["offset"]))
+                               for r in rows("chunks", path, *track_option(track), *mode)]
                         want = self.expected(found, track)
                         if mode and want[-1][1] < 4 and found.chunks[-1].offset == want[-1][3]:
                             want.pop()  # default mode does not reach the last four bytes of a plain list
@@ -74,17 +75,17 @@ class LargeFile(unittest.TestCase):
         self.assertGreaterEqual(len(segments), 2)
         found = walk(path).chunks
         for mode in MODES:
-            got = [(int(r["offset"]), int(r["size"]), int(r["crc32"])) for r in rows("chunks", path, *mode)]
+            got = [(int(r["offset"]), int(r["size_bytes"]), int(r["crc32"])) for r in rows("chunks", path, *mode)]
             self.assertEqual(got, [(c.offset, c.size, c.crc) for c in found])
         frames = [c for c in found if c.stream == 0]
         self.assertEqual(len(rows("index", path, "--budget", "100000000")), len(frames))
-        starts = [int(s.split()[-1]) for s in segments]
+        starts = [s["offset"] for s in segments]
         reached = set()
         for frame in range(0, len(frames) - 9, 7):  # the audio ends some frames earlier
             seek = json.loads(run(LXAVI, "seek", str(path), str(40 * frame + 21), "--budget", "100000000", "--json"))
-            self.assertEqual(seek["first video"]["offset"], frames[frame].offset)
-            self.assertTrue(seek["first video"]["key"])
-            self.assertTrue(-45 <= seek["audio minus video ms"] <= 0, seek)
+            self.assertEqual(seek["first_video"]["offset"], frames[frame].offset)
+            self.assertTrue(seek["first_video"]["key"])
+            self.assertTrue(-45 <= seek["audio_minus_video_ms"] <= 0, seek)
             reached.add(sum(frames[frame].offset >= start for start in starts))
         self.assertEqual(reached, set(range(1, len(starts) + 1)))
 
@@ -137,7 +138,7 @@ class Corpus(unittest.TestCase):
                     self.assertRegex(result.stderr, r"lxavi: .*: .* \(LX_ERR_AVIREAD_\w+\)")
                     continue
                 found = walk(path)
-                got = [(int(r["offset"]), int(r["size"]), int(r["crc32"]))
+                got = [(int(r["offset"]), int(r["size_bytes"]), int(r["crc32"]))
                        for r in csv.DictReader(io.StringIO(result.stdout))]
                 every = {(c.offset, c.size, c.crc) for c in found.chunks}
                 self.assertLessEqual(set(got), every)

@@ -50,6 +50,11 @@ def is_seekable(path):
     return lxavi("seek", path, "0").returncode == 0
 
 
+def track_option(track):
+    """The first track is the standard, also of a file that has none."""
+    return ("--audio", str(track)) if track else ()
+
+
 def run(*arguments):
     return subprocess.run(arguments, check=True, capture_output=True, text=True).stdout
 

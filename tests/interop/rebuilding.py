@@ -166,8 +166,8 @@ class WithoutIndex(InScratchFolder):
             time = source.randrange(0, keys[-1][0] + 1000)
             seek = json.loads(run(LXAVI, "seek", str(cut), str(time), "--json", "--rebuild", *BUDGET))
             expected = keys[max(0, bisect.bisect_right(keys, (time, 1 << 60)) - 1)]
-            self.assertEqual((seek["landed on ms"], seek["first video"]["offset"]), expected)
-            self.assertTrue(seek["first video"]["key"])
+            self.assertEqual((seek["landed_ms"], seek["first_video"]["offset"]), expected)
+            self.assertTrue(seek["first_video"]["key"])
 
     def without_indexes(self, data):
         """idx1 cut off with all that follows, indx made unknown. Media data stay where they are."""

@@ -14,7 +14,7 @@ import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from material import LXAVI, SAMPLES, corpus, is_seekable, made_files, rows, run  # noqa: E402
+from material import LXAVI, SAMPLES, corpus, is_seekable, made_files, rows, run, track_option  # noqa: E402
 
 TIMES = 50
 HEADER = 8  # the media tool reports the position of a packet's payload, our tool the position of the chunk
@@ -69,8 +69,7 @@ class Timeline:
 
 
 def seek(path, time, audio=0):
-    return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000", "--audio",
-                          str(audio)))
+    return json.loads(run(LXAVI, "seek", str(path), str(time), "--json", "--budget", "1000000000", *track_option(audio)))
 
 
 class Film:
@@ -83,12 +82,11 @@ class Film:
         self.delivered = rows("chunks", path)
         self.video = {int(r["frame"]): r for r in self.delivered if r["type"] == "video"}
         info = json.loads(run(LXAVI, "info", str(path), "--json"))
-        self.frame = info["microseconds per frame"]
-        self.streams = info["stream"]
+        self.frame = info["frame_us"]
+        self.streams = info["streams"]
         # The clocks differ: the main header has whole microseconds per frame, the stream header has a fraction.
         self.drift = 2 + self.table[-1][0] // 2000
-        size, _, _, start = info["segments"][-1].split()
-        self.end = int(start) + int(size)
+        self.end = sum(info["segments"][-1].values())
 
     def is_placeholder(self, offset):
         """Whether a frame of 0 bytes or 1 byte stands there; it repeats the frame before. The media tool leaves out
@@ -139,7 +137,7 @@ class Seeking(unittest.TestCase):
                     landed = seek(film.path, time)
                     self.check_landing(film, landed, time)
                     self.check_audio(film, landed)
-                    self.assertEqual(landed["first video"]["offset"], packet[1], (landed, packet))
+                    self.assertEqual(landed["first_video"]["offset"], packet[1], (landed, packet))
                     seeks += 1
         print(f"{len(self.films)} files, {seeks} seeks; not seekable: {self.refused}; not read by the media tool: "
               f"{self.foreign}", file=sys.stderr)
@@ -147,29 +145,29 @@ class Seeking(unittest.TestCase):
 
     def check_landing(self, film, landed, time):
         down = max((k for k in film.table if k[0] <= time), default=film.table[0])
-        self.assertEqual(landed["landed on ms"], down[0], time)
-        self.assertTrue(landed["first video"]["key"])
-        self.assertEqual(landed["first video"]["offset"], int(film.video[down[1]]["offset"]))
+        self.assertEqual(landed["landed_ms"], down[0], time)
+        self.assertTrue(landed["first_video"]["key"])
+        self.assertEqual(landed["first_video"]["offset"], int(film.video[down[1]]["offset"]))
 
     def check_audio(self, film, landed):
         """Audio has to resume with the chunk that plays at the key frame's time, or one chunk earlier, never later."""
-        audio, video = landed.get("first audio"), landed["first video"]
-        if not audio or not audio["delivered"]:
+        audio, video = landed.get("first_audio"), landed["first_video"]
+        if not audio:
             return
-        self.assertLessEqual(audio["time ms"], video["time ms"], landed)
+        self.assertLessEqual(audio["time_ms"], video["time_ms"], landed)
         starts = [int(r["time_ms"]) for r in film.delivered if r["type"] == "audio"]
-        behind = [start for start in starts if start > audio["time ms"]]
+        behind = [start for start in starts if start > audio["time_ms"]]
         if len(behind) > 1:
-            self.assertGreaterEqual(behind[1], video["time ms"], landed)
+            self.assertGreaterEqual(behind[1], video["time_ms"], landed)
 
     def test_from_there_on_every_chunk_is_delivered(self):
         for film in self.films:
             with self.subTest(file=film.path.name):
                 for time in film.times(self.source)[:4]:
-                    landed = seek(film.path, time)["first video"]["offset"]
+                    landed = seek(film.path, time)["first_video"]["offset"]
                     got = rows("chunks", film.path, "--from", str(time), "--budget", "1000000000")
-                    ours = [(int(r["offset"]), int(r["size"])) for r in got if r["type"] == "video"]
-                    want = [(int(r["offset"]), int(r["size"])) for r in film.video.values() if int(r["offset"]) >= landed]
+                    ours = [(int(r["offset"]), int(r["size_bytes"])) for r in got if r["type"] == "video"]
+                    want = [(int(r["offset"]), int(r["size_bytes"])) for r in film.video.values() if int(r["offset"]) >= landed]
                     self.assertEqual(ours, want)
                     # Behind the media data the media tool can find leftovers of another file.
                     theirs = [p[1] for p in film.packets.packets if landed <= p[1] < film.end]
@@ -185,8 +183,8 @@ class Seeking(unittest.TestCase):
         rest = [r for r in all_of_track if int(r["frame"]) >= int(ours[0]["frame"])]
         self.assertEqual([(r["offset"], r["crc32"], r["frame"], r["byte_position"]) for r in ours[1:]],
                          [(r["offset"], r["crc32"], r["frame"], r["byte_position"]) for r in rest[1:]])
-        end = int(rest[0]["byte_position"]) + int(rest[0]["size"])
-        self.assertEqual(int(ours[0]["byte_position"]) + int(ours[0]["size"]), end)
+        end = int(rest[0]["byte_position"]) + int(rest[0]["size_bytes"])
+        self.assertEqual(int(ours[0]["byte_position"]) + int(ours[0]["size_bytes"]), end)
 
 
 @unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
@@ -217,15 +215,15 @@ class Times(unittest.TestCase):
 
     def difference(self, landed, timeline, stream):
         """How far the time of the first audio chunk is off: in milliseconds for PCM, else in packets."""
-        audio = landed["first audio"]
-        if not audio["delivered"] or audio["size"] == 0:
+        audio = landed["first_audio"]
+        if not audio or audio["size_bytes"] == 0:
             return 0.0
         packet = timeline.at(audio["offset"] + HEADER)
         self.assertIsNotNone(packet, landed)
-        pcm = stream["coding"].startswith("PCM")
+        pcm = stream["codec"].startswith("PCM")
         # a trim, or a packet that is a part of the chunk, begins at another byte
-        ahead = 1000 * (audio["offset"] + HEADER - packet[0]) / max(stream["bytes per second"], 1) if pcm else 0
-        off = abs(audio["time ms"] - packet[2] - ahead) / (1 if pcm else timeline.longest)
+        ahead = 1000 * (audio["offset"] + HEADER - packet[0]) / max(stream["stated_bps"] // 8, 1) if pcm else 0
+        off = abs(audio["time_ms"] - packet[2] - ahead) / (1 if pcm else timeline.longest)
         self.assertLess(off, 1.001, (landed, packet))
         return off
 
@@ -233,11 +231,11 @@ class Times(unittest.TestCase):
         streams = 0
         for path in self.files:
             ours = {}
-            tracks = max(1, sum(1 for s in json.loads(run(LXAVI, "info", str(path), "--json"))["stream"]
+            tracks = max(1, sum(1 for s in json.loads(run(LXAVI, "info", str(path), "--json"))["streams"]
                                 if s["type"] == "audio"))
             for track in range(tracks):
                 for row in delivered(path, track):
-                    if row["type"] != "subtitle" and int(row["size"]) > 0:
+                    if row["type"] != "subtitle" and int(row["size_bytes"]) > 0:
                         ours.setdefault(int(row["stream"]), []).append((int(row["offset"]) + HEADER, int(row["time_ms"])))
             for stream, chunks in ours.items():
                 timeline = Timeline(path, stream)
@@ -254,7 +252,7 @@ class Times(unittest.TestCase):
 
 def delivered(path, track):
     """The chunks that the tool delivers, up to the end of the file or to damage."""
-    result = subprocess.run([LXAVI, "chunks", str(path), "--csv", "--audio", str(track)], capture_output=True, text=True,
+    result = subprocess.run([LXAVI, "chunks", str(path), "--csv", *track_option(track)], capture_output=True, text=True,
                             check=False)
     return list(csv.DictReader(io.StringIO(result.stdout)))
 

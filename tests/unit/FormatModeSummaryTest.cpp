@@ -222,5 +222,72 @@ TEST_F(Summaries, WhereThereIsNoStreamThereIsNothing)
     ExpectNothing(0);
 }
 
+lxAviRead_TableSummary_t TableSummary()
+{
+    lxAviRead_TableSummary_t summary = {7, 7, 7, 7};
+    EXPECT_EQ(lxAviReadCore_GetTableSummary(&summary), LX_OK);
+    return summary;
+}
+
+void ExpectTableSummary(UInt32 source, UInt32 keyFrames, UInt32 stored, UInt32 step)
+{
+    const lxAviRead_TableSummary_t summary = TableSummary();
+    EXPECT_EQ(summary.eSource, source);
+    EXPECT_EQ(summary.uiKeyFrames, keyFrames);
+    EXPECT_EQ(summary.uiStored, stored);
+    EXPECT_EQ(summary.uiStep, step);
+}
+
+TEST_F(Summaries, ATableTellsItsSource)
+{
+    const std::pair<IndexKind, UInt32> sources[] = {
+        {IndexKind::Idx1Relative, LX_AVIREAD_TABLE_IDX1},
+        {IndexKind::Idx1Absolute, LX_AVIREAD_TABLE_IDX1},
+        {IndexKind::SuperStandard, LX_AVIREAD_TABLE_SUPER_INDEX},
+        {IndexKind::SuperField, LX_AVIREAD_TABLE_SUPER_INDEX},
+        {IndexKind::OneLevelStandard, LX_AVIREAD_TABLE_ONE_LEVEL_INDEX},
+        {IndexKind::OneLevelField, LX_AVIREAD_TABLE_ONE_LEVEL_INDEX},
+    };
+    for (const auto& [eKind, source] : sources) {
+        builder = AviBuilder();
+        builder.Add(VideoStream()).Add(PcmStream());
+        builder.eIndex = eKind;
+        builder.eLayout = IxLayout::At32;
+        AddMedia(10, 5);
+        ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+        ExpectTableSummary(source, 2, 2, 1);
+    }
+}
+
+TEST_F(Summaries, AThinnedTableTellsItsStep)
+{
+    AddMedia(3 * kLeaf, 1);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(Open(file, true, 1, kOneLeafBudget, kFormat), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    ExpectTableSummary(LX_AVIREAD_TABLE_IDX1, 3 * kLeaf, kLeaf, 3);
+    Patch32(builder.streams[0].format, 16, Code("MJPG")); // all frames are key frames
+    ASSERT_EQ(Open(builder.Build(), true, 1, kOneLeafBudget, kFormat), LX_OK);
+    ASSERT_EQ(lxAviReadCore_ParseMediaData(0, Null, Null), LX_OK);
+    ExpectTableSummary(LX_AVIREAD_TABLE_MEDIA_DATA, 3 * kLeaf, 3 * (kLeaf + 1) / 4, 4); // 1089 of which every 4th
+}
+
+TEST_F(Summaries, WithoutATableThereIsNothingToTell)
+{
+    ExpectTableSummary(LX_AVIREAD_TABLE_NONE, 0, 0, 0); // before Open
+    AddMedia(10, 5);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+    ExpectTableSummary(LX_AVIREAD_TABLE_NONE, 0, 0, 0);
+    ASSERT_EQ(lxAviReadCore_ParseIndex(0), LX_OK);
+    EXPECT_EQ(TableSummary().uiStored, 2u);
+    EXPECT_EQ(lxAviReadCore_Close(), LX_OK);
+    ExpectTableSummary(LX_AVIREAD_TABLE_NONE, 0, 0, 0);
+    ASSERT_EQ(ParseAs(kDefault, file), LX_OK);
+    ExpectTableSummary(LX_AVIREAD_TABLE_NONE, 0, 0, 0);
+    EXPECT_EQ(lxAviReadCore_GetTableSummary(Null), LX_OK);
+    EXPECT_EQ(log.Assertions().size(), 1u);
+}
+
 } // namespace
 } // namespace avitest

@@ -1,20 +1,12 @@
 #include "AviWriter.hpp"
 
-#include "RiffScan.hpp"
+#include "SourceFile.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace lxavi {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -65,77 +57,6 @@ std::string Idx1Record(UInt32 id, Listed listed, UInt32 offset, UInt32 size)
     case Listed::AsFrame: break;
     }
     return Bytes(id) + Bytes(flags) + Bytes(offset) + Bytes(size);
-}
-
-// ---- The output ----
-
-OutputFile::OutputFile(const fs::path& path) : m_path(path)
-{
-    std::error_code ignored;
-    if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored)) {
-        throw Failure(fmt::format("{} is no regular file", path.string()));
-    }
-    const std::string suffix = ".partial";
-    std::string name = path.string() + ".XXXXXX" + suffix;
-    const int descriptor = mkstemps(name.data(), static_cast<int>(suffix.size()));
-    if (descriptor < 0) {
-        Fail();
-    }
-    m_partial = name;
-    const mode_t mask = umask(0);
-    umask(mask);
-    static_cast<void>(fchmod(descriptor, 0666 & ~mask)); // as any new file has it
-    m_file.reset(fdopen(descriptor, "wb"));
-}
-
-OutputFile::~OutputFile()
-{
-    if (m_file != nullptr) {
-        m_file.reset();
-        std::error_code ignored;
-        fs::remove(m_partial, ignored);
-    }
-}
-
-void OutputFile::Fail() const
-{
-    throw Failure(fmt::format("cannot write {}: {}", m_path.string(), std::strerror(errno)));
-}
-
-void OutputFile::Write(std::span<const UInt8> bytes)
-{
-    if (std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) != bytes.size()) {
-        Fail();
-    }
-    m_size += bytes.size();
-}
-
-void OutputFile::Write(const std::string& bytes)
-{
-    Write({reinterpret_cast<const UInt8*>(bytes.data()), bytes.size()});
-}
-
-void OutputFile::WriteAt(UInt64 offset, const std::string& bytes)
-{
-    if (fseeko64(m_file.get(), static_cast<off64_t>(offset), SEEK_SET) != 0 ||
-        std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) != bytes.size() ||
-        fseeko64(m_file.get(), 0, SEEK_END) != 0) {
-        Fail();
-    }
-}
-
-void OutputFile::Commit()
-{
-    if (std::fflush(m_file.get()) != 0 || fsync(fileno(m_file.get())) != 0) {
-        Fail();
-    }
-    m_file.reset();
-    std::error_code error;
-    fs::rename(m_partial, m_path, error);
-    if (error) {
-        fs::remove(m_partial, error);
-        throw Failure(fmt::format("cannot make {}", m_path.string()));
-    }
 }
 
 // ---- The headers ----
@@ -353,7 +274,6 @@ void AviWriter::Finish()
     const std::string headers = Headers();
     constexpr UInt64 kBehindSize = kChunkHeaderBytes;
     m_out.WriteAt(kBehindSize, headers.substr(kBehindSize));
-    m_out.Commit();
 }
 
 } // namespace lxavi

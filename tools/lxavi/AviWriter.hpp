@@ -8,46 +8,14 @@
 
 #pragma once
 
+#include "OutputFile.hpp"
 #include "Reader.hpp"
 
-#include <filesystem>
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace lxavi {
-
-// A file that appears under its name only when it is complete. Until then it has a name of its own in the same folder, with
-// ".partial" at the end, which no other file has.
-class OutputFile {
-public:
-    // Throws Failure when it cannot be made, or when `path` is there and no regular file.
-    explicit OutputFile(const std::filesystem::path& path);
-    ~OutputFile(); // removes what was not committed
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-
-    // These throw Failure when they fail.
-    void Write(std::span<const UInt8> bytes);
-    void Write(const std::string& bytes);
-    void WriteAt(UInt64 offset, const std::string& bytes); // in bytes that are written already
-    void Commit();
-
-    UInt64 Size() const { return m_size; }
-
-private:
-    struct Close {
-        void operator()(FILE* file) const { std::fclose(file); }
-    };
-
-    [[noreturn]] void Fail() const;
-
-    std::filesystem::path m_path;
-    std::filesystem::path m_partial;
-    std::unique_ptr<FILE, Close> m_file;
-    UInt64 m_size = 0;
-};
 
 // A chunk of the headers, or a text: its code and its payload.
 struct NamedBytes {
@@ -84,7 +52,7 @@ public:
     void Payload(std::span<const UInt8> bytes);
     // Says how long a stream is, in its units. Without it, a stream is as long as it has chunks.
     void SetLength(UInt32 streamNr, UInt32 length);
-    // Writes what is left, and the headers again. Not called: the file is of no use.
+    // Writes what is left, and the headers again; then the output can be committed.
     void Finish();
 
     UInt32 Lists() const { return m_lists; }

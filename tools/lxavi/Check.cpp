@@ -1,310 +1,331 @@
-// lxavi check: walks through the structure, the index and the media data, and reports every anomaly with its offset.
+// lxavi check: compares headers, indexes, media data and delivery, and reports every anomaly with its severity and offset.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
-#include "MediaData.hpp"
+#include "IndexCheck.hpp"
 #include "Output.hpp"
 #include "Quirks.hpp"
-#include "RiffScan.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
 namespace lxavi {
 
 namespace {
 
-constexpr size_t kMostAnomalies = 1000; // the others are only counted
+// The structure's media chunks in step with the delivered ones.
+class Structure {
+public:
+    explicit Structure(const SourceFile& file) : m_walk(file) { Advance(); }
+
+    // Passes by the chunks before `offset`, and hands them to `skipped`. Returns whether there is one at `offset`.
+    bool GoTo(UInt64 offset, const std::function<void(const RiffPart&)>& skipped)
+    {
+        for (; m_has && m_part.offset < offset; Advance()) {
+            skipped(m_part);
+        }
+        return m_has && m_part.offset == offset;
+    }
+
+    void Advance()
+    {
+        m_has = m_walk.Next(m_part);
+        while (m_has && (!m_part.IsMedia() || m_part.id >> 16 == ('d' | 'd' << 8))) {
+            m_has = m_walk.Next(m_part);
+        }
+    }
+
+private:
+    RiffWalk m_walk;
+    RiffPart m_part = {};
+    bool m_has = false;
+};
 
 class Checker {
 public:
-    explicit Checker(const Options& options) : m_media(ReadMediaData(options)), m_reader(options), m_scan(options.file)
+    explicit Checker(const Options& options)
+        : m_options(options), m_file(RegularFile(options)), m_scan(m_file, [this](Finding finding) { Add(finding); })
     {
     }
 
-    std::vector<Anomaly> Run()
+    Findings& Run()
     {
-        for (const Anomaly& anomaly : m_scan.anomalies) {
-            Note(anomaly.offset, anomaly.text);
+        CheckIndexes();
+        Reader reader(m_options);
+        CheckHeaders(reader);
+        CheckTable(reader);
+        Deliver(reader);
+        for (const TouchedQuirk& quirk : TouchedQuirks(reader, m_file, m_scan)) {
+            AddQuirk(quirk);
         }
-        CompareHeaders();
-        CheckIndex();
-        Deliver();
-        std::stable_sort(m_anomalies.begin(), m_anomalies.end(),
-                         [](const Anomaly& a, const Anomaly& b) { return a.offset < b.offset; });
-        return m_anomalies;
+        return m_findings;
     }
 
-    std::vector<TouchedQuirk> Quirks() const { return TouchedQuirks(m_reader, m_scan); }
     UInt64 Delivered() const { return m_delivered; }
-    UInt64 Found() const { return m_found; }
 
 private:
-    // The default mode has no walk over the media data, so the file is opened in the format mode for it.
-    static MediaData ReadMediaData(Options options)
+    static std::string RegularFile(const Options& options)
     {
-        options.defaultMode = false;
-        const Reader reader(options);
+        const Reader reader(options); // refuses what is no AVI file
         if (!reader.IsRegularFile()) {
-            throw Failure("cannot be checked: it is no regular file, and its structure is read twice");
+            throw Failure("cannot be checked: it is no regular file, and is read several times");
         }
-        return MediaData(reader);
+        return options.Path();
     }
 
-    void Note(UInt64 offset, const std::string& text)
+    // Damage often comes in rows of the same kind.
+    void Add(const Finding& finding)
     {
-        if (m_anomalies.size() < kMostAnomalies) {
-            m_anomalies.push_back({offset, text});
+        const bool isOfRow = finding.code == "bad_list" || finding.code == "short_rest" || finding.code == "no_chunk";
+        if (!isOfRow || finding.code != m_rowOf) {
+            m_row.End();
         }
-        ++m_found;
+        m_row.Add(finding);
+        m_rowOf = finding.code;
     }
 
-    void CompareHeaders()
+    void Note(Severity severity, std::optional<UInt64> offset, const char* code, const std::string& text)
+    {
+        m_findings.Add({severity, offset, code, text});
+    }
+
+    void AddQuirk(const TouchedQuirk& quirk)
+    {
+        const QuirkTitle& title = TitleOf(quirk.number);
+        const bool isRepaired = title.repaired && !m_options.defaultMode;
+        Note(m_options.defaultMode ? Severity::Warning : Severity::Note, quirk.offset, QuirkName(quirk.number).c_str(),
+             fmt::format("{}: {}{}", title.title, quirk.what, isRepaired ? " (repaired)" : ""));
+    }
+
+    // ---- Headers ----
+
+    void CheckHeaders(const Reader& reader)
     {
         lxAviRead_Avih_t avih = {};
         static_cast<void>(lxAviReadCore_GetAvihData(&avih));
         if (avih.dwStreams != m_scan.streamLists) {
-            Note(0, fmt::format("the main header says {} streams, the file describes {}", avih.dwStreams,
-                                m_scan.streamLists));
+            Note(Severity::Warning, {}, "stream_count",
+                 fmt::format("the main header says {} streams, the file describes {}", avih.dwStreams,
+                             m_scan.streamLists));
         }
-        CheckStreams(avih);
-        if (m_reader.State().videoStreamNr < 0) {
-            Note(0, "there is no video stream");
+        if (m_scan.streamLists > LX_AVIREAD_STREAMS) {
+            Note(Severity::Error, {}, "too_many_streams",
+                 fmt::format("{} streams: those beyond the first {} are not read", m_scan.streamLists,
+                             LX_AVIREAD_STREAMS));
+        }
+        if (reader.State().AudioTracksCount > LX_AVIREAD_AUDIO_TRACKS) {
+            Note(Severity::Error, {}, "too_many_tracks",
+                 fmt::format("{} audio tracks: those beyond the first {} cannot be played",
+                             reader.State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS));
+        }
+        if (reader.State().videoStreamNr < 0) {
+            Note(Severity::Note, {}, "no_video", "there is no video stream");
+        } else {
+            CheckFrameRate(reader, avih);
+        }
+        CheckTypes(reader);
+    }
+
+    void CheckFrameRate(const Reader& reader, const lxAviRead_Avih_t& avih)
+    {
+        const lxAviRead_Strh_t& header = reader.Stream(static_cast<UInt32>(reader.State().videoStreamNr))->Header;
+        const bool isInStream = header.dwScale != 0 && header.dwRate != 0 && !m_options.defaultMode;
+        if (avih.dwMicroSecPerFrame == 0 && !isInStream) {
+            Note(Severity::Warning, {}, "no_frame_rate", "no header gives a frame duration: all video times are 0");
+        }
+        if (const std::string what = FrameRateConflict(reader); !what.empty()) {
+            Note(Severity::Warning, {}, "frame_rates", what);
         }
     }
 
-    void CheckStreams(const lxAviRead_Avih_t& avih)
+    void CheckTypes(const Reader& reader)
     {
-        bool noFrameRate = avih.dwMicroSecPerFrame == 0;
-        if (const int video = m_reader.State().videoStreamNr; video >= 0 && !m_reader.Settings().defaultMode) {
-            const lxAviRead_Strh_t& header = m_reader.Stream(static_cast<UInt32>(video))->Header;
-            noFrameRate = noFrameRate && (header.dwScale == 0 || header.dwRate == 0);
-        }
-        if (noFrameRate) {
-            Note(0, "no header gives a frame duration: all video times are 0");
-        }
-        if (const std::string what = FrameRateConflict(m_reader); !what.empty()) {
-            Note(0, what);
-        }
-        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
-            const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(i);
-            if (IsUnknown(stream)) {
-                Note(0, fmt::format("stream {} is of the unknown type '{}'", i, FourCCText(stream.Header.fccType)));
+        for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
+            if (IsUnknown(*reader.Stream(i))) {
+                Note(Severity::Warning, {}, "unknown_type",
+                     fmt::format("stream {} is of the unknown type '{}'", i,
+                                 FourCCText(reader.Stream(i)->Header.fccType)));
             }
         }
     }
 
-    // ---- The index against the media data ----
+    // ---- Indexes ----
 
-    void CheckIndex()
+    void CheckIndexes()
     {
-        const UInt32 result = m_reader.BuildIndex();
-        const lxAviReadCore_AviInfo_t& state = m_reader.State();
-        if (result != LX_OK) {
-            Note(state.idx1Offset, Failure("no key-frame table can be built", result).what());
+        Options options = m_options;
+        options.defaultMode = false;
+        const Reader reader(options);
+        CompareIndexes(reader, m_file, m_scan, m_findings);
+    }
+
+    void CheckTable(Reader& reader)
+    {
+        const UInt32 result = reader.BuildIndex();
+        const lxAviReadCore_AviInfo_t& state = reader.State();
+        if (result != LX_OK && state.videoStreamNr >= 0) {
+            const std::optional<UInt64> at = state.idx1Size > 0 ? std::optional(state.idx1Offset - 8) : std::nullopt;
+            Note(Severity::Warning, at, "no_table", Failure("no key-frame table can be built", result).what());
         }
-        const bool defaultMode = m_reader.Settings().defaultMode;
-        const UInt32 misread = defaultMode ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
+        const bool isDefault = m_options.defaultMode;
+        const UInt32 misread = isDefault ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
         if (state.bIndxPresent != 0 && misread > 0) {
-            Note(0, fmt::format("{} of {} index chunks have their records {} bytes behind their start and not {}: "
-                                "they are read one word off, and not usable for seeking",
-                                misread, m_scan.IndexChunks(), defaultMode ? 32 : 36, defaultMode ? 36 : 32));
-        }
-        CheckIdx1();
-        CheckOpenDml();
-    }
-
-    // The position from which the offsets of idx1 count: the file's start, the "movi" code, or the first chunk. The
-    // result is the position with which most of the first records lead to a chunk.
-    UInt64 Idx1Base() const
-    {
-        constexpr size_t kTried = 16;
-        UInt64 best = 0;
-        size_t most = 0;
-        for (const UInt64 base : {UInt64{0}, m_scan.moviCode, m_scan.moviCode + 4}) {
-            size_t right = 0;
-            for (size_t i = 0; i < std::min(m_scan.idx1.size(), kTried); ++i) {
-                right += m_media.Find(base + m_scan.idx1[i].offset) != nullptr ? 1 : 0;
-            }
-            best = right > most ? base : best;
-            most = std::max(most, right);
-        }
-        return best;
-    }
-
-    // In a file with an OpenDML index, idx1 is about the first list alone.
-    void CheckIdx1()
-    {
-        const std::set<UInt64> listed = CompareRecords(m_scan.idx1, Idx1Base(), true);
-        const bool firstListAlone = !m_scan.openDml.empty() && !m_media.Lists().empty();
-        const UInt64 end = firstListAlone ? m_media.Lists().front().end : m_scan.bytes;
-        for (const lxAviRead_MediaChunk_t& chunk : m_media.Chunks()) {
-            if (!m_scan.idx1.empty() && chunk.uiOffset < end && !listed.contains(chunk.uiOffset)) {
-                Note(chunk.uiOffset, fmt::format("chunk '{}' is not listed by the index idx1", FourCCText(chunk.uiId)));
-            }
-        }
-    }
-
-    // Each stream has an OpenDML index of its own, or none.
-    void CheckOpenDml()
-    {
-        const std::set<UInt64> listed = CompareRecords(m_scan.openDml, 0, false);
-        std::set<UInt32> streams;
-        for (const ScannedRecord& record : m_scan.openDml) {
-            streams.insert(StreamOf(record.id));
-        }
-        for (const lxAviRead_MediaChunk_t& chunk : m_media.Chunks()) {
-            if (streams.contains(chunk.uiStreamNr) && !listed.contains(chunk.uiOffset)) {
-                Note(chunk.uiOffset,
-                     fmt::format("chunk '{}' is not listed by the index of its stream", FourCCText(chunk.uiId)));
-            }
-        }
-    }
-
-    // Compares records with the chunks that they name, and returns the offsets of these chunks.
-    std::set<UInt64> CompareRecords(const std::vector<ScannedRecord>& records, UInt64 base, bool hasId)
-    {
-        std::set<UInt64> listed;
-        for (const ScannedRecord& record : records) {
-            const UInt64 offset = base + record.offset;
-            if (const lxAviRead_MediaChunk_t* const chunk = m_media.Find(offset); chunk != nullptr) {
-                listed.insert(offset);
-                CompareRecord(record, *chunk, hasId);
-            } else if (IsMediaId(record.id) && !IsDescriptor(record.id)) {
-                Note(record.at,
-                     fmt::format("index record '{}' points at no chunk ({})", FourCCText(record.id), offset));
-            }
-        }
-        return listed;
-    }
-
-    static bool IsDescriptor(UInt32 id) { return id >> 16 == ('d' | 'd' << 8); }
-
-    void CompareRecord(const ScannedRecord& record, const lxAviRead_MediaChunk_t& chunk, bool hasId)
-    {
-        if (record.size != chunk.uiSize) {
-            Note(record.at, fmt::format("index record says {} bytes, the chunk at {} has {}", record.size,
-                                        chunk.uiOffset, chunk.uiSize));
-        }
-        if (hasId && record.id != chunk.uiId) {
-            Note(record.at,
-                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(record.id), FourCCText(chunk.uiId)));
-        }
-        CompareKeyFlag(record, chunk);
-    }
-
-    // The frame is believed, and not the index. A placeholder shows nothing and costs nothing, whatever its flag.
-    void CompareKeyFlag(const ScannedRecord& record, const lxAviRead_MediaChunk_t& chunk)
-    {
-        constexpr UInt32 kPlaceholderBytes = 8;
-        const bool isKey = chunk.eFrame == LX_AVIREAD_FRAME_KEY;
-        if (chunk.eFrame != LX_AVIREAD_FRAME_UNKNOWN && isKey != record.key && chunk.uiSize > kPlaceholderBytes) {
-            Note(record.at,
-                 fmt::format("index record says {}, by its own bytes the frame at {} is {}",
-                             record.key ? "key frame" : "no key frame", chunk.uiOffset, isKey ? "one" : "none"));
+            Note(Severity::Warning, {}, "misread_index",
+                 fmt::format("{} of {} index chunks have their records {} bytes behind their start and not {}: "
+                             "they are read one word off, and not usable for seeking",
+                             misread, m_scan.IndexChunks(), isDefault ? 32 : 36, isDefault ? 36 : 32));
         }
     }
 
     // ---- Delivery ----
 
-    void Deliver()
+    // One pass delivers the video, one audio track and one subtitle track.
+    void Deliver(Reader& reader)
     {
-        m_reader.Start();
-        Progress progress("checking", m_scan.bytes);
-        UInt64 expected = m_reader.State().moviOffset;
+        const UInt32 passes = std::max({reader.AudioTracks(), reader.SubtitleTracks(), 1u});
+        for (UInt32 pass = 0; pass < passes; ++pass) {
+            if (pass == 0) {
+                reader.Start();
+            } else {
+                lxAviReadCore_RewindToStart();
+            }
+            DeliverPass(reader, pass);
+        }
+    }
+
+    void DeliverPass(Reader& reader, UInt32 pass)
+    {
+        Structure structure(m_file);
+        FindingRow lost(m_findings);
+        FindingRow strange(m_findings);
+        const auto reportLost = [&](const RiffPart& part) {
+            if (pass == 0) {
+                lost.Add({Severity::Error, part.offset, "chunk_not_delivered",
+                          fmt::format("chunk '{}' is not delivered", FourCCText(part.id))});
+            }
+        };
+        Progress progress("checking the delivery", reader.FileSize());
         for (;;) {
-            const Item item = m_reader.Next(0, 0);
+            const Item item = reader.Next(std::min<UInt32>(pass, LX_AVIREAD_AUDIO_TRACKS - 1), pass);
             if (Reader::IsEnd(item)) {
-                if (item.result != LX_AVIREAD_END_OF_MEDIA) {
-                    Note(item.offset + 8, Failure("delivery stopped", item.result).what());
-                }
+                FinishPass(item, structure, reportLost);
                 return;
             }
             progress.At(item.offset);
-            if (item.result == LX_ERR_AVIREAD_BAD_STREAM) {
-                Note(item.offset,
-                     fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
+            if (structure.GoTo(item.offset, reportLost)) {
+                structure.Advance();
+                lost.End();
+                strange.End();
+            } else if (pass == 0) {
+                strange.Add({Severity::Warning, item.offset, "chunk_outside_structure",
+                             "delivered a chunk where the file's structure has none"});
             }
-            CheckGap(expected, item);
-            expected = item.offset + 8 + item.chunk.uiSize + (item.chunk.uiSize & 1);
-            if (item.result == LX_OK) {
-                ++m_delivered;
-            }
-            if (!CheckPayload(item)) {
+            if (!Take(reader, item, pass)) {
                 return;
             }
         }
     }
 
-    bool IsInStructure(UInt64 offset) const
+    void FinishPass(const Item& last, Structure& structure, const std::function<void(const RiffPart&)>& reportLost)
     {
-        return std::binary_search(m_scan.media.begin(), m_scan.media.end(), ScannedChunk{offset, 0, 0},
-                                  [](const ScannedChunk& a, const ScannedChunk& b) { return a.offset < b.offset; });
-    }
-
-    // Reports a delivered chunk that the file's structure does not have.
-    void CheckGap(UInt64 expected, const Item& item)
-    {
-        const UInt64 begin = item.offset - (item.chunk.bDrm == 1 ? 18 : 0);
-        if (!IsInStructure(item.offset)) {
-            Note(item.offset, fmt::format("delivered a chunk where the file's structure has none ({} bytes behind the "
-                                          "chunk before)",
-                                          begin - std::min(begin, expected)));
+        if (last.result == LX_AVIREAD_END_OF_MEDIA) {
+            structure.GoTo(m_file.Size(), reportLost);
+        } else {
+            Note(Severity::Error, last.offset + 8, "delivery_stopped", Failure("delivery stopped", last.result).what());
         }
     }
 
-    bool CheckPayload(const Item& item)
+    // False when delivery cannot go on.
+    bool Take(Reader& reader, const Item& item, UInt32 pass)
     {
-        if (item.result != LX_OK) {
-            m_reader.Skip(item);
+        if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
+            Note(Severity::Warning, item.offset, "chunk_of_no_stream",
+                 fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
+        }
+        const bool isNew = pass == 0 || item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO;
+        if (item.result != LX_OK || !isNew) {
+            reader.Skip(item);
             return true;
         }
+        ++m_delivered;
         try {
-            m_reader.ReadPayload(item, [](std::span<const UInt8>) {});
+            reader.ReadPayload(item, [](std::span<const UInt8>) {});
             return true;
         } catch (const Failure& failure) {
-            Note(item.offset, failure.what());
+            Note(Severity::Error, item.offset, "unreadable_chunk", failure.what());
             return false;
         }
     }
 
-    const MediaData m_media;
-    Reader m_reader;
+    const Options& m_options;
+    Findings m_findings;
+    FindingRow m_row{m_findings}; // about the structure
+    std::string m_rowOf;          // code of the finding that was added last
+    SourceFile m_file;
     RiffScan m_scan;
-    std::vector<Anomaly> m_anomalies;
-    UInt64 m_found = 0;
     UInt64 m_delivered = 0;
 };
 
+Json SummaryOf(const Findings& findings, UInt64 delivered, size_t found, size_t printed)
+{
+    Json summary;
+    summary["errors"] = findings.Places(Severity::Error);
+    summary["warnings"] = findings.Places(Severity::Warning);
+    summary["notes"] = findings.Places(Severity::Note);
+    summary["findings"] = found;
+    summary["findings_printed"] = printed;
+    summary["chunks_delivered"] = delivered;
+    return summary;
+}
+
+Colour ColourOf(Severity severity)
+{
+    switch (severity) {
+    case Severity::Error: return Colour::Red;
+    case Severity::Warning: return Colour::Yellow;
+    default: return Colour::Grey;
+    }
+}
+
+std::string TextOf(const Finding& finding)
+{
+    return finding.places == 1
+               ? finding.text
+               : fmt::format("{} (and {} more in a row, up to {})", finding.text, finding.places - 1, finding.last);
+}
+
+std::string Count(UInt64 count, const char* what) { return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s"); }
+
 } // namespace
 
-int RunCheck(const Options& options)
+int RunCheck(const Options& options, const CheckOptions& check)
 {
     Checker checker(options);
-    const std::vector<Anomaly> anomalies = checker.Run();
-    const std::vector<TouchedQuirk> quirks = checker.Quirks();
+    Findings& findings = checker.Run();
+    const std::vector<Finding>& all = findings.Sort();
+    const auto printed = static_cast<size_t>(std::min<UInt64>(check.limit.value_or(all.size()), all.size()));
+    const Json summary = SummaryOf(findings, checker.Delivered(), all.size(), printed);
+    const std::string verdict = fmt::format("{}, {}, {}; {} delivered", Count(summary["errors"], "error"),
+                                            Count(summary["warnings"], "warning"), Count(summary["notes"], "note"),
+                                            Count(checker.Delivered(), "chunk"));
     {
-        TableWriter table(options, {{"offset", "offset", 12}, {"quirk", "quirk", 5}, {"anomaly", "anomaly", -40}});
-        for (const Anomaly& anomaly : anomalies) {
-            table.Row({anomaly.offset, "", anomaly.text});
+        TableWriter table(options, {{"severity", -8}, {"offset", 12}, {"places", 6}, {"code", -20}, {"text", -40}});
+        for (size_t i = 0; i < printed; ++i) {
+            const Finding& finding = all[i];
+            table.Row({SeverityName(finding.severity), finding.offset ? Json(*finding.offset) : Json(), finding.places,
+                       finding.code, TextOf(finding)},
+                      ColourOf(finding.severity));
         }
-        for (const TouchedQuirk& quirk : quirks) {
-            const QuirkTitle& title = TitleOf(quirk.number);
-            const bool repaired = title.repaired && !options.defaultMode;
-            table.Row({quirk.offset, QuirkName(quirk.number),
-                       fmt::format("{}: {}{}", title.title, quirk.what, repaired ? " (repaired)" : "")});
-        }
+        table.Summary(summary, {"summary", nullptr, all.size(), nullptr, verdict});
     }
-    if (!options.json && !options.csv) {
-        if (checker.Found() > anomalies.size()) {
-            fmt::print("… and {} more\n", checker.Found() - anomalies.size());
+    if (options.IsForPeople()) {
+        if (printed < all.size()) {
+            fmt::print("… and {} (--limit {})\n", Count(all.size() - printed, "more finding"), printed);
         }
-        fmt::print("{} chunks delivered, {} anomalies, {} quirks touched\n", checker.Delivered(), checker.Found(),
-                   quirks.size());
+        fmt::print("{}\n", verdict);
     }
-    return anomalies.empty() ? kDone : kDamaged;
+    return findings.Has(check.failOn) ? kDamaged : kDone;
 }
 
 } // namespace lxavi

@@ -7,16 +7,17 @@
 #include <fmt/format.h>
 #include <zlib.h>
 
+#include <algorithm>
+
+#include <unistd.h>
+
 namespace lxavi {
 
 namespace {
 
 const std::vector<Column> kColumns = {
-    {"n", "n", 8},           {"stream", "stream", 6},  {"type", "type", -8},
-    {"track", "track", 5},   {"frame", "frame", 8},    {"byte_position", "byte position", 13},
-    {"size", "size", 9},     {"key", "key", 3},        {"drm", "drm", 3},
-    {"jumped", "jumped", 6}, {"offset", "offset", 12}, {"time_ms", "time ms", 9},
-    {"crc32", "crc32", 10}};
+    {"n", 8},   {"stream", 6}, {"type", -8},  {"track", 5},   {"frame", 8},   {"byte_position", 13}, {"size_bytes", 10},
+    {"key", 5}, {"drm", 5},    {"jumped", 6}, {"offset", 12}, {"time_ms", 9}, {"crc32", 10}};
 
 UInt32 PayloadCrc(Reader& reader, const Item& item)
 {
@@ -28,17 +29,17 @@ UInt32 PayloadCrc(Reader& reader, const Item& item)
 
 std::vector<Json> Row(UInt64 n, const Item& item, UInt32 crc)
 {
-    const bool audio = item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO;
+    const bool isAudio = item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO;
     return {n,
             item.chunk.uiStreamNr,
             TypeName(item.chunk.eStreamType),
             item.track,
             item.chunk.uiFrameNumber,
-            audio ? item.chunk.uiBytePosition : 0,
+            isAudio ? Json(item.chunk.uiBytePosition) : Json(),
             item.chunk.uiSize,
-            item.chunk.bKeyFrame,
-            item.chunk.bDrm,
-            item.jumped ? 1 : 0,
+            item.chunk.bKeyFrame != 0,
+            item.chunk.bDrm != 0,
+            item.jumped,
             item.offset,
             item.time,
             crc};
@@ -49,28 +50,34 @@ std::vector<Json> Row(UInt64 n, const Item& item, UInt32 crc)
 int RunChunks(const Options& options, const PlayOptions& play)
 {
     Reader reader(options);
+    const int track = reader.TrackToPlay(play.audio);
+    const UInt32 subtitle = reader.SubtitleToPlay(play.subtitle);
     // Without a table the library still delivers the file from start to end.
     const UInt32 indexed = reader.BuildIndex();
     if (indexed != LX_OK) {
-        fmt::print(stderr, "lxavi: {}: no jumps in this file: {}\n", options.file, Failure("", indexed).what());
+        Say(fmt::format("lxavi: {}: no jumps in this file: {}", options.file, Failure("", indexed).what()));
     }
     reader.Start();
     if (play.from) {
-        const UInt32 landed = reader.Seek(*play.from, reader.TrackToPlay(play.audio), play.rounding);
-        fmt::print(stderr, "lxavi: {}: asked for {} ms, landed on the key frame at {} ms\n", options.file, *play.from,
-                   landed);
+        const UInt32 landed = reader.Seek(*play.from, track, play.rounding);
+        Say(fmt::format("lxavi: {}: asked for {} ms, landed on the key frame at {} ms", options.file, *play.from,
+                        landed));
     }
     TableWriter table(options, kColumns);
+    Progress progress("listing", reader.FileSize());
     UInt64 n = 0;
     bool jumped = false; // a jump was executed since the last delivered chunk
     while (!play.limit || n < *play.limit) {
-        Item item = reader.Next(play.audio, play.subtitle);
+        Item item = reader.Next(static_cast<UInt32>(std::max(track, 0)), subtitle);
         jumped = jumped || item.jumped;
         if (Reader::IsEnd(item)) {
             if (item.result != LX_AVIREAD_END_OF_MEDIA) {
                 throw Failure(fmt::format("delivery stopped at {}", item.offset + 8), item.result);
             }
             break;
+        }
+        if (isatty(STDOUT_FILENO) == 0) { // there the rows show the progress
+            progress.At(item.offset);
         }
         if (Reader::IsRejected(item)) {
             reader.Skip(item);

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "Findings.hpp"
 #include "Reader.hpp"
 
 #include <optional>
@@ -13,19 +14,20 @@ constexpr int kDamaged = 1; // damaged or refused input
 constexpr int kUsage = 2;
 
 struct PlayOptions {
-    UInt32 audio = 0;
-    UInt32 subtitle = 0;
+    std::optional<UInt32> audio; // tracks; the first one, unless the user names another
+    std::optional<UInt32> subtitle;
     std::optional<UInt32> from; // milliseconds
-    std::optional<UInt32> to;
     UInt32 rounding = lxAviRead_SetPosRoundDown;
     std::optional<UInt64> limit;
 };
 
 struct ExtractOptions {
     std::string folder;
-    std::string audio = "all"; // a track number, or all
+    std::optional<UInt32> audio; // a track; else all
     std::optional<UInt32> from;
     std::optional<UInt32> to;
+    bool force = false; // overwrites files
+    bool raw = false;   // the payloads, and nothing else
 };
 
 enum class StepMode { Forward, Trick, Back, Jump };
@@ -36,9 +38,20 @@ struct StepOptions {
     StepMode mode = StepMode::Forward;
 };
 
+struct CheckOptions {
+    Severity failOn = Severity::Error;
+    std::optional<UInt64> limit; // of the findings that are printed
+};
+
 struct RepairOptions {
     std::string output;
     bool inPlace = false;
+    bool force = false;
+};
+
+struct ReportOptions {
+    std::string output;
+    std::string charts; // the chart library; else where Debian has it
     bool force = false;
 };
 
@@ -48,7 +61,8 @@ int RunIndex(const Options& options);
 int RunSeek(const Options& options, UInt32 time, const PlayOptions& play);
 int RunStep(const Options& options, const StepOptions& step);
 int RunExtract(const Options& options, const ExtractOptions& extract);
-int RunCheck(const Options& options);
+int RunCheck(const Options& options, const CheckOptions& check);
 int RunRepair(const Options& options, const RepairOptions& repair);
+int RunReport(const Options& options, const ReportOptions& report);
 
 } // namespace lxavi

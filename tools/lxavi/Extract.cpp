@@ -1,15 +1,15 @@
-// lxavi extract: writes each delivered stream to a file that players can open, and writes a manifest.
+// lxavi extract: writes each stream to a file that players can open, and a manifest that tells about all of them.
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
+#include "StreamFile.hpp"
 
 #include <fmt/format.h>
 
-#include <array>
-#include <cstring>
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 
@@ -19,232 +19,288 @@ namespace {
 
 namespace fs = std::filesystem;
 
-template <typename T>
-void Append(std::string& bytes, T value)
-{
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-// The header of a WAV file with `bytes` bytes of samples. Its size fields have 32 bits.
-std::string WavHeader(const lxAviRead_StrfAudio_t& format, UInt64 bytes)
-{
-    const auto size = static_cast<UInt32>(std::min<UInt64>(bytes, 0xFFFFFFFFu - 36));
-    std::string header = "RIFF";
-    Append(header, size + 36);
-    header += "WAVEfmt ";
-    Append(header, UInt32{16});
-    Append(header, format.wFormatTag);
-    Append(header, format.nChannels);
-    Append(header, format.nSamplesPerSec);
-    Append(header, format.nAvgBytesPerSec);
-    Append(header, format.nBlockAlign);
-    Append(header, format.wBitsPerSample);
-    header += "data";
-    Append(header, size);
-    return header;
-}
-
-// The seven header bytes that make a raw AAC frame playable; empty when the format does not state enough.
-std::string AdtsHeader(const lxAviRead_StrfAudio_t& format, UInt32 frameBytes)
-{
-    constexpr std::array<UInt32, 13> kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                                               22050, 16000, 12000, 11025, 8000,  7350};
-    UInt32 profile = 1; // low complexity
-    const auto* const found = std::find(kRates.begin(), kRates.end(), format.nSamplesPerSec);
-    auto rateIndex = static_cast<UInt32>(found - kRates.begin());
-    UInt32 channels = format.nChannels;
-    if (format.cbSize >= 2 && format.uiExtension[0] != 0) { // the decoder's configuration
-        const UInt32 config = static_cast<UInt32>(format.uiExtension[0]) << 8 | format.uiExtension[1];
-        const UInt32 objectType = config >> 11;
-        profile = objectType >= 1 && objectType <= 4 ? objectType - 1 : 1;
-        rateIndex = config >> 7 & 0xF;
-        channels = config >> 3 & 0xF;
-    }
-    const UInt32 length = frameBytes + 7;
-    if (rateIndex >= kRates.size() || channels > 7 || length > 0x1FFF) {
-        return {};
-    }
-    std::string header(7, '\0');
-    header[0] = static_cast<char>(0xFF);
-    header[1] = static_cast<char>(0xF1);
-    header[2] = static_cast<char>(profile << 6 | rateIndex << 2 | channels >> 2);
-    header[3] = static_cast<char>((channels & 3) << 6 | length >> 11);
-    header[4] = static_cast<char>(length >> 3);
-    header[5] = static_cast<char>((length & 7) << 5 | 0x1F);
-    header[6] = static_cast<char>(0xFC);
-    return header;
-}
-
-// A failed write ends the extraction. (A failed read ends only one pass.)
-class WriteFailure : public Failure {
-public:
-    using Failure::Failure;
+// What one pass over the file writes. One pass delivers one video stream, one audio track and one subtitle track.
+struct Pass {
+    std::optional<UInt32> video; // stream number
+    std::optional<UInt32> audio; // track
+    std::optional<UInt32> subtitle;
 };
 
-// One stream's file.
-class StreamFile {
+// A file on its way, with what the manifest tells about it.
+class Extract {
 public:
-    StreamFile(const fs::path& source, const fs::path& folder, UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
-        : m_number(number), m_type(stream.StreamType), m_coding(CodingOf(stream)), m_format(AudioFormatOf(stream)),
-          m_name(fmt::format("stream{:02}_{}.{}", number, TypeName(stream.StreamType), m_coding.extension)),
-          m_path(folder / m_name)
+    Extract(const StreamToWrite& stream, const fs::path& path, const std::string& input, bool force)
+        : m_stream(stream), m_path(path), m_out(path, input, force), m_file(MakeStreamFile(stream, m_out))
     {
-        std::error_code error;
-        if (fs::equivalent(source, m_path, error)) {
-            throw WriteFailure(fmt::format("would overwrite {}", m_path.string()));
-        }
-        m_out.open(m_path, std::ios::binary);
-        if (IsWav()) {
-            m_out << WavHeader(m_format, 0);
-        }
-        Check();
     }
 
     void Take(Reader& reader, const Item& item)
     {
-        bool first = true;
+        if (item.chunk.uiSize == 0) {
+            m_file->BeginChunk(item, {});
+        }
+        bool isFirst = true;
         reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
-            if (first && m_coding.coding == Coding::Aac && !IsFramed(piece)) {
-                m_out << AdtsHeader(m_format, item.chunk.uiSize);
+            if (isFirst) {
+                m_file->BeginChunk(item, piece);
             }
-            first = false;
-            m_out.write(reinterpret_cast<const char*>(piece.data()), static_cast<std::streamsize>(piece.size()));
+            isFirst = false;
+            m_file->Payload(piece);
             m_bytes += piece.size();
         });
-        Check();
+        m_file->EndChunk();
+        NoteTimes(item);
         ++m_chunks;
         m_protected += item.chunk.bDrm;
     }
 
-    Json Finish()
+    void Finish() { m_file->Finish(); }
+    void Commit() { m_out.Commit(); }
+
+    Json Report() const
     {
-        if (IsWav()) {
-            m_out.seekp(0);
-            if (m_bytes % 2 != 0) {
-                m_out.seekp(0, std::ios::end).put('\0');
-                m_out.seekp(0);
-            }
-            m_out << WavHeader(m_format, m_bytes);
-        }
-        m_out.close();
-        Check();
+        const lxAviReadCore_StreamInfo_t& info = *m_stream.reader.Stream(m_stream.number);
         Json json;
-        json["stream"] = m_number;
-        json["type"] = TypeName(m_type);
-        json["codec"] = m_coding.name;
+        json["stream"] = m_stream.number;
+        json["type"] = TypeName(info.StreamType);
+        json["codec"] = CodingOf(info).name;
+        json["file"] = m_path.filename().string();
+        json["form"] = m_file->Form();
         json["chunks"] = m_chunks;
-        json["bytes"] = m_bytes;
-        if (m_protected > 0) {
-            json["protected chunks"] = m_protected;
-        }
-        json["file"] = m_name;
+        json["protected_chunks"] = m_protected;
+        json["payload_bytes"] = m_bytes;
+        json["begins_us"] = m_beginsUsec;
+        json["duration_us"] = m_endsUsec - std::min(m_beginsUsec, m_endsUsec);
+        AddFormat(json, info);
         return json;
     }
 
 private:
-    bool IsWav() const { return m_coding.coding == Coding::Pcm; }
-
-    static bool IsFramed(std::span<const UInt8> payload)
+    void NoteTimes(const Item& item)
     {
-        return payload.size() > 1 && payload[0] == 0xFF && (payload[1] & 0xF6) == 0xF0;
+        const lxAviRead_ChunkData_t& chunk = item.chunk;
+        if (m_chunks == 0) {
+            m_beginsUsec = lxAviReadCore_GetStreamTimeUsec(chunk.uiStreamNr, chunk.uiFrameNumber, chunk.uiBytePosition);
+        }
+        m_endsUsec = lxAviReadCore_GetStreamTimeUsec(chunk.uiStreamNr, chunk.uiFrameNumber + 1,
+                                                     chunk.uiBytePosition + chunk.uiSize);
     }
 
-    void Check()
+    static void AddFormat(Json& json, const lxAviReadCore_StreamInfo_t& info)
     {
-        if (!m_out) {
-            throw WriteFailure(fmt::format("cannot write {}", m_path.string()));
+        json["rate"] = info.Header.dwRate;
+        json["scale"] = info.Header.dwScale;
+        if (info.StreamType == LX_AVIREAD_STREAM_VIDEO) {
+            const lxAviRead_StrfVideo_t format = VideoFormatOf(info);
+            json["width"] = format.biWidth;
+            json["height"] = std::abs(static_cast<std::int64_t>(format.biHeight));
+        } else if (info.StreamType == LX_AVIREAD_STREAM_AUDIO) {
+            const lxAviRead_StrfAudio_t format = AudioFormatOf(info);
+            json["sample_rate_hz"] = format.nSamplesPerSec;
+            json["channels"] = format.nChannels;
+            json["bits_per_sample"] = format.wBitsPerSample;
         }
     }
 
-    UInt32 m_number;
-    UInt32 m_type;
-    StreamCoding m_coding;
-    lxAviRead_StrfAudio_t m_format;
-    std::string m_name;
+    StreamToWrite m_stream;
     fs::path m_path;
-    std::ofstream m_out;
+    OutputFile m_out;
+    std::unique_ptr<StreamFile> m_file;
     UInt64 m_chunks = 0;
-    UInt64 m_bytes = 0;
     UInt64 m_protected = 0;
+    UInt64 m_bytes = 0;
+    UInt64 m_beginsUsec = 0;
+    UInt64 m_endsUsec = 0;
 };
 
 class Extraction {
 public:
-    Extraction(Reader& reader, const ExtractOptions& extract) : m_reader(reader), m_extract(extract) {}
+    Extraction(Reader& reader, const ExtractOptions& extract)
+        : m_reader(reader), m_extract(extract), m_mainVideo(reader.State().videoStreamNr)
+    {
+    }
 
     Json Run()
+    {
+        static_cast<void>(m_reader.TrackToPlay(m_extract.audio));
+        const std::vector<Pass> passes = Passes();
+        if (passes.size() > 1 && lxalAviRead_FileSeekPossible == 0) {
+            throw Failure("has several tracks and cannot seek: extract one of them with --audio");
+        }
+        MakeFolder();
+        RefuseToOverwriteAny();
+        NoteLeftOut();
+        for (size_t i = 0; i < passes.size(); ++i) {
+            const std::string what = passes.size() == 1
+                                         ? std::string("extracting")
+                                         : fmt::format("extracting, pass {} of {}", i + 1, passes.size());
+            Play(passes[i], what);
+        }
+        NoteEmptyStreams();
+        return Finish();
+    }
+
+    // Why a part of the input could not be read; empty when all of it was.
+    const std::string& Trouble() const { return m_trouble; }
+
+private:
+    bool IsVideo(UInt32 number) const
+    {
+        const lxAviReadCore_StreamInfo_t* const stream = m_reader.Stream(number);
+        return stream != nullptr && stream->StreamType == LX_AVIREAD_STREAM_VIDEO;
+    }
+
+    // The main video goes with the first tracks. Each further video stream needs a pass of its own.
+    std::vector<Pass> Passes() const
+    {
+        std::vector<UInt32> audio;
+        for (UInt32 track = 0; track < m_reader.AudioTracks(); ++track) {
+            if (!m_extract.audio || *m_extract.audio == track) {
+                audio.push_back(track);
+            }
+        }
+        std::vector<Pass> passes(std::max<size_t>({audio.size(), m_reader.SubtitleTracks(), 1}));
+        for (size_t i = 0; i < passes.size(); ++i) {
+            passes[i].audio = i < audio.size() ? std::optional(audio[i]) : std::nullopt;
+            passes[i].subtitle = i < m_reader.SubtitleTracks() ? std::optional(static_cast<UInt32>(i)) : std::nullopt;
+        }
+        if (m_mainVideo >= 0) {
+            passes[0].video = static_cast<UInt32>(m_mainVideo);
+        }
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            if (IsVideo(i) && static_cast<int>(i) != m_mainVideo && !m_reader.Settings().defaultMode) {
+                passes.push_back({i, {}, {}});
+            }
+        }
+        return passes;
+    }
+
+    // ---- Files ----
+
+    std::string PathOf(UInt32 number) const
+    {
+        const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value()};
+        return fs::path(m_extract.folder) / fmt::format("stream{:02}_{}.{}", number,
+                                                        TypeName(m_reader.Stream(number)->StreamType),
+                                                        ExtensionOf(stream));
+    }
+
+    std::string ManifestPath() const { return fs::path(m_extract.folder) / "manifest.json"; }
+
+    void MakeFolder() const
     {
         std::error_code error;
         fs::create_directories(m_extract.folder, error);
         if (error) {
-            throw Failure(fmt::format("cannot make the folder {}", m_extract.folder));
+            throw OutputFailure(m_extract.folder, fmt::format("cannot be made: {}", error.message()));
         }
-        const std::vector<UInt32> tracks = Tracks();
-        const UInt32 subtitles = std::min<UInt32>(m_reader.State().SubtitleTracksCount, LX_AVIREAD_AUDIO_TRACKS);
-        // One pass delivers one audio track and one subtitle track; only the first pass writes the video.
-        const size_t passes = std::max<size_t>({tracks.size(), subtitles, 1});
-        m_audioPasses = tracks.size();
-        if (passes > 1 && lxalAviRead_FileSeekPossible == 0) {
-            throw Failure("has several tracks and cannot seek: extract one of them with --audio");
-        }
-        for (size_t pass = 0; pass < passes; ++pass) {
-            Play(pass, pass < tracks.size() ? tracks[pass] : LX_AVIREAD_AUDIO_TRACKS - 1, passes);
-        }
-        return Manifest();
     }
 
-    std::string Trouble() const { return m_trouble; }
-
-private:
-    std::vector<UInt32> Tracks() const
+    // Before anything is written.
+    void RefuseToOverwriteAny() const
     {
-        const UInt32 count = std::min<UInt32>(m_reader.State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS);
-        std::vector<UInt32> tracks;
-        if (m_extract.audio == "all") {
-            for (UInt32 t = 0; t < count; ++t) {
-                tracks.push_back(t);
-            }
-        } else {
-            tracks.push_back(static_cast<UInt32>(std::stoul(m_extract.audio, nullptr, 0)));
-            if (tracks[0] >= count) {
-                throw Failure(fmt::format("there is no audio track {}", m_extract.audio));
+        const std::string input = m_reader.Settings().Path();
+        RefuseToOverwrite(ManifestPath(), input, m_extract.force);
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            if (m_reader.Stream(i)->StreamType != LX_AVIREAD_STREAM_NONE) {
+                RefuseToOverwrite(PathOf(i), input, m_extract.force);
             }
         }
-        return tracks;
     }
 
-    void Begin(int track)
+    Extract& FileOf(UInt32 number)
     {
-        if (m_started) {
+        auto found = m_files.find(number);
+        if (found == m_files.end()) {
+            const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value()};
+            auto file = std::make_unique<Extract>(stream, PathOf(number), m_reader.Settings().Path(), m_extract.force);
+            found = m_files.emplace(number, std::move(file)).first;
+        }
+        return *found->second;
+    }
+
+    // ---- What is left out ----
+
+    void NoteLeftOut(UInt32 stream, const std::string& why)
+    {
+        Say(fmt::format("lxavi: {}: stream {} is left out: {}", m_reader.Settings().file, stream, why));
+        m_leftOut.push_back({{"stream", stream}, {"why", why}});
+    }
+
+    void NoteLeftOut()
+    {
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(i);
+            if (stream.StreamType == LX_AVIREAD_STREAM_NONE) {
+                NoteLeftOut(i, fmt::format("its type '{}' is not supported", FourCCText(stream.Header.fccType)));
+            } else if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO &&
+                       m_reader.State().TrackNumber[i] >= LX_AVIREAD_AUDIO_TRACKS) {
+                NoteLeftOut(i, fmt::format("only {} audio tracks can be played", LX_AVIREAD_AUDIO_TRACKS));
+            }
+        }
+        lxAviRead_Avih_t avih = {};
+        static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+        constexpr UInt32 kMostStreams = 100; // that identifiers of chunks can name
+        for (UInt32 i = LX_AVIREAD_STREAMS; i < std::min(avih.dwStreams, kMostStreams); ++i) {
+            NoteLeftOut(i, fmt::format("only {} streams can be read", LX_AVIREAD_STREAMS));
+        }
+    }
+
+    bool IsWanted(UInt32 number) const
+    {
+        const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(number);
+        const UInt32 track = m_reader.State().TrackNumber[number];
+        return stream.StreamType == LX_AVIREAD_STREAM_AUDIO
+                   ? track < LX_AVIREAD_AUDIO_TRACKS && (!m_extract.audio || *m_extract.audio == track)
+                   : stream.StreamType != LX_AVIREAD_STREAM_NONE;
+    }
+
+    void NoteEmptyStreams()
+    {
+        for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
+            if (IsWanted(i) && !m_files.contains(i)) {
+                NoteLeftOut(i, m_extract.from || m_extract.to ? "it has no chunks in the range" : "it has no chunks");
+            }
+        }
+    }
+
+    // ---- Delivery ----
+
+    void Begin(const Pass& pass)
+    {
+        if (pass.video && static_cast<int>(*pass.video) != m_reader.State().videoStreamNr) {
+            static_cast<void>(lxAviReadCore_SelectVideoStream(*pass.video));
+            static_cast<void>(m_reader.BuildIndex());
+            m_reader.Start();
+        } else if (m_hasStarted) {
             lxAviReadCore_RewindToStart();
         } else {
             m_reader.Start();
         }
-        m_started = true;
+        m_hasStarted = true;
         if (m_extract.from) {
-            m_reader.Seek(*m_extract.from, track, lxAviRead_SetPosRoundDown);
+            m_reader.Seek(*m_extract.from, pass.audio ? static_cast<int>(*pass.audio) : -1, lxAviRead_SetPosRoundDown);
         }
     }
 
-    bool IsWanted(size_t pass, const Item& item) const
+    static bool Writes(const Pass& pass, const Item& item)
     {
-        if (m_extract.to && item.time >= *m_extract.to) {
-            return false;
-        }
         switch (item.chunk.eStreamType) {
-        case LX_AVIREAD_STREAM_VIDEO: return pass == 0;
-        case LX_AVIREAD_STREAM_AUDIO: return pass < m_audioPasses;
-        default: return true;
+        case LX_AVIREAD_STREAM_VIDEO: return pass.video == item.chunk.uiStreamNr;
+        case LX_AVIREAD_STREAM_AUDIO: return pass.audio.has_value();
+        default: return pass.subtitle.has_value();
         }
     }
 
-    void Play(size_t pass, UInt32 track, size_t passes)
+    void Play(const Pass& pass, const std::string& what)
     {
-        Begin(static_cast<int>(track));
-        Progress progress(passes > 1 ? fmt::format("extracting, pass {} of {}", pass + 1, passes) : "extracting",
-                          m_reader.FileSize());
-        for (;;) {
-            const Item item = m_reader.Next(track, static_cast<UInt32>(pass));
+        Begin(pass);
+        Progress progress(what, m_reader.FileSize());
+        bool isVideoOver = !pass.video;
+        bool isAudioOver = !pass.audio;
+        while (!isVideoOver || !isAudioOver || !m_extract.to) {
+            const Item item =
+                m_reader.Next(pass.audio.value_or(LX_AVIREAD_AUDIO_TRACKS - 1), pass.subtitle.value_or(0));
             if (Reader::IsEnd(item)) {
                 if (item.result != LX_AVIREAD_END_OF_MEDIA) {
                     m_trouble = Failure(fmt::format("delivery stopped at {}", item.offset + 8), item.result).what();
@@ -252,17 +308,15 @@ private:
                 return;
             }
             progress.At(item.offset);
-            if (item.result != LX_OK || !IsWanted(pass, item)) {
+            const bool isOver = m_extract.to && item.result == LX_OK && item.time >= *m_extract.to;
+            isVideoOver = isVideoOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO);
+            isAudioOver = isAudioOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO);
+            if (item.result != LX_OK || isOver || !Writes(pass, item)) {
                 m_reader.Skip(item);
-                if (HasPassedTheEnd(item)) {
-                    return;
-                }
                 continue;
             }
             try {
                 FileOf(item.chunk.uiStreamNr).Take(m_reader, item);
-            } catch (const WriteFailure&) {
-                throw;
             } catch (const Failure& failure) {
                 m_trouble = failure.what(); // the chunks before the failure are kept
                 return;
@@ -270,71 +324,70 @@ private:
         }
     }
 
-    // Audio can stand a little behind its video in the file, so delivery ends when the video is well beyond the end.
-    bool HasPassedTheEnd(const Item& item) const
-    {
-        constexpr UInt32 kInterleave = 5000; // milliseconds
-        return m_extract.to && item.result == LX_OK && item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO &&
-               item.time > *m_extract.to + UInt64{kInterleave};
-    }
+    // ---- The end ----
 
-    StreamFile& FileOf(UInt32 number)
-    {
-        auto found = m_files.find(number);
-        if (found == m_files.end()) {
-            auto file = std::make_unique<StreamFile>(m_reader.Settings().file, m_extract.folder, number,
-                                                     *m_reader.Stream(number));
-            found = m_files.emplace(number, std::move(file)).first;
-        }
-        return *found->second;
-    }
-
-    Json Manifest()
+    Json Finish()
     {
         Json streams = Json::array();
         for (auto& [number, file] : m_files) {
-            streams.push_back(file->Finish());
+            file->Finish();
+            streams.push_back(file->Report());
         }
-        Json manifest;
-        manifest["source"] = m_reader.Settings().file;
+        Json manifest = DocumentHead(m_reader.Settings());
+        manifest["asked_from_ms"] = m_extract.from ? Json(*m_extract.from) : Json();
+        manifest["asked_to_ms"] = m_extract.to ? Json(*m_extract.to) : Json();
+        manifest["complete"] = m_trouble.empty();
         manifest["streams"] = streams;
-        std::ofstream out(fs::path(m_extract.folder) / "manifest.json");
-        out << manifest.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
-        if (!out.flush()) {
-            throw Failure(fmt::format("cannot write {}/manifest.json", m_extract.folder));
+        manifest["left_out"] = m_leftOut;
+        OutputFile out(ManifestPath(), m_reader.Settings().Path(), m_extract.force);
+        out.Write(JsonText(manifest, 2) + "\n");
+        for (auto& [number, file] : m_files) {
+            file->Commit();
         }
+        out.Commit();
         return manifest;
     }
 
     Reader& m_reader;
     const ExtractOptions& m_extract;
-    std::map<UInt32, std::unique_ptr<StreamFile>> m_files;
+    int m_mainVideo;
+    std::map<UInt32, std::unique_ptr<Extract>> m_files; // by stream
+    Json m_leftOut = Json::array();
     std::string m_trouble;
-    size_t m_audioPasses = 0;
-    bool m_started = false;
+    bool m_hasStarted = false;
 };
 
 } // namespace
 
 int RunExtract(const Options& options, const ExtractOptions& extract)
 {
-    Reader reader(options);
+    constexpr UInt32 kEveryKeyFrame = 1u << 30; // a range begins at the nearest one
+    Options settings = options;
+    settings.budget = kEveryKeyFrame;
+    Reader reader(settings);
     // Without a table the library still delivers every chunk.
     static_cast<void>(reader.BuildIndex());
     Extraction extraction(reader, extract);
     const Json manifest = extraction.Run();
-    TableWriter table(options, {{"stream", "stream", 6},
-                                {"type", "type", -8},
-                                {"codec", "codec", -14},
-                                {"chunks", "chunks", 8},
-                                {"bytes", "bytes", 12},
-                                {"file", "file", -24}});
-    for (const Json& stream : manifest["streams"]) {
-        table.Row({stream["stream"], stream["type"], stream["codec"], stream["chunks"], stream["bytes"],
-                   extract.folder + "/" + stream["file"].get<std::string>()});
+    {
+        TableWriter table(options, {{"stream", 6},
+                                    {"type", -8},
+                                    {"codec", -16},
+                                    {"chunks", 8},
+                                    {"payload_bytes", 13},
+                                    {"form", -26},
+                                    {"file", -24}});
+        for (const Json& stream : manifest["streams"]) {
+            table.Row({stream["stream"], stream["type"], stream["codec"], stream["chunks"], stream["payload_bytes"],
+                       stream["form"], (fs::path(extract.folder) / stream["file"].get<std::string>()).string()});
+        }
+        table.Summary({{"left_out", manifest["left_out"]}, {"complete", manifest["complete"]}});
     }
     if (!extraction.Trouble().empty()) {
         throw Failure(extraction.Trouble());
+    }
+    if (manifest["streams"].empty()) {
+        throw Failure("nothing was extracted");
     }
     return kDone;
 }

@@ -5,9 +5,20 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 namespace lxavi {
+
+namespace {
+
+std::vector<Json> AudioOf(const lxAviReadCore_KeyFrameEntry_t& entry, UInt32 track)
+{
+    constexpr UInt32 kNoChunk = 0xFFFFFFFF;
+    if (entry.audioFrameNumber[track] == kNoChunk) {
+        return {nullptr, nullptr, nullptr};
+    }
+    return {entry.audioFrameNumber[track], entry.audioChunkOffset[track], entry.audioBytePosition[track]};
+}
+
+} // namespace
 
 int RunIndex(const Options& options)
 {
@@ -15,13 +26,12 @@ int RunIndex(const Options& options)
     if (const UInt32 result = reader.BuildIndex(); result != LX_OK) {
         throw Failure("", result);
     }
-    std::vector<Column> columns = {{"n", "n", 7},         {"leaf", "leaf", 4},       {"item", "item", 4},
-                                   {"frame", "frame", 8}, {"time_ms", "time ms", 9}, {"offset", "offset", 11}};
-    const UInt32 tracks = std::min<UInt32>(reader.State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS);
+    std::vector<Column> columns = {{"n", 7}, {"leaf", 4}, {"item", 4}, {"frame", 8}, {"time_ms", 9}, {"offset", 11}};
+    const UInt32 tracks = reader.AudioTracks();
     for (UInt32 t = 0; t < tracks; ++t) {
-        columns.push_back({fmt::format("a{}_frame", t), fmt::format("a{} frame", t), 10});
-        columns.push_back({fmt::format("a{}_offset", t), fmt::format("a{} offset", t), 11});
-        columns.push_back({fmt::format("a{}_bytes", t), fmt::format("a{} bytes", t), 11});
+        columns.push_back({fmt::format("a{}_frame", t), 10});
+        columns.push_back({fmt::format("a{}_offset", t), 11});
+        columns.push_back({fmt::format("a{}_bytes", t), 11});
     }
     TableWriter table(options, columns);
     UInt64 n = 0;
@@ -33,8 +43,8 @@ int RunIndex(const Options& options)
                                  entry->timeMsec,
                                  entry->videoChunkOffset};
         for (UInt32 t = 0; t < tracks; ++t) {
-            row.insert(row.end(),
-                       {entry->audioFrameNumber[t], entry->audioChunkOffset[t], entry->audioBytePosition[t]});
+            const std::vector<Json> audio = AudioOf(*entry, t);
+            row.insert(row.end(), audio.begin(), audio.end());
         }
         table.Row(row);
         ++n;

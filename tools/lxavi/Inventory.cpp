@@ -28,13 +28,16 @@ UInt64 StartOf(const lxAviRead_MediaChunk_t& chunk)
 } // namespace
 
 Inventory::Inventory(Reader& reader)
-    : m_reader(reader), m_indexed(IndexedKeyFrames(reader)), m_media(reader), m_source(reader.Settings().file)
+    : m_reader(reader), m_indexed(IndexedKeyFrames(reader)), m_source(reader.Settings().Path())
 {
-    if (m_media.Chunks().empty()) {
+    std::vector<lxAviRead_MediaChunk_t> chunks;
+    ForEachMediaChunk(reader, [&](const lxAviRead_MediaChunk_t& chunk) { chunks.push_back(chunk); });
+    m_lists = MediaLists(reader); // the walk may have found more
+    if (chunks.empty()) {
         throw Failure("has no media data to repair");
     }
     UInt64 behind = 0;
-    for (const lxAviRead_MediaChunk_t& chunk : m_media.Chunks()) {
+    for (const lxAviRead_MediaChunk_t& chunk : chunks) {
         TakeGap(behind, StartOf(chunk));
         TakeChunk(chunk);
         behind = BehindChunk(chunk);
@@ -75,13 +78,12 @@ bool Inventory::IsKeyFrame(const lxAviRead_MediaChunk_t& chunk)
 // What the lists have between two chunks.
 void Inventory::TakeGap(UInt64 from, UInt64 to)
 {
-    const std::vector<Extent>& lists = m_media.Lists();
-    for (; m_list < lists.size(); ++m_list) {
-        const Extent gap = {std::max(from, lists[m_list].start), std::min(to, lists[m_list].end)};
+    for (; m_list < m_lists.size(); ++m_list) {
+        const Extent gap = {std::max(from, m_lists[m_list].start), std::min(to, m_lists[m_list].end)};
         if (gap.start < gap.end) {
             TakeGapOfList(gap);
         }
-        if (to < lists[m_list].end) {
+        if (to < m_lists[m_list].end) {
             return; // the list goes on behind the gap
         }
     }
@@ -115,10 +117,9 @@ void Inventory::TakeGapOfList(Extent gap)
 // was left over from an older file.
 void Inventory::CountOutside()
 {
-    const std::vector<Extent>& lists = m_media.Lists();
-    for (size_t i = 0; i < lists.size(); ++i) {
-        const UInt64 end = i + 1 < lists.size() ? lists[i + 1].start : m_reader.FileSize();
-        UInt64 at = lists[i].end + lists[i].end % 2;
+    for (size_t i = 0; i < m_lists.size(); ++i) {
+        const UInt64 end = i + 1 < m_lists.size() ? m_lists[i + 1].start : m_reader.FileSize();
+        UInt64 at = m_lists[i].end + m_lists[i].end % 2;
         while (at + 8 <= end) {
             const ChunkHead header = m_source.HeaderAt(at);
             const bool isList = header.id == Code("RIFF") || header.id == Code("LIST");

@@ -25,7 +25,7 @@ public:
     explicit Inventory(Reader& reader);
 
     const std::vector<Piece>& Pieces() const { return m_pieces; } // in file order
-    const std::vector<Extent>& Lists() const { return m_media.Lists(); }
+    const std::vector<Extent>& Lists() const { return m_lists; }
     // The length of a stream in its units; what its header says, where nothing else is known.
     UInt32 LengthOf(UInt32 streamNr) const { return m_lengths[streamNr]; }
 
@@ -45,7 +45,7 @@ private:
 
     const Reader& m_reader;
     const std::set<UInt64> m_indexed; // where an index of the file says that key frames are
-    const MediaData m_media;
+    std::vector<Extent> m_lists;
     SourceFile m_source;
     std::vector<Piece> m_pieces;
     std::array<UInt32, LX_AVIREAD_STREAMS> m_lengths = {};

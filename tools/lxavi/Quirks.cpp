@@ -59,7 +59,10 @@ constexpr QuirkTitle kTitles[] = {
 
 class Detector {
 public:
-    Detector(const Reader& reader, const RiffScan& scan) : m_reader(reader), m_scan(scan) {}
+    Detector(const Reader& reader, const SourceFile& file, const RiffScan& scan)
+        : m_reader(reader), m_file(file), m_scan(scan)
+    {
+    }
 
     std::vector<TouchedQuirk> Run()
     {
@@ -78,7 +81,7 @@ public:
 
 private:
     // Keeps only the first place of each quirk.
-    void Note(UInt32 number, UInt64 offset, const std::string& what)
+    void Note(UInt32 number, std::optional<UInt64> offset, const std::string& what)
     {
         m_found.insert({number, {number, offset, what}});
     }
@@ -89,25 +92,24 @@ private:
 
     void LookAtStructure()
     {
-        const ScannedPart* before = nullptr;
-        for (const ScannedPart& part : m_scan.parts) {
+        const RiffPart* before = nullptr;
+        for (const RiffPart& part : m_scan.parts) {
             switch (part.parent) {
             case Code("AVI "): LookAtTopLevel(part); break;
             case Code("hdrl"): LookAtHeaderList(part); break;
             case Code("odml"): LookAtOdml(part, before); break;
             case Code("strl"): LookAtStreamList(part, before); break;
-            case Code("movi"):
-                if (part.id != Code("JUNK")) {
-                    Note(44, part.offset, fmt::format("'{}' among the media chunks", FourCCText(part.id)));
-                }
-                break;
             default: break;
             }
             before = &part;
         }
+        if (m_scan.strangerInMovi) {
+            Note(44, m_scan.strangerInMovi->offset,
+                 fmt::format("'{}' among the media chunks", FourCCText(m_scan.strangerInMovi->id)));
+        }
     }
 
-    void LookAtTopLevel(const ScannedPart& part)
+    void LookAtTopLevel(const RiffPart& part)
     {
         const bool behind = m_scan.moviCode != 0 && part.offset > m_scan.moviCode;
         const std::string name = FourCCText(part.type != 0 ? part.type : part.id);
@@ -124,21 +126,21 @@ private:
         }
     }
 
-    void LookAtHeaderList(const ScannedPart& part)
+    void LookAtHeaderList(const RiffPart& part)
     {
         if (part.type != 0 && part.type != Code("strl") && part.type != Code("odml")) {
             Note(12, part.offset, fmt::format("unknown list '{}' in the header list", FourCCText(part.type)));
         }
     }
 
-    void LookAtOdml(const ScannedPart& part, const ScannedPart* before)
+    void LookAtOdml(const RiffPart& part, const RiffPart* before)
     {
         if (before != nullptr && before->type != Code("odml")) {
             Note(11, part.offset, fmt::format("'{}' is not the first chunk of its list", FourCCText(part.id)));
         }
     }
 
-    void LookAtStreamList(const ScannedPart& part, const ScannedPart* before)
+    void LookAtStreamList(const RiffPart& part, const RiffPart* before)
     {
         if (before != nullptr && before->id == Code("indx") && before->parent == part.parent) {
             Note(14, part.offset, fmt::format("'{}' behind 'indx' in its stream list", FourCCText(part.id)));
@@ -153,14 +155,14 @@ private:
         for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
             const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(i);
             if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO && ++audio == LX_AVIREAD_AUDIO_TRACKS + 1) {
-                Note(13, 0, fmt::format("stream {} is audio stream number {}", i, audio));
+                Note(13, {}, fmt::format("stream {} is audio stream number {}", i, audio));
             }
             if (stream.StreamType == LX_AVIREAD_STREAM_VIDEO && stream.Header.dwStart != 0) {
-                Note(46, 0, fmt::format("the video starts at frame {}", stream.Header.dwStart));
+                Note(46, {}, fmt::format("the video starts at frame {}", stream.Header.dwStart));
             }
             if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO && stream.IndxChunk.pAviSuperIndexEntry != nullptr &&
                 (i == 0 || i > State().AudioTracksCount)) {
-                Note(41, 0, fmt::format("audio stream {} of {} has an index", i, State().AudioTracksCount));
+                Note(41, {}, fmt::format("audio stream {} of {} has an index", i, State().AudioTracksCount));
             }
             if (stream.StreamType == LX_AVIREAD_STREAM_AUDIO) {
                 LookAtAudioClock(i, stream);
@@ -169,7 +171,7 @@ private:
             LookAtSuperIndex(i, stream);
         }
         if (const std::string what = FrameRateConflict(m_reader); !what.empty()) {
-            Note(58, 0, what);
+            Note(58, {}, what);
         }
     }
 
@@ -177,11 +179,11 @@ private:
     void LookAtKind(UInt32 number, const lxAviReadCore_StreamInfo_t& stream)
     {
         if (stream.Header.fccType == Code("iavs")) {
-            Note(61, 0, fmt::format("stream {} has its audio inside", number));
+            Note(61, {}, fmt::format("stream {} has its audio inside", number));
         }
         const bool further = stream.Header.fccType == Code("vids") && static_cast<int>(number) != State().videoStreamNr;
         if (further && !IsForSubtitles(stream)) {
-            Note(60, 0, fmt::format("stream {} has the codec '{}'", number, FourCCText(stream.Header.fccHandler)));
+            Note(60, {}, fmt::format("stream {} has the codec '{}'", number, FourCCText(stream.Header.fccHandler)));
         }
     }
 
@@ -200,16 +202,16 @@ private:
         case LX_AVIREAD_FORMAT_MPEG:
         case LX_AVIREAD_FORMAT_MPEG_LAYER3:
         case LX_AVIREAD_FORMAT_AAC: byCodec = header.dwSampleSize == 0 ? 0.0 : format.nAvgBytesPerSec; break;
-        default: Note(52, 0, fmt::format("audio stream {}: format {} has no time", number, format.wFormatTag)); return;
+        default: Note(52, {}, fmt::format("audio stream {}: format {} has no time", number, format.wFormatTag)); return;
         }
         if (byCodec > 0.0 && std::abs(bytesPerSecond - byCodec) > byCodec / 1000) {
-            Note(52, 0,
+            Note(52, {},
                  fmt::format("audio stream {}: {:.0f} bytes a second, by the codec {:.0f}", number, bytesPerSecond,
                              byCodec));
         }
         if (format.wFormatTag == LX_AVIREAD_FORMAT_PCM &&
             header.dwScale % std::max<UInt32>(header.dwSampleSize, 1) != 0) {
-            Note(53, 0,
+            Note(53, {},
                  fmt::format("audio stream {}: samples of {} bytes, scale {}", number, header.dwSampleSize,
                              header.dwScale));
         }
@@ -232,12 +234,12 @@ private:
                 continue;
             }
             const std::string what = fmt::format("index chunk {} of stream {}", i, number);
-            if (offset + 8 > m_scan.bytes) {
+            if (offset + 8 > m_file.Size()) {
                 Note(51, offset, what + " lies behind the end of the file");
             } else {
                 Note(38, offset, what + " is not there");
             }
-            if (!m_scan.idx1.empty()) {
+            if (HasIdx1()) {
                 Note(49, offset, "there is an idx1, too");
             }
         }
@@ -247,36 +249,48 @@ private:
 
     void LookAtMedia()
     {
-        const bool openDml = State().bIndxPresent != 0;
-        for (const ScannedChunk& chunk : m_scan.media) {
-            const UInt32 twocc = chunk.id >> 16;
-            if (twocc == ('d' | 'd' << 8)) {
-                if (chunk.size != LX_AVIREAD_DRM_BYTES) {
-                    Note(22, chunk.offset, fmt::format("a descriptor of {} bytes", chunk.size));
-                }
-                if (openDml) {
-                    Note(45, chunk.offset, "a protected frame");
-                }
-            }
-            if (twocc == ('t' | 'x' << 8)) {
-                Note(62, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
-            }
-            LookAtAudioChunk(chunk);
-            if ((chunk.id & 0xFF) >= 'A' || (chunk.id >> 8 & 0xFF) >= 'A') {
-                Note(1, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
-            }
-            if (chunk.offset >= kTwoGiB) {
-                Note(7, chunk.offset, "a chunk 2 GiB into the file");
-            }
-            if (chunk.offset >= kFourGiB) {
-                Note(27, chunk.offset, "a chunk 4 GiB into the file");
+        RiffWalk walk(m_file);
+        for (RiffPart part = {}; walk.Next(part);) {
+            if (part.IsMedia()) {
+                LookAtChunk(part);
             }
         }
         LookAtLastChunk();
     }
 
+    void LookAtChunk(const RiffPart& chunk)
+    {
+        const UInt32 twocc = chunk.id >> 16;
+        if (twocc == ('d' | 'd' << 8)) {
+            LookAtDescriptor(chunk);
+        }
+        if (twocc == ('t' | 'x' << 8)) {
+            Note(62, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
+        }
+        LookAtAudioChunk(chunk);
+        if ((chunk.id & 0xFF) >= 'A' || (chunk.id >> 8 & 0xFF) >= 'A') {
+            Note(1, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
+        }
+        if (chunk.offset >= kTwoGiB) {
+            Note(7, chunk.offset, "a chunk 2 GiB into the file");
+        }
+        if (chunk.offset >= kFourGiB) {
+            Note(27, chunk.offset, "a chunk 4 GiB into the file");
+        }
+    }
+
+    void LookAtDescriptor(const RiffPart& chunk)
+    {
+        if (chunk.size != LX_AVIREAD_DRM_BYTES) {
+            Note(22, chunk.offset, fmt::format("a descriptor of {} bytes", chunk.size));
+        }
+        if (State().bIndxPresent != 0) {
+            Note(45, chunk.offset, "a protected frame");
+        }
+    }
+
     // Reports a chunk that does not count one in format mode.
-    void LookAtAudioChunk(const ScannedChunk& chunk)
+    void LookAtAudioChunk(const RiffPart& chunk)
     {
         const lxAviReadCore_StreamInfo_t* const stream = m_reader.Stream(StreamOf(chunk.id));
         if (stream == nullptr || stream->StreamType != LX_AVIREAD_STREAM_AUDIO || stream->Header.dwSampleSize != 0) {
@@ -290,10 +304,10 @@ private:
 
     void LookAtLastChunk()
     {
-        if (m_scan.riffLists != 1 || State().bIndxPresent != 0 || m_scan.media.empty() || IsAbsolute()) {
+        if (m_scan.riffLists != 1 || State().bIndxPresent != 0 || !m_scan.lastMedia || IsAbsolute()) {
             return;
         }
-        const ScannedChunk& last = m_scan.media.back();
+        const RiffPart& last = *m_scan.lastMedia;
         if (last.offset + 12 > m_scan.moviEnd) {
             Note(19, last.offset, fmt::format("the last chunk has {} bytes", last.size));
         }
@@ -301,15 +315,24 @@ private:
 
     // ---- Indexes ----
 
+    bool HasIdx1() const { return m_scan.idx1 && m_scan.idx1->count > 0; }
+
+    RecordReader Idx1Records() const
+    {
+        return {m_file, m_scan.idx1 ? std::vector{*m_scan.idx1} : std::vector<RecordRun>{}};
+    }
+
+    // Whether the offsets of idx1 count from the start of the file: no chunk is before the first one.
     bool IsAbsolute() const
     {
-        return !m_scan.idx1.empty() && !m_scan.media.empty() &&
-               m_scan.idx1.front().offset >= m_scan.media.front().offset;
+        IndexRecord first = {};
+        return m_scan.firstMedia && Idx1Records().Next(first) && first.offset >= m_scan.firstMedia->offset;
     }
 
     void LookAtIdx1()
     {
-        for (const ScannedRecord& record : m_scan.idx1) {
+        RecordReader records = Idx1Records();
+        for (IndexRecord record = {}; records.Next(record);) {
             const UInt32 stream = StreamOf(record.id);
             const lxAviReadCore_StreamInfo_t* const info = m_reader.Stream(stream);
             const bool known = info != nullptr && info->StreamType != LX_AVIREAD_STREAM_NONE;
@@ -317,49 +340,62 @@ private:
                 Note(33, record.at, fmt::format("a 'wb' record of stream {}", stream));
             }
         }
-        if (m_scan.idx1.empty()) {
+        if (!HasIdx1()) {
             return;
         }
-        const UInt64 at = m_scan.idx1.front().at;
+        const UInt64 at = m_scan.idx1->at;
         if (m_scan.riffLists > 1 && !IsAbsolute()) {
             Note(48, at, fmt::format("relative offsets in a file of {} lists", m_scan.riffLists));
         }
-        if (m_scan.idx1.size() < State().idx1Size / 16) {
-            Note(51, at, fmt::format("{} of {} records are there", m_scan.idx1.size(), State().idx1Size / 16));
+        if (m_scan.idx1->count < State().idx1Size / 16) {
+            Note(51, at, fmt::format("{} of {} records are there", m_scan.idx1->count, State().idx1Size / 16));
         }
     }
 
     void LookAtIndexChunks()
     {
         for (const ScannedIndex& index : m_scan.indexes) {
-            const bool oneLevel = index.id == Code("indx");
-            if (!oneLevel && !index.oneWordMore) {
+            const bool isOneLevel = index.id == Code("indx");
+            if (!isOneLevel && !index.isOneWordMore) {
                 Note(39, index.offset, fmt::format("records 32 bytes behind the start of '{}'", FourCCText(index.id)));
             }
             if (index.base >= kFourGiB) {
                 Note(35, index.offset, fmt::format("base offset {}", index.base));
             }
-            if (oneLevel) {
-                Note(40, index.offset, "an index on one level");
-                if (index.field) {
-                    Note(36, index.offset, "a field index on one level");
-                }
-                if (m_scan.idx1Promised) {
-                    Note(37, index.offset, "an index on one level, and the main header promises an idx1");
-                }
+            if (isOneLevel) {
+                LookAtOneLevelIndex(index);
             }
         }
-        const std::vector<ScannedRecord>& records = m_scan.openDml.empty() ? m_scan.idx1 : m_scan.openDml;
-        const auto isVideo = [&](const ScannedRecord& record) {
+        LookAtKeyFlags(m_scan.indexes.empty() ? Idx1Records() : RecordReader(m_file, m_scan.OpenDmlRuns()));
+    }
+
+    void LookAtOneLevelIndex(const ScannedIndex& index)
+    {
+        Note(40, index.offset, "an index on one level");
+        if (index.isField) {
+            Note(36, index.offset, "a field index on one level");
+        }
+        if (m_scan.idx1Promised) {
+            Note(37, index.offset, "an index on one level, and the main header promises an idx1");
+        }
+    }
+
+    void LookAtKeyFlags(RecordReader records)
+    {
+        std::optional<UInt64> first;
+        for (IndexRecord record = {}; records.Next(record);) {
             const UInt32 twocc = record.id >> 16;
-            return (twocc == ('d' | 'c' << 8) || twocc == ('d' | 'b' << 8)) &&
-                   static_cast<int>(StreamOf(record.id)) == State().videoStreamNr;
-        };
-        const auto first = std::find_if(records.begin(), records.end(), isVideo);
-        if (first != records.end() && std::none_of(records.begin(), records.end(), [&](const ScannedRecord& record) {
-                return isVideo(record) && record.key;
-            })) {
-            Note(50, first->at, "no video record has a key flag");
+            if ((twocc != ('d' | 'c' << 8) && twocc != ('d' | 'b' << 8)) ||
+                static_cast<int>(StreamOf(record.id)) != State().videoStreamNr) {
+                continue;
+            }
+            if (record.isKey) {
+                return;
+            }
+            first = first.value_or(record.at);
+        }
+        if (first) {
+            Note(50, *first, "no video record has a key flag");
         }
     }
 
@@ -376,12 +412,13 @@ private:
         const UInt32 tracks = std::min<UInt32>(State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS);
         for (UInt32 track = 0; track < tracks; ++track) {
             if (table.front()->audioChunkOffset[track] == 0) {
-                Note(29, 0, fmt::format("audio track {} has no chunk in the index", track));
+                Note(29, {}, fmt::format("audio track {} has no chunk in the index", track));
             }
         }
     }
 
     const Reader& m_reader;
+    const SourceFile& m_file;
     const RiffScan& m_scan;
     std::map<UInt32, TouchedQuirk> m_found;
 };
@@ -394,9 +431,9 @@ const QuirkTitle& TitleOf(UInt32 quirk)
                          [&](const QuirkTitle& t) { return t.number == quirk; });
 }
 
-std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& scan)
+std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const SourceFile& file, const RiffScan& scan)
 {
-    return Detector(reader, scan).Run();
+    return Detector(reader, file, scan).Run();
 }
 
 std::string QuirkName(UInt32 quirk) { return fmt::format("Q{:02}", quirk); }

@@ -5,14 +5,15 @@
 #include "Reader.hpp"
 #include "RiffScan.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace lxavi {
 
 struct TouchedQuirk {
-    UInt32 number; // number in doc/quirks.md
-    UInt64 offset; // where the file first touches it
+    UInt32 number;                // number in doc/quirks.md
+    std::optional<UInt64> offset; // where the file first touches it
     std::string what;
 };
 
@@ -26,7 +27,7 @@ struct QuirkTitle {
 const QuirkTitle& TitleOf(UInt32 quirk);
 
 // Each touched quirk once, ordered by number. Call this after the attempt to build the reader's table.
-std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const RiffScan& scan);
+std::vector<TouchedQuirk> TouchedQuirks(const Reader& reader, const SourceFile& file, const RiffScan& scan);
 
 std::string QuirkName(UInt32 quirk); // "Q07"
 

@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace lxavi {
 
@@ -24,6 +27,15 @@ std::string Explain(UInt32 code)
     text.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(text.front())));
     text.pop_back();
     return text;
+}
+
+std::string NoSuchTrack(const char* kind, UInt32 wanted, UInt32 count)
+{
+    switch (count) {
+    case 0: return fmt::format("there is no {} track", kind);
+    case 1: return fmt::format("there is no {} track {}: the only one is 0", kind, wanted);
+    default: return fmt::format("there is no {} track {}: there are 0 to {}", kind, wanted, count - 1);
+    }
 }
 
 } // namespace
@@ -62,23 +74,31 @@ Failure::Failure(const std::string& what, UInt32 code)
 Reader::Reader(const Options& options)
     : m_options(options), m_buffer(size_t{kPiece} * (options.attempts > 1 ? 4 : 1) / sizeof(UInt32))
 {
-    struct stat status = {};
-    if (stat(options.file.c_str(), &status) == 0) {
-        if (S_ISDIR(status.st_mode)) {
-            throw Failure("is a directory");
-        }
-        m_fileSize = static_cast<UInt64>(status.st_size);
-        m_isRegular = S_ISREG(status.st_mode);
-    }
+    LookAtInput();
     lxDbg_SetLevelMask("lxAviRead", options.logMask);
     Bool allIndexed = 0;
     const UInt32 indxOption = options.indxOption | (options.defaultMode ? 0 : LX_AVIREAD_FOLLOW_FORMAT);
-    const UInt32 result = lxAviReadCore_Open(0, options.file.c_str(), options.attempts, options.budget,
+    const UInt32 result = lxAviReadCore_Open(0, options.Path().c_str(), options.attempts, options.budget,
                                              static_cast<UInt8>(indxOption), &allIndexed);
     if (result != LX_OK) {
         static_cast<void>(lxAviReadCore_Close());
-        throw Failure("", result);
+        throw Failure(m_isRegular && m_fileSize == 0 ? "is empty" : "", result);
     }
+}
+
+// What the file system says of the input. It knows more reasons than the library why something cannot be opened.
+void Reader::LookAtInput()
+{
+    struct stat status = {};
+    const std::string path = m_options.Path();
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
+        throw Failure(fmt::format("cannot be opened: {} ({})", std::strerror(errno), CodeName(LX_ERR_AVIREAD_OPEN)));
+    }
+    if (S_ISDIR(status.st_mode)) {
+        throw Failure(fmt::format("is a directory ({})", CodeName(LX_ERR_AVIREAD_OPEN)));
+    }
+    m_isRegular = S_ISREG(status.st_mode);
+    m_fileSize = m_isRegular ? static_cast<UInt64>(status.st_size) : 0;
 }
 
 Reader::~Reader() { static_cast<void>(lxAviReadCore_Close()); }
@@ -130,9 +150,24 @@ UInt32 Reader::Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding)
     return lxAviReadCore_SeekToTime(timeMsec, audioTrack, rounding);
 }
 
-int Reader::TrackToPlay(UInt32 audio) const
+UInt32 Reader::AudioTracks() const { return std::min<UInt32>(State().AudioTracksCount, LX_AVIREAD_AUDIO_TRACKS); }
+
+UInt32 Reader::SubtitleTracks() const { return State().SubtitleTracksCount; }
+
+int Reader::TrackToPlay(std::optional<UInt32> wanted) const
 {
-    return audio < State().AudioTracksCount && audio < LX_AVIREAD_AUDIO_TRACKS ? static_cast<int>(audio) : -1;
+    if (wanted && *wanted >= AudioTracks()) {
+        throw Failure(NoSuchTrack("audio", *wanted, AudioTracks()));
+    }
+    return AudioTracks() > 0 ? static_cast<int>(wanted.value_or(0)) : -1;
+}
+
+UInt32 Reader::SubtitleToPlay(std::optional<UInt32> wanted) const
+{
+    if (wanted && *wanted >= SubtitleTracks()) {
+        throw Failure(NoSuchTrack("subtitle", *wanted, SubtitleTracks()));
+    }
+    return wanted.value_or(0);
 }
 
 bool Reader::IsEnd(const Item& item)

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -13,11 +14,27 @@
 
 namespace lxavi {
 
-// An error. Its text is printed behind the file's name.
+// An error. Its text is printed behind the name of the input.
 class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
     Failure(const std::string& what, UInt32 code);
+};
+
+// An error of a file that is written. Its text is printed behind the name of that file.
+class OutputFailure : public std::runtime_error {
+public:
+    OutputFailure(std::string path, const std::string& what) : std::runtime_error(what), m_path(std::move(path)) {}
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+// Wrong arguments, found by a command.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 std::string CodeName(UInt32 code);
@@ -30,7 +47,8 @@ enum class Rebuild {
 };
 
 struct Options {
-    std::string file;
+    std::string command; // its name
+    std::string file;    // "-" is standard input
     UInt32 attempts = 1;
     UInt32 budget = 1u << 20;
     UInt32 indxOption = 1;
@@ -39,6 +57,11 @@ struct Options {
     Rebuild rebuild = Rebuild::Never;
     bool json = false;
     bool csv = false;
+    std::vector<std::string> fields; // that are printed; none: all
+
+    bool IsForPeople() const { return !json && !csv; }
+    // The name to open the input by.
+    std::string Path() const { return file == "-" ? "/dev/stdin" : file; }
 };
 
 // One result of NextChunk.
@@ -73,8 +96,14 @@ public:
     // Arms a jump and returns the time of the key frame. Throws Failure when there is no table.
     UInt32 Seek(UInt32 timeMsec, int audioTrack, UInt32 rounding);
 
-    // The track, or -1 when the file has no such track: a jump for a missing track would do nothing (quirk Q29).
-    int TrackToPlay(UInt32 audio) const;
+    // Audio tracks and subtitle tracks that can be delivered.
+    UInt32 AudioTracks() const;
+    UInt32 SubtitleTracks() const;
+    // The audio track that the user wants, or else the first; -1 when the file has none, because a jump for a missing track
+    // would do nothing (quirk Q29). Throws Failure when the file does not have the wanted one.
+    int TrackToPlay(std::optional<UInt32> wanted) const;
+    // The same for subtitles.
+    UInt32 SubtitleToPlay(std::optional<UInt32> wanted) const;
 
     // The next chunk, or a result that ends delivery (see IsEnd).
     Item Next(UInt32 audioTrack, UInt32 subtitleTrack);
@@ -89,11 +118,12 @@ public:
     // All entries of the table, in order.
     std::vector<const lxAviReadCore_KeyFrameEntry_t*> Table() const;
     const lxAviReadCore_StreamInfo_t* Stream(UInt32 number) const;
-    UInt32 StreamCount() const; // streams that the headers describe
-    UInt64 FileSize() const { return m_fileSize; }
+    UInt32 StreamCount() const;                        // streams that the headers describe
+    UInt64 FileSize() const { return m_fileSize; }     // 0 when it is not known
     bool IsRegularFile() const { return m_isRegular; } // then it can be opened a second time
 
 private:
+    void LookAtInput();
     UInt32 ParseIndex();
     UInt64 Position() const;
 

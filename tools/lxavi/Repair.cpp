@@ -1,61 +1,17 @@
 // lxavi repair: writes a copy of a file with a fresh index and right headers, or completes the file itself.
 
 #include "Commands.hpp"
+#include "FileTexts.hpp"
 #include "InPlace.hpp"
 #include "Output.hpp"
-#include "RiffScan.hpp"
-
-#include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
-#include <filesystem>
 
 namespace lxavi {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr UInt32 kRepairBudget = 1u << 30; // room for every key frame that an index of the file names
-
-std::string BytesOfStream(UInt32 streamNr, UInt32 kind)
-{
-    UInt32 size = 0;
-    static_cast<void>(lxAviReadCore_GetStreamBytes(streamNr, kind, nullptr, 0, &size));
-    std::string bytes(std::min(size, LX_AVIREAD_KEPT_BYTES), '\0');
-    static_cast<void>(
-        lxAviReadCore_GetStreamBytes(streamNr, kind, bytes.data(), static_cast<UInt32>(bytes.size()), &size));
-    return bytes;
-}
-
-WrittenStream StreamOfFile(const Reader& reader, UInt32 streamNr)
-{
-    WrittenStream stream = {reader.Stream(streamNr)->Header, {}};
-    constexpr std::pair<UInt32, UInt32> kKinds[] = {{LX_AVIREAD_BYTES_STRF, Code("strf")},
-                                                    {LX_AVIREAD_BYTES_STRD, Code("strd")},
-                                                    {LX_AVIREAD_BYTES_STRN, Code("strn")},
-                                                    {LX_AVIREAD_BYTES_VPRP, Code("vprp")}};
-    for (const auto& [kind, code] : kKinds) {
-        if (const std::string bytes = BytesOfStream(streamNr, kind); !bytes.empty()) {
-            stream.chunks.push_back({code, bytes});
-        }
-    }
-    return stream;
-}
-
-std::vector<NamedBytes> TextsOfFile()
-{
-    std::vector<NamedBytes> texts;
-    UInt32 code = 0;
-    for (UInt32 i = 0; (code = lxAviReadCore_GetFileTextCode(i)) != 0; ++i) {
-        std::string text(lxAviReadCore_GetFileText(code, nullptr, 0) + size_t{1}, '\0');
-        static_cast<void>(lxAviReadCore_GetFileText(code, text.data(), static_cast<UInt32>(text.size())));
-        text.resize(std::strlen(text.c_str()) + 1); // the library keeps the beginning of a long text
-        texts.push_back({code, text});
-    }
-    return texts;
-}
 
 WrittenFile Plan(const Reader& reader, const Inventory& inventory)
 {
@@ -76,26 +32,24 @@ WrittenFile Plan(const Reader& reader, const Inventory& inventory)
 Json CommonReport(const Reader& reader, const Inventory& inventory, const std::string& written)
 {
     Json report;
-    report["file"] = reader.Settings().file;
     report["written"] = written;
     report["chunks"] = inventory.Pieces().size();
-    report["key frames"] = inventory.KeyFrames();
-    report["places left out"] = inventory.PlacesLeftOut();
-    report["bytes left out"] = inventory.BytesLeftOut();
-    report["bytes left out behind the lists"] = inventory.BytesOutside();
+    report["key_frames"] = inventory.KeyFrames();
+    report["places_left_out"] = inventory.PlacesLeftOut();
+    report["left_out_bytes"] = inventory.BytesLeftOut();
+    report["left_out_behind_lists_bytes"] = inventory.BytesOutside();
     lxAviRead_Avih_t avih = {};
     static_cast<void>(lxAviReadCore_GetAvihData(&avih));
-    if (avih.dwStreams > reader.StreamCount()) {
-        report["streams left out"] = avih.dwStreams - reader.StreamCount();
-    }
+    report["streams_left_out"] = std::max(avih.dwStreams, reader.StreamCount()) - reader.StreamCount();
     return report;
 }
 
-Json Copy(const Reader& reader, const Inventory& inventory, const std::string& path)
+Json Copy(const Reader& reader, const Inventory& inventory, const RepairOptions& repair)
 {
-    OutputFile out(path);
+    const std::string& path = repair.output;
+    OutputFile out(path, reader.Settings().Path(), repair.force);
     AviWriter writer(out, Plan(reader, inventory));
-    SourceFile source(reader.Settings().file);
+    SourceFile source(reader.Settings().Path());
     Progress progress("repairing", reader.FileSize());
     for (const Piece& piece : inventory.Pieces()) {
         progress.At(piece.offset);
@@ -106,21 +60,11 @@ Json Copy(const Reader& reader, const Inventory& inventory, const std::string& p
         writer.SetLength(i, inventory.LengthOf(i));
     }
     writer.Finish();
+    out.Commit();
     Json report = CommonReport(reader, inventory, path);
     report["index"] = writer.HasSuperIndex() ? "OpenDML super indexes, and idx1" : "idx1";
-    report["RIFF lists"] = writer.Lists();
+    report["riff_lists"] = writer.Lists();
     return report;
-}
-
-void RefuseToOverwrite(const std::string& source, const std::string& path, bool force)
-{
-    std::error_code error;
-    if (fs::equivalent(source, path, error)) {
-        throw Failure("would be overwritten: choose another file for the copy, or --in-place");
-    }
-    if (fs::exists(path, error) && !force) {
-        throw Failure(fmt::format("{} exists: --force overwrites it", path));
-    }
 }
 
 } // namespace
@@ -128,7 +72,10 @@ void RefuseToOverwrite(const std::string& source, const std::string& path, bool 
 int RunRepair(const Options& options, const RepairOptions& repair)
 {
     if (!repair.inPlace) {
-        RefuseToOverwrite(options.file, repair.output, repair.force);
+        RefuseToOverwrite(repair.output, options.Path(), repair.force); // before the work
+    }
+    if (repair.inPlace && options.file == "-") {
+        throw UsageError("--in-place needs the name of a file");
     }
     Options settings = options;
     settings.budget = kRepairBudget;
@@ -139,7 +86,7 @@ int RunRepair(const Options& options, const RepairOptions& repair)
     }
     const Inventory inventory(reader);
     if (!repair.inPlace) {
-        PrintReport(options, Copy(reader, inventory, repair.output));
+        PrintReport(options, Copy(reader, inventory, repair));
         return kDone;
     }
     Json report = CommonReport(reader, inventory, options.file);

@@ -1,7 +1,5 @@
 #include "RiffScan.hpp"
 
-#include "Output.hpp"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,58 +9,127 @@ namespace lxavi {
 
 namespace {
 
-constexpr int kDeepest = 8;             // lists in lists
-constexpr size_t kMostAnomalies = 1000; // then the scan stops
+bool IsIndexChunk(const RiffPart& part)
+{
+    return part.type == 0 && part.parent != 0 && (part.id & 0xFFFF) == ('i' | 'x' << 8);
+}
 
-UInt32 WordAt(const std::vector<UInt8>& bytes, size_t offset)
+UInt32 WordAt(const UInt8* bytes)
 {
     UInt32 word = 0;
-    std::memcpy(&word, bytes.data() + offset, sizeof word);
+    std::memcpy(&word, bytes, sizeof word);
     return word;
 }
 
 } // namespace
 
-bool IsPrintableId(UInt32 id)
+RiffScan::RiffScan(const SourceFile& file, const std::function<void(Finding)>& report) : m_file(file), m_report(report)
 {
-    for (int i = 0; i < 4; ++i) {
-        const auto c = static_cast<UInt8>(id >> (8 * i));
-        if (c < 0x20 || c > 0x7E) {
-            return false;
+    RiffWalk walk(file, report);
+    for (RiffPart part = {}; walk.Next(part);) {
+        Take(part);
+    }
+}
+
+void RiffScan::Report(Severity severity, UInt64 offset, const char* code, const std::string& text) const
+{
+    if (m_report) {
+        m_report({severity, offset, code, text});
+    }
+}
+
+void RiffScan::Take(const RiffPart& part)
+{
+    if (IsIndexChunk(part)) {
+        TakeIndexChunk(part);
+    } else if (part.type != 0) {
+        TakeList(part);
+    } else if (part.isInMovi) {
+        TakeInMovi(part);
+    } else {
+        TakeHeaderPart(part);
+    }
+    if (!part.isInMovi && parts.size() < kMostParts) {
+        parts.push_back(part);
+    }
+}
+
+void RiffScan::TakeList(const RiffPart& part)
+{
+    riffLists += part.id == Code("RIFF") ? 1 : 0;
+    streamLists += part.type == Code("strl") ? 1 : 0;
+    if (part.type == Code("movi") && moviCode == 0) {
+        moviCode = part.offset + 8;
+        moviEnd = part.end;
+    }
+}
+
+void RiffScan::TakeInMovi(const RiffPart& part)
+{
+    if (part.IsMedia()) {
+        firstMedia = firstMedia.value_or(part);
+        lastMedia = part;
+    } else if (part.id != Code("JUNK")) {
+        strangerInMovi = strangerInMovi.value_or(part);
+    }
+}
+
+void RiffScan::TakeHeaderPart(const RiffPart& part)
+{
+    constexpr UInt8 kIndexOfChunks = 1;
+    UInt32 flags = 0;
+    UInt8 indexType = 0;
+    switch (part.id) {
+    case Code("idx1"): TakeIdx1(part); break;
+    case Code("avih"):
+        idx1Promised = m_file.Read(part.offset + 8 + 12, &flags, sizeof flags) && (flags & LX_AVIREAD_HAS_INDEX) != 0;
+        break;
+    case Code("indx"):
+        if (m_file.Read(part.offset + 11, &indexType, sizeof indexType) && indexType == kIndexOfChunks) {
+            TakeIndexChunk(part);
         }
-    }
-    return true;
-}
-
-UInt32 StreamOf(UInt32 id)
-{
-    const auto digit = [](UInt32 character) { return character < 'A' ? character - '0' : character - 55; };
-    return (digit(id & 0xFF) * 10 + digit(id >> 8 & 0xFF)) & 0xFFFF;
-}
-
-bool IsMediaId(UInt32 id)
-{
-    switch (id >> 16) {
-    case 'd' | 'c' << 8:
-    case 'd' | 'b' << 8:
-    case 'w' | 'b' << 8:
-    case 's' | 't' << 8:
-    case 't' | 'x' << 8:
-    case '_' | '_' << 8:
-    case 'i' | 'v' << 8:
-    case 's' | 'b' << 8:
-    case 'd' | 'd' << 8: return true;
-    default: return false;
+        break;
+    default: break;
     }
 }
 
-RiffScan::RiffScan(const std::string& path) : m_file(std::fopen(path.c_str(), "rb"))
+void RiffScan::TakeIdx1(const RiffPart& part)
 {
-    if (m_file == nullptr || fseeko64(m_file.get(), 0, SEEK_END) != 0) {
+    const UInt64 size = part.end - part.offset - 8;
+    if (size % 16 != 0) {
+        Report(Severity::Warning, part.offset, "idx1_size",
+               fmt::format("index of {} bytes is no multiple of 16", size));
+    }
+    if (!idx1) {
+        idx1 = RecordRun{part.offset + 8, size / 16, 16, 0, 0, true};
+    }
+}
+
+void RiffScan::TakeIndexChunk(const RiffPart& part)
+{
+    UInt8 fields[32];
+    if (part.size < 24 || !m_file.Read(part.offset, fields, sizeof fields)) {
+        Report(Severity::Warning, part.offset, "index_chunk_short", "index chunk is too short for its header");
         return;
     }
-    bytes = static_cast<UInt64>(ftello64(m_file.get()));
-    Walk(0, bytes, {0, 0, false});
+    const UInt32 recordSize = (WordAt(fields + 8) & 0xFFFF) * 4;
+    const UInt64 entries = WordAt(fields + 12);
+    const UInt64 base = WordAt(fields + 20) | static_cast<UInt64>(WordAt(fields + 24)) << 32;
+    if (recordSize < 8) {
+        Report(Severity::Warning, part.offset, "index_record_size",
+               fmt::format("index chunk with records of {} bytes", recordSize));
+        return;
+    }
+    // The chunk header and the fields take 32 bytes. Some files have one more word before the records.
+    const bool isOneWordMore = part.id != Code("indx") && part.size == 28 + entries * recordSize;
+    const UInt64 room = (part.size - 24) / recordSize;
+    if (entries > room) {
+        Report(Severity::Warning, part.offset, "index_chunk_room",
+               fmt::format("index chunk claims {} records and has room for {}", entries, room));
+    }
+    const RecordRun records = {
+        part.offset + (isOneWordMore ? 36 : 32), std::min(entries, room), recordSize, base, WordAt(fields + 16), false};
+    indexes.push_back({part.offset, base, part.id, fields[10] == 1, isOneWordMore, records});
 }
 
 UInt32 RiffScan::IndexChunks() const
@@ -74,157 +141,16 @@ UInt32 RiffScan::IndexChunks() const
 UInt32 RiffScan::IndexesAt36() const
 {
     return static_cast<UInt32>(
-        std::count_if(indexes.begin(), indexes.end(), [](const ScannedIndex& index) { return index.oneWordMore; }));
+        std::count_if(indexes.begin(), indexes.end(), [](const ScannedIndex& index) { return index.isOneWordMore; }));
 }
 
-bool RiffScan::Read(UInt64 offset, void* buffer, size_t size)
+std::vector<RecordRun> RiffScan::OpenDmlRuns() const
 {
-    return fseeko64(m_file.get(), static_cast<off64_t>(offset), SEEK_SET) == 0 &&
-           std::fread(buffer, 1, size, m_file.get()) == size;
-}
-
-void RiffScan::NotePart(UInt64 offset, const Header& header, UInt32 type, const Place& place)
-{
-    if (parts.size() < kMostParts) {
-        parts.push_back({offset, header.id, header.size, type, place.parent});
+    std::vector<RecordRun> runs;
+    for (const ScannedIndex& index : indexes) {
+        runs.push_back(index.records);
     }
-}
-
-void RiffScan::TakeMainHeader(UInt64 offset)
-{
-    UInt32 flags = 0;
-    idx1Promised = Read(offset + 8 + 12, &flags, sizeof flags) && (flags & LX_AVIREAD_HAS_INDEX) != 0;
-}
-
-void RiffScan::Walk(UInt64 offset, UInt64 end, const Place& place)
-{
-    while (offset + 8 <= end && anomalies.size() < kMostAnomalies) {
-        Header header = {};
-        if (!Read(offset, &header, sizeof header)) {
-            return;
-        }
-        if (!IsPrintableId(header.id)) {
-            Note(offset, fmt::format("no chunk begins here, {} bytes are left over", end - offset));
-            return;
-        }
-        offset = TakeChunk(offset, end, header, place);
-    }
-    if (offset < end && place.depth > 0) {
-        Note(offset, fmt::format("{} bytes at the end of a list are too few for a chunk", end - offset));
-    }
-}
-
-UInt64 RiffScan::TakeChunk(UInt64 offset, UInt64 end, const Header& header, const Place& place)
-{
-    const UInt64 chunkEnd = offset + 8 + header.size;
-    if (chunkEnd > end) {
-        Note(offset, fmt::format("chunk '{}' of {} bytes reaches {} bytes beyond {}", FourCCText(header.id),
-                                 header.size, chunkEnd - end, end == bytes ? "the end of the file" : "its list"));
-    }
-    const UInt64 limit = std::min(chunkEnd, end);
-    if (header.id == Code("RIFF") || header.id == Code("LIST")) {
-        TakeList(offset, limit, header, place);
-    } else if ((header.id & 0xFFFF) == ('i' | 'x' << 8) && place.depth > 0) {
-        TakeIndexChunk(offset, header);
-    } else if (place.inMovi && IsMediaId(header.id)) {
-        media.push_back({offset, header.id, header.size});
-    } else {
-        NotePart(offset, header, 0, place);
-    }
-    switch (header.id) {
-    case Code("idx1"): TakeIdx1(offset + 8, limit - offset - 8); break;
-    case Code("avih"): TakeMainHeader(offset); break;
-    case Code("indx"): TakeOneLevelIndex(offset, header); break;
-    default: break;
-    }
-    return chunkEnd + (header.size & 1);
-}
-
-void RiffScan::TakeList(UInt64 offset, UInt64 end, const Header& header, const Place& place)
-{
-    UInt32 type = 0;
-    if (place.depth >= kDeepest || offset + 12 > end || !Read(offset + 8, &type, sizeof type)) {
-        Note(offset, "list without a type, or too deep in other lists");
-        return;
-    }
-    if (header.id == Code("RIFF")) {
-        ++riffLists;
-    }
-    if (type == Code("strl")) {
-        ++streamLists;
-    }
-    if (type == Code("movi") && moviCode == 0) {
-        moviCode = offset + 8;
-        moviEnd = end;
-    }
-    NotePart(offset, header, type, place);
-    const bool recordList = type == Code("rec ");
-    Walk(offset + 12, end, {place.depth + 1, type, type == Code("movi") || (place.inMovi && recordList)});
-}
-
-void RiffScan::TakeIdx1(UInt64 offset, UInt64 size)
-{
-    if (size % 16 != 0) {
-        Note(offset, fmt::format("index of {} bytes is no multiple of 16", size));
-    }
-    std::vector<UInt8> batch(16 * 4096);
-    for (UInt64 at = 0; at + 16 <= size;) {
-        const auto piece = static_cast<size_t>(std::min<UInt64>(batch.size(), (size - at) / 16 * 16));
-        if (!Read(offset + at, batch.data(), piece)) {
-            return;
-        }
-        for (size_t i = 0; i < piece; i += 16) {
-            idx1.push_back({offset + at + i, WordAt(batch, i + 8), WordAt(batch, i), WordAt(batch, i + 12),
-                            (WordAt(batch, i + 4) & 0x10) != 0});
-        }
-        at += piece;
-    }
-}
-
-void RiffScan::TakeRecords(UInt64 at, UInt64 end, UInt32 entries, UInt32 recordSize, UInt32 chunkId, UInt64 base)
-{
-    std::vector<UInt8> record(recordSize);
-    for (UInt32 i = 0; i < entries && at + recordSize <= end; ++i, at += recordSize) {
-        if (!Read(at, record.data(), recordSize)) {
-            return;
-        }
-        const UInt32 size = WordAt(record, 4);
-        openDml.push_back({at, base + WordAt(record, 0) - 8, chunkId, size & 0x7FFFFFFF, (size >> 31) == 0});
-    }
-}
-
-void RiffScan::TakeOneLevelIndex(UInt64 offset, const Header& header)
-{
-    UInt8 indexType = 0;
-    constexpr UInt8 kIndexOfChunks = 1;
-    if (Read(offset + 11, &indexType, sizeof indexType) && indexType == kIndexOfChunks) {
-        TakeIndexChunk(offset, header);
-    }
-}
-
-void RiffScan::TakeIndexChunk(UInt64 offset, const Header& header)
-{
-    std::vector<UInt8> fields(32);
-    if (header.size < 24 || !Read(offset, fields.data(), fields.size())) {
-        Note(offset, "index chunk is too short for its header");
-        return;
-    }
-    const UInt32 recordSize = (WordAt(fields, 8) & 0xFFFF) * 4;
-    const UInt32 entries = WordAt(fields, 12);
-    const UInt64 base = WordAt(fields, 20) | static_cast<UInt64>(WordAt(fields, 24)) << 32;
-    if (recordSize < 8) {
-        Note(offset, fmt::format("index chunk with records of {} bytes", recordSize));
-        return;
-    }
-    // The chunk header and the fields take 32 bytes. Some files have one more word before the records.
-    const bool oneWordMore = header.id != Code("indx") && header.size == 28 + static_cast<UInt64>(entries) * recordSize;
-    indexes.push_back({offset, base, header.id, fields[10] == 1, oneWordMore});
-    if (24 + static_cast<UInt64>(entries) * recordSize > header.size) {
-        Note(offset, fmt::format("index chunk claims {} records and has room for {}", entries,
-                                 (header.size - 24) / recordSize));
-    }
-    TakeRecords(offset + (oneWordMore ? 36 : 32), offset + 8 + header.size, entries, recordSize, WordAt(fields, 16),
-                base);
+    return runs;
 }
 
 } // namespace lxavi

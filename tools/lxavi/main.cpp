@@ -1,12 +1,16 @@
-// lxavi: inspect, list, extract, seek, step, check and repair AVI files from the command line.
+// lxavi: inspect, list, extract, seek, step, check, repair and picture AVI files from the command line.
 
+#include "Arguments.hpp"
 #include "Commands.hpp"
+#include "Output.hpp"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <functional>
-#include <map>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,149 +24,317 @@ const std::map<std::string, StepMode> kModes = {{"forward", StepMode::Forward},
                                                 {"trick", StepMode::Trick},
                                                 {"back", StepMode::Back},
                                                 {"jump", StepMode::Jump}};
+const std::map<std::string, Severity> kSeverities = {{"error", Severity::Error},
+                                                     {"warning", Severity::Warning},
+                                                     {"note", Severity::Note}};
 
 std::string VersionText()
 {
     return fmt::format("lxavi {}.{}.{}", LX_AVIREAD_VERSION_MAJOR, LX_AVIREAD_VERSION_MINOR, LX_AVIREAD_VERSION_PATCH);
 }
 
-CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& what, Options& options)
+// A file that is opened later must not get the number of a standard stream, which other code writes to.
+void OpenMissingStandardStreams()
 {
-    CLI::App* const command = app.add_subcommand(name, what);
-    command->add_option("FILE", options.file, "AVI or OpenDML file")->required();
-    command->add_option("--attempts", options.attempts, "Read attempts that one read may make");
-    command->add_option("--budget", options.budget, "Bytes that the key-frame table may take")
-        ->transform(CLI::AsSizeValue(false));
-    command->add_option("--indx-option", options.indxOption, "1: a one-level OpenDML index is used")
-        ->check(CLI::Range(0, 127));
-    command->add_flag("--default-mode", options.defaultMode,
-                      "Read in the default mode of the library, which keeps its oddities");
-    command->add_option("--log", options.logMask, "Mask of the library's log levels, to standard error");
-    CLI::Option* const json = command->add_flag("--json", options.json, "Print JSON");
-    command->add_flag("--csv", options.csv, "Print comma-separated values")->excludes(json);
-    return command;
-}
-
-void AddAudio(CLI::App* command, PlayOptions& play)
-{
-    command->add_option("--audio", play.audio, "Audio track, 0 to 7")
-        ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1));
-}
-
-void AddRebuild(CLI::App* command, Options& options)
-{
-    command
-        ->add_flag("--rebuild{auto}", options.rebuild,
-                   "Build the key-frame table from the media data: auto (without a value) where there is no index that "
-                   "can be used, always in any case")
-        ->transform(CLI::CheckedTransformer(kRebuilds, CLI::ignore_case))
-        ->type_name("[=auto|always]");
-}
-
-void AddRounding(CLI::App* command, PlayOptions& play)
-{
-    command->add_option("--round", play.rounding, "Key frame up, down or nearest")
-        ->transform(CLI::CheckedTransformer(kRoundings, CLI::ignore_case));
-}
-
-int Run(int argc, char** argv)
-{
-    CLI::App app{"Inspects, lists, extracts, seeks, steps, checks and repairs AVI and OpenDML files."};
-    app.set_version_flag("--version", VersionText());
-    app.require_subcommand(1);
-    Options options;
-    PlayOptions play;
-    ExtractOptions extract;
-    StepOptions step;
-    RepairOptions repair;
-    UInt32 time = 0;
-    std::function<int()> command;
-
-    CLI::App* const info = AddCommand(app, "info", "Show container, streams, segments and index", options);
-    AddRebuild(info, options);
-    info->callback([&] { command = [&] { return RunInfo(options); }; });
-
-    CLI::App* const chunks = AddCommand(app, "chunks", "List the delivered chunks", options);
-    AddRebuild(chunks, options);
-    AddAudio(chunks, play);
-    AddRounding(chunks, play);
-    chunks->add_option("--subtitle", play.subtitle, "Subtitle track");
-    chunks->add_option("--from", play.from, "Jump to this time, in milliseconds, first");
-    chunks->add_option("--limit", play.limit, "Stop after this many chunks")
-        ->check(CLI::Range(UInt64{0}, UInt64{1} << 53));
-    chunks->callback([&] { command = [&] { return RunChunks(options, play); }; });
-
-    CLI::App* const index = AddCommand(app, "index", "Show the key-frame table", options);
-    AddRebuild(index, options);
-    index->callback([&] { command = [&] { return RunIndex(options); }; });
-
-    CLI::App* const seek = AddCommand(app, "seek", "Show where a seek lands", options);
-    seek->add_option("MS", time, "Time in milliseconds")->required()->check(CLI::Range(0.0, 4294967295.0));
-    AddRebuild(seek, options);
-    AddAudio(seek, play);
-    AddRounding(seek, play);
-    seek->callback([&] { command = [&] { return RunSeek(options, time, play); }; });
-
-    CLI::App* const stepping = AddCommand(app, "step", "Step from key frame to key frame", options);
-    AddRebuild(stepping, options);
-    stepping->add_option("--count", step.count, "Number of steps; with --mode jump negative goes back")->required();
-    stepping->add_option("--from", step.from, "Start at this time, in milliseconds");
-    stepping->add_option("--mode", step.mode, "forward, trick, back or jump")
-        ->transform(CLI::CheckedTransformer(kModes, CLI::ignore_case));
-    stepping->callback([&] {
-        if (step.count < 0 && step.mode != StepMode::Jump) {
-            throw CLI::ValidationError("--count", "only --mode jump goes back by a negative count");
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
+            static_cast<void>(open("/dev/null", O_RDWR)); // takes the lowest free number, which is this one
         }
-        command = [&] { return RunStep(options, step); };
-    });
-
-    CLI::App* const extraction = AddCommand(app, "extract", "Write each stream to a file of its own", options);
-    AddRebuild(extraction, options);
-    extraction->add_option("--out", extract.folder, "Folder for the files")->required();
-    extraction->add_option("--audio", extract.audio, "Audio track, or all")
-        ->check(CLI::Range(0, LX_AVIREAD_AUDIO_TRACKS - 1) | CLI::IsMember({"all"}));
-    extraction->add_option("--from", extract.from, "Start at this time, in milliseconds");
-    extraction->add_option("--to", extract.to, "End at this time, in milliseconds");
-    extraction->callback([&] {
-        if (extract.from && extract.to && *extract.to < *extract.from) {
-            throw CLI::ValidationError("--to", "lies before --from");
-        }
-        command = [&] { return RunExtract(options, extract); };
-    });
-
-    AddCommand(app, "check", "Walk everything and report every anomaly", options)->callback([&] {
-        command = [&] { return RunCheck(options); };
-    });
-
-    CLI::App* const repairing = AddCommand(app, "repair", "Write a copy with a fresh index and right headers", options);
-    CLI::Option* const output = repairing->add_option("-o,--output", repair.output, "The copy");
-    repairing->add_flag("--in-place", repair.inPlace, "Complete the file itself: append the index, correct the headers")
-        ->excludes(output);
-    repairing->add_flag("--force", repair.force, "Overwrite an existing file");
-    repairing->callback([&] {
-        if (repair.output.empty() && !repair.inPlace) {
-            throw CLI::RequiredError("--output or --in-place");
-        }
-        command = [&] { return RunRepair(options, repair); };
-    });
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
     }
-    try {
-        const int status = command();
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-            throw Failure("the output cannot be written");
+}
+
+// All commands, their arguments, and what the user wants.
+class Arguments {
+public:
+    Arguments()
+    {
+        m_app.name("lxavi");
+        m_app.set_version_flag("-V,--version", VersionText());
+        m_app.set_help_flag("-h,--help", "Print this help and exit");
+        m_app.footer(
+            "Exit status: 0 done; 1 damaged or refused input, or output that cannot be written; 2 wrong usage.\n"
+            "`lxavi COMMAND --help` has examples.");
+        AddInfo();
+        AddChunks();
+        AddIndex();
+        AddSeek();
+        AddStep();
+        AddExtract();
+        AddCheck();
+        AddRepair();
+        AddReport();
+    }
+
+    // Returns the exit status when there is no command to run.
+    std::optional<int> Parse(int argc, char** argv)
+    {
+        try {
+            RefuseUnknownCommand(argc, argv);
+            m_app.parse(argc, argv);
+            if (m_app.get_subcommands().empty()) {
+                throw UsageError("which command?");
+            }
+            m_options.command = m_app.get_subcommands().front()->get_name();
+            return std::nullopt;
+        } catch (const CLI::Success& success) {
+            return m_app.exit(success);
+        } catch (const std::exception& error) {
+            SayUsage(error.what());
+            return kUsage;
         }
+    }
+
+    int Run() { return m_run(); }
+    const Options& Settings() const { return m_options; }
+
+    void SayUsage(const std::string& what) const
+    {
+        const auto commands = m_app.get_subcommands();
+        Say(fmt::format("lxavi: {}", what));
+        Say(fmt::format("lxavi: `lxavi {}--help` shows the usage",
+                        commands.empty() ? "" : commands.front()->get_name() + " "));
+    }
+
+private:
+    // The parser would only ask for a command.
+    void RefuseUnknownCommand(int argc, char** argv) const
+    {
+        const std::string first = argc > 1 ? argv[1] : "";
+        const bool isOption = first == "-h" || first == "--help" || first == "-V" || first == "--version";
+        const bool isCommand =
+            !m_app.get_subcommands([&](const CLI::App* app) { return app->get_name() == first; }).empty();
+        if (first.empty() || isOption || isCommand) {
+            return;
+        }
+        throw UsageError(fmt::format("there is no {} '{}'", first[0] == '-' ? "option" : "command", first));
+    }
+
+    CLI::App* Add(const std::string& name, const std::string& what, const std::string& examples)
+    {
+        CLI::App* const command = m_app.add_subcommand(name, what);
+        command->set_help_flag("-h,--help", "Print this help and exit");
+        command->add_option("FILE", m_options.file, "AVI or OpenDML file; - is standard input")
+            ->required()
+            ->option_text(" ");
+        AddNumber(command, "--attempts", m_options.attempts, "Read attempts that one read may make", 0, 0xFFFFFFFF);
+        AddSize(command, "--budget", m_options.budget, "Bytes that the key-frame table may take");
+        AddNumber(command, "--indx-option", m_options.indxOption, "1: a one-level OpenDML index is used", 0, 127);
+        command->add_flag("--default-mode", m_options.defaultMode,
+                          "Read in the default mode of the library, which keeps its oddities");
+        AddLogLevels(command, m_options.logMask);
+        CLI::Option* const json = command->add_flag("--json", m_options.json, "Print JSON")->option_text(" ");
+        command->add_flag("--csv", m_options.csv, "Print comma-separated values")->excludes(json)->option_text(" ");
+        command->add_option("--fields", m_options.fields, "Print these columns or members only")
+            ->delimiter(',')
+            ->option_text("A,B,…");
+        command->footer("Examples:\n" + examples);
+        return command;
+    }
+
+    void AddRebuild(CLI::App* command)
+    {
+        command
+            ->add_flag("--rebuild{auto}", m_options.rebuild,
+                       "Build the key-frame table from the media data: auto (without a value) where there is no index "
+                       "that can be used, always in any case")
+            ->transform(CLI::CheckedTransformer(kRebuilds, CLI::ignore_case))
+            ->option_text("[=auto|always]");
+    }
+
+    void AddAudio(CLI::App* command, std::optional<UInt32>& track)
+    {
+        AddNumber(command, "--audio", track, "Audio track; the first is 0", 0, LX_AVIREAD_AUDIO_TRACKS - 1);
+    }
+
+    void AddRounding(CLI::App* command)
+    {
+        AddChoice(command, "--round", m_play.rounding, kRoundings, "Which key frame, for a time between two");
+    }
+
+    void AddInfo()
+    {
+        CLI::App* const info = Add("info", "Show container, streams, texts, segments and index",
+                                   "  lxavi info film.avi\n"
+                                   "  lxavi info film.avi --json --fields duration_us,streams.0.codec");
+        AddRebuild(info);
+        info->callback([this] { m_run = [this] { return RunInfo(m_options); }; });
+    }
+
+    void AddChunks()
+    {
+        CLI::App* const chunks =
+            Add("chunks", "List the delivered chunks",
+                "  lxavi chunks film.avi --limit 20\n"
+                "  lxavi chunks film.avi --audio 1 --from 1:30 --csv --fields offset,size,time_ms");
+        AddRebuild(chunks);
+        AddAudio(chunks, m_play.audio);
+        AddRounding(chunks);
+        AddNumber(chunks, "--subtitle", m_play.subtitle, "Subtitle track; the first is 0", 0, LX_AVIREAD_STREAMS - 1);
+        AddTime(chunks, "--from", m_play.from, "Jump to this time first");
+        AddNumber(chunks, "--limit", m_play.limit, "Stop after this many chunks", 0, UInt64{1} << 53);
+        chunks->callback([this] { m_run = [this] { return RunChunks(m_options, m_play); }; });
+    }
+
+    void AddIndex()
+    {
+        CLI::App* const index = Add("index", "Show the key-frame table",
+                                    "  lxavi index film.avi\n"
+                                    "  lxavi index cut.avi --rebuild --fields frame,time_ms");
+        AddRebuild(index);
+        index->callback([this] { m_run = [this] { return RunIndex(m_options); }; });
+    }
+
+    void AddSeek()
+    {
+        CLI::App* const seek = Add("seek", "Show where a seek lands",
+                                   "  lxavi seek film.avi 60s\n"
+                                   "  lxavi seek film.avi 1:02:03.250 --round nearest --audio 1");
+        AddTime(seek, "TIME", m_time, "1500 (milliseconds), 12.5s, 1:23.5 or 01:02:03.250")
+            ->required()
+            ->option_text(" ");
+        AddRebuild(seek);
+        AddAudio(seek, m_play.audio);
+        AddRounding(seek);
+        seek->callback([this] { m_run = [this] { return RunSeek(m_options, m_time, m_play); }; });
+    }
+
+    void AddStep()
+    {
+        CLI::App* const step = Add("step", "Step from key frame to key frame",
+                                   "  lxavi step film.avi --count 5\n"
+                                   "  lxavi step film.avi --count 3 --mode back --from 1:30");
+        AddRebuild(step);
+        AddNumber(step, "--count", m_step.count, "Number of steps; with --mode jump, a negative number goes back",
+                  -2147483647, 2147483647)
+            ->required();
+        AddTime(step, "--from", m_step.from, "Start at this time");
+        AddChoice(step, "--mode", m_step.mode, kModes, "How to step: jump makes all steps at once");
+        step->callback([this] {
+            if (m_step.count < 0 && m_step.mode != StepMode::Jump) {
+                throw CLI::ValidationError("--count", "only --mode jump goes back by a negative count");
+            }
+            m_run = [this] { return RunStep(m_options, m_step); };
+        });
+    }
+
+    void AddExtract()
+    {
+        CLI::App* const extract = Add("extract", "Write each stream to a file that players open",
+                                      "  lxavi extract film.avi --out streams\n"
+                                      "  lxavi extract film.avi --out part --from 1:30 --to 2:00 --audio 0");
+        AddRebuild(extract);
+        extract->add_option("--out", m_extract.folder, "Folder for the files")->required()->option_text("FOLDER");
+        AddAudio(extract, m_extract.audio);
+        AddTime(extract, "--from", m_extract.from, "Start at the key frame before this time");
+        AddTime(extract, "--to", m_extract.to, "End at this time");
+        extract->add_flag("--force", m_extract.force, "Overwrite existing files");
+        extract->add_flag("--raw", m_extract.raw, "Write the payloads as they are, and nothing else");
+        extract->callback([this] {
+            if (m_extract.from && m_extract.to && *m_extract.to < *m_extract.from) {
+                throw CLI::ValidationError("--to", "lies before --from");
+            }
+            m_run = [this] { return RunExtract(m_options, m_extract); };
+        });
+    }
+
+    void AddCheck()
+    {
+        CLI::App* const check =
+            Add("check", "Compare headers, indexes, media data and delivery, and report every anomaly",
+                "  lxavi check film.avi\n"
+                "  lxavi check film.avi --fail-on warning --json");
+        AddChoice(check, "--fail-on", m_check.failOn, kSeverities, "Severity from which on the exit status is 1");
+        AddNumber(check, "--limit", m_check.limit, "Print only this many findings; the summary counts all", 0,
+                  UInt64{1} << 53);
+        check->callback([this] { m_run = [this] { return RunCheck(m_options, m_check); }; });
+    }
+
+    void AddRepair()
+    {
+        CLI::App* const repair = Add("repair", "Write a copy with a fresh index and right headers",
+                                     "  lxavi repair broken.avi -o good.avi\n"
+                                     "  lxavi repair unfinished.avi --in-place");
+        CLI::Option* const output = repair->add_option("-o,--output", m_repair.output, "The copy")->option_text("FILE");
+        repair
+            ->add_flag("--in-place", m_repair.inPlace,
+                       "Complete the file itself: append the index, correct the headers")
+            ->excludes(output)
+            ->option_text(" ");
+        repair->add_flag("--force", m_repair.force, "Overwrite an existing file");
+        repair->callback([this] {
+            if (m_repair.output.empty() && !m_repair.inPlace) {
+                throw CLI::RequiredError("--output or --in-place");
+            }
+            m_run = [this] { return RunRepair(m_options, m_repair); };
+        });
+    }
+
+    void AddReport()
+    {
+        CLI::App* const report = Add("report", "Write a page that shows the file as a picture",
+                                     "  lxavi report film.avi -o film.html\n"
+                                     "  lxavi report film.avi --json");
+        report->add_option("-o,--output", m_report.output, "The page")->option_text("FILE");
+        report->add_option("--charts", m_report.charts, "Folder of the chart library, where Debian's is not installed")
+            ->option_text("FOLDER");
+        report->add_flag("--force", m_report.force, "Overwrite an existing file");
+        report->callback([this] {
+            if (m_report.output.empty() && m_options.IsForPeople()) {
+                throw CLI::RequiredError("--output, --json or --csv");
+            }
+            m_run = [this] { return RunReport(m_options, m_report); };
+        });
+    }
+
+    CLI::App m_app{"Inspects, lists, extracts, seeks, steps, checks, repairs and pictures AVI and OpenDML files."};
+    Options m_options;
+    PlayOptions m_play;
+    ExtractOptions m_extract;
+    StepOptions m_step;
+    CheckOptions m_check;
+    RepairOptions m_repair;
+    ReportOptions m_report;
+    UInt32 m_time = 0; // of a seek
+    std::function<int()> m_run;
+};
+
+void FlushOutput()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw OutputFailure("standard output", std::strerror(errno));
+    }
+}
+
+int RunCommand(Arguments& arguments)
+{
+    const std::string& file = arguments.Settings().file;
+    try {
+        const int status = arguments.Run();
+        FlushOutput();
         return status;
+    } catch (const UsageError& error) {
+        arguments.SayUsage(error.what());
+        return kUsage;
+    } catch (const OutputFailure& error) {
+        Say(fmt::format("lxavi: {}: {}", error.Path(), error.what()));
+    } catch (const std::system_error& error) { // of fmt
+        Say(fmt::format("lxavi: standard output: {}", error.code().message()));
+    } catch (const std::bad_alloc&) {
+        Say(fmt::format("lxavi: {}: there is not enough memory", file));
     } catch (const std::exception& error) {
-        fmt::print(stderr, "lxavi: {}: {}\n", options.file, error.what());
-        return kDamaged;
+        Say(fmt::format("lxavi: {}: {}", file == "-" ? "standard input" : file, error.what()));
     }
+    return kDamaged;
 }
 
 } // namespace
 
-int main(int argc, char** argv) { return Run(argc, argv); }
+int main(int argc, char** argv)
+{
+    OpenMissingStandardStreams();
+    Arguments arguments;
+    if (const std::optional<int> status = arguments.Parse(argc, argv)) {
+        return *status;
+    }
+    return RunCommand(arguments);
+}

@@ -280,6 +280,8 @@ UInt32 lxAvi2ReadCore_PreParseVideoIndex(UInt32 /*instance*/, lxAviReadCore_AviI
     };
     LX_AVIREAD_TRY(ForEachIndexChunk(pAviInfo, *pVideo, kCountWalk, count));
     *numberOfKeyFrames = SettleKeyFrames(pAviInfo, counter);
+    const bool bOneLevel = common.uiIndexType == kIndexOfChunks;
+    tableOrigin = {bOneLevel ? LX_AVIREAD_TABLE_ONE_LEVEL_INDEX : LX_AVIREAD_TABLE_SUPER_INDEX, *numberOfKeyFrames};
     return LX_AVIREAD_CALL(
         lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, skipKey));
 }

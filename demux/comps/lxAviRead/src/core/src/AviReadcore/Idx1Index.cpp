@@ -299,6 +299,7 @@ UInt32 lxAviReadCore_PreParseIdx1Chunk(lxAviReadCore_AviInfo_t* pAviInfo, UInt32
     }
     LX_AVIREAD_TRY(surveyed);
     *numberOfKeyFrames += SettleKeyFrames(pAviInfo, survey.counter);
+    tableOrigin = {LX_AVIREAD_TABLE_IDX1, *numberOfKeyFrames};
     const UInt32 result =
         lxAviReadCore_CalcLeafsNeededAndSkipValue(pAviInfo, numberOfKeyFrames, neededLeafs, neededMemory, SkipKey);
     ClearMetaDataBuffer(pAviInfo);

@@ -170,6 +170,7 @@ KeyFrameFiller::KeyFrameFiller(lxAviReadCore_AviInfo_t* pAviInfo, TableMessages 
                                                                                    : EntryKind::None),
       m_pAviInfo(pAviInfo), m_millisecondsPerFrame(MillisecondsPerFrame(pAviInfo))
 {
+    tableStep = skipKey;
 }
 
 bool KeyFrameFiller::IsKeyFrame(IndexEntry entry) const
@@ -235,6 +236,7 @@ void KeyFrameFiller::Thin()
     const UInt32 stored = m_builder.KeepEverySecond();
     m_uiSkipCounter = stored % 2 != 0 ? m_uiSkipKey : 0;
     m_uiSkipKey *= 2;
+    tableStep = m_uiSkipKey;
     LX_LOG(kLevelIndex, "AviReadCore : the table is full, every %d. key frame stays", m_uiSkipKey);
 }
 

@@ -5,11 +5,14 @@
 // counts the allocated leaves; those behind the last one in use are empty.
 
 #include "internal/KeyFrames.hpp"
+#include "internal/Mode.hpp"
 #include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
 
 UInt32 leafsInUse;
+TableOrigin tableOrigin;
+UInt32 tableStep;
 
 namespace {
 
@@ -314,5 +317,25 @@ UInt32 lxAviReadCore_PrintIndex(void)
             break;
         }
     }
+    return LX_OK;
+}
+
+UInt32 lxAviReadCore_GetTableSummary(lxAviRead_TableSummary_t* pSummary)
+{
+    LX_ASSERT(pSummary != Null, "pSummary!=Null", "pSummary must be initialized");
+    if (pSummary == Null) {
+        return LX_OK;
+    }
+    *pSummary = {};
+    const lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    const KeyFrameTable table(pAviInfo);
+    if (!SummariesAreGiven(pAviInfo) || table.IsEmpty()) {
+        return LX_OK;
+    }
+    const UInt32 lastLeaf = table.LeafCount() - 1;
+    pSummary->eSource = tableOrigin.uiSource;
+    pSummary->uiKeyFrames = tableOrigin.uiKeyFrames;
+    pSummary->uiStored = lastLeaf * LEAF_ARRAY_LENGTH + table.LeafAt(lastLeaf).arrayLength;
+    pSummary->uiStep = tableStep;
     return LX_OK;
 }

@@ -114,6 +114,7 @@ public:
         if (m_counter.KeyFrames() == 0) {
             StoreFirstFrame();
         }
+        tableOrigin = {LX_AVIREAD_TABLE_MEDIA_DATA, std::max(m_counter.KeyFrames(), 1u)};
         m_filler.Builder().FreeEmptyLeafs();
         m_filler.Builder().Finish();
         return LX_OK;

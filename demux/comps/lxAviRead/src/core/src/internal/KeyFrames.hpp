@@ -20,6 +20,15 @@ using Position = lxAviReadCore_KeyFramePosition_t;
 // Leaves that hold at least one entry.
 extern UInt32 leafsInUse;
 
+// What the table was built from. Of no meaning without a table.
+struct TableOrigin {
+    UInt32 uiSource;    // LX_AVIREAD_TABLE_…
+    UInt32 uiKeyFrames; // that the source names
+};
+extern TableOrigin tableOrigin;
+// Every tableStep-th key frame is stored.
+extern UInt32 tableStep;
+
 // A view of the table. All stepping is done here.
 class KeyFrameTable {
 public:

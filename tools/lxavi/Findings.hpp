@@ -1,0 +1,59 @@
+// What a check has found: its severity, its place, and a sentence.
+
+#pragma once
+
+#include "lxAviRead.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lxavi {
+
+enum class Severity {
+    Error,   // data is lost, or cannot be reached
+    Warning, // a player may stumble
+    Note,    // an oddity that costs nothing
+};
+
+const char* SeverityName(Severity severity);
+
+struct Finding {
+    Severity severity;
+    std::optional<UInt64> offset; // in the file
+    std::string code;             // for programs, such as "chunk_not_listed"
+    std::string text;
+    UInt64 places = 1; // more, when places that follow each other have the same
+    UInt64 last = 0;   // offset of the last one, when there are several
+};
+
+class Findings {
+public:
+    void Add(Finding finding);
+
+    // In the order of their offsets; those without an offset come first. Ends the rows below.
+    const std::vector<Finding>& Sort();
+    UInt64 Places(Severity severity) const;
+    // Whether there is one that is as severe, or more so.
+    bool Has(Severity severity) const;
+
+private:
+    friend class FindingRow;
+    std::vector<Finding> m_all;
+};
+
+// Makes one finding of places that follow each other.
+class FindingRow {
+public:
+    explicit FindingRow(Findings& findings) : m_findings(findings) {}
+
+    void Add(const Finding& finding);
+    void End() { m_isOpen = false; } // a place without the finding was between
+
+private:
+    Findings& m_findings;
+    size_t m_number = 0;
+    bool m_isOpen = false;
+};
+
+} // namespace lxavi

@@ -1,0 +1,44 @@
+// Files that hold one stream each: written chunk by chunk, in a form that players open.
+
+#pragma once
+
+#include "Codecs.hpp"
+#include "OutputFile.hpp"
+
+#include <memory>
+#include <span>
+
+namespace lxavi {
+
+class StreamFile {
+public:
+    StreamFile() = default;
+    virtual ~StreamFile() = default;
+    StreamFile(const StreamFile&) = delete;
+    StreamFile& operator=(const StreamFile&) = delete;
+
+    // `first` is the beginning of the payload, which Payload brings again.
+    virtual void BeginChunk(const Item& /*item*/, std::span<const UInt8> /*first*/) {}
+    virtual void Payload(std::span<const UInt8> bytes) = 0;
+    virtual void EndChunk() {}
+    // Writes what is left.
+    virtual void Finish() {}
+
+    // What the file is, for people.
+    virtual const char* Form() const = 0;
+};
+
+struct StreamToWrite {
+    const Reader& reader;
+    UInt32 number;
+    bool isRaw;  // the payloads, and nothing else
+    bool isPart; // its times begin anew
+};
+
+// The extension of the file's name.
+std::string ExtensionOf(const StreamToWrite& stream);
+
+// `out` has to live as long as the result.
+std::unique_ptr<StreamFile> MakeStreamFile(const StreamToWrite& stream, OutputFile& out);
+
+} // namespace lxavi
