@@ -23,8 +23,9 @@ struct Finding {
     std::optional<UInt64> offset; // in the file
     std::string code;             // for programs, such as "chunk_not_listed"
     std::string text;
-    UInt64 places = 1; // more, when places that follow each other have the same
-    UInt64 last = 0;   // offset of the last one, when there are several
+    UInt64 places = 1;                // more, when places that follow each other have the same
+    UInt64 last = 0;                  // offset of the last one, when there are several
+    std::optional<UInt64> media = {}; // offset of the chunk that a finding about an index record concerns
 };
 
 class Findings {

@@ -67,9 +67,13 @@ private:
     UInt64 Offset() const { return m_base + m_record.offset; }
     void Advance() { m_has = m_records.Next(m_record); }
 
-    void Note(Severity severity, const char* code, const std::string& text)
+    void Note(const lxAviRead_MediaChunk_t& chunk, const char* code, const std::string& text)
     {
-        m_findings.Add({severity, m_record.at, code, text});
+        m_findings.Add({.severity = Severity::Warning,
+                        .offset = m_record.at,
+                        .code = code,
+                        .text = text,
+                        .media = chunk.uiOffset});
     }
 
     // A record that leads to no chunk which can be played. It is all right when the chunk it names is there: chunks of
@@ -98,14 +102,14 @@ private:
     void Compare(const lxAviRead_MediaChunk_t& chunk, bool keysMayDiffer)
     {
         if (m_record.size != chunk.uiSize) {
-            Note(Severity::Warning, "record_size",
+            Note(chunk, "record_size",
                  fmt::format("index record says {} bytes, the chunk at {} has {}", m_record.size, chunk.uiOffset,
                              chunk.uiSize));
         }
         const bool isOther = m_isIdx1 ? m_record.id != chunk.uiId : StreamOf(m_record.id) != StreamOf(chunk.uiId);
         if (isOther) {
             Note(
-                Severity::Warning, "record_id",
+                chunk, "record_id",
                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(m_record.id), FourCCText(chunk.uiId)));
         }
         CompareKeyFlag(chunk, keysMayDiffer);
@@ -115,15 +119,24 @@ private:
     void CompareKeyFlag(const lxAviRead_MediaChunk_t& chunk, bool keysMayDiffer)
     {
         constexpr UInt32 kPlaceholderBytes = 8;
+        if (chunk.eFrame == LX_AVIREAD_FRAME_UNKNOWN || chunk.uiSize <= kPlaceholderBytes) {
+            return;
+        }
         const bool isKey = chunk.eFrame == LX_AVIREAD_FRAME_KEY;
-        if (chunk.eFrame == LX_AVIREAD_FRAME_UNKNOWN || isKey == m_record.isKey || chunk.uiSize <= kPlaceholderBytes) {
+        FindingRow& row = m_record.isKey ? m_tooMany : m_tooFew;
+        if (isKey == m_record.isKey) {
+            m_tooMany.End();
+            m_tooFew.End();
             return;
         }
         const bool mayBegin = keysMayDiffer && m_record.isKey;
-        Note(mayBegin ? Severity::Note : Severity::Warning, "record_key_flag",
-             fmt::format("index record says {}, by its own bytes the frame at {} is {}{}",
-                         m_record.isKey ? "key frame" : "no key frame", chunk.uiOffset, isKey ? "one" : "none",
-                         mayBegin ? "; decoders may be able to begin there" : ""));
+        row.Add({.severity = mayBegin ? Severity::Note : Severity::Warning,
+                 .offset = m_record.at,
+                 .code = "record_key_flag",
+                 .text = fmt::format("index record says {}, by its own bytes the frame at {} is {}{}",
+                                     m_record.isKey ? "key frame" : "no key frame", chunk.uiOffset,
+                                     isKey ? "one" : "none", mayBegin ? "; decoders may be able to begin there" : ""),
+                 .media = chunk.uiOffset});
     }
 
     const SourceFile& m_file;
@@ -137,7 +150,9 @@ private:
     bool m_isIdx1;
     FindingRow m_missing{m_findings}; // chunks
     FindingRow m_stray{m_findings};   // records
-    UInt64 m_strayAt = 0;             // where the next one of the row would be
+    FindingRow m_tooMany{m_findings}; // key flags
+    FindingRow m_tooFew{m_findings};
+    UInt64 m_strayAt = 0; // where the next one of the row would be
 };
 
 class Comparison {
@@ -152,9 +167,14 @@ public:
         }
     }
 
-    void Run()
+    void Run(const std::function<void(const lxAviRead_MediaChunk_t&)>& observer)
     {
-        ForEachMediaChunk(m_reader, [this](const lxAviRead_MediaChunk_t& chunk) { Take(chunk); });
+        ForEachMediaChunk(m_reader, [&](const lxAviRead_MediaChunk_t& chunk) {
+            Take(chunk);
+            if (observer) {
+                observer(chunk);
+            }
+        });
         for (auto& [stream, cursor] : m_openDml) {
             cursor.Finish();
         }
@@ -239,9 +259,10 @@ private:
 
 } // namespace
 
-void CompareIndexes(const Reader& reader, const SourceFile& file, const RiffScan& scan, Findings& findings)
+void CompareIndexes(const Reader& reader, const SourceFile& file, const RiffScan& scan, Findings& findings,
+                    const std::function<void(const lxAviRead_MediaChunk_t&)>& observer)
 {
-    Comparison(reader, file, scan, findings).Run();
+    Comparison(reader, file, scan, findings).Run(observer);
 }
 
 } // namespace lxavi

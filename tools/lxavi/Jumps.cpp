@@ -2,6 +2,7 @@
 
 #include "Codecs.hpp"
 #include "Commands.hpp"
+#include "Landing.hpp"
 #include "Output.hpp"
 
 #include <algorithm>
@@ -52,33 +53,6 @@ Json ItemReport(const std::optional<Item>& item)
         json["byte_position"] = item->chunk.uiBytePosition;
     }
     return json;
-}
-
-struct Landing {
-    std::optional<Item> video;
-    std::optional<Item> audio;
-};
-
-// Delivers chunks until it has the first video chunk and the first audio chunk.
-Landing Land(Reader& reader, int track)
-{
-    Landing landing;
-    while (!landing.video || (track >= 0 && !landing.audio)) {
-        const Item item = reader.Next(track >= 0 ? static_cast<UInt32>(track) : 0, 0);
-        if (Reader::IsEnd(item)) {
-            break;
-        }
-        reader.Skip(item);
-        if (item.result != LX_OK) {
-            continue;
-        }
-        if (item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO && !landing.video) {
-            landing.video = item;
-        } else if (item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO && !landing.audio) {
-            landing.audio = item;
-        }
-    }
-    return landing;
 }
 
 void ArmStep(StepMode mode, int track, Bool& found)
@@ -179,7 +153,8 @@ int RunSeek(const Options& options, UInt32 time, const PlayOptions& play)
     report["jump_offset"] = state.JumpOffset;
     report["first_key_frame_ms"] = range.uiStartTimeMsec;
     report["last_key_frame_ms"] = range.uiEndTimeMsec;
-    const Landing landing = Land(reader, track);
+    constexpr UInt64 kAllChunks = ~UInt64{0};
+    const Landing landing = Land(reader, track, kAllChunks);
     report["first_video"] = ItemReport(landing.video);
     report["first_audio"] = ItemReport(landing.audio);
     report["audio_minus_video_ms"] = nullptr;

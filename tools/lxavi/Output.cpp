@@ -233,6 +233,11 @@ std::string JsonText(const Json& json, int indent)
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string VersionText()
+{
+    return fmt::format("lxavi {}.{}.{}", LX_AVIREAD_VERSION_MAJOR, LX_AVIREAD_VERSION_MINOR, LX_AVIREAD_VERSION_PATCH);
+}
+
 Json DocumentHead(const Options& options)
 {
     Json head;

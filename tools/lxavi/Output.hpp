@@ -67,6 +67,9 @@ void PrintReport(const Options& options, const Json& report);
 // A text of JSON. Bytes that are no UTF-8 are replaced.
 std::string JsonText(const Json& json, int indent = -1);
 
+// "lxavi 1.2.3"
+std::string VersionText();
+
 // What every JSON document of the tool begins with.
 Json DocumentHead(const Options& options);
 

@@ -28,11 +28,6 @@ const std::map<std::string, Severity> kSeverities = {{"error", Severity::Error},
                                                      {"warning", Severity::Warning},
                                                      {"note", Severity::Note}};
 
-std::string VersionText()
-{
-    return fmt::format("lxavi {}.{}.{}", LX_AVIREAD_VERSION_MAJOR, LX_AVIREAD_VERSION_MINOR, LX_AVIREAD_VERSION_PATCH);
-}
-
 // A file that is opened later must not get the number of a standard stream, which other code writes to.
 void OpenMissingStandardStreams()
 {

@@ -1,0 +1,50 @@
+"""A headless browser for tests, by the protocol of its driver. It needs nothing but Debian's chromium-driver."""
+
+import base64
+import json
+import pathlib
+import re
+import shutil
+import subprocess
+import urllib.request
+
+
+def is_installed():
+    return shutil.which("chromedriver") is not None and shutil.which("chromium") is not None
+
+
+class Browser:
+    def __init__(self, scheme="light"):
+        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        port = next(found[1] for line in self.driver.stdout if (found := re.search(r"started successfully on port (\d+)", line)))
+        self.base = f"http://127.0.0.1:{port}/session"
+        options = {"args": ["--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1100,2400",
+                            "--force-dark-mode" if scheme == "dark" else "--disable-dark-mode"]}
+        wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
+        self.base += "/" + self.call("", {"capabilities": {"alwaysMatch": wanted}})["sessionId"]
+
+    def call(self, path, arguments=None, method=None):
+        body = None if arguments is None else json.dumps(arguments).encode()
+        request = urllib.request.Request(self.base + path, body, {"Content-Type": "application/json"}, method=method)
+        with urllib.request.urlopen(request, timeout=60) as reply:
+            return json.load(reply)["value"]
+
+    def open(self, path):
+        self.call("/url", {"url": pathlib.Path(path).resolve().as_uri()})
+
+    def run(self, script):
+        """The value that the script returns."""
+        return self.call("/execute/sync", {"script": script, "args": []})
+
+    def console(self):
+        return [entry["message"] for entry in self.call("/se/log", {"type": "browser"})]
+
+    def screenshot(self, path):
+        path.write_bytes(base64.b64decode(self.call("/screenshot")))
+
+    def close(self):
+        try:
+            self.call("", method="DELETE")
+        finally:
+            self.driver.kill()
+            self.driver.communicate()

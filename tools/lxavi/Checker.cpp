@@ -1,0 +1,287 @@
+#include "Checker.hpp"
+
+#include "Codecs.hpp"
+#include "IndexCheck.hpp"
+#include "Output.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace lxavi {
+
+namespace {
+
+// One pass delivers one audio track, and the video again.
+bool IsNew(const Item& item, UInt32 pass) { return pass == 0 || item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO; }
+
+} // namespace
+
+// The structure's media chunks in step with the delivered ones.
+class Checker::Structure {
+public:
+    explicit Structure(const SourceFile& file) : m_walk(file) { Advance(); }
+
+    // Passes by the chunks before `offset`, and hands them to `skipped`. Returns whether there is one at `offset`.
+    bool GoTo(UInt64 offset, const std::function<void(const RiffPart&)>& skipped)
+    {
+        for (; m_has && m_part.offset < offset; Advance()) {
+            skipped(m_part);
+        }
+        return m_has && m_part.offset == offset;
+    }
+
+    void Advance()
+    {
+        m_has = m_walk.Next(m_part);
+        while (m_has && (!m_part.IsMedia() || m_part.id >> 16 == ('d' | 'd' << 8))) {
+            m_has = m_walk.Next(m_part);
+        }
+    }
+
+private:
+    RiffWalk m_walk;
+    RiffPart m_part = {};
+    bool m_has = false;
+};
+
+Checker::Checker(const Options& options, CheckObserver observer)
+    : m_options(options), m_observer(std::move(observer)), m_file(RegularFile(options)),
+      m_scan(m_file, [this](const Finding& finding) { Add(finding); })
+{
+}
+
+Findings& Checker::Run()
+{
+    CheckIndexes();
+    Reader reader(m_options);
+    CheckHeaders(reader);
+    CheckTable(reader);
+    Deliver(reader);
+    CheckInterleave();
+    for (const TouchedQuirk& quirk : TouchedQuirks(reader, m_file, m_scan)) {
+        AddQuirk(quirk);
+    }
+    return m_findings;
+}
+
+std::string Checker::RegularFile(const Options& options)
+{
+    const Reader reader(options); // refuses what is no AVI file
+    if (!reader.IsRegularFile()) {
+        throw Failure("cannot be checked: it is no regular file, and is read several times");
+    }
+    return options.Path();
+}
+
+// Damage often comes in rows of the same kind.
+void Checker::Add(const Finding& finding)
+{
+    const bool isOfRow = finding.code == "bad_list" || finding.code == "short_rest" || finding.code == "no_chunk";
+    if (!isOfRow || finding.code != m_rowOf) {
+        m_row.End();
+    }
+    m_row.Add(finding);
+    m_rowOf = finding.code;
+}
+
+void Checker::Note(Severity severity, std::optional<UInt64> offset, const std::string& code, const std::string& text)
+{
+    m_findings.Add({severity, offset, code, text});
+}
+
+void Checker::AddQuirk(const TouchedQuirk& quirk)
+{
+    const QuirkTitle& title = TitleOf(quirk.number);
+    const bool isRepaired = title.repaired && !m_options.defaultMode;
+    Note(m_options.defaultMode ? Severity::Warning : Severity::Note, quirk.offset, QuirkName(quirk.number),
+         fmt::format("{}: {}{}", title.title, quirk.what, isRepaired ? " (repaired)" : ""));
+}
+
+// ---- Headers ----
+
+void Checker::CheckHeaders(const Reader& reader)
+{
+    lxAviRead_Avih_t avih = {};
+    static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+    if (avih.dwStreams != m_scan.streamLists) {
+        Note(Severity::Warning, {}, "stream_count",
+             fmt::format("the main header says {} streams, the file describes {}", avih.dwStreams, m_scan.streamLists));
+    }
+    if (m_scan.streamLists > LX_AVIREAD_STREAMS) {
+        Note(Severity::Error, {}, "too_many_streams",
+             fmt::format("{} streams: those beyond the first {} are not read", m_scan.streamLists, LX_AVIREAD_STREAMS));
+    }
+    if (reader.State().AudioTracksCount > LX_AVIREAD_AUDIO_TRACKS) {
+        Note(Severity::Error, {}, "too_many_tracks",
+             fmt::format("{} audio tracks: those beyond the first {} cannot be played", reader.State().AudioTracksCount,
+                         LX_AVIREAD_AUDIO_TRACKS));
+    }
+    if (reader.State().videoStreamNr < 0) {
+        Note(Severity::Note, {}, "no_video", "there is no video stream");
+    } else {
+        CheckFrameRate(reader, avih);
+    }
+    CheckTypes(reader);
+}
+
+void Checker::CheckFrameRate(const Reader& reader, const lxAviRead_Avih_t& avih)
+{
+    const lxAviRead_Strh_t& header = reader.Stream(static_cast<UInt32>(reader.State().videoStreamNr))->Header;
+    const bool isInStream = header.dwScale != 0 && header.dwRate != 0 && !m_options.defaultMode;
+    if (avih.dwMicroSecPerFrame == 0 && !isInStream) {
+        Note(Severity::Warning, {}, "no_frame_rate", "no header gives a frame duration: all video times are 0");
+    }
+    if (const std::string what = FrameRateConflict(reader); !what.empty()) {
+        Note(Severity::Warning, {}, "frame_rates", what);
+    }
+}
+
+void Checker::CheckTypes(const Reader& reader)
+{
+    for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
+        if (IsUnknown(*reader.Stream(i))) {
+            Note(Severity::Warning, {}, "unknown_type",
+                 fmt::format("stream {} is of the unknown type '{}'", i, FourCCText(reader.Stream(i)->Header.fccType)));
+        }
+    }
+}
+
+// ---- Indexes ----
+
+void Checker::CheckIndexes()
+{
+    Options options = m_options;
+    options.defaultMode = false;
+    const Reader reader(options);
+    CompareIndexes(reader, m_file, m_scan, m_findings, m_observer.chunk);
+}
+
+void Checker::CheckTable(Reader& reader)
+{
+    const UInt32 result = reader.BuildIndex();
+    const lxAviReadCore_AviInfo_t& state = reader.State();
+    if (result != LX_OK && state.videoStreamNr >= 0) {
+        const std::optional<UInt64> at = state.idx1Size > 0 ? std::optional(state.idx1Offset - 8) : std::nullopt;
+        Note(Severity::Warning, at, "no_table", Failure("no key-frame table can be built", result).what());
+    }
+    const bool isDefault = m_options.defaultMode;
+    const UInt32 misread = isDefault ? m_scan.IndexChunks() - m_scan.IndexesAt36() : m_scan.IndexesAt36();
+    if (state.bIndxPresent != 0 && misread > 0) {
+        Note(Severity::Warning, {}, "misread_index",
+             fmt::format("{} of {} index chunks have their records {} bytes behind their start and not {}: "
+                         "they are read one word off, and not usable for seeking",
+                         misread, m_scan.IndexChunks(), isDefault ? 32 : 36, isDefault ? 36 : 32));
+    }
+}
+
+// ---- Delivery ----
+
+// One pass delivers the video, one audio track and one subtitle track.
+void Checker::Deliver(Reader& reader)
+{
+    const UInt32 passes = std::max({reader.AudioTracks(), reader.SubtitleTracks(), 1u});
+    for (UInt32 pass = 0; pass < passes; ++pass) {
+        if (pass == 0) {
+            reader.Start();
+        } else {
+            lxAviReadCore_RewindToStart();
+        }
+        DeliverPass(reader, pass);
+    }
+}
+
+void Checker::DeliverPass(Reader& reader, UInt32 pass)
+{
+    Structure structure(m_file);
+    FindingRow lost(m_findings);
+    FindingRow strange(m_findings);
+    const auto reportLost = [&](const RiffPart& part) {
+        if (pass == 0) {
+            lost.Add({Severity::Error, part.offset, "chunk_not_delivered",
+                      fmt::format("chunk '{}' is not delivered", FourCCText(part.id))});
+        }
+    };
+    Progress progress("checking the delivery", reader.FileSize());
+    for (;;) {
+        const Item item = reader.Next(std::min<UInt32>(pass, LX_AVIREAD_AUDIO_TRACKS - 1), pass);
+        if (Reader::IsEnd(item)) {
+            FinishPass(item, structure, reportLost);
+            return;
+        }
+        progress.At(item.offset);
+        if (structure.GoTo(item.offset, reportLost)) {
+            structure.Advance();
+            lost.End();
+            strange.End();
+        } else if (pass == 0) {
+            strange.Add({Severity::Warning, item.offset, "chunk_outside_structure",
+                         "delivered a chunk where the file's structure has none"});
+        }
+        if (!Take(reader, item, pass)) {
+            return;
+        }
+    }
+}
+
+void Checker::FinishPass(const Item& last, Structure& structure, const std::function<void(const RiffPart&)>& reportLost)
+{
+    if (last.result == LX_AVIREAD_END_OF_MEDIA) {
+        structure.GoTo(m_file.Size(), reportLost);
+    } else {
+        Note(Severity::Error, last.offset + 8, "delivery_stopped", Failure("delivery stopped", last.result).what());
+    }
+}
+
+// False when delivery cannot go on.
+bool Checker::Take(Reader& reader, const Item& item, UInt32 pass)
+{
+    if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
+        Note(Severity::Warning, item.offset, "chunk_of_no_stream",
+             fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
+    }
+    if (item.result == LX_OK) {
+        Observe(reader, item, pass);
+    }
+    if (item.result != LX_OK || !IsNew(item, pass)) {
+        reader.Skip(item);
+        return true;
+    }
+    ++m_delivered;
+    try {
+        reader.ReadPayload(item, [](std::span<const UInt8>) {});
+        return true;
+    } catch (const Failure& failure) {
+        Note(Severity::Error, item.offset, "unreadable_chunk", failure.what());
+        return false;
+    }
+}
+
+// ---- Interleave ----
+
+void Checker::Observe(const Reader& reader, const Item& item, UInt32 pass)
+{
+    const bool isVideo = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO;
+    const bool isAudio = item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO;
+    if (reader.State().videoStreamNr >= 0 && pass < reader.AudioTracks() && (isVideo || isAudio)) {
+        m_interleaves[pass].Add(isVideo ? Side::Video : Side::Audio, item.time, item.chunk.uiSize, item.offset);
+    }
+    if (m_observer.delivered) {
+        m_observer.delivered(item, IsNew(item, pass));
+    }
+}
+
+void Checker::CheckInterleave()
+{
+    for (const auto& [track, interleave] : m_interleaves) {
+        if (interleave.NeededMsec() > kCommonQueueMsec || interleave.NeededBytes() > kCommonQueueBytes) {
+            Note(Severity::Warning, interleave.WorstOffset(), "bad_interleave",
+                 fmt::format(
+                     "audio track {} and the video are up to {} ms apart in the file: a player needs to buffer {} "
+                     "bytes, and common players have room for {} ms and {} bytes",
+                     track, interleave.NeededMsec(), interleave.NeededBytes(), kCommonQueueMsec, kCommonQueueBytes));
+        }
+    }
+}
+
+} // namespace lxavi
