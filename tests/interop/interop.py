@@ -73,6 +73,8 @@ class LargeFile(unittest.TestCase):
         self.assertGreater(path.stat().st_size, 1 << 30)
         segments = json.loads(run(LXAVI, "info", str(path), "--json"))["segments"]
         self.assertGreaterEqual(len(segments), 2)
+        checked = json.loads(run(LXAVI, "check", str(path), "--json"))  # its index lists the chunks of all segments
+        self.assertEqual((checked["summary"]["errors"], checked["summary"]["warnings"]), (0, 0), checked["rows"])
         found = walk(path).chunks
         for mode in MODES:
             got = [(int(r["offset"]), int(r["size_bytes"]), int(r["crc32"])) for r in rows("chunks", path, *mode)]

@@ -249,10 +249,10 @@ class Tool(InScratchFolder):
         self.assertEqual((index["key_frames"], index["key_frames_stored"], index["step"]), (60, 60, 1))
 
     def test_audio_alone_has_a_duration(self):
-        path = self.file(MJPEG.read_bytes().replace(b"vids", b"mids"))
+        path = self.file(avi([audio()], [(0, b"wb", bytes(1600), True) for _ in range(40)]))  # 16000 bytes a second
         info = report("info", path)
-        self.assertEqual(info["streams"][1]["duration_us"], 3999000)  # 63984 bytes, 16000 a second
-        self.assertEqual(info["duration_us"], 3999000)
+        self.assertEqual(info["streams"][0]["duration_us"], 4000000)
+        self.assertEqual(info["duration_us"], 4000000)
         self.assertEqual(info["index"]["obstacle"], "there is no video stream")
         self.assertEqual(lxavi("check", path).returncode, 0)
 
@@ -554,6 +554,16 @@ class Tool(InScratchFolder):
         self.assertLess(abs(part[1]["begins_us"] - 1040000), 30000)
         self.assertEqual((whole[0]["begins_us"], whole[0]["duration_us"]), (0, 6040000))
 
+    def test_a_range_of_audio_alone_needs_no_key_frame(self):
+        path = self.file(avi([audio()], [(0, b"wb", bytes(1600), True) for _ in range(40)]))
+        _, part = self.extract(path, "--from", "1s", "--to", "2s")
+        self.assertEqual((part[0]["chunks"], part[0]["begins_us"], part[0]["duration_us"]), (10, 1000000, 1000000))
+
+    def test_wrong_fields_are_refused_before_anything_is_written(self):
+        out = self.folder / "out"
+        self.assertEqual(lxavi("extract", MPEG4, "--out", out, "--fields", "bogus").returncode, 2)
+        self.assertFalse(out.exists())
+
     def test_a_range_holds_audio_that_comes_long_after_its_video(self):
         frames = [(0, b"dc", mpeg4_frame(n % 25 == 0), n % 25 == 0) for n in range(500)]  # 20 s, then all audio
         sound = [(1, b"wb", bytes(16000), True) for _ in range(20)]
@@ -726,6 +736,113 @@ class Tool(InScratchFolder):
         self.assertEqual(found["chunk_not_delivered"]["severity"], "error")
         self.assertNotIn("chunk_not_delivered", findings(self.file(short)))
         self.assertGreater(at, 0)
+
+    def test_media_data_that_no_list_holds_are_an_error(self):
+        frames = [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(10)]
+        data = bytearray(avi([video(b"XVID")], frames))
+        movi = data.index(b"movi")
+        struct.pack_into("<I", data, movi - 4, 4 + 4 * 108)  # four of the chunks, of 108 bytes each
+        found = findings(self.file(data))["chunk_unreachable"]
+        self.assertEqual((found["severity"], found["offset"], found["places"]), ("error", movi + 4 + 4 * 108, 6))
+        _, streams = self.extract(self.file(data))
+        self.assertEqual(streams[0]["chunks"], 4)
+        self.assertEqual(self.left_out(), {None: "6 chunks stand in no list of media data"})
+
+    def opendml(self):
+        """Two lists, each with 30 frames and an index chunk, and a super index; the places of these."""
+        def index(name, wide, base, frames):
+            records = b"".join(struct.pack("<II", frame + 8 - base, 100 | (0 if key else 1 << 31)) for frame, key in frames)
+            return name + struct.pack("<IHBBI4sQI", 24 + len(records), 2, 0, 1, len(frames), b"00dc", base, 0) + records
+        frames = [(0, b"dc", mpeg4_frame(n % 10 == 0), n % 10 == 0) for n in range(30)]
+        entry = struct.pack("<IHBBI4sIII", 24 + 2 * 16, 4, 0, 0, 2, b"00dc", 0, 0, 0) + bytes(32)
+        plain = avi([video(b"XVID")], frames, index=False)
+        strf = plain.index(b"strf")
+        strf_end = strf + 8 + struct.unpack_from("<I", plain, strf + 4)[0]
+        head = bytearray(plain[:strf_end] + b"indx" + entry)
+        struct.pack_into("<I", head, head.index(b"strl") - 4, len(head) - head.index(b"strl"))
+        struct.pack_into("<I", head, head.index(b"hdrl") - 4, len(head) - head.index(b"hdrl"))
+        data, places = bytes(head), []
+        media = b"".join(b"00dc" + struct.pack("<I", 100) + f[2] for f in frames)
+        for lead in (b"", b"RIFF\0\0\0\0AVIX"):
+            start = len(data) + len(lead) + 12
+            chunk = index(b"ix00", 0, start, [(start + 108 * n, frames[n][3]) for n in range(30)])
+            places.append((start + len(media), len(chunk)))
+            movi = b"LIST" + struct.pack("<I", 4 + len(media) + len(chunk)) + b"movi" + media + chunk
+            lead = lead[:4] + struct.pack("<I", 4 + len(movi)) + lead[8:] if lead else lead
+            data += lead + movi
+            if not lead:
+                data = bytearray(data)
+                struct.pack_into("<I", data, 4, len(data) - 8)
+                data = bytes(data)
+        data = bytearray(data)
+        at = data.index(b"indx") + 8 + 24
+        for n, (offset, size) in enumerate(places):
+            struct.pack_into("<QII", data, at + 16 * n, offset, size, 30)
+        struct.pack_into("<I", data, data.index(b"strh") + 8 + 32, 60)
+        return data, places, at
+
+    def test_every_list_is_compared_with_its_opendml_index(self):
+        data, _, _ = self.opendml()
+        checked = report("check", self.file(data), "--fail-on", "warning")
+        self.assertEqual([r for r in checked["rows"] if r["severity"] != "note"], [])
+        self.assertEqual(checked["summary"]["chunks_delivered"], 60)
+
+    def test_a_super_index_that_leads_nowhere_is_told(self):
+        for change, code, severity in ((lambda d, at: struct.pack_into("<Q", d, at + 16, 4), "super_index_entry", "warning"),
+                                       (lambda d, at: struct.pack_into("<I", d, at + 16 + 8, 99), "super_index_entry", "warning"),
+                                       (lambda d, at: struct.pack_into("<I", d, at - 20, 1), "index_chunk_not_listed", "warning"),
+                                       (lambda d, at: struct.pack_into("<4s", d, at - 16, b"01dc"), "super_index_stream", "warning"),
+                                       (lambda d, at: struct.pack_into("<4s", d, d.rindex(b"RIFF"), b"XXXX"), "segment_unreachable", "error")):
+            data, _, at = self.opendml()
+            change(data, at)
+            found = findings(self.file(data))
+            self.assertIn(code, found)
+            self.assertEqual(found[code]["severity"], severity)
+
+    def test_lengths_and_rates_of_the_headers_are_compared(self):
+        frames = [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(10)]
+        data = bytearray(avi([video(b"XVID")], frames))
+        for length, told in ((10, False), (12, False), (13, True), (8, False), (7, True), (0, True)):
+            struct.pack_into("<I", data, data.index(b"strh") + 8 + 32, length)
+            self.assertEqual("stream_length" in findings(self.file(data)), told, length)
+        struct.pack_into("<II", data, data.index(b"strh") + 8 + 20, 0, 0)
+        self.assertIn("stream_rate", findings(self.file(data)))
+
+    def test_damage_ends_where_the_next_chunk_begins(self):
+        frames = [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(10)]
+        data = avi([video(b"XVID")], frames)
+        at = data.index(b"movi") + 4 + 3 * 108
+        for inserted, severity in ((b"\xaa" * 7, "warning"), (b"\xaa" * 500, "error")):
+            damaged = bytearray(data[:at] + inserted + data[at:])
+            for field in (4, data.index(b"movi") - 4):
+                struct.pack_into("<I", damaged, field, struct.unpack_from("<I", data, field)[0] + len(inserted))
+            found = findings(self.file(damaged))
+            self.assertEqual((found["no_chunk"]["severity"], found["no_chunk"]["offset"]), (severity, at))
+            self.assertIn(f"{len(inserted)} bytes are left over", found["no_chunk"]["text"])
+            self.assertNotIn("chunk_outside_structure", found)
+        named = bytearray(data)
+        named[at:at + 4] = b"ZZZZ"
+        self.assertEqual(findings(self.file(named))["unknown_chunk"]["offset"], at)
+
+    def test_what_stands_behind_the_lists_costs_nothing(self):
+        for rest in (b"\0" * 5000, b"some text of another program " * 9, b"abc"):
+            found = [(r["severity"], r["code"]) for r in table("check", self.file(MPEG4.read_bytes() + rest))]
+            self.assertEqual(found, [("note", "bytes_behind_riff")], rest)
+
+    def test_chunks_of_streams_that_the_headers_lack_are_told(self):
+        chunks_ = [(n % 3, b"dc" if n % 3 == 0 else b"wb", mpeg4_frame(n == 0), True) for n in range(30)]
+        path = self.file(avi([video(b"XVID"), audio()], chunks_))
+        found = findings(path)["chunk_of_no_stream"]
+        self.assertEqual((found["severity"], found["places"]), ("error", 10))
+        self.extract(path)
+        self.assertEqual(self.left_out(), {2: "the headers do not describe it; it has 10 chunks"})
+
+    def test_an_index_is_never_extracted(self):
+        data = MPEG4.read_bytes()
+        lost = walk(MPEG4).chunks[50]
+        short = self.file(data[:lost.offset] + data[lost.offset + 8 + lost.size + lost.size % 2:])  # all sizes are stale
+        _, streams = self.extract(short)
+        self.assertEqual(sum(s["chunks"] for s in streams.values()), len(walk(MPEG4).chunks) - 1)
 
     def test_an_unfinished_file_is_told_as_such(self):
         data = bytearray(MPEG4.read_bytes())

@@ -819,5 +819,19 @@ TEST_F(Quirks, Quirk_Q75_IndexChunksAreMediaDataWhereNoIndexIsKnown)
     }
 }
 
+TEST_F(Quirks, Quirk_Q76_ChunksOfMissingStreamsAreSearched)
+{
+    const Bytes inside = Text("00dc") + U32(4) + Fill(4);
+    builder.Media("05wb", inside).Frame(0, Fill(10), true);
+    for (const bool bFormat : {false, true}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        indxOptionOfOpen = bFormat ? LX_AVIREAD_FOLLOW_FORMAT | 1 : 1;
+        ASSERT_EQ(Open(builder), LX_OK);
+        Position();
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+        EXPECT_EQ(Next().payload, bFormat ? Fill(10) : Fill(4));
+    }
+}
+
 } // namespace
 } // namespace avitest

@@ -583,5 +583,107 @@ TEST_F(ListEnds, WhatStandsAcrossTheEndOfAListCostsNothingOfTheNext)
     }
 }
 
+// ---- Chunks of streams that the file does not have ----
+
+class ForeignChunks : public FormatMode {
+protected:
+    // Delivers all, and returns what was delivered of stream 0.
+    std::vector<Bytes> Frames(const Bytes& file, bool bSeekable = true)
+    {
+        EXPECT_EQ(lxAviReadCore_Close(), LX_OK);
+        indxOptionOfOpen = kFormat;
+        EXPECT_EQ(Open(file), LX_OK);
+        Position();
+        lxalAviRead_FileSeekPossible = bSeekable ? 1 : 0;
+        std::vector<Bytes> payloads;
+        for (Delivered got = Next(); got.uiResult == LX_OK || got.uiResult == LX_ERR_AVIREAD_BAD_STREAM; got = Next()) {
+            if (got.uiResult == LX_OK) {
+                payloads.push_back(got.payload);
+            }
+        }
+        return payloads;
+    }
+
+    static Bytes LooksLikeAFrame(UInt32 size) { return Text("00dc") + U32(4) + Fill(size - 8); }
+};
+
+TEST_F(ForeignChunks, AreSteppedOverWhereAnotherChunkFollows)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), false);
+    builder.Media("23dc", LooksLikeAFrame(31)).Media("23dc", LooksLikeAFrame(13)).Frame(0, Fill(12), false);
+    EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8), Fill(10), Fill(12)}));
+}
+
+TEST_F(ForeignChunks, AreSteppedOverWhereTheListEnds)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30));
+    EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8)}));
+    builder.NextRiff().Frame(0, Fill(10), false);
+    EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8), Fill(10)}));
+}
+
+TEST_F(ForeignChunks, AreSearchedWhereNoChunkFollows)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Raw(Fill(8)).Frame(0, Fill(10), false);
+    EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8), Fill(4), Fill(10)}));
+}
+
+TEST_F(ForeignChunks, AreSearchedWhereTheyClaimMoreThanTheirList)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), false);
+    Bytes file = builder.Build();
+    for (const UInt32 size : {100u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        Patch32(file, static_cast<size_t>(builder.MediaItems()[1].uiOffset) + 4, size);
+        EXPECT_EQ(Frames(file), (std::vector<Bytes>{Fill(8), Fill(4), Fill(10)})) << size;
+    }
+}
+
+TEST_F(ForeignChunks, AreSearchedWhereTheInputCannotSeek)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), false);
+    EXPECT_EQ(Frames(builder.Build(), false), (std::vector<Bytes>{Fill(8), Fill(4), Fill(10)}));
+}
+
+TEST_F(ForeignChunks, AreSearchedWhereTheFileEndsBehindThem)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), false);
+    Bytes file = builder.Build();
+    file.resize(static_cast<size_t>(builder.MediaItems()[2].uiOffset) + 2);
+    EXPECT_EQ(Frames(file), (std::vector<Bytes>{Fill(8), Fill(4)}));
+}
+
+TEST_F(ForeignChunks, AreForgottenByAJump)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), true);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+    lxAviReadCore_RewindToStart();
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+    EXPECT_EQ(Next().payload, Fill(10));
+}
+
+TEST_F(FormatMode, AnIdx1ThatReachesOverTheEndOfItsListEndsTheList)
+{
+    const Bytes records = Text("00dc") + U32(0x10) + U32(4) + U32(10);
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Raw(Text("idx1") + U32(160) + records + records);
+    for (const bool bFurther : {false, true}) {
+        if (bFurther) {
+            builder.NextRiff().Frame(0, Fill(12), false);
+        }
+        ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+        Position();
+        EXPECT_EQ(Next().payload, Fill(8));
+        if (bFurther) {
+            EXPECT_EQ(Next().payload, Fill(12));
+        }
+        EXPECT_EQ(Next().uiResult, UInt32{LX_AVIREAD_END_OF_MEDIA});
+    }
+}
+
 } // namespace
 } // namespace avitest

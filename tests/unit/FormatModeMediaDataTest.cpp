@@ -547,6 +547,14 @@ TEST_F(MediaData, AWalkMeetsTheChunksOfAllStreams)
     EXPECT_EQ(chunks[4].uiDescriptor, built[4]);
 }
 
+TEST_F(MediaData, AWalkStepsOverChunksOfMissingStreams)
+{
+    builder.Frame(0, FrameBytes(0, true), true).Media("05wb", Text("00dc") + U32(4) + Fill(20));
+    builder.Frame(0, FrameBytes(1, false), false);
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(WalkedOffsets(), OffsetsOf("00dc"));
+}
+
 TEST_F(MediaData, AfterAFailedOpenThereIsNothingToWalk)
 {
     EXPECT_NE(OpenAs(kFormat, Riff("AVI ", Chunk("JUNK", Fill(8)))), LX_OK);

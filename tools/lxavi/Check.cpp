@@ -12,6 +12,8 @@ namespace lxavi {
 
 namespace {
 
+const std::vector<Column> kColumns = {{"severity", -8}, {"offset", 12}, {"places", 6}, {"code", -22}, {"text", -40}};
+
 Json SummaryOf(const Findings& findings, UInt64 delivered, size_t found, size_t printed)
 {
     Json summary;
@@ -46,6 +48,7 @@ std::string Count(UInt64 count, const char* what) { return fmt::format("{} {}{}"
 
 int RunCheck(const Options& options, const CheckOptions& check)
 {
+    RefuseUnknownFields(options, kColumns); // before the work
     Checker checker(options);
     Findings& findings = checker.Run();
     const std::vector<Finding>& all = findings.Sort();
@@ -55,7 +58,7 @@ int RunCheck(const Options& options, const CheckOptions& check)
                                             Count(summary["warnings"], "warning"), Count(summary["notes"], "note"),
                                             Count(checker.Delivered(), "chunk"));
     {
-        TableWriter table(options, {{"severity", -8}, {"offset", 12}, {"places", 6}, {"code", -20}, {"text", -40}});
+        TableWriter table(options, kColumns);
         for (size_t i = 0; i < printed; ++i) {
             const Finding& finding = all[i];
             table.Row({SeverityName(finding.severity), finding.offset ? Json(*finding.offset) : Json(), finding.places,

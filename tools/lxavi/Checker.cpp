@@ -56,6 +56,9 @@ Findings& Checker::Run()
     CheckIndexes();
     Reader reader(m_options);
     CheckHeaders(reader);
+    CheckLengths(reader);
+    CheckOutside();
+    CheckSuperIndexes(reader);
     CheckTable(reader);
     Deliver(reader);
     CheckInterleave();
@@ -77,7 +80,8 @@ std::string Checker::RegularFile(const Options& options)
 // Damage often comes in rows of the same kind.
 void Checker::Add(const Finding& finding)
 {
-    const bool isOfRow = finding.code == "bad_list" || finding.code == "short_rest" || finding.code == "no_chunk";
+    const bool isOfRow = finding.code == "bad_list" || finding.code == "short_rest" || finding.code == "no_chunk" ||
+                         finding.code == "unknown_chunk";
     if (!isOfRow || finding.code != m_rowOf) {
         m_row.End();
     }
@@ -147,14 +151,107 @@ void Checker::CheckTypes(const Reader& reader)
     }
 }
 
+// A video stream is as long as it has frames. Players believe the headers where they show a duration.
+void Checker::CheckLengths(const Reader& reader)
+{
+    constexpr UInt32 kTolerance = 2; // frames; many writers count one more, or one less
+    const auto differs = [kTolerance](UInt32 told, UInt32 counted) {
+        return std::max(told, counted) - std::min(told, counted) > std::max(kTolerance, counted / 100);
+    };
+    for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
+        const lxAviReadCore_StreamInfo_t& stream = *reader.Stream(i);
+        if (stream.StreamType != LX_AVIREAD_STREAM_VIDEO || stream.Header.dwSampleSize != 0) {
+            continue;
+        }
+        if (differs(stream.Header.dwLength, m_frames[i])) {
+            Note(Severity::Warning, {}, "stream_length",
+                 fmt::format("the header of stream {} says {} frames, the file has {}", i, stream.Header.dwLength,
+                             m_frames[i]));
+        }
+        if (stream.Header.dwRate == 0 || stream.Header.dwScale == 0) {
+            Note(Severity::Warning, {}, "stream_rate", fmt::format("the header of stream {} has no frame rate", i));
+        }
+    }
+}
+
+// What players that trust the lists never find. Where the media data reach into the index, what looks like a chunk behind
+// them is a record of the index.
+void Checker::CheckOutside()
+{
+    const bool isInIndex = m_scan.strangerInMovi && m_scan.strangerInMovi->id == Code("idx1");
+    if (m_scan.mediaOutside && !isInIndex) {
+        m_findings.Add(
+            {.severity = Severity::Error,
+             .offset = m_scan.mediaOutside->offset,
+             .code = "chunk_unreachable",
+             .text = fmt::format("chunk '{}' stands in no list of media data", FourCCText(m_scan.mediaOutside->id)),
+             .places = m_scan.mediaOutsideCount,
+             .last = m_scan.lastMediaOutside});
+    }
+}
+
 // ---- Indexes ----
+
+void Checker::CheckSuperIndexes(const Reader& reader)
+{
+    for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
+        if (reader.Stream(i)->IndxChunk.pAviSuperIndexEntry != nullptr &&
+            reader.Stream(i)->IndxChunk.aviIndxcommonSection.uiIndexType == 0) {
+            CheckSuperIndex(i, *reader.Stream(i));
+        }
+    }
+}
+
+// Every entry leads to an index chunk of the stream, and every index chunk of the stream has an entry.
+void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t& stream)
+{
+    std::map<UInt64, const ScannedIndex*> unlisted; // by offset
+    for (const ScannedIndex& index : m_scan.indexes) {
+        if (index.id != Code("indx") && StreamOf(index.records.chunkId) == streamNr) {
+            unlisted[index.offset] = &index;
+        }
+    }
+    const auto& common = stream.IndxChunk.aviIndxcommonSection;
+    for (UInt32 i = 0; i < common.uiEntriesInUse; ++i) {
+        const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
+        ChunkHead header = {};
+        const bool isThere =
+            m_file.Read(entry.qwOffset, &header, sizeof header) && (header.id & 0xFFFF) == ('i' | 'x' << 8);
+        if (unlisted.erase(entry.qwOffset) == 0) {
+            Note(isThere ? Severity::Error : Severity::Warning, entry.qwOffset,
+                 isThere ? "segment_unreachable" : "super_index_entry",
+                 fmt::format("entry {} of the super index of stream {} leads to {}", i, streamNr,
+                             isThere ? "an index chunk that no list holds: its media data cannot be reached"
+                                     : "no index chunk"));
+        } else if (entry.dwSize != header.size && entry.dwSize != header.size + sizeof header) {
+            Note(Severity::Warning, entry.qwOffset, "super_index_entry",
+                 fmt::format("entry {} of the super index of stream {} says {} bytes, the index chunk has {}", i,
+                             streamNr, entry.dwSize, header.size));
+        }
+    }
+    for (const auto& [offset, index] : unlisted) {
+        Note(Severity::Warning, offset, "index_chunk_not_listed",
+             fmt::format("index chunk '{}' is not listed by the super index of stream {}", FourCCText(index->id),
+                         streamNr));
+    }
+    if (common.uiEntriesInUse > 0 && StreamOf(common.dwChunkId) != streamNr) {
+        Note(Severity::Warning, {}, "super_index_stream",
+             fmt::format("the super index of stream {} is about the chunks '{}'", streamNr,
+                         FourCCText(common.dwChunkId)));
+    }
+}
 
 void Checker::CheckIndexes()
 {
     Options options = m_options;
     options.defaultMode = false;
     const Reader reader(options);
-    CompareIndexes(reader, m_file, m_scan, m_findings, m_observer.chunk);
+    CompareIndexes(reader, m_file, m_scan, m_findings, [this](const lxAviRead_MediaChunk_t& chunk) {
+        ++m_frames[chunk.uiStreamNr];
+        if (m_observer.chunk) {
+            m_observer.chunk(chunk);
+        }
+    });
 }
 
 void Checker::CheckTable(Reader& reader)
@@ -196,6 +293,7 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
     Structure structure(m_file);
     FindingRow lost(m_findings);
     FindingRow strange(m_findings);
+    FindingRow foreign(m_findings);
     const auto reportLost = [&](const RiffPart& part) {
         if (pass == 0) {
             lost.Add({Severity::Error, part.offset, "chunk_not_delivered",
@@ -218,6 +316,12 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
             strange.Add({Severity::Warning, item.offset, "chunk_outside_structure",
                          "delivered a chunk where the file's structure has none"});
         }
+        if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
+            foreign.Add(
+                {Severity::Error, item.offset, "chunk_of_no_stream",
+                 fmt::format("chunk of stream {}, which the headers do not describe, or not as a type that is read",
+                             item.chunk.uiStreamNr)});
+        }
         if (!Take(reader, item, pass)) {
             return;
         }
@@ -236,10 +340,6 @@ void Checker::FinishPass(const Item& last, Structure& structure, const std::func
 // False when delivery cannot go on.
 bool Checker::Take(Reader& reader, const Item& item, UInt32 pass)
 {
-    if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
-        Note(Severity::Warning, item.offset, "chunk_of_no_stream",
-             fmt::format("chunk of stream {}, which the file does not have", item.chunk.uiStreamNr));
-    }
     if (item.result == LX_OK) {
         Observe(reader, item, pass);
     }

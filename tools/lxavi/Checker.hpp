@@ -42,6 +42,10 @@ private:
     void CheckHeaders(const Reader& reader);
     void CheckFrameRate(const Reader& reader, const lxAviRead_Avih_t& avih);
     void CheckTypes(const Reader& reader);
+    void CheckLengths(const Reader& reader);
+    void CheckOutside();
+    void CheckSuperIndexes(const Reader& reader);
+    void CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t& stream);
     void CheckIndexes();
     void CheckTable(Reader& reader);
     void CheckInterleave();
@@ -60,6 +64,7 @@ private:
     SourceFile m_file;
     RiffScan m_scan;
     std::map<UInt32, Interleave> m_interleaves; // by audio track
+    std::map<UInt32, UInt32> m_frames;          // chunks of each stream
     UInt64 m_delivered = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "Codecs.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
+#include "RiffWalk.hpp"
 #include "StreamFile.hpp"
 
 #include <fmt/format.h>
@@ -18,6 +19,9 @@ namespace lxavi {
 namespace {
 
 namespace fs = std::filesystem;
+
+const std::vector<Column> kColumns = {{"stream", 6},         {"type", -8},  {"codec", -16}, {"chunks", 8},
+                                      {"payload_bytes", 13}, {"form", -26}, {"file", -24}};
 
 // What one pass over the file writes. One pass delivers one video stream, one audio track and one subtitle track.
 struct Pass {
@@ -137,6 +141,7 @@ public:
             Play(passes[i], what);
         }
         NoteEmptyStreams();
+        NoteUndelivered();
         return Finish();
     }
 
@@ -246,6 +251,36 @@ private:
         }
     }
 
+    // Chunks of the file that are never delivered: those of streams that the headers do not describe, and those that stand
+    // in no list of media data. A pipe cannot be read again to count them.
+    void NoteUndelivered()
+    {
+        if (!m_reader.IsRegularFile()) {
+            return;
+        }
+        const SourceFile file(m_reader.Settings().Path());
+        RiffWalk walk(file);
+        std::map<UInt32, UInt64> strange; // chunks, by stream
+        UInt64 outside = 0;
+        for (RiffPart part = {}; walk.Next(part);) {
+            const bool isMedia = part.type == 0 && IsMediaId(part.id) && HasStreamNumber(part.id);
+            const UInt32 number = StreamOf(part.id);
+            const bool isDescribed = m_reader.Stream(number) != nullptr && number < m_reader.StreamCount();
+            outside += isMedia && !part.isInMovi ? 1 : 0;
+            if (isMedia && part.isInMovi && !isDescribed && number < LX_AVIREAD_STREAMS) {
+                ++strange[number];
+            }
+        }
+        for (const auto& [number, chunks] : strange) {
+            NoteLeftOut(number, fmt::format("the headers do not describe it; it has {} chunks", chunks));
+        }
+        if (outside > 0) {
+            const std::string why = fmt::format("{} chunks stand in no list of media data", outside);
+            Say(fmt::format("lxavi: {}: {}", m_reader.Settings().file, why));
+            m_leftOut.push_back({{"stream", nullptr}, {"why", why}});
+        }
+    }
+
     bool IsWanted(UInt32 number) const
     {
         const lxAviReadCore_StreamInfo_t& stream = *m_reader.Stream(number);
@@ -278,7 +313,7 @@ private:
             m_reader.Start();
         }
         m_hasStarted = true;
-        if (m_extract.from) {
+        if (m_extract.from && m_mainVideo >= 0) {
             m_reader.Seek(*m_extract.from, pass.audio ? static_cast<int>(*pass.audio) : -1, lxAviRead_SetPosRoundDown);
         }
     }
@@ -308,10 +343,12 @@ private:
                 return;
             }
             progress.At(item.offset);
+            // without video there are no key frames to jump to, and none are needed
+            const bool isEarly = m_mainVideo < 0 && item.time < m_extract.from.value_or(0);
             const bool isOver = m_extract.to && item.result == LX_OK && item.time >= *m_extract.to;
             isVideoOver = isVideoOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO);
             isAudioOver = isAudioOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO);
-            if (item.result != LX_OK || isOver || !Writes(pass, item)) {
+            if (item.result != LX_OK || isOver || isEarly || !Writes(pass, item)) {
                 m_reader.Skip(item);
                 continue;
             }
@@ -361,6 +398,7 @@ private:
 
 int RunExtract(const Options& options, const ExtractOptions& extract)
 {
+    RefuseUnknownFields(options, kColumns);     // before the work
     constexpr UInt32 kEveryKeyFrame = 1u << 30; // a range begins at the nearest one
     Options settings = options;
     settings.budget = kEveryKeyFrame;
@@ -370,13 +408,7 @@ int RunExtract(const Options& options, const ExtractOptions& extract)
     Extraction extraction(reader, extract);
     const Json manifest = extraction.Run();
     {
-        TableWriter table(options, {{"stream", 6},
-                                    {"type", -8},
-                                    {"codec", -16},
-                                    {"chunks", 8},
-                                    {"payload_bytes", 13},
-                                    {"form", -26},
-                                    {"file", -24}});
+        TableWriter table(options, kColumns);
         for (const Json& stream : manifest["streams"]) {
             table.Row({stream["stream"], stream["type"], stream["codec"], stream["chunks"], stream["payload_bytes"],
                        stream["form"], (fs::path(extract.folder) / stream["file"].get<std::string>()).string()});

@@ -27,12 +27,15 @@ bool MayBeginElsewhere(const lxAviReadCore_StreamInfo_t* stream)
     return coding == Coding::H264 || coding == Coding::H265;
 }
 
+// Whether a stream is of a type that is played, by its number; the last one stands for all numbers beyond.
+using PlayedStreams = std::array<bool, LX_AVIREAD_STREAMS + 1>;
+
 // One index on its way along the chunks. Both are in the order of their offsets.
 class IndexCursor {
 public:
-    IndexCursor(const SourceFile& file, Findings& findings, const std::vector<RecordRun>& runs, UInt64 base,
-                Extent about, std::string name)
-        : m_file(file), m_findings(findings), m_records(file, runs), m_base(base), m_about(about),
+    IndexCursor(const SourceFile& file, Findings& findings, const PlayedStreams& streams,
+                const std::vector<RecordRun>& runs, UInt64 base, Extent about, std::string name)
+        : m_file(file), m_findings(findings), m_streams(streams), m_records(file, runs), m_base(base), m_about(about),
           m_name(std::move(name)), m_isIdx1(!runs.empty() && runs.front().isIdx1)
     {
         Advance();
@@ -67,22 +70,32 @@ private:
     UInt64 Offset() const { return m_base + m_record.offset; }
     void Advance() { m_has = m_records.Next(m_record); }
 
-    void Note(const lxAviRead_MediaChunk_t& chunk, const char* code, const std::string& text)
+    void Note(FindingRow& row, const lxAviRead_MediaChunk_t& chunk, const char* code, const std::string& text)
     {
-        m_findings.Add({.severity = Severity::Warning,
-                        .offset = m_record.at,
-                        .code = code,
-                        .text = text,
-                        .media = chunk.uiOffset});
+        row.Add({.severity = Severity::Warning,
+                 .offset = m_record.at,
+                 .code = code,
+                 .text = text,
+                 .media = chunk.uiOffset});
     }
 
-    // A record that leads to no chunk which can be played. It is all right when the chunk it names is there: chunks of
-    // missing streams and cut chunks are reported elsewhere.
+    // A record that leads to no chunk of the media data. Where the chunk stands in the file all the same, no list holds it,
+    // and it cannot be played. (Chunks of missing streams, and chunks that were cut, are reported elsewhere.)
     void ReportStray()
     {
         ChunkHead header = {};
-        const bool isThere = m_file.Read(Offset(), &header, sizeof header) && header.id == m_record.id;
-        if (isThere || !IsMediaId(m_record.id) || IsDescriptor(m_record.id)) {
+        if (!IsMediaId(m_record.id) || IsDescriptor(m_record.id)) {
+            return;
+        }
+        if (m_file.Read(Offset(), &header, sizeof header) && header.id == m_record.id) {
+            const bool isWhole = Offset() + sizeof header + header.size <= m_file.Size();
+            if (isWhole && m_streams.at(std::min<UInt32>(StreamOf(header.id), LX_AVIREAD_STREAMS))) {
+                m_lost.Add({.severity = Severity::Error,
+                            .offset = Offset(),
+                            .code = "chunk_unreachable",
+                            .text = fmt::format("chunk '{}' is listed by {}, but it stands in no list of media data",
+                                                FourCCText(header.id), m_name)});
+            }
             return;
         }
         if (m_record.at != m_strayAt) {
@@ -102,15 +115,19 @@ private:
     void Compare(const lxAviRead_MediaChunk_t& chunk, bool keysMayDiffer)
     {
         if (m_record.size != chunk.uiSize) {
-            Note(chunk, "record_size",
+            Note(m_sizes, chunk, "record_size",
                  fmt::format("index record says {} bytes, the chunk at {} has {}", m_record.size, chunk.uiOffset,
                              chunk.uiSize));
+        } else {
+            m_sizes.End();
         }
         const bool isOther = m_isIdx1 ? m_record.id != chunk.uiId : StreamOf(m_record.id) != StreamOf(chunk.uiId);
         if (isOther) {
             Note(
-                chunk, "record_id",
+                m_ids, chunk, "record_id",
                 fmt::format("index record '{}' points at chunk '{}'", FourCCText(m_record.id), FourCCText(chunk.uiId)));
+        } else {
+            m_ids.End();
         }
         CompareKeyFlag(chunk, keysMayDiffer);
     }
@@ -141,6 +158,7 @@ private:
 
     const SourceFile& m_file;
     Findings& m_findings;
+    const PlayedStreams& m_streams;
     OrderedRecords m_records;
     IndexRecord m_record = {};
     bool m_has = false;
@@ -150,6 +168,9 @@ private:
     bool m_isIdx1;
     FindingRow m_missing{m_findings}; // chunks
     FindingRow m_stray{m_findings};   // records
+    FindingRow m_sizes{m_findings};
+    FindingRow m_ids{m_findings};
+    FindingRow m_lost{m_findings};    // chunks that no list holds
     FindingRow m_tooMany{m_findings}; // key flags
     FindingRow m_tooFew{m_findings};
     UInt64 m_strayAt = 0; // where the next one of the row would be
@@ -160,11 +181,12 @@ public:
     Comparison(const Reader& reader, const SourceFile& file, const RiffScan& scan, Findings& findings)
         : m_reader(reader), m_file(file), m_scan(scan), m_findings(findings)
     {
-        AddOpenDml();
-        AddIdx1();
         for (UInt32 i = 0; i < LX_AVIREAD_STREAMS; ++i) {
             m_mayBeginElsewhere[i] = MayBeginElsewhere(reader.Stream(i));
+            m_played[i] = reader.Stream(i) != nullptr && reader.Stream(i)->StreamType != LX_AVIREAD_STREAM_NONE;
         }
+        AddOpenDml();
+        AddIdx1();
     }
 
     void Run(const std::function<void(const lxAviRead_MediaChunk_t&)>& observer)
@@ -204,7 +226,7 @@ private:
         }
         for (const auto& [stream, ofStream] : runs) {
             m_openDml.emplace(std::piecewise_construct, std::forward_as_tuple(stream),
-                              std::forward_as_tuple(m_file, m_findings, ofStream, 0, Extent{0, m_file.Size()},
+                              std::forward_as_tuple(m_file, m_findings, m_played, ofStream, 0, Extent{0, m_file.Size()},
                                                     "the index of its stream"));
         }
     }
@@ -218,7 +240,8 @@ private:
         const std::vector<Extent> lists = MediaLists(m_reader);
         const bool isFirstListAlone = !m_openDml.empty() && !lists.empty();
         const UInt64 end = isFirstListAlone ? lists.front().end : m_file.Size();
-        m_idx1.emplace(m_file, m_findings, std::vector{*m_scan.idx1}, Idx1Base(), Extent{0, end}, "the index idx1");
+        m_idx1.emplace(m_file, m_findings, m_played, std::vector{*m_scan.idx1}, Idx1Base(), Extent{0, end},
+                       "the index idx1");
     }
 
     // The position from which the offsets of idx1 count: the file's start, the "movi" code, or the first chunk. The
@@ -255,6 +278,7 @@ private:
     std::map<UInt32, IndexCursor> m_openDml; // by stream
     std::optional<IndexCursor> m_idx1;
     std::array<bool, LX_AVIREAD_STREAMS> m_mayBeginElsewhere = {};
+    PlayedStreams m_played = {};
 };
 
 } // namespace

@@ -250,19 +250,26 @@ Json DocumentHead(const Options& options)
 
 // ---- Tables ----
 
+void RefuseUnknownFields(const Options& options, const std::vector<Column>& columns)
+{
+    std::vector<std::string> names;
+    for (const Column& column : columns) {
+        names.push_back(column.name);
+    }
+    for (const std::string& field : options.fields) {
+        if (std::find(names.begin(), names.end(), field) == names.end()) {
+            throw UsageError(fmt::format("--fields: there is no '{}'; there are: {}", field, fmt::join(names, ", ")));
+        }
+    }
+}
+
 TableWriter::TableWriter(const Options& options, std::vector<Column> columns)
     : m_options(options), m_columns(std::move(columns))
 {
+    RefuseUnknownFields(options, m_columns);
     for (const std::string& field : options.fields) {
         const auto found = std::find_if(m_columns.begin(), m_columns.end(),
                                         [&](const Column& column) { return column.name == field; });
-        if (found == m_columns.end()) {
-            std::vector<std::string> names;
-            for (const Column& column : m_columns) {
-                names.push_back(column.name);
-            }
-            throw UsageError(fmt::format("--fields: there is no '{}'; there are: {}", field, fmt::join(names, ", ")));
-        }
         m_shown.push_back(static_cast<size_t>(found - m_columns.begin()));
     }
     for (size_t i = 0; options.fields.empty() && i < m_columns.size(); ++i) {

@@ -34,6 +34,9 @@ struct Column {
     int width;        // for people; negative: left-aligned
 };
 
+// Throws UsageError when the user wants a field that the table does not have.
+void RefuseUnknownFields(const Options& options, const std::vector<Column>& columns);
+
 // Prints each row at once: aligned, as CSV, or as an element of a JSON array. A value that is not known is null.
 class TableWriter {
 public:

@@ -1,5 +1,7 @@
 #include "RiffScan.hpp"
 
+#include "Text.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -71,6 +73,12 @@ void RiffScan::TakeInMovi(const RiffPart& part)
         lastMedia = part;
     } else if (part.id != Code("JUNK")) {
         strangerInMovi = strangerInMovi.value_or(part);
+        const bool isPalette = part.id >> 16 == ('p' | 'c' << 8) && HasStreamNumber(part.id);
+        if (!isPalette && part.id != Code("idx1")) {
+            Report(Severity::Warning, part.offset, "unknown_chunk",
+                   fmt::format("chunk '{}' of {} bytes is none that the media data can have", FourCCText(part.id),
+                               part.size));
+        }
     }
 }
 
@@ -79,6 +87,11 @@ void RiffScan::TakeHeaderPart(const RiffPart& part)
     constexpr UInt8 kIndexOfChunks = 1;
     UInt32 flags = 0;
     UInt8 indexType = 0;
+    if (moviCode != 0 && IsMediaId(part.id) && HasStreamNumber(part.id)) {
+        mediaOutside = mediaOutside.value_or(part);
+        ++mediaOutsideCount;
+        lastMediaOutside = part.offset;
+    }
     switch (part.id) {
     case Code("idx1"): TakeIdx1(part); break;
     case Code("avih"):

@@ -31,6 +31,9 @@ public:
     std::optional<RiffPart> firstMedia;
     std::optional<RiffPart> lastMedia;
     std::optional<RiffPart> strangerInMovi; // the first that is neither media data nor JUNK
+    std::optional<RiffPart> mediaOutside;   // the first chunk of media data that stands in no list of media data
+    UInt64 mediaOutsideCount = 0;
+    UInt64 lastMediaOutside = 0; // offset
     UInt32 riffLists = 0;
     UInt32 streamLists = 0;
     UInt64 moviCode = 0;       // offset of the first "movi" code

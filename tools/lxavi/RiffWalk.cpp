@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace lxavi {
 
@@ -30,13 +31,53 @@ void RiffWalk::Report(Severity severity, UInt64 offset, const char* code, const 
 
 // Bytes that no chunk begins with. In the media data they may have been chunks; behind the file's RIFF lists they cost
 // nothing.
-void RiffWalk::ReportRest(UInt64 at) const
+void RiffWalk::ReportRest(UInt64 from, UInt64 to) const
 {
-    const List& list = m_lists.back();
-    const bool isBehindAll = m_lists.size() == 1 && m_riffLists > 0;
+    const bool isBehindAll = IsBehindAll();
+    const bool mayBeChunk = m_lists.back().isInMovi && to - from >= sizeof(ChunkHead);
     const Severity elsewhere = isBehindAll ? Severity::Note : Severity::Warning;
-    Report(list.isInMovi ? Severity::Error : elsewhere, at, isBehindAll ? "bytes_behind_riff" : "no_chunk",
-           fmt::format("no chunk begins here, {} bytes are left over", list.end - at));
+    Report(mayBeChunk ? Severity::Error : elsewhere, from, isBehindAll ? "bytes_behind_riff" : "no_chunk",
+           fmt::format("no chunk begins here, {} bytes are left over", to - from));
+}
+
+// Whether the walk stands behind a RIFF list, where a file may have anything.
+bool RiffWalk::IsBehindAll() const { return m_lists.size() == 1 && m_riffLists > 0; }
+
+// Whether the chunk ends where its list ends, or where another chunk begins.
+bool RiffWalk::IsFollowed(UInt64 offset, const ChunkHead& header) const
+{
+    const UInt64 end = offset + sizeof header + header.size;
+    const UInt64 next = end + header.size % 2;
+    ChunkHead behind = {};
+    const bool isLast = end <= m_lists.back().end && next + sizeof header > m_lists.back().end;
+    return isLast || (next + sizeof header <= m_lists.back().end && m_file.Read(next, &behind, sizeof behind) &&
+                      IsPrintableId(behind.id));
+}
+
+// Looks for the next chunk of media data behind damage, up to the end of the list.
+bool RiffWalk::FindNext()
+{
+    List& list = m_lists.back();
+    const UInt64 from = list.at;
+    constexpr size_t kWindow = 64 * 1024;
+    std::vector<UInt8> window;
+    for (UInt64 at = from + 1; list.isInMovi && at + sizeof(ChunkHead) <= list.end; at += kWindow - sizeof(ChunkHead)) {
+        window.resize(static_cast<size_t>(std::min<UInt64>(kWindow, list.end - at)));
+        if (!m_file.Read(at, window.data(), window.size())) {
+            break;
+        }
+        for (size_t i = 0; i + sizeof(ChunkHead) <= window.size(); ++i) {
+            ChunkHead header = {};
+            std::memcpy(&header, window.data() + i, sizeof header);
+            if (IsMediaId(header.id) && HasStreamNumber(header.id) && IsFollowed(at + i, header)) {
+                ReportRest(from, at + i);
+                list.at = at + i;
+                return true;
+            }
+        }
+    }
+    ReportRest(from, list.end);
+    return false;
 }
 
 // Leaves the lists that are at their ends.
@@ -46,13 +87,15 @@ bool RiffWalk::HasNext()
         List& list = m_lists.back();
         ChunkHead header = {};
         if (list.at + sizeof header <= list.end && m_file.Read(list.at, &header, sizeof header)) {
-            if (IsPrintableId(header.id)) {
+            const bool isOfFile = !IsBehindAll() || list.at + sizeof header + header.size <= list.end;
+            if ((IsPrintableId(header.id) && isOfFile) || FindNext()) {
                 return true;
             }
-            ReportRest(list.at);
         } else if (list.at < list.end && m_lists.size() > 1) {
             Report(Severity::Note, list.at, "short_rest",
                    fmt::format("{} bytes at the end of a list are too few for a chunk", list.end - list.at));
+        } else if (list.at < list.end && m_riffLists > 0) {
+            ReportRest(list.at, list.end);
         }
         m_lists.pop_back();
     }

@@ -44,10 +44,13 @@ private:
     };
 
     bool HasNext();
+    bool FindNext();
+    bool IsFollowed(UInt64 offset, const ChunkHead& header) const;
     bool IsUnfinished(const RiffPart& part) const;
     void MeasurePart(RiffPart& part);
     void EnterList(const RiffPart& part);
-    void ReportRest(UInt64 at) const;
+    void ReportRest(UInt64 from, UInt64 to) const;
+    bool IsBehindAll() const;
     void Report(Severity severity, UInt64 offset, const char* code, const std::string& text) const;
 
     const SourceFile& m_file;

@@ -93,6 +93,12 @@ UInt32 StreamOf(UInt32 id)
     return (digit(id & 0xFF) * 10 + digit(id >> 8 & 0xFF)) & 0xFFFF;
 }
 
+bool HasStreamNumber(UInt32 id)
+{
+    const auto isDigit = [](UInt32 character) { return character >= '0' && character <= '9'; };
+    return isDigit(id & 0xFF) && isDigit(id >> 8 & 0xFF);
+}
+
 bool IsVideoId(UInt32 id)
 {
     switch (id >> 16) {

@@ -62,6 +62,9 @@ bool IsMediaId(UInt32 id);
 // Whether it is one of a frame.
 bool IsVideoId(UInt32 id);
 
+// Whether its first two characters are digits.
+bool HasStreamNumber(UInt32 id);
+
 // The stream number that the first two characters of a chunk identifier give.
 UInt32 StreamOf(UInt32 id);
 

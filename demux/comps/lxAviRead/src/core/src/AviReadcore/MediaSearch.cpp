@@ -3,6 +3,7 @@
 //   "00dc" size payload …          a media chunk: its header is read
 //   "00dd" size descriptor "00dc"… a DRM descriptor, attached to the chunk that follows it
 //   "ix00" size …, "JUNK" size …   stepped over in one piece
+//   "23wb" size payload …          of a stream that the file does not have: stepped over if another chunk follows
 //   anything else                  slid over byte by byte until a media code lines up: pad bytes, list headers, damage
 //
 // Where a `movi` list ends, the next segment takes over.
@@ -197,6 +198,14 @@ UInt32 SlideBehind(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return Slide(pAviInfo, id);
 }
 
+// Goes on in the next list. Called where the index of the file begins, which a list with a stale size reaches into: behind
+// it there are no media data.
+UInt32 EndList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+{
+    LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
+    return ReadCounted(pAviInfo, id, kId, Here());
+}
+
 // Steps over a chunk whose identifier has been read, and reads the next identifier.
 UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
@@ -204,7 +213,7 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
     size = MakeEven(size);
     if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
-        return SlideBehind(pAviInfo, id);
+        return id == FourCC("idx1") ? EndList(pAviInfo, id) : SlideBehind(pAviInfo, id);
     }
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
     if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
@@ -229,8 +238,53 @@ UInt32 SearchFrom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& pl
     return LX_OK;
 }
 
+// ---- Chunks of streams that the file does not have ----
+
+// The payload of the last such chunk, until the next search begins.
+struct ForeignPayload {
+    UInt64 uiStart;
+    UInt32 uiSize;
+};
+
+ForeignPayload s_foreign;
+
+UInt32 GoTo(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset)
+{
+    if (!SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, offset), kFromStart)) {
+        return LX_ERR_AVIREAD_SEEK;
+    }
+    pAviInfo->CurrentOffset = offset;
+    return LX_OK;
+}
+
+// Steps over a foreign payload, if the list ends behind it or another chunk begins there. Otherwise its size may be damage,
+// and the search goes through the payload.
+UInt32 StepOverForeign(lxAviReadCore_AviInfo_t* pAviInfo)
+{
+    const ForeignPayload foreign = s_foreign;
+    s_foreign = {};
+    const UInt64 behind = foreign.uiStart + foreign.uiSize + (foreign.uiSize & 1u);
+    const UInt64 end = EndOfDelivery(pAviInfo);
+    if (foreign.uiSize == 0 || pAviInfo->CurrentOffset != foreign.uiStart || behind > end ||
+        lxalAviRead_FileSeekPossible == 0) {
+        return LX_OK;
+    }
+    bool bFollowed = behind + kChunkHeaderBytes > end;
+    if (!bFollowed) {
+        UInt32 nextId = 0;
+        LX_AVIREAD_TRY(GoTo(pAviInfo, behind));
+        const UInt32 result = ReadRecord(pAviInfo, nextId);
+        if (result != LX_OK && result != LX_ERR_AVIREAD_EOF) {
+            return ReportFailedRead(pAviInfo, result, kId, Here());
+        }
+        bFollowed = result == LX_OK && (MeansSomething(pAviInfo, nextId) || nextId == FourCC("LIST"));
+    }
+    return GoTo(pAviInfo, bFollowed ? behind : foreign.uiStart);
+}
+
 UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& place)
 {
+    LX_AVIREAD_TRY(StepOverForeign(pAviInfo));
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkHeaderBytes));
     place = PlaceBefore(pAviInfo, 0);
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, id, kId, Here()));
@@ -324,7 +378,11 @@ UInt32 Search(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, 
         pChunk->eStreamType = StreamTypeOf(pAviInfo, pChunk->uiStreamNr);
     }
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kSizeBytes));
-    return ReadCounted(pAviInfo, pChunk->uiSize, kSize, Here());
+    LX_AVIREAD_TRY(ReadCounted(pAviInfo, pChunk->uiSize, kSize, Here()));
+    if (ForeignChunksAreSteppedOver(pAviInfo) && !IsOfKnownStream(*pChunk)) {
+        s_foreign = {pAviInfo->CurrentOffset, pChunk->uiSize};
+    }
+    return LX_OK;
 }
 
 } // namespace
@@ -338,6 +396,8 @@ UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t*
     }
     return result;
 }
+
+void ForgetForeignChunk() { s_foreign = {}; }
 
 bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk)
 {

@@ -7,6 +7,7 @@
 // Most of what the state points to is allocated and freed here. The key-frame table, the segment chain and the entries
 // of super indexes are allocated in files of their own.
 
+#include "internal/Delivery.hpp"
 #include "internal/Idx1Passes.hpp"
 #include "internal/IndexPasses.hpp"
 #include "internal/KeptChunks.hpp"
@@ -269,6 +270,7 @@ UInt32 lxAviReadCore_Reset(void)
     lxalAviRead_FileSeekPossible = 1;
     ClearCounters();
     ForgetFile(pAviInfo);
+    ForgetForeignChunk();
     ForgetIndexSurvey();
     ForgetReadSize();
     ReleaseKeptChunks();

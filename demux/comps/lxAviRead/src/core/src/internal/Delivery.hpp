@@ -17,6 +17,9 @@ struct MediaHeader {
 [[nodiscard]] UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
                                      MediaHeader& header);
 
+// Called when a file is opened: what the search knows is about the file before.
+void ForgetForeignChunk();
+
 // Whether the size of a chunk can be trusted: its stream is known.
 bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk);
 

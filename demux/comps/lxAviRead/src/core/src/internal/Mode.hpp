@@ -220,6 +220,11 @@ inline bool StepsEndWithTheirList(ModeOf pAviInfo) { return FollowsFormat(pAviIn
 // Quirk Q75
 inline bool IndexesAreNeverMedia(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// A chunk of a stream that the file does not have, or that is not read, is stepped over if another chunk begins behind it.
+// The default mode searches its payload, and takes what looks like a chunk there for one.
+// Quirk Q76
+inline bool ForeignChunksAreSteppedOver(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // Frames count from 0, with a key-frame table or without one.
 // Quirk Q25
 inline bool FramesCountFromZero(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
