@@ -25,6 +25,7 @@ install(FILES doc/man/lxaviread.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPO
 if(LXAVIREAD_TOOLS)
   install(TARGETS lxavi RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(FILES doc/man/lxavi.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES doc/lxavi.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/lxavi COMPONENT tool)
   install(FILES doc/completions/lxavi DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
   install(FILES doc/completions/_lxavi DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tool)
 endif()

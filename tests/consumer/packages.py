@@ -72,7 +72,7 @@ class Packages(unittest.TestCase):
     def test_a_bare_debian_installs_links_and_runs_them(self):
         root = self.folder / "debian"
         names = [path.name for path in self.packages() if "dbgsym" not in path.name]
-        depends = "gcc,libc6-dev,pkg-config,libfmt9,libspdlog1.10,libstdc++6,zlib1g"
+        depends = "gcc,libc6-dev,pkg-config,libfmt9,libspdlog1.10,libssl3,libstdc++6,zlib1g"
         run("mmdebstrap", "--variant=minbase", f"--include={depends}", "bookworm", root)
         for path in [*(self.first / name for name in names), ROOT / "samples/two_audio.avi", ROOT / "examples/play.c"]:
             shutil.copy(path, root / "tmp")
