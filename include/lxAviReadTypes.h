@@ -251,7 +251,7 @@ typedef struct {
     UInt32 eSource;     /**< `LX_AVIREAD_TABLE_…`: what the table was built from */
     UInt32 uiKeyFrames; /**< key frames of the main video stream that the source names */
     UInt32 uiStored;    /**< entries of the table */
-    UInt32 uiStep;      /**< every uiStep-th key frame is stored, because the budget has no room for more */
+    UInt32 uiStep;      /**< every uiStep-th key frame is stored; more than 1 where the budget has no room for all */
 } lxAviRead_TableSummary_t;
 
 /** A chunk of the media data, as lxAviReadCore_WalkMediaData meets it. */

@@ -88,10 +88,38 @@ class Numbers(Reports):
             self.assertTrue(all(abs(least - 40 * lead) <= 40 and abs(most - 40 * lead) <= 40 for _, least, most in middle))
 
     def test_the_buffer_has_bytes(self):
-        # while the first audio is awaited, all 500 frames are read; the one at time 0 plays
+        # while the first audio is awaited, all 500 frames are read, and none has been played
         track = self.data(self.file(late_audio()))["interleave"][0]
-        self.assertEqual((track["needed_ms"], track["needed_bytes"]), (19960, 49900))
-        self.assertEqual(track["lead_ms"][0][1], -19960)
+        self.assertEqual((track["needed_ms"], track["needed_bytes"]), (20000, 50000))
+        self.assertEqual(track["lead_ms"][0][1], -20000)
+
+    def test_audio_in_long_pieces_is_ahead(self):
+        chunks = []
+        for second in range(10):  # two seconds of audio before the frame with which it begins
+            if second % 2 == 0:
+                chunks.append((1, b"wb", bytes(32000), True))
+            chunks += [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(25)]
+        path = self.file(avi([video(b"XVID"), audio()], chunks))
+        track = self.data(path)["interleave"][0]
+        self.assertTrue(all(0 <= least <= most <= 2000 for _, least, most in track["lead_ms"]))
+        self.assertEqual((track["needed_ms"], track["needed_bytes"]), (2000, 32000))
+
+    def test_a_side_that_ends_early_is_awaited_no_more(self):
+        for left in (0, 1):
+            whole = [c for n in range(500) for c in ((1, b"wb", bytes(640), True), (0, b"dc", mpeg4_frame(n == 0), n == 0))]
+            path = self.file(avi([video(b"XVID"), audio()], [c for n, c in enumerate(whole) if c[0] == left or n < 200]))
+            data = self.data(path)
+            self.assertEqual(data["interleave"][0]["needed_ms"], 40)
+            self.assertTrue(all(-40 <= least <= most <= 40 for _, least, most in data["interleave"][0]["lead_ms"]))
+            early = data["streams"][1 - left]
+            self.assertEqual((early["end_ms"], early["rate_ms_kbps"][-1]), (4000, [4000, 0.0]))
+
+    def test_a_stream_that_starts_late_is_not_awaited_before(self):
+        chunks = [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(250)]
+        chunks += [c for n in range(250) for c in ((1, b"wb", bytes(640), True), (0, b"dc", mpeg4_frame(False), False))]
+        data = bytearray(avi([video(b"XVID"), audio()], chunks))
+        struct.pack_into("<I", data, data.index(b"auds") + 28, 80000)  # 10 s of 8000 samples
+        self.assertEqual(self.data(self.file(data))["interleave"][0]["needed_ms"], 40)
 
     def test_what_a_common_player_cannot_buffer_is_a_finding(self):
         for lead, found in ((20, False), (24, False), (26, True), (-23, False), (-26, True)):
@@ -106,9 +134,13 @@ class Numbers(Reports):
         data = self.data(self.file(film()))
         sound = data["streams"][1]
         self.assertEqual((sound["type"], sound["codec"], sound["chunks"]), ("audio", "PCM", 500))
-        self.assertTrue(all(abs(rate - 128) < 6 for _, rate in sound["rate_ms_kbps"]))  # 16000 bytes a second
-        late = self.data(self.file(late_audio()))["streams"][1]  # one chunk a second
-        self.assertTrue(all(abs(rate - 128) < 20 for _, rate in late["rate_ms_kbps"][:-2]), late["rate_ms_kbps"])
+        for stream in (sound, self.data(self.file(late_audio()))["streams"][1]):  # 16000 bytes a second; one chunk a second
+            self.assertEqual((stream["end_ms"], stream["rate_ms_kbps"][-1]), (20000, [20000, 0.0]))
+            self.assertTrue(all(abs(rate - 128) < 12 for _, rate in stream["rate_ms_kbps"][:-1]), stream["rate_ms_kbps"])
+        # the last column is short: 17 frames of 100 bytes in 680 ms, as in all others 20 kbit/s
+        frames = [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(145)]
+        rates = self.data(self.file(avi([video(b"XVID")], frames)))["streams"][0]["rate_ms_kbps"]
+        self.assertEqual(rates[-2:], [[5120, 20.0], [5800, 0.0]])
 
     def test_key_frames_and_the_table(self):
         keys = self.data(self.file(film(seconds=40, keys=50)))["key_frames"]
@@ -119,9 +151,20 @@ class Numbers(Reports):
         self.assertTrue(all(least == most == 40 for _, least, most in keys["distance_ms"]))
         self.assertTrue(all(least == most == 120 for _, least, most in keys["stored_distance_ms"]))
 
+    def test_key_frames_of_an_unknown_codec_come_from_the_index(self):
+        frames = [(0, b"dc", bytes(100), n % 5 == 0) for n in range(5000)]
+        keys = self.data(self.file(avi([video(b"ABCD")], frames)), "--budget", "70000")["key_frames"]  # 1000, and room for 363
+        self.assertEqual((keys["key_frames"], keys["stored"], keys["step"], keys["told_by"]), (1000, 334, 3, "the index"))
+        self.assertTrue(all(least == most == 200 for _, least, most in keys["distance_ms"]))
+
+    def test_key_frames_are_those_of_the_main_video(self):
+        frames = [(n % 2, b"dc", mpeg4_frame(True) if n % 2 else bytes(100), n % 20 < 2) for n in range(200)]
+        keys = self.data(self.file(avi([video(b"ABCD"), video(b"XVID")], frames)))["key_frames"]
+        self.assertEqual((keys["key_frames"], keys["told_by"]), (10, "the index"))
+
     def test_seeks_land_on_the_key_frame_before(self):
         data = self.data(self.file(film(keys=50)))
-        self.assertEqual((len(data["seeks_ms"]), data["end_ms"]), (200, 19960))
+        self.assertEqual((len(data["seeks_ms"]), data["end_ms"]), (200, 20000))
         for n, (asked, off, gap) in enumerate(data["seeks_ms"]):
             self.assertEqual((asked, off), (19960 * n // 199, -(asked % 2000)))
             self.assertLessEqual(abs(gap), 40)
@@ -138,7 +181,7 @@ class Numbers(Reports):
         at = data.rindex(b"idx1") + 8 + 16 * 2 * 250  # the record of the audio at 10 s
         struct.pack_into("<I", data, at + 12, 1)
         finding = next(f for f in self.data(self.file(data))["findings"] if f["code"] == "record_size")
-        self.assertEqual((finding["offset"], finding["time_ms"]), (at, 10000))
+        self.assertEqual((finding["offset"], finding["time_ms"]), (at, 9960))  # before the frame at 10 s
 
     def test_without_video_or_index_there_is_still_a_report(self):
         sound = self.data(self.file(avi([audio()], [(0, b"wb", bytes(16000), True)] * 5)))
@@ -225,7 +268,7 @@ class InABrowser(Reports):
             with self.subTest(path.name):
                 data = self.data(path)
                 self.browser.open(self.page(path))
-                self.expect(self.drawn("rates"), [s["rate_ms_kbps"] + [[data["end_ms"], s["rate_ms_kbps"][-1][1]]] for s in data["streams"]], 1)
+                self.expect(self.drawn("rates"), [s["rate_ms_kbps"] for s in data["streams"]], 1)
                 self.expect(self.drawn("interleave"), [t["lead_ms"] for t in data["interleave"]], 2)
                 self.expect(self.drawn("keys"), [data["key_frames"]["distance_ms"], data["key_frames"]["stored_distance_ms"]], 2)
                 self.expect(self.drawn("seeks"), [data["seeks_ms"]], 2)
@@ -281,9 +324,13 @@ class InABrowser(Reports):
 
     def test_zooming_moves_all_charts_over_time(self):
         self.browser.open(self.page(self.file(film())))
-        self.browser.run("const c = window.lxaviCharts.rates; c.getOption('zoomCallback')(5000, 10000); return 1")
+        self.browser.run("const c = window.lxaviCharts.rates; c.updateOptions({dateWindow: [5000, 10000]}); "
+                         "c.getOption('zoomCallback')(5000, 10000); return 1")
         ranges = self.browser.run("return ['rates', 'interleave', 'keys', 'seeks'].map(n => window.lxaviCharts[n].xAxisRange())")
         self.assertEqual(ranges, [[5000, 10000]] * 4)
+        self.browser.run("window.lxaviCharts.keys.resetZoom(); return 1")
+        ranges = self.browser.run("return ['rates', 'interleave', 'keys', 'seeks'].map(n => window.lxaviCharts[n].xAxisRange())")
+        self.assertEqual(ranges, [[0, 20000]] * 4)
         self.expect_quiet()
 
     def test_a_finding_leads_to_its_place(self):

@@ -58,6 +58,8 @@ class Schema(InScratchFolder):
                             ("extract", "--out", self.folder / f"out{len(documents)}")):
                 documents += self.document(len(documents), command[0], path, *command[1:])
             documents += self.folder.glob("out*/manifest.json")
+        commands = {json.loads(path.read_text())["command"] for path in set(documents)}
+        self.assertEqual(commands, {"info", "chunks", "index", "seek", "step", "check", "report", "repair", "extract"})
         self.assertGreater(len(documents), 100)
         self.assertEqual(self.wrong(set(documents)), "")
 

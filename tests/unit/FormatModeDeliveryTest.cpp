@@ -623,6 +623,13 @@ TEST_F(ForeignChunks, AreSteppedOverWhereTheListEnds)
     EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8), Fill(10)}));
 }
 
+TEST_F(ForeignChunks, AreSearchedWhereTheListGoesOnWithTooLittleForAChunk)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Raw(Fill(6));
+    EXPECT_EQ(Frames(builder.Build()), (std::vector<Bytes>{Fill(8), Fill(4)}));
+}
+
 TEST_F(ForeignChunks, AreSearchedWhereNoChunkFollows)
 {
     builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Raw(Fill(8)).Frame(0, Fill(10), false);
@@ -654,7 +661,7 @@ TEST_F(ForeignChunks, AreSearchedWhereTheFileEndsBehindThem)
     EXPECT_EQ(Frames(file), (std::vector<Bytes>{Fill(8), Fill(4)}));
 }
 
-TEST_F(ForeignChunks, AreForgottenByAJump)
+TEST_F(ForeignChunks, AreSteppedOverAfterARewind)
 {
     builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), true);
     ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
@@ -664,6 +671,28 @@ TEST_F(ForeignChunks, AreForgottenByAJump)
     EXPECT_EQ(Next().payload, Fill(8));
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
     EXPECT_EQ(Next().payload, Fill(10));
+}
+
+TEST_F(ForeignChunks, AWalkOverTheMediaDataChangesNothing)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), true);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+    const auto visit = [](void*, const lxAviRead_MediaChunk_t*) { return UInt32{1}; };
+    EXPECT_EQ(lxAviReadCore_WalkMediaData(visit, nullptr), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10));
+}
+
+TEST_F(ForeignChunks, AJumpToTheirPayloadIsAJump)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", Text("00dc") + U32(4) + Fill(4)).Frame(0, Fill(10), true);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+    Entry(0, 1).videoChunkOffset = builder.MediaItems()[1].uiOffset + 8; // a damaged index names the payload
+    static_cast<void>(lxAviReadCore_JumpInKeyFrames(1, -1));
+    EXPECT_EQ(Next().payload, Fill(4));
 }
 
 TEST_F(FormatMode, AnIdx1ThatReachesOverTheEndOfItsListEndsTheList)
@@ -683,6 +712,26 @@ TEST_F(FormatMode, AnIdx1ThatReachesOverTheEndOfItsListEndsTheList)
         }
         EXPECT_EQ(Next().uiResult, UInt32{LX_AVIREAD_END_OF_MEDIA});
     }
+}
+
+TEST_F(FormatMode, DamageThatLooksLikeAnIdx1EndsNothing)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Raw(Text("idx1") + U32(0x7FFFFFFF) + Fill(20)).Frame(0, Fill(10), false);
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Position();
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().payload, Fill(10));
+}
+
+TEST_F(FormatMode, AnIdx1AtTheVeryEndOfItsListEndsTheList)
+{
+    builder.eIndex = IndexKind::None;
+    builder.Frame(0, Fill(8), true).Raw(Text("idx1") + U32(160)).NextRiff().Frame(0, Fill(12), false);
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    Position();
+    EXPECT_EQ(Next().payload, Fill(8));
+    EXPECT_EQ(Next().payload, Fill(12));
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 namespace lxavi {
 
@@ -206,7 +207,9 @@ void Checker::CheckSuperIndexes(const Reader& reader)
 void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t& stream)
 {
     std::map<UInt64, const ScannedIndex*> unlisted; // by offset
+    std::set<UInt64> known;                         // where an index chunk of any stream is
     for (const ScannedIndex& index : m_scan.indexes) {
+        known.insert(index.offset);
         if (index.id != Code("indx") && StreamOf(index.records.chunkId) == streamNr) {
             unlisted[index.offset] = &index;
         }
@@ -222,7 +225,7 @@ void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t&
                  isThere ? "segment_unreachable" : "super_index_entry",
                  fmt::format("entry {} of the super index of stream {} leads to {}", i, streamNr,
                              isThere ? "an index chunk that no list holds: its media data cannot be reached"
-                                     : "no index chunk"));
+                                     : "no index chunk of the stream, or to one that was listed before"));
         } else if (entry.dwSize != header.size && entry.dwSize != header.size + sizeof header) {
             Note(Severity::Warning, entry.qwOffset, "super_index_entry",
                  fmt::format("entry {} of the super index of stream {} says {} bytes, the index chunk has {}", i,
@@ -293,7 +296,7 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
     Structure structure(m_file);
     FindingRow lost(m_findings);
     FindingRow strange(m_findings);
-    FindingRow foreign(m_findings);
+    std::map<UInt32, FindingRow> foreign; // by stream
     const auto reportLost = [&](const RiffPart& part) {
         if (pass == 0) {
             lost.Add({Severity::Error, part.offset, "chunk_not_delivered",
@@ -317,10 +320,11 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
                          "delivered a chunk where the file's structure has none"});
         }
         if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
-            foreign.Add(
-                {Severity::Error, item.offset, "chunk_of_no_stream",
-                 fmt::format("chunk of stream {}, which the headers do not describe, or not as a type that is read",
-                             item.chunk.uiStreamNr)});
+            foreign.try_emplace(item.chunk.uiStreamNr, m_findings)
+                .first->second.Add(
+                    {Severity::Error, item.offset, "chunk_of_no_stream",
+                     fmt::format("chunk of stream {}, which the headers do not describe, or not as a type that is read",
+                                 item.chunk.uiStreamNr)});
         }
         if (!Take(reader, item, pass)) {
             return;
@@ -333,7 +337,9 @@ void Checker::FinishPass(const Item& last, Structure& structure, const std::func
     if (last.result == LX_AVIREAD_END_OF_MEDIA) {
         structure.GoTo(m_file.Size(), reportLost);
     } else {
-        Note(Severity::Error, last.offset + 8, "delivery_stopped", Failure("delivery stopped", last.result).what());
+        if (m_stoppedAt.insert(last.offset).second) { // every pass stops there
+            Note(Severity::Error, last.offset + 8, "delivery_stopped", Failure("delivery stopped", last.result).what());
+        }
     }
 }
 
@@ -352,7 +358,9 @@ bool Checker::Take(Reader& reader, const Item& item, UInt32 pass)
         reader.ReadPayload(item, [](std::span<const UInt8>) {});
         return true;
     } catch (const Failure& failure) {
-        Note(Severity::Error, item.offset, "unreadable_chunk", failure.what());
+        if (m_stoppedAt.insert(item.offset).second) {
+            Note(Severity::Error, item.offset, "unreadable_chunk", failure.what());
+        }
         return false;
     }
 }
@@ -364,7 +372,8 @@ void Checker::Observe(const Reader& reader, const Item& item, UInt32 pass)
     const bool isVideo = item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO;
     const bool isAudio = item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO;
     if (reader.State().videoStreamNr >= 0 && pass < reader.AudioTracks() && (isVideo || isAudio)) {
-        m_interleaves[pass].Add(isVideo ? Side::Video : Side::Audio, item.time, item.chunk.uiSize, item.offset);
+        m_interleaves[pass].Add(isVideo ? Side::Video : Side::Audio, item.time, item.endTime, item.chunk.uiSize,
+                                item.offset);
     }
     if (m_observer.delivered) {
         m_observer.delivered(item, IsNew(item, pass));
@@ -375,11 +384,15 @@ void Checker::CheckInterleave()
 {
     for (const auto& [track, interleave] : m_interleaves) {
         if (interleave.NeededMsec() > kCommonQueueMsec || interleave.NeededBytes() > kCommonQueueBytes) {
-            Note(Severity::Warning, interleave.WorstOffset(), "bad_interleave",
-                 fmt::format(
-                     "audio track {} and the video are up to {} ms apart in the file: a player needs to buffer {} "
-                     "bytes, and common players have room for {} ms and {} bytes",
-                     track, interleave.NeededMsec(), interleave.NeededBytes(), kCommonQueueMsec, kCommonQueueBytes));
+            m_findings.Add(
+                {.severity = Severity::Warning,
+                 .offset = interleave.WorstOffset(),
+                 .code = "bad_interleave",
+                 .text = fmt::format("audio track {} and the video are up to {} ms apart in the file: a player "
+                                     "needs to buffer {} bytes, and common players have room for {} ms and {} bytes",
+                                     track, interleave.NeededMsec(), interleave.NeededBytes(), kCommonQueueMsec,
+                                     kCommonQueueBytes),
+                 .msec = interleave.WorstMsec()});
         }
     }
 }

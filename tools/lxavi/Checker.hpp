@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 
 namespace lxavi {
 
@@ -65,6 +66,7 @@ private:
     RiffScan m_scan;
     std::map<UInt32, Interleave> m_interleaves; // by audio track
     std::map<UInt32, UInt32> m_frames;          // chunks of each stream
+    std::set<UInt64> m_stoppedAt;               // offsets where a pass could not go on
     UInt64 m_delivered = 0;
 };
 

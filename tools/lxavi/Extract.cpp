@@ -30,6 +30,38 @@ struct Pass {
     std::optional<UInt32> subtitle;
 };
 
+// The last track number stands for no track in a file that has fewer.
+constexpr UInt32 kNoTrack = LX_AVIREAD_AUDIO_TRACKS - 1;
+
+// The range of time that a pass writes. It is over when every stream of the pass has passed its end.
+class Range {
+public:
+    Range(const ExtractOptions& extract, bool hasVideo, const Pass& pass)
+        : m_to(extract.to),
+          m_from(hasVideo ? 0 : extract.from.value_or(0)), m_isOver{{LX_AVIREAD_STREAM_VIDEO, !pass.video},
+                                                                    {LX_AVIREAD_STREAM_AUDIO, !pass.audio},
+                                                                    {LX_AVIREAD_STREAM_SUBTITLE, !pass.subtitle}}
+    {
+    }
+
+    bool Holds(const Item& item)
+    {
+        const bool isBehind = m_to && item.time >= *m_to;
+        m_isOver[item.chunk.eStreamType] = m_isOver[item.chunk.eStreamType] || isBehind;
+        return !isBehind && item.time >= m_from;
+    }
+
+    bool IsOver() const
+    {
+        return m_to && std::all_of(m_isOver.begin(), m_isOver.end(), [](const auto& type) { return type.second; });
+    }
+
+private:
+    std::optional<UInt32> m_to;
+    UInt32 m_from; // with video, a jump has led to the start; without it there are no key frames to jump to
+    std::map<UInt32, bool> m_isOver; // by type of stream
+};
+
 // A file on its way, with what the manifest tells about it.
 class Extract {
 public:
@@ -43,19 +75,24 @@ public:
         if (item.chunk.uiSize == 0) {
             m_file->BeginChunk(item, {});
         }
-        bool isFirst = true;
-        reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
-            if (isFirst) {
-                m_file->BeginChunk(item, piece);
+        UInt32 taken = 0;
+        try {
+            reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
+                if (taken == 0) {
+                    m_file->BeginChunk(item, piece);
+                }
+                m_file->Payload(piece);
+                taken += static_cast<UInt32>(piece.size());
+                m_bytes += piece.size();
+            });
+        } catch (const Failure&) {
+            if (taken > 0) {
+                FillUp(item.chunk.uiSize - taken);
+                EndChunk(item);
             }
-            isFirst = false;
-            m_file->Payload(piece);
-            m_bytes += piece.size();
-        });
-        m_file->EndChunk();
-        NoteTimes(item);
-        ++m_chunks;
-        m_protected += item.chunk.bDrm;
+            throw;
+        }
+        EndChunk(item);
     }
 
     void Finish() { m_file->Finish(); }
@@ -80,6 +117,25 @@ public:
     }
 
 private:
+    // A chunk that the source ends in has begun with its whole size: zeros stand for the rest.
+    void FillUp(UInt32 size)
+    {
+        constexpr UInt32 kPiece = 64 * 1024;
+        const std::vector<UInt8> zeros(std::min(size, kPiece));
+        for (UInt32 piece = 0; size > 0; size -= piece) {
+            piece = std::min(size, kPiece);
+            m_file->Payload(std::span(zeros).first(piece));
+        }
+    }
+
+    void EndChunk(const Item& item)
+    {
+        m_file->EndChunk();
+        NoteTimes(item);
+        ++m_chunks;
+        m_protected += item.chunk.bDrm;
+    }
+
     void NoteTimes(const Item& item)
     {
         const lxAviRead_ChunkData_t& chunk = item.chunk;
@@ -135,10 +191,9 @@ public:
         RefuseToOverwriteAny();
         NoteLeftOut();
         for (size_t i = 0; i < passes.size(); ++i) {
-            const std::string what = passes.size() == 1
-                                         ? std::string("extracting")
-                                         : fmt::format("extracting, pass {} of {}", i + 1, passes.size());
-            Play(passes[i], what);
+            const bool isAlone = passes.size() == 1;
+            PlayPass(passes[i], i == 0,
+                     isAlone ? "extracting" : fmt::format("extracting, pass {} of {}", i + 1, passes.size()));
         }
         NoteEmptyStreams();
         NoteUndelivered();
@@ -243,12 +298,6 @@ private:
                 NoteLeftOut(i, fmt::format("only {} audio tracks can be played", LX_AVIREAD_AUDIO_TRACKS));
             }
         }
-        lxAviRead_Avih_t avih = {};
-        static_cast<void>(lxAviReadCore_GetAvihData(&avih));
-        constexpr UInt32 kMostStreams = 100; // that identifiers of chunks can name
-        for (UInt32 i = LX_AVIREAD_STREAMS; i < std::min(avih.dwStreams, kMostStreams); ++i) {
-            NoteLeftOut(i, fmt::format("only {} streams can be read", LX_AVIREAD_STREAMS));
-        }
     }
 
     // Chunks of the file that are never delivered: those of streams that the headers do not describe, and those that stand
@@ -262,17 +311,24 @@ private:
         RiffWalk walk(file);
         std::map<UInt32, UInt64> strange; // chunks, by stream
         UInt64 outside = 0;
+        UInt32 streams = 0;
         for (RiffPart part = {}; walk.Next(part);) {
             const bool isMedia = part.type == 0 && IsMediaId(part.id) && HasStreamNumber(part.id);
             const UInt32 number = StreamOf(part.id);
             const bool isDescribed = m_reader.Stream(number) != nullptr && number < m_reader.StreamCount();
             outside += isMedia && !part.isInMovi ? 1 : 0;
-            if (isMedia && part.isInMovi && !isDescribed && number < LX_AVIREAD_STREAMS) {
+            if (isMedia && part.isInMovi && !isDescribed) {
                 ++strange[number];
+            }
+            if (part.type == Code("strl") && streams++ >= LX_AVIREAD_STREAMS) {
+                strange.try_emplace(streams - 1, 0);
             }
         }
         for (const auto& [number, chunks] : strange) {
-            NoteLeftOut(number, fmt::format("the headers do not describe it; it has {} chunks", chunks));
+            const std::string why = number < LX_AVIREAD_STREAMS
+                                        ? "the headers do not describe it"
+                                        : fmt::format("only {} streams can be read", LX_AVIREAD_STREAMS);
+            NoteLeftOut(number, fmt::format("{}; it has {} chunks", why, chunks));
         }
         if (outside > 0) {
             const std::string why = fmt::format("{} chunks stand in no list of media data", outside);
@@ -293,7 +349,9 @@ private:
     void NoteEmptyStreams()
     {
         for (UInt32 i = 0; i < m_reader.StreamCount(); ++i) {
-            if (IsWanted(i) && !m_files.contains(i)) {
+            const bool isTold = std::any_of(m_leftOut.begin(), m_leftOut.end(),
+                                            [&](const Json& entry) { return entry["stream"] == i; });
+            if (IsWanted(i) && !m_files.contains(i) && !isTold) {
                 NoteLeftOut(i, m_extract.from || m_extract.to ? "it has no chunks in the range" : "it has no chunks");
             }
         }
@@ -305,7 +363,9 @@ private:
     {
         if (pass.video && static_cast<int>(*pass.video) != m_reader.State().videoStreamNr) {
             static_cast<void>(lxAviReadCore_SelectVideoStream(*pass.video));
-            static_cast<void>(m_reader.BuildIndex());
+            if (m_extract.from) {
+                static_cast<void>(m_reader.BuildIndex());
+            }
             m_reader.Start();
         } else if (m_hasStarted) {
             lxAviReadCore_RewindToStart();
@@ -327,28 +387,32 @@ private:
         }
     }
 
+    // A further video stream that cannot be jumped in does not cost the others.
+    void PlayPass(const Pass& pass, bool isFirst, const std::string& what)
+    {
+        try {
+            Play(pass, what);
+        } catch (const Failure& failure) {
+            if (isFirst || !pass.video) {
+                throw;
+            }
+            NoteLeftOut(*pass.video, failure.what());
+        }
+    }
+
     void Play(const Pass& pass, const std::string& what)
     {
         Begin(pass);
         Progress progress(what, m_reader.FileSize());
-        bool isVideoOver = !pass.video;
-        bool isAudioOver = !pass.audio;
-        while (!isVideoOver || !isAudioOver || !m_extract.to) {
-            const Item item =
-                m_reader.Next(pass.audio.value_or(LX_AVIREAD_AUDIO_TRACKS - 1), pass.subtitle.value_or(0));
+        Range range(m_extract, m_mainVideo >= 0, pass);
+        while (!range.IsOver()) {
+            const Item item = m_reader.Next(pass.audio.value_or(kNoTrack), pass.subtitle.value_or(0));
             if (Reader::IsEnd(item)) {
-                if (item.result != LX_AVIREAD_END_OF_MEDIA) {
-                    m_trouble = Failure(fmt::format("delivery stopped at {}", item.offset + 8), item.result).what();
-                }
+                NoteEnd(item);
                 return;
             }
             progress.At(item.offset);
-            // without video there are no key frames to jump to, and none are needed
-            const bool isEarly = m_mainVideo < 0 && item.time < m_extract.from.value_or(0);
-            const bool isOver = m_extract.to && item.result == LX_OK && item.time >= *m_extract.to;
-            isVideoOver = isVideoOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_VIDEO);
-            isAudioOver = isAudioOver || (isOver && item.chunk.eStreamType == LX_AVIREAD_STREAM_AUDIO);
-            if (item.result != LX_OK || isOver || isEarly || !Writes(pass, item)) {
+            if (item.result != LX_OK || !range.Holds(item) || !Writes(pass, item)) {
                 m_reader.Skip(item);
                 continue;
             }
@@ -358,6 +422,13 @@ private:
                 m_trouble = failure.what(); // the chunks before the failure are kept
                 return;
             }
+        }
+    }
+
+    void NoteEnd(const Item& item)
+    {
+        if (item.result != LX_AVIREAD_END_OF_MEDIA) {
+            m_trouble = Failure(fmt::format("delivery stopped at {}", item.offset + 8), item.result).what();
         }
     }
 
@@ -403,8 +474,10 @@ int RunExtract(const Options& options, const ExtractOptions& extract)
     Options settings = options;
     settings.budget = kEveryKeyFrame;
     Reader reader(settings);
-    // Without a table the library still delivers every chunk.
-    static_cast<void>(reader.BuildIndex());
+    // Without a table the library delivers every chunk, also the frames before the first key frame.
+    if (extract.from) {
+        static_cast<void>(reader.BuildIndex());
+    }
     Extraction extraction(reader, extract);
     const Json manifest = extraction.Run();
     {

@@ -26,6 +26,7 @@ struct Finding {
     UInt64 places = 1;                // more, when places that follow each other have the same
     UInt64 last = 0;                  // offset of the last one, when there are several
     std::optional<UInt64> media = {}; // offset of the chunk that a finding about an index record concerns
+    std::optional<UInt32> msec = {};  // when a player notices it, where that is known
 };
 
 class Findings {

@@ -34,8 +34,8 @@ using PlayedStreams = std::array<bool, LX_AVIREAD_STREAMS + 1>;
 class IndexCursor {
 public:
     IndexCursor(const SourceFile& file, Findings& findings, const PlayedStreams& streams,
-                const std::vector<RecordRun>& runs, UInt64 base, Extent about, std::string name)
-        : m_file(file), m_findings(findings), m_streams(streams), m_records(file, runs), m_base(base), m_about(about),
+                const std::vector<RecordRun>& runs, UInt64 base, UInt64 end, std::string name)
+        : m_file(file), m_findings(findings), m_streams(streams), m_records(file, runs), m_base(base), m_end(end),
           m_name(std::move(name)), m_isIdx1(!runs.empty() && runs.front().isIdx1)
     {
         Advance();
@@ -51,7 +51,7 @@ public:
         for (; m_has && Offset() == chunk.uiOffset; Advance()) {
             Compare(chunk, keysMayDiffer);
         }
-        if (isListed && !isFound && chunk.uiOffset < m_about.end) {
+        if (isListed && !isFound && chunk.uiOffset < m_end) {
             ReportMissing(chunk);
         } else if (isFound) {
             m_missing.End();
@@ -103,7 +103,7 @@ private:
         }
         m_stray.Add({Severity::Warning, m_record.at, "record_without_chunk",
                      fmt::format("index record '{}' points at no chunk ({})", FourCCText(m_record.id), Offset())});
-        m_strayAt = m_record.at + (m_isIdx1 ? 16 : 8);
+        m_strayAt = m_record.behind;
     }
 
     void ReportMissing(const lxAviRead_MediaChunk_t& chunk)
@@ -163,7 +163,7 @@ private:
     IndexRecord m_record = {};
     bool m_has = false;
     UInt64 m_base;
-    Extent m_about; // the chunks that the index should list
+    UInt64 m_end; // of the part of the file whose chunks the index should list
     std::string m_name;
     bool m_isIdx1;
     FindingRow m_missing{m_findings}; // chunks
@@ -226,7 +226,7 @@ private:
         }
         for (const auto& [stream, ofStream] : runs) {
             m_openDml.emplace(std::piecewise_construct, std::forward_as_tuple(stream),
-                              std::forward_as_tuple(m_file, m_findings, m_played, ofStream, 0, Extent{0, m_file.Size()},
+                              std::forward_as_tuple(m_file, m_findings, m_played, ofStream, 0, m_file.Size(),
                                                     "the index of its stream"));
         }
     }
@@ -240,8 +240,7 @@ private:
         const std::vector<Extent> lists = MediaLists(m_reader);
         const bool isFirstListAlone = !m_openDml.empty() && !lists.empty();
         const UInt64 end = isFirstListAlone ? lists.front().end : m_file.Size();
-        m_idx1.emplace(m_file, m_findings, m_played, std::vector{*m_scan.idx1}, Idx1Base(), Extent{0, end},
-                       "the index idx1");
+        m_idx1.emplace(m_file, m_findings, m_played, std::vector{*m_scan.idx1}, Idx1Base(), end, "the index idx1");
     }
 
     // The position from which the offsets of idx1 count: the file's start, the "movi" code, or the first chunk. The

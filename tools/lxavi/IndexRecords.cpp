@@ -64,6 +64,7 @@ bool RecordReader::Next(IndexRecord& record)
     const UInt8* const bytes = m_buffer.data() + m_at;
     const UInt64 at = m_bufferAt + m_at;
     record = run.isIdx1 ? Idx1RecordOf(bytes, at) : OpenDmlRecordOf(bytes, at, run);
+    record.behind = at + run.recordBytes;
     m_at += run.recordBytes;
     return true;
 }

@@ -24,6 +24,7 @@ struct IndexRecord {
     UInt32 id;     // of the chunk
     UInt32 size;   // of its payload
     bool isKey;
+    UInt64 behind = 0; // file offset behind the record
 };
 
 // Reads runs from start to end, with a small buffer.

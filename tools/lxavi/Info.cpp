@@ -248,7 +248,7 @@ Json ContainerReport(const Reader& reader)
     json["duration_us"] = OrNull(usec);
     json["bit_rate_bps"] = BitRate(reader.FileSize(), usec);
     json["width"] = avih.dwWidth;
-    json["height"] = avih.dwHeight;
+    json["height"] = std::abs(static_cast<std::int64_t>(static_cast<Int32>(avih.dwHeight)));
     json["frame_us"] = avih.dwMicroSecPerFrame;
     json["frames_in_first_list"] = avih.dwTotalFrames;
     json["frames_in_file"] = openDml.bPresent != 0 ? Json(openDml.uiTotalFrames) : Json();

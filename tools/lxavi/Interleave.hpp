@@ -19,22 +19,25 @@ enum class Side { Video, Audio };
 // side, it has to keep what it has read of the other side beyond that time.
 class Interleave {
 public:
-    void Add(Side side, UInt32 msec, UInt32 size, UInt64 offset);
+    // A chunk that plays from `begin` to `end`, in milliseconds.
+    void Add(Side side, UInt32 begin, UInt32 end, UInt32 size, UInt64 offset);
 
     UInt64 NeededMsec() const { return m_neededMsec; }
     UInt64 NeededBytes() const { return m_neededBytes; }
     UInt64 WorstOffset() const { return m_worstOffset; } // of the chunk that is awaited longest
+    UInt32 WorstMsec() const { return m_worstMsec; }     // when a player waits for it
     // Milliseconds that audio is ahead of the video, over the time played; negative where it is behind.
     const Columns& Lead() const { return m_lead; }
 
 private:
     struct Read {
-        UInt32 lastMsec = 0;                            // time of the chunk read last
-        std::deque<std::pair<UInt32, UInt32>> unplayed; // time and size
+        bool isThere = false;                           // a chunk has been read
+        UInt32 endMsec = 0;                             // of the chunk read last
+        std::deque<std::pair<UInt32, UInt32>> unplayed; // end and size
         UInt64 bytes = 0;                               // of these
     };
 
-    void Wait(const Read& awaited, Read& other, UInt64 offset);
+    void Wait(UInt32 played, Read& other, UInt64 offset);
 
     Read m_video;
     Read m_audio;
@@ -42,6 +45,7 @@ private:
     UInt64 m_neededMsec = 0;
     UInt64 m_neededBytes = 0;
     UInt64 m_worstOffset = 0;
+    UInt32 m_worstMsec = 0;
 };
 
 } // namespace lxavi

@@ -79,24 +79,6 @@ std::string ListText(const Json& list)
     return text.empty() ? "none" : text;
 }
 
-// A value of a report for people.
-std::string ForPeople(const std::string& name, const Json& value)
-{
-    if (value.is_null()) {
-        return "not known";
-    }
-    if (value.is_boolean()) {
-        return value.get<bool>() ? "yes" : "no";
-    }
-    if (value.is_array()) {
-        return Printable(ListText(value));
-    }
-    if (const Unit* const unit = UnitOf(name); unit != nullptr && value.is_number()) {
-        return unit->format(value.get<double>());
-    }
-    return Printable(Plain(value));
-}
-
 // A value of a table for people. The unit stands in the title.
 std::string Cell(const Json& value)
 {
@@ -107,6 +89,19 @@ std::string Cell(const Json& value)
         return value.get<bool>() ? "yes" : "no";
     }
     return Printable(Plain(value));
+}
+
+// A value of a report for people, with its unit.
+std::string ForPeople(const std::string& name, const Json& value)
+{
+    if (value.is_null()) {
+        return "not known";
+    }
+    if (value.is_array()) {
+        return Printable(ListText(value));
+    }
+    const Unit* const unit = UnitOf(name);
+    return unit != nullptr && value.is_number() ? unit->format(value.get<double>()) : Cell(value);
 }
 
 // A field of CSV, in quotes when it needs them.
@@ -250,17 +245,22 @@ Json DocumentHead(const Options& options)
 
 // ---- Tables ----
 
+void RefuseUnknownMembers(const Options& options, const std::vector<std::string>& members)
+{
+    for (const std::string& field : options.fields) {
+        if (std::find(members.begin(), members.end(), field.substr(0, field.find('.'))) == members.end()) {
+            throw UsageError(fmt::format("--fields: there is no '{}'; there are: {}", field, fmt::join(members, ", ")));
+        }
+    }
+}
+
 void RefuseUnknownFields(const Options& options, const std::vector<Column>& columns)
 {
     std::vector<std::string> names;
     for (const Column& column : columns) {
         names.push_back(column.name);
     }
-    for (const std::string& field : options.fields) {
-        if (std::find(names.begin(), names.end(), field) == names.end()) {
-            throw UsageError(fmt::format("--fields: there is no '{}'; there are: {}", field, fmt::join(names, ", ")));
-        }
-    }
+    RefuseUnknownMembers(options, names);
 }
 
 TableWriter::TableWriter(const Options& options, std::vector<Column> columns)

@@ -37,6 +37,9 @@ struct Column {
 // Throws UsageError when the user wants a field that the table does not have.
 void RefuseUnknownFields(const Options& options, const std::vector<Column>& columns);
 
+// The same for the members of a report; `members` are those of its first level.
+void RefuseUnknownMembers(const Options& options, const std::vector<std::string>& members);
+
 // Prints each row at once: aligned, as CSV, or as an element of a JSON array. A value that is not known is null.
 class TableWriter {
 public:

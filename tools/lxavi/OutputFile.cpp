@@ -22,7 +22,8 @@ void RefuseToOverwrite(const fs::path& path, const std::string& input, bool forc
     if (fs::exists(path, ignored) && !fs::is_regular_file(path, ignored)) {
         throw OutputFailure(path.string(), "is no regular file");
     }
-    if (fs::exists(path, ignored) && !force) {
+    const bool isThere = fs::symlink_status(path, ignored).type() != fs::file_type::not_found; // also a link to nothing
+    if (isThere && !force) {
         throw OutputFailure(path.string(), "exists: --force overwrites it");
     }
 }
@@ -41,6 +42,11 @@ OutputFile::OutputFile(const fs::path& path, const std::string& input, bool forc
     umask(mask);
     static_cast<void>(fchmod(descriptor, 0666 & ~mask)); // as any new file has it
     m_file.reset(fdopen(descriptor, "wb"));
+    if (m_file == nullptr) {
+        close(descriptor);
+        unlink(name.c_str());
+        Fail();
+    }
 }
 
 OutputFile::~OutputFile()

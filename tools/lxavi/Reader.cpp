@@ -208,6 +208,8 @@ Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
     if (item.result == LX_OK) {
         item.time =
             lxAviReadCore_GetStreamTime(item.chunk.uiStreamNr, item.chunk.uiFrameNumber, item.chunk.uiBytePosition);
+        item.endTime = lxAviReadCore_GetStreamTime(item.chunk.uiStreamNr, item.chunk.uiFrameNumber + 1,
+                                                   item.chunk.uiBytePosition + item.chunk.uiSize);
     }
     return item;
 }

@@ -71,7 +71,8 @@ struct Item {
     bool jumped = false;
     UInt64 offset = 0; // file offset of the chunk header; after a trim, offset of the payload minus 8
     UInt32 track = 0;
-    UInt32 time = 0; // milliseconds
+    UInt32 time = 0;    // milliseconds
+    UInt32 endTime = 0; // when the next chunk of its stream begins
 };
 
 class Reader {

@@ -11,6 +11,10 @@ namespace lxavi {
 
 namespace {
 
+const std::vector<std::string> kMembers = {
+    "written",          "chunks", "key_frames", "places_left_out", "left_out_bytes", "left_out_behind_lists_bytes",
+    "streams_left_out", "index",  "riff_lists", "corrected"};
+
 constexpr UInt32 kRepairBudget = 1u << 30; // room for every key frame that an index of the file names
 
 WrittenFile Plan(const Reader& reader, const Inventory& inventory)
@@ -71,6 +75,7 @@ Json Copy(const Reader& reader, const Inventory& inventory, const RepairOptions&
 
 int RunRepair(const Options& options, const RepairOptions& repair)
 {
+    RefuseUnknownMembers(options, kMembers); // before the work
     if (!repair.inPlace) {
         RefuseToOverwrite(repair.output, options.Path(), repair.force); // before the work
     }

@@ -22,6 +22,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const std::vector<std::string> kMembers = {"info",       "end_ms",   "streams",  "interleave",
+                                           "key_frames", "seeks_ms", "findings", "summary"};
+
 constexpr const char* kDebianCharts = "/usr/share/javascript/dygraphs";
 constexpr const char* kDebianLicence = "/usr/share/doc/libjs-dygraphs/copyright";
 
@@ -89,34 +92,21 @@ std::string HashOf(const std::string& text)
     return "'sha256-" + std::string(encoded.begin(), encoded.begin() + length) + "'";
 }
 
-std::string ForMarkup(const std::string& text)
+using Escapes = std::map<char, std::string>;
+
+std::string Escaped(const std::string& text, const Escapes& escapes)
 {
     std::string escaped;
     for (const char c : text) {
-        switch (c) {
-        case '&': escaped += "&amp;"; break;
-        case '<': escaped += "&lt;"; break;
-        case '>': escaped += "&gt;"; break;
-        default: escaped += c;
-        }
+        const auto found = escapes.find(c);
+        escaped += found != escapes.end() ? found->second : std::string(1, c);
     }
     return escaped;
 }
 
-// JSON in a script element: nothing in it can end the element.
-std::string ForScriptElement(const std::string& json)
-{
-    std::string escaped;
-    for (const char c : json) {
-        switch (c) {
-        case '<': escaped += "\\u003c"; break;
-        case '>': escaped += "\\u003e"; break;
-        case '&': escaped += "\\u0026"; break;
-        default: escaped += c;
-        }
-    }
-    return escaped;
-}
+const Escapes kForMarkup = {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}};
+// In JSON in a script element, so that nothing in it can end the element.
+const Escapes kForScriptElement = {{'&', "\\u0026"}, {'<', "\\u003c"}, {'>', "\\u003e"}};
 
 // Fills in the places, each once and in one go, so that nothing that was filled in is taken for a place.
 std::string FilledIn(std::string_view page, const std::map<std::string, std::string>& parts)
@@ -144,8 +134,8 @@ std::string Page(const ChartLibrary& charts, const Json& document)
                     HashOf(charts.script), HashOf(script), HashOf(style));
     return FilledIn(kPageHtml, {{"POLICY", policy},
                                 {"STYLE", style},
-                                {"LICENCE", ForMarkup(charts.licence)},
-                                {"DATA", ForScriptElement(JsonText(document))},
+                                {"LICENCE", Escaped(charts.licence, kForMarkup)},
+                                {"DATA", Escaped(JsonText(document), kForScriptElement)},
                                 {"CHARTS", charts.script},
                                 {"SCRIPT", script}});
 }
@@ -154,6 +144,7 @@ std::string Page(const ChartLibrary& charts, const Json& document)
 
 int RunReport(const Options& options, const ReportOptions& report)
 {
+    RefuseUnknownMembers(options, kMembers); // before the work
     const bool writesPage = !report.output.empty();
     ChartLibrary charts;
     if (writesPage) { // before the work

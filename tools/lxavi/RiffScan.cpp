@@ -140,8 +140,9 @@ void RiffScan::TakeIndexChunk(const RiffPart& part)
         Report(Severity::Warning, part.offset, "index_chunk_room",
                fmt::format("index chunk claims {} records and has room for {}", entries, room));
     }
-    const RecordRun records = {
-        part.offset + (isOneWordMore ? 36 : 32), std::min(entries, room), recordSize, base, WordAt(fields + 16), false};
+    const UInt64 at = part.offset + (isOneWordMore ? 36 : 32);
+    const UInt64 inFile = part.end > at ? (part.end - at) / recordSize : 0; // the file may end in the chunk
+    const RecordRun records = {at, std::min({entries, room, inFile}), recordSize, base, WordAt(fields + 16), false};
     indexes.push_back({part.offset, base, part.id, fields[10] == 1, isOneWordMore, records});
 }
 

@@ -49,7 +49,7 @@ bool RiffWalk::IsFollowed(UInt64 offset, const ChunkHead& header) const
     const UInt64 end = offset + sizeof header + header.size;
     const UInt64 next = end + header.size % 2;
     ChunkHead behind = {};
-    const bool isLast = end <= m_lists.back().end && next + sizeof header > m_lists.back().end;
+    const bool isLast = end == m_lists.back().end || next == m_lists.back().end;
     return isLast || (next + sizeof header <= m_lists.back().end && m_file.Read(next, &behind, sizeof behind) &&
                       IsPrintableId(behind.id));
 }
@@ -59,17 +59,21 @@ bool RiffWalk::FindNext()
 {
     List& list = m_lists.back();
     const UInt64 from = list.at;
-    constexpr size_t kWindow = 64 * 1024;
+    const bool mayHaveMedia = list.isInMovi || list.type == Code("AVI ") || list.type == Code("AVIX");
+    size_t windowBytes = 512; // grows, so that both little and much damage cost little
     std::vector<UInt8> window;
-    for (UInt64 at = from + 1; list.isInMovi && at + sizeof(ChunkHead) <= list.end; at += kWindow - sizeof(ChunkHead)) {
-        window.resize(static_cast<size_t>(std::min<UInt64>(kWindow, list.end - at)));
+    for (UInt64 at = from + 1; mayHaveMedia && at + sizeof(ChunkHead) <= list.end;
+         at += windowBytes - sizeof(ChunkHead)) {
+        windowBytes = std::min<size_t>(2 * windowBytes, 64 * 1024);
+        window.resize(static_cast<size_t>(std::min<UInt64>(windowBytes, list.end - at)));
         if (!m_file.Read(at, window.data(), window.size())) {
             break;
         }
         for (size_t i = 0; i + sizeof(ChunkHead) <= window.size(); ++i) {
             ChunkHead header = {};
             std::memcpy(&header, window.data() + i, sizeof header);
-            if (IsMediaId(header.id) && HasStreamNumber(header.id) && IsFollowed(at + i, header)) {
+            const bool isMedia = IsMediaId(header.id) && HasStreamNumber(header.id);
+            if ((isMedia || header.id == Code("idx1")) && IsFollowed(at + i, header)) {
                 ReportRest(from, at + i);
                 list.at = at + i;
                 return true;

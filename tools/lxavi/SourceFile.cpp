@@ -22,7 +22,9 @@ SourceFile::SourceFile(const std::string& path) : m_descriptor(open(path.c_str()
 {
     struct stat status = {};
     if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0) {
-        throw Failure(fmt::format("cannot be opened: {}", std::strerror(errno)));
+        const int reason = errno;
+        close(m_descriptor);
+        throw Failure(fmt::format("cannot be opened: {}", std::strerror(reason)));
     }
     m_size = static_cast<UInt64>(status.st_size);
 }

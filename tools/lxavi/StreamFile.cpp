@@ -53,10 +53,15 @@ public:
 
     void BeginChunk(const Item& /*item*/, std::span<const UInt8> first) override
     {
+        constexpr UInt8 kStartCode[] = {0, 0, 1};
         constexpr UInt8 kFrame[] = {0, 0, 1, 0xB6};
-        const bool beginsWithFrame =
-            first.size() >= sizeof kFrame && std::equal(kFrame, kFrame + sizeof kFrame, first.begin());
-        if (beginsWithFrame && m_headers.starts_with(std::string("\0\0\1", 3))) {
+        const auto beginsWith = [&](std::span<const UInt8> code) {
+            return first.size() >= code.size() && std::equal(code.begin(), code.end(), first.begin());
+        };
+        if (!beginsWith(kStartCode)) {
+            return; // a placeholder
+        }
+        if (beginsWith(kFrame) && m_headers.starts_with(std::string("\0\0\1", 3))) {
             m_out.Write(m_headers);
         }
         m_headers.clear(); // only before the first frame
@@ -78,6 +83,9 @@ public:
 
     void BeginChunk(const Item& item, std::span<const UInt8> first) override
     {
+        if (first.empty()) {
+            return;
+        }
         const bool isFramed = first.size() > 1 && first[0] == 0xFF && (first[1] & 0xF6) == 0xF0;
         if (!isFramed) {
             m_out.Write(Header(item.chunk.uiSize));

@@ -14,8 +14,10 @@ namespace lxavi {
 namespace {
 
 constexpr UInt32 kSizeClassesPerDoubling = 2;
+constexpr UInt64 kNarrowestRate = 1000; // milliseconds
 constexpr size_t kMostPlaces = 2000;
-constexpr size_t kMostFindings = 1000; // that a page lists; the summary counts all
+constexpr UInt32 kEveryKeyFrame = 1u << 30; // bytes for a table of all key frames
+constexpr size_t kMostFindings = 1000;      // that a page lists; the summary counts all
 
 // Classes whose upper bounds grow by the square root of two. Class 0 holds empty chunks.
 UInt32 SizeClass(UInt32 size)
@@ -47,17 +49,19 @@ Json RangePoints(const Columns& columns)
     return points;
 }
 
-// [time, kbit/s] of every column. Columns of less than a second are joined, because single chunks are no rate.
-Json RatePoints(Columns columns, UInt32 endMsec)
+// [time, kbit/s] of every column, and 0 from the end of the stream on. Columns of less than a second are joined, because
+// single chunks are no rate.
+Json RatePoints(const Columns& columns, UInt64 endMsec)
 {
-    constexpr UInt64 kNarrowest = 1000;
-    columns.WidenTo(kNarrowest);
     Json points = Json::array();
     for (size_t i = 0; i < columns.All().size(); ++i) {
         const UInt64 begin = i * columns.Width();
-        const UInt64 end = std::min<UInt64>(begin + columns.Width(), std::max<UInt64>(endMsec, begin + 1));
-        points.push_back({begin, Rounded(columns.All()[i].sum * 8 / static_cast<double>(end - begin))});
+        const UInt64 end = std::min(begin + columns.Width(), endMsec);
+        if (end > begin) {
+            points.push_back({begin, Rounded(columns.All()[i].sum * 8 / static_cast<double>(end - begin))});
+        }
     }
+    points.push_back({endMsec, 0.0});
     return points;
 }
 
@@ -67,7 +71,7 @@ Json RatePoints(Columns columns, UInt32 endMsec)
 
 void Survey::TakeChunk(const lxAviRead_MediaChunk_t& chunk)
 {
-    if (chunk.eFrame == LX_AVIREAD_FRAME_KEY) {
+    if (chunk.eFrame == LX_AVIREAD_FRAME_KEY && static_cast<int>(chunk.uiStreamNr) == m_mainVideo) {
         m_keyOffsets.push_back(chunk.uiOffset);
     }
 }
@@ -79,18 +83,16 @@ void Survey::TakeDelivered(const Item& item, bool isNew)
     }
     Stream& stream = m_streams[item.chunk.uiStreamNr];
     stream.type = item.chunk.eStreamType;
-    Spread(stream, item.time);
-    stream.lastDuration = item.time - std::min(stream.lastMsec, item.time);
-    stream.lastMsec = item.time;
-    stream.lastSize = item.chunk.uiSize;
+    Spread(stream, item);
     ++stream.bySize[SizeClass(item.chunk.uiSize)];
     ++stream.chunks;
-    m_endMsec = std::max(m_endMsec, item.time);
+    m_endMsec = std::max(m_endMsec, stream.endMsec);
     m_lastOffset = std::max(m_lastOffset, item.offset);
-    NotePlace(item.offset, item.time);
     if (item.chunk.eStreamType != LX_AVIREAD_STREAM_VIDEO) {
         return;
     }
+    NotePlace(item.offset, item.time);
+    m_lastFrameMsec = item.time;
     while (m_nextKey < m_keyOffsets.size() && m_keyOffsets[m_nextKey] < item.offset) {
         ++m_nextKey;
     }
@@ -101,16 +103,16 @@ void Survey::TakeDelivered(const Item& item, bool isNew)
     }
 }
 
-// A chunk may play for seconds. Its bytes are spread over the time until the next one begins.
-void Survey::Spread(Stream& stream, UInt32 untilMsec)
+// A chunk may play for seconds. Its bytes are spread over its time.
+void Survey::Spread(Stream& stream, const Item& item)
 {
     constexpr UInt32 kPiece = 50; // milliseconds
-    const UInt32 duration = untilMsec - std::min(stream.lastMsec, untilMsec);
+    const UInt32 duration = std::max(item.endTime, item.time) - item.time;
     const UInt32 pieces = std::clamp<UInt32>(duration / kPiece, 1, Columns::kMost);
     for (UInt32 i = 0; i < pieces; ++i) {
-        stream.bytes.Add(stream.lastMsec + UInt64{duration} * i / pieces,
-                         static_cast<double>(stream.lastSize) / pieces);
+        stream.bytes.Add(item.time + UInt64{duration} * i / pieces, static_cast<double>(item.chunk.uiSize) / pieces);
     }
+    stream.endMsec = std::max(stream.endMsec, item.time + duration);
 }
 
 void Survey::TakeKeyFrame(UInt32 msec)
@@ -125,8 +127,7 @@ void Survey::TakeKeyFrame(UInt32 msec)
 // Keeps every m_placeStep-th place, so that there are never more than kMostPlaces.
 void Survey::NotePlace(UInt64 offset, UInt32 msec)
 {
-    const bool isPassed = !m_places.empty() && offset <= m_places.back().offset; // another pass
-    if (isPassed || m_placesSeen++ % m_placeStep != 0) {
+    if (m_placesSeen++ % m_placeStep != 0) {
         return;
     }
     m_places.push_back({offset, msec});
@@ -142,6 +143,9 @@ void Survey::NotePlace(UInt64 offset, UInt32 msec)
 // The time that plays where the finding is; null for a finding about headers or about an index.
 Json Survey::TimeOf(const Finding& finding) const
 {
+    if (finding.msec) {
+        return *finding.msec;
+    }
     const std::optional<UInt64> offset = finding.media ? finding.media : finding.offset;
     if (!offset || m_places.empty() || *offset < m_places.front().offset) {
         return nullptr;
@@ -162,13 +166,16 @@ Json Survey::StreamReport(const Reader& reader) const
         for (const auto& [sizeClass, chunks] : stream.bySize) {
             sizes.push_back({LeastOfClass(sizeClass), chunks});
         }
+        Columns rates = stream.bytes;
+        rates.WidenTo(kNarrowestRate);
         Json json;
         json["stream"] = number;
         json["type"] = TypeName(stream.type);
         json["codec"] = CodingOf(*reader.Stream(number)).name;
         json["chunks"] = stream.chunks;
-        json["rate_column_ms"] = std::max<UInt64>(stream.bytes.Width(), 1024);
-        json["rate_ms_kbps"] = RatePoints(stream.bytes, m_endMsec);
+        json["end_ms"] = stream.endMsec;
+        json["rate_column_ms"] = rates.Width();
+        json["rate_ms_kbps"] = RatePoints(rates, stream.endMsec);
         json["chunks_by_least_bytes"] = sizes;
         streams.push_back(json);
     }
@@ -203,7 +210,7 @@ Json Survey::KeyFrameReport(const Reader& reader) const
     }
     Json json;
     json["key_frames"] = m_keyFrames;
-    json["told_by"] = m_keyOffsets.empty() ? "the table" : "the frames";
+    json["told_by"] = m_keyOffsets.empty() ? "the index" : "the frames";
     json["stored"] = table.size();
     json["step"] = summary.uiStep != 0 ? Json(summary.uiStep) : Json();
     json["distance_ms"] = RangePoints(m_keyDistances);
@@ -224,7 +231,7 @@ Json Survey::SeekReport(Reader& reader) const
     reader.Start();
     for (UInt32 i = 0; i < kTargets; ++i) {
         progress.At(i);
-        const auto target = static_cast<UInt32>(UInt64{m_endMsec} * i / (kTargets - 1));
+        const auto target = static_cast<UInt32>(UInt64{m_lastFrameMsec} * i / (kTargets - 1));
         const UInt32 landed = reader.Seek(target, track, lxAviRead_SetPosRoundDown);
         const Landing landing = Land(reader, track, kPatience);
         const bool both = landing.video && landing.audio;
@@ -255,12 +262,12 @@ Json Survey::FindingReport(Findings& findings) const
 
 Json Survey::Run()
 {
-    Checker checker(m_options, {[this](const lxAviRead_MediaChunk_t& chunk) { TakeChunk(chunk); },
-                                [this](const Item& item, bool isNew) { TakeDelivered(item, isNew); }});
+    Options thorough = m_options;
+    thorough.budget = kEveryKeyFrame;
+    m_mainVideo = Reader(m_options).State().videoStreamNr;
+    Checker checker(thorough, {[this](const lxAviRead_MediaChunk_t& chunk) { TakeChunk(chunk); },
+                               [this](const Item& item, bool isNew) { TakeDelivered(item, isNew); }});
     Findings& findings = checker.Run();
-    for (auto& [number, stream] : m_streams) {
-        Spread(stream, stream.lastMsec + stream.lastDuration); // the last chunk lasts as long as the one before
-    }
     Reader reader(m_options);
     const UInt32 indexed = reader.BuildIndex();
     Json report;

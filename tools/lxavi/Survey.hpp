@@ -1,4 +1,5 @@
-// What the charts of a report show: gathered while a file is checked, in a size that does not grow with the file.
+// What the charts of a report show: gathered while a file is checked. Only the key frames take memory in proportion to the
+// file.
 
 #pragma once
 
@@ -22,10 +23,8 @@ public:
 private:
     struct Stream {
         UInt32 type = LX_AVIREAD_STREAM_NONE;
-        Columns bytes;       // of payload
-        UInt32 lastMsec = 0; // of the chunk whose bytes are not in the columns yet
-        UInt32 lastSize = 0;
-        UInt32 lastDuration = 0;         // of the chunk before
+        Columns bytes;                   // of payload
+        UInt32 endMsec = 0;              // of its last chunk
         std::map<UInt32, UInt64> bySize; // chunks, by the class of their size
         UInt64 chunks = 0;
     };
@@ -37,7 +36,7 @@ private:
 
     void TakeChunk(const lxAviRead_MediaChunk_t& chunk);
     void TakeDelivered(const Item& item, bool isNew);
-    static void Spread(Stream& stream, UInt32 untilMsec);
+    static void Spread(Stream& stream, const Item& item);
     void TakeKeyFrame(UInt32 msec);
     void NotePlace(UInt64 offset, UInt32 msec);
     Json TimeOf(const Finding& finding) const;
@@ -59,7 +58,9 @@ private:
     UInt64 m_placeStep = 1; // every how many-th chunk is noted as a place
     UInt64 m_placesSeen = 0;
     UInt64 m_lastOffset = 0; // of a chunk
-    UInt32 m_endMsec = 0;
+    int m_mainVideo = -1;    // stream number
+    UInt32 m_lastFrameMsec = 0;
+    UInt32 m_endMsec = 0; // of the stream that ends last
 };
 
 } // namespace lxavi

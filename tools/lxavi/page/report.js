@@ -14,11 +14,14 @@
 
   const grouped = value => Number(value).toLocaleString('en');
 
-  function clock(msec) {
+  const counted = (number, what) => grouped(number) + ' ' + what + (number === 1 ? '' : 's');
+
+  function clock(value) {
+    const msec = Math.round(value);
     const seconds = Math.floor(Math.abs(msec) / 1000);
     const two = value => String(value).padStart(2, '0');
     return (msec < 0 ? '-' : '') + Math.floor(seconds / 3600) + ':' + two(Math.floor(seconds / 60) % 60) + ':' + two(seconds % 60) +
-      '.' + String(Math.round(Math.abs(msec)) % 1000).padStart(3, '0');
+      '.' + String(Math.abs(msec) % 1000).padStart(3, '0');
   }
 
   // For an axis that shows `range` milliseconds.
@@ -75,8 +78,7 @@
     element('file').textContent = data.file;
     element('maker').textContent = data.maker;
     const { errors, warnings, notes } = data.summary;
-    const count = (number, what) => grouped(number) + ' ' + what + (number === 1 ? '' : 's');
-    element('verdict').textContent = [count(errors, 'error'), count(warnings, 'warning'), count(notes, 'note')].join(', ');
+    element('verdict').textContent = [counted(errors, 'error'), counted(warnings, 'warning'), counted(notes, 'note')].join(', ');
     element('verdict').className = errors ? 'error' : warnings ? 'warning' : 'note';
     addTable('File', [info]);
     addTable('Index', [info.index]);
@@ -92,6 +94,8 @@
   const hues = ['#3b7dd8', '#d8733b', '#3ba55d', '#a557c4', '#c4a017', '#c43b6e', '#2aa7b0', '#8a6d3b', '#6b7280', '#7a9a01'];
   let marked = null; // time of the finding that was chosen, in milliseconds
   let isZooming = false;
+
+  const wholeFile = () => [0, Math.max(data.end_ms, 1)];
 
   function zoomAll(range) {
     isZooming = true;
@@ -139,23 +143,28 @@
   function draw(id, rows, labels, options) {
     if (!rows.length) {
       element(id).textContent = 'There is nothing to draw.';
+      element(id).classList.add('empty');
       return;
     }
     const { unit, limits = [], isOverTime = true, point = clock, axisPoint = null, colours = hues, ...more } = options;
     const values = element(id + '-values');
     addLegend(id, labels, colours);
+    element(id).setAttribute('role', 'img');
+    element(id).setAttribute('aria-label', labels.join(', '));
     const chart = new Dygraph(element(id), rows, {
       labels: ['x', ...labels], legend: 'never', colors: labels.map((label, i) => colours[i % colours.length]), connectSeparatedPoints: true, strokeWidth: 1.5,
       axisLineColor: colour('--line'), gridLineColor: colour('--grid'), highlightCircleSize: 3, labelsKMB: false,
-      dateWindow: isOverTime ? [0, Math.max(data.end_ms, 1)] : null,
-      axes: { x: { axisLabelFormatter: axisPoint || ((x, granularity, get, drawn) => shortClock(x, drawn.xAxisRange()[1] - drawn.xAxisRange()[0])), axisLabelWidth: 60 }, y: { axisLabelWidth: 70, axisLabelFormatter: grouped } },
+      dateWindow: isOverTime ? wholeFile() : null,
+      axes: { x: { axisLabelFormatter: axisPoint || ((x, granularity, get, drawn) => shortClock(x, drawn.xAxisRange()[1] - drawn.xAxisRange()[0])), axisLabelWidth: 60 }, y: { axisLabelWidth: 90, axisLabelFormatter: grouped } },
       underlayCallback: (canvas, area, drawn) => { drawLimits(canvas, area, drawn, limits); drawMark(canvas, area, drawn); },
       highlightCallback: (event, x, points) => {
         const told = points.filter(p => Number.isFinite(p.yval)).map(p => p.name + ': ' + grouped(p.yval) + ' ' + unit);
         values.textContent = [point(x), ...told].join('   ');
       },
       unhighlightCallback: () => { values.textContent = ''; },
-      zoomCallback: (from, to) => { if (isOverTime && !isZooming) zoomAll([from, to]); },
+      zoomCallback: (from, to) => {
+        if (isOverTime && !isZooming) zoomAll(charts[id].isZoomed('x') ? [from, to] : wholeFile());
+      },
       ...more,
     });
     chart.isOverTime = isOverTime;
@@ -177,8 +186,7 @@
   const nameOf = stream => 'stream ' + stream.stream + ' (' + stream.type + ', ' + stream.codec + ')';
 
   function drawRates() {
-    const lasting = points => points.length ? [...points, [data.end_ms, points[points.length - 1][1]]] : points;
-    draw('rates', joined(data.streams.map(s => lasting(s.rate_ms_kbps)), 1), data.streams.map(nameOf), { unit: 'kbit/s', stepPlot: true, includeZero: true });
+    draw('rates', joined(data.streams.map(s => s.rate_ms_kbps), 1), data.streams.map(nameOf), { unit: 'kbit/s', stepPlot: true, includeZero: true });
   }
 
   function drawInterleave() {
@@ -195,14 +203,15 @@
     const most = values.reduce((a, b) => Math.max(a, b), limit);
     const least = values.reduce((a, b) => Math.min(a, b), -limit);
     draw('interleave', joined(tracks.map(t => t.lead_ms), 2), labels, {
-      unit: 'ms', limits: [0, limit, -limit], colours: hues.flatMap(hue => [hue, hue]), valueRange: [least * 1.1, most * 1.1],
+      unit: 'ms', limits: [limit, -limit], colours: hues.flatMap(hue => [hue, hue]), valueRange: [least * 1.1, most * 1.1],
     });
   }
 
   function drawKeyFrames() {
     const keys = data.key_frames;
-    element('keys-text').textContent = grouped(keys.key_frames) + ' key frames by ' + keys.told_by + ', of which the table holds ' + grouped(keys.stored) +
-      (keys.step ? ': every ' + (keys.step === 1 ? 'one' : grouped(keys.step) + 'th') : '') +
+    const ordinal = keys.step === 2 ? '2nd' : keys.step === 3 ? '3rd' : grouped(keys.step || 1) + 'th';
+    element('keys-text').textContent = counted(keys.key_frames, 'key frame') + ' by ' + keys.told_by + '. The table holds ' +
+      grouped(keys.stored) + (keys.step > 1 ? ', every ' + ordinal + ', because its budget has no room for more' : '') +
       '. The chart shows the distances to the next one, in milliseconds.';
     draw('keys', joined([keys.distance_ms, keys.stored_distance_ms], 2),
       ['key frames, least', 'key frames, most', 'in the table, least', 'in the table, most'], { unit: 'ms', includeZero: true, drawPoints: true, colours: [hues[0], hues[0], hues[1], hues[1]] });
@@ -212,7 +221,7 @@
     element('seeks-text').textContent = data.seeks_ms.length === 0 ? 'There is no key-frame table: seeks are not possible.' :
       grouped(data.seeks_ms.length) + ' seeks to times that are spread over the file: how far the key frame that is found lies from the time that was asked for, ' +
       'and how far the audio begins from that key frame, in milliseconds.';
-    draw('seeks', data.seeks_ms, ['found minus asked', 'audio minus video'], { unit: 'ms', drawPoints: true });
+    draw('seeks', data.seeks_ms, ['found minus asked', 'audio minus video'], { unit: 'ms', drawPoints: true, connectSeparatedPoints: false });
   }
 
   function drawSizes() {
@@ -271,6 +280,7 @@
   listFindings();
   drawAll();
   matchMedia('(prefers-color-scheme: dark)').addEventListener('change', recolour);
-  addEventListener('beforeprint', recolour);
-  addEventListener('afterprint', recolour);
+  for (const event of ['beforeprint', 'afterprint']) {
+    addEventListener(event, () => { recolour(); Object.values(charts).forEach(chart => chart.resize()); });
+  }
 })();

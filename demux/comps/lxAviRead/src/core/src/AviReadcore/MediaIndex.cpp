@@ -8,6 +8,7 @@
 // The table holds every 1st, 2nd, 4th, 8th … key frame. An index tells the number of key frames before, so that its table
 // may hold more of them: never twice as many.
 
+#include "internal/Delivery.hpp"
 #include "internal/IndexPasses.hpp"
 #include "internal/MediaWalk.hpp"
 
@@ -226,6 +227,7 @@ UInt32 PublicKind(FrameKind eKind)
 UInt32 WalkAndReturn(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_VisitChunk_t pfnVisit, void* pUser)
 {
     const DeliveryPlace place = PlaceOfDelivery(pAviInfo);
+    const ForeignPayload foreign = TakeForeignPayload();
     UInt64 position = FileOffsetOf(pAviInfo, place.uiOffset);
     static_cast<void>(TellPosition(pAviInfo, position));
     const auto visit = [&](const MediaChunk& chunk) -> UInt32 {
@@ -242,6 +244,7 @@ UInt32 WalkAndReturn(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_VisitChunk_t p
         return ForEachChunk(walk, visit);
     });
     const bool bReturned = GoToPlace(pAviInfo, place) && SeekAndRemember(pAviInfo, position, kFromStart);
+    GiveBackForeignPayload(foreign);
     return bReturned || result != LX_OK ? result : UInt32{LX_ERR_AVIREAD_SEEK};
 }
 

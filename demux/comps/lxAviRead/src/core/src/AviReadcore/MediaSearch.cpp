@@ -82,6 +82,8 @@ inline UInt32 MakeRoom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 bytes)
     return HasRoom(pAviInfo, bytes) ? LX_OK : EnterSegmentFor(pAviInfo, bytes);
 }
 
+ForeignPayload s_foreign;
+
 // ---- What an identifier means ----
 
 // Whether the identifier is one of an "iavs" stream, which has chunk types of its own.
@@ -97,6 +99,15 @@ bool IsDescriptorOfAStream(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 }
 
 } // namespace
+
+ForeignPayload TakeForeignPayload()
+{
+    const ForeignPayload foreign = s_foreign;
+    s_foreign = {};
+    return foreign;
+}
+
+void GiveBackForeignPayload(const ForeignPayload& foreign) { s_foreign = foreign; }
 
 bool IsMediaChunk(const lxAviReadCore_AviInfo_t* pAviInfo, UInt32 id)
 {
@@ -198,10 +209,19 @@ UInt32 SlideBehind(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     return Slide(pAviInfo, id);
 }
 
-// Goes on in the next list. Called where the index of the file begins, which a list with a stale size reaches into: behind
-// it there are no media data.
-UInt32 EndList(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
+// An `idx1` that claims more bytes than its list has. If its first record names a chunk, the size of the list is stale and
+// reaches into the index of the file: there are no media data behind it, and the next list takes over. Otherwise damage looks
+// like an identifier, and the search slides on.
+UInt32 LeaveAtIndex(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
 {
+    UInt32 firstRecord = 0;
+    if (HasRoom(pAviInfo, sizeof firstRecord)) {
+        LX_AVIREAD_TRY(ReadCounted(pAviInfo, firstRecord, kSteppedSize, Here()));
+        if (!MeansSomething(pAviInfo, firstRecord) && firstRecord != FourCC("rec ")) {
+            ReturnTo(pAviInfo, PlaceBefore(pAviInfo, kSizeBytes + sizeof firstRecord));
+            return Slide(pAviInfo, id);
+        }
+    }
     LX_AVIREAD_TRY(EnterSegmentFor(pAviInfo, kChunkHeaderBytes));
     return ReadCounted(pAviInfo, id, kId, Here());
 }
@@ -213,7 +233,7 @@ UInt32 StepOver(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id)
     LX_AVIREAD_TRY(ReadCounted(pAviInfo, size, kSteppedSize, Here()));
     size = MakeEven(size);
     if (StepsEndWithTheirList(pAviInfo) && !HasRoom(pAviInfo, size)) {
-        return id == FourCC("idx1") ? EndList(pAviInfo, id) : SlideBehind(pAviInfo, id);
+        return id == FourCC("idx1") ? LeaveAtIndex(pAviInfo, id) : SlideBehind(pAviInfo, id);
     }
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, size));
     if (const UInt32 result = LX_AVIREAD_CALL(lxAviReadCore_RemoveChunk(size)); result != LX_OK) {
@@ -240,14 +260,6 @@ UInt32 SearchFrom(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& pl
 
 // ---- Chunks of streams that the file does not have ----
 
-// The payload of the last such chunk, until the next search begins.
-struct ForeignPayload {
-    UInt64 uiStart;
-    UInt32 uiSize;
-};
-
-ForeignPayload s_foreign;
-
 UInt32 GoTo(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset)
 {
     if (!SeekAndRemember(pAviInfo, FileOffsetOf(pAviInfo, offset), kFromStart)) {
@@ -261,15 +273,14 @@ UInt32 GoTo(lxAviReadCore_AviInfo_t* pAviInfo, UInt64 offset)
 // and the search goes through the payload.
 UInt32 StepOverForeign(lxAviReadCore_AviInfo_t* pAviInfo)
 {
-    const ForeignPayload foreign = s_foreign;
-    s_foreign = {};
+    const ForeignPayload foreign = TakeForeignPayload();
     const UInt64 behind = foreign.uiStart + foreign.uiSize + (foreign.uiSize & 1u);
     const UInt64 end = EndOfDelivery(pAviInfo);
     if (foreign.uiSize == 0 || pAviInfo->CurrentOffset != foreign.uiStart || behind > end ||
         lxalAviRead_FileSeekPossible == 0) {
         return LX_OK;
     }
-    bool bFollowed = behind + kChunkHeaderBytes > end;
+    bool bFollowed = behind == end;
     if (!bFollowed) {
         UInt32 nextId = 0;
         LX_AVIREAD_TRY(GoTo(pAviInfo, behind));
@@ -396,8 +407,6 @@ UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t*
     }
     return result;
 }
-
-void ForgetForeignChunk() { s_foreign = {}; }
 
 bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk)
 {

@@ -179,7 +179,7 @@ UInt32 MediaWalk::Find(MediaChunk& chunk)
             return LX_AVIREAD_END_OF_MEDIA; // a damaged header has led to a list that was passed already
         }
         if (!IsOfKnownStream(data)) {
-            continue; // its size cannot be trusted; delivery searches on behind the header, too
+            continue; // the search decides whether its size can be trusted, as in delivery
         }
         bool bWhole = false;
         LX_AVIREAD_TRY(Examine(data.uiSize, bWhole));

@@ -158,6 +158,7 @@ UInt32 ExecuteJump(lxAviReadCore_AviInfo_t* pAviInfo, Bool* pJumped)
     // a caller may have skipped a payload since the jump was armed
     s_place.uiOffset = pAviInfo->CurrentOffset;
     s_place.pSegment = pAviInfo->pCurrentAvix;
+    static_cast<void>(TakeForeignPayload());
     s_place.uiTarget = pAviInfo->JumpOffset;
     pAviInfo->CurrentOffset = pAviInfo->JumpOffset;
     *pJumped = 1;

@@ -270,7 +270,7 @@ UInt32 lxAviReadCore_Reset(void)
     lxalAviRead_FileSeekPossible = 1;
     ClearCounters();
     ForgetFile(pAviInfo);
-    ForgetForeignChunk();
+    static_cast<void>(TakeForeignPayload());
     ForgetIndexSurvey();
     ForgetReadSize();
     ReleaseKeptChunks();

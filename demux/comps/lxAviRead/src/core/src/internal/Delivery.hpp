@@ -17,8 +17,15 @@ struct MediaHeader {
 [[nodiscard]] UInt32 ReadMediaHeader(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk,
                                      MediaHeader& header);
 
-// Called when a file is opened: what the search knows is about the file before.
-void ForgetForeignChunk();
+// The payload of the last chunk of a stream that the file does not have, until the next search begins.
+struct ForeignPayload {
+    UInt64 uiStart;
+    UInt32 uiSize; // 0: there is none
+};
+
+// Takes it away, so that a walk does not use it up; the next search has it when it is given back.
+ForeignPayload TakeForeignPayload();
+void GiveBackForeignPayload(const ForeignPayload& foreign);
 
 // Whether the size of a chunk can be trusted: its stream is known.
 bool IsOfKnownStream(const lxAviRead_ChunkData_t& chunk);
