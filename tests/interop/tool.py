@@ -199,6 +199,7 @@ class Tool(InScratchFolder):
         self.assertIn(b"standard input: cannot be checked: it is no regular file", piped.stderr)
         info = json.loads(self.piped(MJPEG, "info", "-", "--json").stdout)
         self.assertEqual((info["size_bytes"], info["quirks"], info["can_seek"]), (None, None, False))
+        self.assertEqual((info["index"]["kind"], info["index"]["idx1_records"]), (None, None))
         self.assertIn("the index, the size", info["unknown_because_of_pipe"])
         out = self.folder / "out"
         self.assertEqual(self.piped(MJPEG, "extract", "-", "--out", out).returncode, 0)

@@ -18,32 +18,67 @@ bool IsNew(const Item& item, UInt32 pass) { return pass == 0 || item.chunk.eStre
 
 } // namespace
 
-// The structure's media chunks in step with the delivered ones.
+// The media chunks of the structure in step with the delivered ones, and what is found on the way.
 class Checker::Structure {
 public:
-    explicit Structure(const SourceFile& file) : m_walk(file) { Advance(); }
+    Structure(const SourceFile& file, Findings& findings)
+        : m_findings(findings), m_end(file.Size()), m_walk(file), m_lost(findings), m_strange(findings)
+    {
+        Advance();
+    }
 
-    // Passes by the chunks before `offset`, and hands them to `skipped`. Returns whether there is one at `offset`.
-    bool GoTo(UInt64 offset, const std::function<void(const RiffPart&)>& skipped)
+    // Takes the next delivered chunk, or rejected one.
+    void Meet(const Item& item)
+    {
+        PassBy(item.offset);
+        if (m_has && m_part.offset == item.offset) {
+            Advance();
+            m_lost.End();
+            m_strange.End();
+        } else {
+            m_strange.Add({Severity::Warning, item.offset, "chunk_outside_structure",
+                           "delivered a chunk where the file's structure has none"});
+        }
+        if (item.result == LX_ERR_AVIREAD_BAD_STREAM) {
+            MeetForeign(item);
+        }
+    }
+
+    // Called when delivery has come to the end of the media data.
+    void Finish() { PassBy(m_end); }
+
+private:
+    void PassBy(UInt64 offset)
     {
         for (; m_has && m_part.offset < offset; Advance()) {
-            skipped(m_part);
+            m_lost.Add({Severity::Error, m_part.offset, "chunk_not_delivered",
+                        fmt::format("chunk '{}' is not delivered", FourCCText(m_part.id))});
         }
-        return m_has && m_part.offset == offset;
+    }
+
+    void MeetForeign(const Item& item)
+    {
+        FindingRow& row = m_foreign.try_emplace(item.chunk.uiStreamNr, m_findings).first->second;
+        row.Add({Severity::Error, item.offset, "chunk_of_no_stream",
+                 fmt::format("chunk of stream {}, which the headers do not describe, or not as a type that is read",
+                             item.chunk.uiStreamNr)});
     }
 
     void Advance()
     {
-        m_has = m_walk.Next(m_part);
-        while (m_has && (!m_part.IsMedia() || m_part.id >> 16 == ('d' | 'd' << 8))) {
+        do {
             m_has = m_walk.Next(m_part);
-        }
+        } while (m_has && (!m_part.IsMedia() || IsDescriptorId(m_part.id)));
     }
 
-private:
+    Findings& m_findings;
+    UInt64 m_end;
     RiffWalk m_walk;
     RiffPart m_part = {};
     bool m_has = false;
+    FindingRow m_lost;
+    FindingRow m_strange;
+    std::map<UInt32, FindingRow> m_foreign; // by stream
 };
 
 Checker::Checker(const Options& options, CheckObserver observer)
@@ -207,9 +242,7 @@ void Checker::CheckSuperIndexes(const Reader& reader)
 void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t& stream)
 {
     std::map<UInt64, const ScannedIndex*> unlisted; // by offset
-    std::set<UInt64> known;                         // where an index chunk of any stream is
     for (const ScannedIndex& index : m_scan.indexes) {
-        known.insert(index.offset);
         if (index.id != Code("indx") && StreamOf(index.records.chunkId) == streamNr) {
             unlisted[index.offset] = &index;
         }
@@ -217,20 +250,8 @@ void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t&
     const auto& common = stream.IndxChunk.aviIndxcommonSection;
     for (UInt32 i = 0; i < common.uiEntriesInUse; ++i) {
         const lxAviReadCore_AviSuperIndexEntry_t& entry = stream.IndxChunk.pAviSuperIndexEntry[i];
-        ChunkHead header = {};
-        const bool isThere =
-            m_file.Read(entry.qwOffset, &header, sizeof header) && (header.id & 0xFFFF) == ('i' | 'x' << 8);
-        if (unlisted.erase(entry.qwOffset) == 0) {
-            Note(isThere ? Severity::Error : Severity::Warning, entry.qwOffset,
-                 isThere ? "segment_unreachable" : "super_index_entry",
-                 fmt::format("entry {} of the super index of stream {} leads to {}", i, streamNr,
-                             isThere ? "an index chunk that no list holds: its media data cannot be reached"
-                                     : "no index chunk of the stream, or to one that was listed before"));
-        } else if (entry.dwSize != header.size && entry.dwSize != header.size + sizeof header) {
-            Note(Severity::Warning, entry.qwOffset, "super_index_entry",
-                 fmt::format("entry {} of the super index of stream {} says {} bytes, the index chunk has {}", i,
-                             streamNr, entry.dwSize, header.size));
-        }
+        const std::string what = fmt::format("entry {} of the super index of stream {}", i, streamNr);
+        CheckSuperIndexEntry(entry, unlisted.erase(entry.qwOffset) > 0, what);
     }
     for (const auto& [offset, index] : unlisted) {
         Note(Severity::Warning, offset, "index_chunk_not_listed",
@@ -241,6 +262,26 @@ void Checker::CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t&
         Note(Severity::Warning, {}, "super_index_stream",
              fmt::format("the super index of stream {} is about the chunks '{}'", streamNr,
                          FourCCText(common.dwChunkId)));
+    }
+}
+
+// `isListed` says that it leads to an index chunk of its stream, as the first entry that does.
+void Checker::CheckSuperIndexEntry(const lxAviReadCore_AviSuperIndexEntry_t& entry, bool isListed,
+                                   const std::string& what)
+{
+    ChunkHead header = {};
+    const bool isIndexChunk = m_file.Read(entry.qwOffset, &header, sizeof header) && IsIndexId(header.id);
+    const bool isInList = std::any_of(m_scan.indexes.begin(), m_scan.indexes.end(),
+                                      [&](const ScannedIndex& index) { return index.offset == entry.qwOffset; });
+    if (isIndexChunk && !isInList) {
+        Note(Severity::Error, entry.qwOffset, "segment_unreachable",
+             what + " leads to an index chunk that no list holds: its media data cannot be reached");
+    } else if (!isListed) {
+        Note(Severity::Warning, entry.qwOffset, "super_index_entry",
+             what + " leads to no index chunk of the stream, or to one that was listed before");
+    } else if (entry.dwSize != header.size && entry.dwSize != header.size + sizeof header) {
+        Note(Severity::Warning, entry.qwOffset, "super_index_entry",
+             fmt::format("{} says {} bytes, the index chunk has {}", what, entry.dwSize, header.size));
     }
 }
 
@@ -291,40 +332,26 @@ void Checker::Deliver(Reader& reader)
     }
 }
 
+// All passes meet the same chunks, so the first one is compared with the structure.
 void Checker::DeliverPass(Reader& reader, UInt32 pass)
 {
-    Structure structure(m_file);
-    FindingRow lost(m_findings);
-    FindingRow strange(m_findings);
-    std::map<UInt32, FindingRow> foreign; // by stream
-    const auto reportLost = [&](const RiffPart& part) {
-        if (pass == 0) {
-            lost.Add({Severity::Error, part.offset, "chunk_not_delivered",
-                      fmt::format("chunk '{}' is not delivered", FourCCText(part.id))});
-        }
-    };
+    std::optional<Structure> structure;
+    if (pass == 0) {
+        structure.emplace(m_file, m_findings);
+    }
     Progress progress("checking the delivery", reader.FileSize());
     for (;;) {
         const Item item = reader.Next(std::min<UInt32>(pass, LX_AVIREAD_AUDIO_TRACKS - 1), pass);
+        if (item.result == LX_AVIREAD_END_OF_MEDIA && structure) {
+            structure->Finish();
+        }
         if (Reader::IsEnd(item)) {
-            FinishPass(item, structure, reportLost);
+            NoteEnd(item);
             return;
         }
         progress.At(item.offset);
-        if (structure.GoTo(item.offset, reportLost)) {
-            structure.Advance();
-            lost.End();
-            strange.End();
-        } else if (pass == 0) {
-            strange.Add({Severity::Warning, item.offset, "chunk_outside_structure",
-                         "delivered a chunk where the file's structure has none"});
-        }
-        if (item.result == LX_ERR_AVIREAD_BAD_STREAM && pass == 0) {
-            foreign.try_emplace(item.chunk.uiStreamNr, m_findings)
-                .first->second.Add(
-                    {Severity::Error, item.offset, "chunk_of_no_stream",
-                     fmt::format("chunk of stream {}, which the headers do not describe, or not as a type that is read",
-                                 item.chunk.uiStreamNr)});
+        if (structure) {
+            structure->Meet(item);
         }
         if (!Take(reader, item, pass)) {
             return;
@@ -332,14 +359,11 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
     }
 }
 
-void Checker::FinishPass(const Item& last, Structure& structure, const std::function<void(const RiffPart&)>& reportLost)
+void Checker::NoteEnd(const Item& item)
 {
-    if (last.result == LX_AVIREAD_END_OF_MEDIA) {
-        structure.GoTo(m_file.Size(), reportLost);
-    } else {
-        if (m_stoppedAt.insert(last.offset).second) { // every pass stops there
-            Note(Severity::Error, last.offset + 8, "delivery_stopped", Failure("delivery stopped", last.result).what());
-        }
+    const bool isNew = item.result != LX_AVIREAD_END_OF_MEDIA && m_stoppedAt.insert(item.offset).second;
+    if (isNew) { // every pass stops there
+        Note(Severity::Error, item.offset + 8, "delivery_stopped", Failure("delivery stopped", item.result).what());
     }
 }
 

@@ -47,13 +47,14 @@ private:
     void CheckOutside();
     void CheckSuperIndexes(const Reader& reader);
     void CheckSuperIndex(UInt32 streamNr, const lxAviReadCore_StreamInfo_t& stream);
+    void CheckSuperIndexEntry(const lxAviReadCore_AviSuperIndexEntry_t& entry, bool isListed, const std::string& what);
     void CheckIndexes();
     void CheckTable(Reader& reader);
     void CheckInterleave();
 
     void Deliver(Reader& reader);
     void DeliverPass(Reader& reader, UInt32 pass);
-    void FinishPass(const Item& last, Structure& structure, const std::function<void(const RiffPart&)>& reportLost);
+    void NoteEnd(const Item& item);
     bool Take(Reader& reader, const Item& item, UInt32 pass);
     void Observe(const Reader& reader, const Item& item, UInt32 pass);
 

@@ -15,8 +15,6 @@ namespace lxavi {
 
 namespace {
 
-bool IsDescriptor(UInt32 id) { return id >> 16 == ('d' | 'd' << 8); }
-
 // Decoders can begin at recovery points and in open groups of these codecs, which the frames' first bytes do not tell.
 bool MayBeginElsewhere(const lxAviReadCore_StreamInfo_t* stream)
 {
@@ -84,7 +82,7 @@ private:
     void ReportStray()
     {
         ChunkHead header = {};
-        if (!IsMediaId(m_record.id) || IsDescriptor(m_record.id)) {
+        if (!IsMediaId(m_record.id) || IsDescriptorId(m_record.id)) {
             return;
         }
         if (m_file.Read(Offset(), &header, sizeof header) && header.id == m_record.id) {

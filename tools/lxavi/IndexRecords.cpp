@@ -1,20 +1,12 @@
 #include "IndexRecords.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 namespace lxavi {
 
 namespace {
 
 constexpr size_t kBufferBytes = 64 * 1024;
-
-UInt32 WordAt(const UInt8* bytes)
-{
-    UInt32 word = 0;
-    std::memcpy(&word, bytes, sizeof word);
-    return word;
-}
 
 IndexRecord Idx1RecordOf(const UInt8* bytes, UInt64 at)
 {

@@ -166,12 +166,13 @@ Json IndexReport(const Reader& reader, const SourceFile* file, const RiffScan* s
     static_cast<void>(lxAviReadCore_GetTableSummary(&table));
     lxAviRead_SetPositionRangeInfo_t range = {};
     static_cast<void>(lxAviReadCore_GetSetPositionRangeInfo(&range));
-    const std::string obstacle = Obstacle(reader, scan, result);
+    const bool isPipe = lxalAviRead_FileSeekPossible == 0;
+    const std::string obstacle = isPipe ? "nothing can be sought in a pipe" : Obstacle(reader, scan, result);
     Json json;
-    json["kind"] = IndexKind(reader, table.eSource, file, scan);
+    json["kind"] = isPipe ? Json() : Json(IndexKind(reader, table.eSource, file, scan));
     json["usable_for_seeking"] = obstacle.empty();
     json["obstacle"] = obstacle.empty() ? Json("none") : Json(obstacle);
-    json["idx1_records"] = state.idx1Size / 16;
+    json["idx1_records"] = isPipe ? Json() : Json(state.idx1Size / 16);
     json["key_frames"] = OrNull(table.uiKeyFrames);
     json["key_frames_stored"] = reader.Table().size();
     json["step"] = OrNull(table.uiStep);

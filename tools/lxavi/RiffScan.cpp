@@ -1,34 +1,25 @@
 #include "RiffScan.hpp"
 
-#include "Text.hpp"
+#include "Output.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace lxavi {
 
 namespace {
 
-bool IsIndexChunk(const RiffPart& part)
-{
-    return part.type == 0 && part.parent != 0 && (part.id & 0xFFFF) == ('i' | 'x' << 8);
-}
-
-UInt32 WordAt(const UInt8* bytes)
-{
-    UInt32 word = 0;
-    std::memcpy(&word, bytes, sizeof word);
-    return word;
-}
+bool IsIndexChunk(const RiffPart& part) { return part.type == 0 && part.parent != 0 && IsIndexId(part.id); }
 
 } // namespace
 
 RiffScan::RiffScan(const SourceFile& file, const std::function<void(Finding)>& report) : m_file(file), m_report(report)
 {
+    Progress progress("reading the structure", file.Size());
     RiffWalk walk(file, report);
     for (RiffPart part = {}; walk.Next(part);) {
+        progress.At(part.offset);
         Take(part);
     }
 }

@@ -101,6 +101,17 @@ bool HasStreamNumber(UInt32 id)
     return isDigit(id & 0xFF) && isDigit(id >> 8 & 0xFF);
 }
 
+bool IsDescriptorId(UInt32 id) { return id >> 16 == ('d' | 'd' << 8); }
+
+bool IsIndexId(UInt32 id) { return (id & 0xFFFF) == ('i' | 'x' << 8); }
+
+UInt32 WordAt(const UInt8* bytes)
+{
+    UInt32 word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
 bool IsVideoId(UInt32 id)
 {
     switch (id >> 16) {

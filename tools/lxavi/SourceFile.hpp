@@ -53,6 +53,9 @@ constexpr UInt32 Code(const char (&text)[5])
            static_cast<UInt32>(static_cast<UInt8>(text[3])) << 24;
 }
 
+// The little-endian word at the start of some bytes.
+UInt32 WordAt(const UInt8* bytes);
+
 // Whether an identifier has four printable characters.
 bool IsPrintableId(UInt32 id);
 
@@ -61,6 +64,10 @@ bool IsMediaId(UInt32 id);
 
 // Whether it is one of a frame.
 bool IsVideoId(UInt32 id);
+
+// Whether it is one of a DRM descriptor, or of an index chunk.
+bool IsDescriptorId(UInt32 id);
+bool IsIndexId(UInt32 id);
 
 // Whether its first two characters are digits.
 bool HasStreamNumber(UInt32 id);

@@ -20,8 +20,8 @@
     const msec = Math.round(value);
     const seconds = Math.floor(Math.abs(msec) / 1000);
     const two = value => String(value).padStart(2, '0');
-    return (msec < 0 ? '-' : '') + Math.floor(seconds / 3600) + ':' + two(Math.floor(seconds / 60) % 60) + ':' + two(seconds % 60) +
-      '.' + String(Math.abs(msec) % 1000).padStart(3, '0');
+    const whole = [Math.floor(seconds / 3600), two(Math.floor(seconds / 60) % 60), two(seconds % 60)].join(':');
+    return (msec < 0 ? '-' : '') + whole + '.' + String(Math.abs(msec) % 1000).padStart(3, '0');
   }
 
   // For an axis that shows `range` milliseconds.
@@ -139,6 +139,12 @@
     });
   }
 
+  // The values under the cursor.
+  function told(place, points, unit) {
+    const known = points.filter(p => Number.isFinite(p.yval));
+    return [place, ...known.map(p => p.name + ': ' + grouped(p.yval) + ' ' + unit)].join('   ');
+  }
+
   // `rows` have the value of the x axis first. `labels` name the columns behind it.
   function draw(id, rows, labels, options) {
     if (!rows.length) {
@@ -151,16 +157,26 @@
     addLegend(id, labels, colours);
     element(id).setAttribute('role', 'img');
     element(id).setAttribute('aria-label', labels.join(', '));
+    const ofAxis = (x, granularity, get, drawn) => shortClock(x, drawn.xAxisRange()[1] - drawn.xAxisRange()[0]);
     const chart = new Dygraph(element(id), rows, {
-      labels: ['x', ...labels], legend: 'never', colors: labels.map((label, i) => colours[i % colours.length]), connectSeparatedPoints: true, strokeWidth: 1.5,
-      axisLineColor: colour('--line'), gridLineColor: colour('--grid'), highlightCircleSize: 3, labelsKMB: false,
+      labels: ['x', ...labels],
+      colors: labels.map((label, i) => colours[i % colours.length]),
+      axisLineColor: colour('--line'),
+      gridLineColor: colour('--grid'),
+      connectSeparatedPoints: true,
+      strokeWidth: 1.5,
+      highlightCircleSize: 3,
+      labelsKMB: false,
       dateWindow: isOverTime ? wholeFile() : null,
-      axes: { x: { axisLabelFormatter: axisPoint || ((x, granularity, get, drawn) => shortClock(x, drawn.xAxisRange()[1] - drawn.xAxisRange()[0])), axisLabelWidth: 60 }, y: { axisLabelWidth: 90, axisLabelFormatter: grouped } },
-      underlayCallback: (canvas, area, drawn) => { drawLimits(canvas, area, drawn, limits); drawMark(canvas, area, drawn); },
-      highlightCallback: (event, x, points) => {
-        const told = points.filter(p => Number.isFinite(p.yval)).map(p => p.name + ': ' + grouped(p.yval) + ' ' + unit);
-        values.textContent = [point(x), ...told].join('   ');
+      axes: {
+        x: { axisLabelFormatter: axisPoint || ofAxis, axisLabelWidth: 60 },
+        y: { axisLabelFormatter: grouped, axisLabelWidth: 90 },
       },
+      underlayCallback: (canvas, area, drawn) => {
+        drawLimits(canvas, area, drawn, limits);
+        drawMark(canvas, area, drawn);
+      },
+      highlightCallback: (event, x, points) => { values.textContent = told(point(x), points, unit); },
       unhighlightCallback: () => { values.textContent = ''; },
       zoomCallback: (from, to) => {
         if (isOverTime && !isZooming) zoomAll(charts[id].isZoomed('x') ? [from, to] : wholeFile());
@@ -186,24 +202,28 @@
   const nameOf = stream => 'stream ' + stream.stream + ' (' + stream.type + ', ' + stream.codec + ')';
 
   function drawRates() {
-    draw('rates', joined(data.streams.map(s => s.rate_ms_kbps), 1), data.streams.map(nameOf), { unit: 'kbit/s', stepPlot: true, includeZero: true });
+    const rates = joined(data.streams.map(s => s.rate_ms_kbps), 1);
+    draw('rates', rates, data.streams.map(nameOf), { unit: 'kbit/s', stepPlot: true, includeZero: true });
   }
 
   function drawInterleave() {
     const tracks = data.interleave;
+    const needs = tracks.map(t => 'With audio track ' + t.track + ' a player needs a buffer of ' + grouped(t.needed_ms) +
+      ' ms and ' + grouped(t.needed_bytes) + ' bytes.');
     element('interleave-text').textContent = tracks.length === 0 ? 'The file does not have both video and audio.' :
-      'How far audio is ahead of the video in the file (above 0), or behind it (below 0), in milliseconds: the least and the most. ' +
-      tracks.map(t => 'With audio track ' + t.track + ' a player needs a buffer of ' + grouped(t.needed_ms) + ' ms and ' +
-        grouped(t.needed_bytes) + ' bytes.').join(' ') +
-      ' The dashed lines are the limit of common players: ' + grouped(tracks[0].common_ms) + ' ms; they have room for ' +
-      grouped(tracks[0].common_bytes) + ' bytes.';
+      'How far audio is ahead of the video in the file (above 0), or behind it (below 0), in milliseconds: the least and ' +
+      'the most. ' + needs.join(' ') + ' The dashed lines are the limit of common players: ' +
+      grouped(tracks[0].common_ms) + ' ms; they have room for ' + grouped(tracks[0].common_bytes) + ' bytes.';
     const labels = tracks.flatMap(t => ['track ' + t.track + ' least', 'track ' + t.track + ' most']);
     const limit = tracks.length ? tracks[0].common_ms : 0;
     const values = tracks.flatMap(t => t.lead_ms.flatMap(point => [point[1], point[2]]));
     const most = values.reduce((a, b) => Math.max(a, b), limit);
     const least = values.reduce((a, b) => Math.min(a, b), -limit);
     draw('interleave', joined(tracks.map(t => t.lead_ms), 2), labels, {
-      unit: 'ms', limits: [limit, -limit], colours: hues.flatMap(hue => [hue, hue]), valueRange: [least * 1.1, most * 1.1],
+      unit: 'ms',
+      limits: [limit, -limit],
+      colours: hues.flatMap(hue => [hue, hue]),
+      valueRange: [least * 1.1, most * 1.1],
     });
   }
 
@@ -213,29 +233,37 @@
     element('keys-text').textContent = counted(keys.key_frames, 'key frame') + ' by ' + keys.told_by + '. The table holds ' +
       grouped(keys.stored) + (keys.step > 1 ? ', every ' + ordinal + ', because its budget has no room for more' : '') +
       '. The chart shows the distances to the next one, in milliseconds.';
-    draw('keys', joined([keys.distance_ms, keys.stored_distance_ms], 2),
-      ['key frames, least', 'key frames, most', 'in the table, least', 'in the table, most'], { unit: 'ms', includeZero: true, drawPoints: true, colours: [hues[0], hues[0], hues[1], hues[1]] });
+    const distances = joined([keys.distance_ms, keys.stored_distance_ms], 2);
+    draw('keys', distances, ['key frames, least', 'key frames, most', 'in the table, least', 'in the table, most'], {
+      unit: 'ms', includeZero: true, drawPoints: true, colours: [hues[0], hues[0], hues[1], hues[1]],
+    });
   }
 
   function drawSeeks() {
-    element('seeks-text').textContent = data.seeks_ms.length === 0 ? 'There is no key-frame table: seeks are not possible.' :
-      grouped(data.seeks_ms.length) + ' seeks to times that are spread over the file: how far the key frame that is found lies from the time that was asked for, ' +
-      'and how far the audio begins from that key frame, in milliseconds.';
-    draw('seeks', data.seeks_ms, ['found minus asked', 'audio minus video'], { unit: 'ms', drawPoints: true, connectSeparatedPoints: false });
+    const count = data.seeks_ms.length;
+    element('seeks-text').textContent = count === 0 ? 'There is no key-frame table: seeks are not possible.' :
+      counted(count, 'seek') + ' to times that are spread over the file: how far the key frame that is found lies from the ' +
+      'time that was asked for, and how far the audio begins from that key frame, in milliseconds.';
+    draw('seeks', data.seeks_ms, ['found minus asked', 'audio minus video'], {
+      unit: 'ms', drawPoints: true, connectSeparatedPoints: false,
+    });
   }
 
   function drawSizes() {
     // two classes for each doubling; empty chunks stand to the left of those of one byte
     const place = bytes => bytes === 0 ? -0.5 : Math.round(2 * Math.log2(bytes)) / 2;
     const bytes = x => x < 0 ? '0' : grouped(Math.ceil(2 ** x));
-    const filled = new Map(joined(data.streams.map(s => s.chunks_by_least_bytes), 1).map(([least, ...chunks]) => [place(least), chunks]));
+    const classes = joined(data.streams.map(s => s.chunks_by_least_bytes), 1);
+    const filled = new Map(classes.map(([least, ...chunks]) => [place(least), chunks]));
     const most = Math.max(...filled.keys());
     const rows = [];
     for (let x = Math.min(...filled.keys()); x <= most + 0.5; x += 0.5) {
       rows.push([x, ...data.streams.map((s, i) => (filled.get(x) || [])[i] || 0)]);
     }
-    draw('sizes', rows, data.streams.map(nameOf), { unit: 'chunks', isOverTime: false, point: x => bytes(x) + ' bytes', axisPoint: bytes, stepPlot: true,
-      includeZero: true, fillGraph: true });
+    draw('sizes', rows, data.streams.map(nameOf), {
+      unit: 'chunks', isOverTime: false, point: x => bytes(x) + ' bytes', axisPoint: bytes, stepPlot: true, includeZero: true,
+      fillGraph: true,
+    });
   }
 
   // ---- Findings ----
@@ -250,14 +278,21 @@
   function listFindings() {
     const found = data.findings;
     const left = data.summary.findings - found.length;
-    element('findings-text').textContent = found.length === 0 ? 'None.' : left > 0 ? 'The first ' + grouped(found.length) + ' of ' +
-      grouped(data.summary.findings) + '; `lxavi check` lists all.' : 'A time leads to its place in the charts.';
+    const all = 'A time leads to its place in the charts.';
+    const some = 'The first ' + grouped(found.length) + ' of ' + grouped(data.summary.findings) + '; `lxavi check` lists all.';
+    element('findings-text').textContent = found.length === 0 ? 'None.' : left > 0 ? some : all;
+    if (found.length) {
+      const head = append(element('findings'), 'tr');
+      ['severity', 'time', 'offset', 'finding'].forEach(name => append(head, 'th', name));
+    }
     for (const finding of found) {
       const row = append(element('findings'), 'tr');
       append(row, 'td', finding.severity, finding.severity);
       const place = append(row, 'td');
-      if (finding.time_ms !== null) append(place, 'button', clock(finding.time_ms)).addEventListener('click', () => show(finding.time_ms));
-      append(row, 'td', finding.offset === null ? '' : 'at ' + grouped(finding.offset));
+      if (finding.time_ms !== null) {
+        append(place, 'button', clock(finding.time_ms)).addEventListener('click', () => show(finding.time_ms));
+      }
+      append(row, 'td', finding.offset === null ? '' : grouped(finding.offset));
       append(row, 'td', finding.text + (finding.places > 1 ? ' (' + grouped(finding.places) + ' places in a row)' : ''));
     }
   }
