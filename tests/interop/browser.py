@@ -14,12 +14,11 @@ def is_installed():
 
 
 class Browser:
-    def __init__(self, scheme="light"):
+    def __init__(self):
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         port = next(found[1] for line in self.driver.stdout if (found := re.search(r"started successfully on port (\d+)", line)))
         self.base = f"http://127.0.0.1:{port}/session"
-        options = {"args": ["--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1100,2400",
-                            "--force-dark-mode" if scheme == "dark" else "--disable-dark-mode"]}
+        options = {"args": ["--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1100,2400"]}
         wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
         self.base += "/" + self.call("", {"capabilities": {"alwaysMatch": wanted}})["sessionId"]
 
@@ -41,6 +40,23 @@ class Browser:
 
     def screenshot(self, path):
         path.write_bytes(base64.b64decode(self.call("/screenshot")))
+
+    def prefer(self, scheme):
+        """light or dark"""
+        self.call("/goog/cdp/execute", {"cmd": "Emulation.setEmulatedMedia",
+                                        "params": {"features": [{"name": "prefers-color-scheme", "value": scheme}]}})
+
+    def printed(self):
+        """The page as a PDF."""
+        return base64.b64decode(self.call("/print", {"background": False}))
+
+    def point(self, *steps):
+        """Moves a mouse: each step is a place (x, y) of the window, "down" or "up"."""
+        names = {"down": {"type": "pointerDown", "button": 0}, "up": {"type": "pointerUp", "button": 0}}
+        moves = [names[step] if isinstance(step, str) else
+                 {"type": "pointerMove", "duration": 50, "x": round(step[0]), "y": round(step[1])} for step in steps]
+        mouse = {"type": "pointer", "id": "mouse", "parameters": {"pointerType": "mouse"}, "actions": moves}
+        self.call("/actions", {"actions": [mouse]})
 
     def close(self):
         try:

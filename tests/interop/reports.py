@@ -322,15 +322,48 @@ class InABrowser(Reports):
         self.assertIsNone(self.browser.run("return window.foreign"))
         self.assertTrue(any("Content Security Policy" in line for line in self.browser.console()))
 
-    def test_zooming_moves_all_charts_over_time(self):
+    OVER_TIME = ["rates", "interleave", "keys", "seeks"]
+
+    def place(self, chart, msec, height=0.5):
+        """The place of a time in the window, and in the height of a chart."""
+        return self.browser.run(f"const c = window.lxaviCharts.{chart}, e = document.getElementById('{chart}'), b = e.getBoundingClientRect();"
+                                f"return [b.left + c.toDomXCoord({msec}), b.top + b.height * {height}]")
+
+    def ranges(self):
+        return self.browser.run(f"return {self.OVER_TIME}.map(n => window.lxaviCharts[n].xAxisRange())")
+
+    def test_dragging_zooms_all_charts_and_a_double_click_goes_back(self):
         self.browser.open(self.page(self.file(film())))
-        self.browser.run("const c = window.lxaviCharts.rates; c.updateOptions({dateWindow: [5000, 10000]}); "
-                         "c.getOption('zoomCallback')(5000, 10000); return 1")
-        ranges = self.browser.run("return ['rates', 'interleave', 'keys', 'seeks'].map(n => window.lxaviCharts[n].xAxisRange())")
-        self.assertEqual(ranges, [[5000, 10000]] * 4)
-        self.browser.run("window.lxaviCharts.keys.resetZoom(); return 1")
-        ranges = self.browser.run("return ['rates', 'interleave', 'keys', 'seeks'].map(n => window.lxaviCharts[n].xAxisRange())")
-        self.assertEqual(ranges, [[0, 20000]] * 4)
+        for chart in self.OVER_TIME:
+            self.browser.run(f"document.getElementById('{chart}').scrollIntoView(); return 1")
+            self.browser.point(self.place(chart, 5000), "down", self.place(chart, 7500), self.place(chart, 10000), "up")
+            for low, high in self.ranges():
+                self.assertAlmostEqual(low, 5000, delta=100)
+                self.assertAlmostEqual(high, 10000, delta=100)
+            self.browser.point(self.place(chart, 7000), "down", "up", "down", "up")
+            self.assertEqual(self.ranges(), [[0, 20000]] * 4, chart)
+        self.expect_quiet()
+
+    def test_the_cursor_shows_the_values(self):
+        self.browser.open(self.page(self.file(film(keys=50))))
+        self.browser.run("document.getElementById('seeks').scrollIntoView(); return 1")
+        self.browser.point(self.place("seeks", 2990), self.place("seeks", 3000))
+        shown = self.browser.run("return document.getElementById('seeks-values').textContent")
+        self.assertRegex(shown, r"^0:00:0[23]\.\d{3}   found minus asked: -\d{3}|-1,0\d\d ms   audio minus video: ")
+        self.browser.point((5, 5))
+        self.assertEqual(self.browser.run("return document.getElementById('seeks-values').textContent"), "")
+
+    def test_dark_light_and_print(self):
+        self.browser.open(self.page(self.file(film())))
+        paper, lines = {}, {}
+        for scheme in ("light", "dark"):
+            self.browser.prefer(scheme)
+            paper[scheme] = self.browser.run("return getComputedStyle(document.body).backgroundColor")
+            lines[scheme] = self.browser.run("return window.lxaviCharts.rates.getOption('axisLineColor')")
+        self.assertEqual(paper, {"light": "rgb(255, 255, 255)", "dark": "rgb(22, 24, 27)"})
+        self.assertNotEqual(lines["light"], lines["dark"])
+        self.assertTrue(self.browser.printed().startswith(b"%PDF"))
+        self.browser.prefer("light")
         self.expect_quiet()
 
     def test_a_finding_leads_to_its_place(self):
@@ -342,13 +375,6 @@ class InABrowser(Reports):
         self.assertLess(low, 10000)
         self.assertGreater(high, 10000)
         self.assertLess(high - low, 5000)
-
-    def test_values_under_the_cursor(self):
-        self.browser.open(self.page(self.file(film())))
-        self.browser.run("const c = window.lxaviCharts.seeks; const g = c.getOption('highlightCallback'); "
-                         "g(null, 2000, [{name: 'found minus asked', yval: -7}]); return 1")
-        self.assertEqual(self.browser.run("return document.getElementById('seeks-values').textContent"),
-                         "0:00:02.000   found minus asked: -7 ms")
 
     def test_damaged_files_draw_what_there_is(self):
         data = SAMPLE_FILES[-1].read_bytes()

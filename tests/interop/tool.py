@@ -632,6 +632,14 @@ class Tool(InScratchFolder):
         self.assertEqual({n: why for n, why in self.left_out().items() if n > 16},
                          {n: "only 17 streams can be read; it has 0 chunks" for n in (17, 18)})
 
+    def test_bitmap_subtitles_become_an_avi_file(self):
+        pictures = [b"[00:00:00.000-00:00:01.000]" + bytes(20 + n) for n in range(3)]
+        chunks_ = [(0, b"dc", mpeg4_frame(True), True)] + [(1, b"sb", picture, True) for picture in pictures]
+        out, streams = self.extract(self.file(avi([video(b"XVID"), video(b"DXSB")], chunks_)))
+        self.assertEqual((streams[1]["type"], streams[1]["form"]), ("subtitle", "AVI of one stream"))
+        extracted = out / streams[1]["file"]
+        self.assertEqual([payload_of(extracted, c) for c in walk(extracted).chunks], pictures)
+
     def test_frames_before_the_first_key_frame_are_extracted(self):
         frames = [(0, b"dc", mpeg4_frame(n % 10 == 5), n % 10 == 5) for n in range(60)]
         _, streams = self.extract(self.file(avi([video(b"XVID")], frames)))
@@ -841,6 +849,13 @@ class Tool(InScratchFolder):
         for length, told in ((10, False), (12, False), (13, True), (8, False), (7, True), (0, True)):
             struct.pack_into("<I", data, data.index(b"strh") + 8 + 32, length)
             self.assertEqual("stream_length" in findings(self.file(data)), told, length)
+        struct.pack_into("<I", data, data.index(b"strh") + 8 + 32, 7)
+        headers_alone = findings(self.file(data[:data.index(b"movi") + 4]))
+        self.assertEqual(headers_alone["stream_length"]["severity"], "error")  # all frames are lost
+        struct.pack_into("<I", data, data.index(b"strh") + 8 + 32, 10)
+        for frames_told, told in ((10, False), (12, False), (13, True), (0, True)):
+            struct.pack_into("<I", data, data.index(b"avih") + 8 + 16, frames_told)
+            self.assertEqual("total_frames" in findings(self.file(data)), told, frames_told)
         struct.pack_into("<II", data, data.index(b"strh") + 8 + 20, 0, 0)
         self.assertIn("stream_rate", findings(self.file(data)))
 

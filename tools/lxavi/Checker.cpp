@@ -191,16 +191,25 @@ void Checker::CheckTypes(const Reader& reader)
 void Checker::CheckLengths(const Reader& reader)
 {
     constexpr UInt32 kTolerance = 2; // frames; many writers count one more, or one less
+    lxAviRead_Avih_t avih = {};
+    static_cast<void>(lxAviReadCore_GetAvihData(&avih));
+    const int main = reader.State().videoStreamNr;
     const auto differs = [kTolerance](UInt32 told, UInt32 counted) {
         return std::max(told, counted) - std::min(told, counted) > std::max(kTolerance, counted / 100);
     };
+    // of a file with several lists, the main header counts the frames of the first one
+    if (main >= 0 && m_scan.riffLists == 1 && differs(avih.dwTotalFrames, m_frames[static_cast<UInt32>(main)])) {
+        Note(Severity::Warning, {}, "total_frames",
+             fmt::format("the main header says {} frames, the file has {}", avih.dwTotalFrames,
+                         m_frames[static_cast<UInt32>(main)]));
+    }
     for (UInt32 i = 0; i < reader.StreamCount(); ++i) {
         const lxAviReadCore_StreamInfo_t& stream = *reader.Stream(i);
         if (stream.StreamType != LX_AVIREAD_STREAM_VIDEO || stream.Header.dwSampleSize != 0) {
             continue;
         }
         if (differs(stream.Header.dwLength, m_frames[i])) {
-            Note(Severity::Warning, {}, "stream_length",
+            Note(m_frames[i] == 0 ? Severity::Error : Severity::Warning, {}, "stream_length",
                  fmt::format("the header of stream {} says {} frames, the file has {}", i, stream.Header.dwLength,
                              m_frames[i]));
         }

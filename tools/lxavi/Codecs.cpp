@@ -140,7 +140,6 @@ const char* ExtensionOf(Coding coding)
     case Coding::Ac3: return "ac3";
     case Coding::Dts: return "dts";
     case Coding::Text: return "txt";
-    case Coding::Bitmap: return "bin";
     default: return "avi";
     }
 }

@@ -327,6 +327,9 @@ private:
         if (InfoOf(stream).StreamType == LX_AVIREAD_STREAM_AUDIO) {
             return Code("00wb");
         }
+        if (InfoOf(stream).StreamType == LX_AVIREAD_STREAM_SUBTITLE) {
+            return Code("00sb");
+        }
         return VideoFormatOf(InfoOf(stream)).biCompression == 0 ? Code("00db") : Code("00dc");
     }
 
@@ -385,10 +388,10 @@ std::unique_ptr<StreamFile> MakeStreamFile(const StreamToWrite& stream, OutputFi
     case Coding::Mpeg4: return std::make_unique<Mpeg4File>(out, CodecData(stream));
     case Coding::H264: return std::make_unique<AnnexBFile>(out, NalCodec::H264, CodecData(stream));
     case Coding::H265: return std::make_unique<AnnexBFile>(out, NalCodec::H265, CodecData(stream));
-    case Coding::Other: return std::make_unique<AviFile>(out, stream);
+    case Coding::Other:
+    case Coding::Bitmap: return std::make_unique<AviFile>(out, stream);
     case Coding::Dv: return std::make_unique<RawFile>(out, "DV stream");
-    case Coding::Text:
-    case Coding::Bitmap: return std::make_unique<RawFile>(out, "payloads");
+    case Coding::Text: return std::make_unique<RawFile>(out, "texts");
     default: return std::make_unique<RawFile>(out, "elementary stream");
     }
 }
