@@ -54,9 +54,11 @@ int RunCheck(const Options& options, const CheckOptions& check)
     const std::vector<Finding>& all = findings.Sort();
     const auto printed = static_cast<size_t>(std::min<UInt64>(check.limit.value_or(all.size()), all.size()));
     const Json summary = SummaryOf(findings, checker.Delivered(), all.size(), printed);
-    const std::string verdict = fmt::format("{}, {}, {}; {} delivered", Count(summary["errors"], "error"),
+    const std::string left =
+        printed < all.size() ? fmt::format("; {} not printed", Count(all.size() - printed, "finding")) : "";
+    const std::string verdict = fmt::format("{}, {}, {}; {} delivered{}", Count(summary["errors"], "error"),
                                             Count(summary["warnings"], "warning"), Count(summary["notes"], "note"),
-                                            Count(checker.Delivered(), "chunk"));
+                                            Count(checker.Delivered(), "chunk"), left);
     {
         TableWriter table(options, kColumns);
         for (size_t i = 0; i < printed; ++i) {
@@ -68,9 +70,6 @@ int RunCheck(const Options& options, const CheckOptions& check)
         table.Summary(summary, {"summary", nullptr, all.size(), nullptr, verdict});
     }
     if (options.IsForPeople()) {
-        if (printed < all.size()) {
-            fmt::print("… and {} (--limit {})\n", Count(all.size() - printed, "more finding"), printed);
-        }
         fmt::print("{}\n", verdict);
     }
     return findings.Has(check.failOn) ? kDamaged : kDone;

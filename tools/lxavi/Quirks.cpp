@@ -55,6 +55,7 @@ constexpr QuirkTitle kTitles[] = {
     {60, true, "Every further video stream carries subtitles"},
     {61, true, "DV with its audio inside is no stream"},
     {62, true, "Text of type `tx` is no chunk"},
+    {76, true, "Chunks of missing streams are searched for chunks"},
 };
 
 class Detector {
@@ -266,6 +267,9 @@ private:
         }
         if (twocc == ('t' | 'x' << 8)) {
             Note(62, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
+        }
+        if (StreamOf(chunk.id) >= m_reader.StreamCount()) {
+            Note(76, chunk.offset, fmt::format("chunk '{}'", FourCCText(chunk.id)));
         }
         LookAtAudioChunk(chunk);
         if ((chunk.id & 0xFF) >= 'A' || (chunk.id >> 8 & 0xFF) >= 'A') {
