@@ -632,6 +632,12 @@ class Tool(InScratchFolder):
         self.assertEqual({n: why for n, why in self.left_out().items() if n > 16},
                          {n: "only 17 streams can be read; it has 0 chunks" for n in (17, 18)})
 
+    def test_key_frames_of_an_unknown_codec_are_those_of_the_index(self):
+        frames = [(0, b"dc", bytes(100 + n), n % 7 == 3) for n in range(30)]
+        out, streams = self.extract(self.file(avi([video(b"ABCD")], frames)))
+        keys = [row["frame"] for row in table("index", out / streams[0]["file"])]
+        self.assertEqual(keys, [0, 3, 10, 17, 24])  # decoding begins at the first frame in any case
+
     def test_bitmap_subtitles_become_an_avi_file(self):
         pictures = [b"[00:00:00.000-00:00:01.000]" + bytes(20 + n) for n in range(3)]
         chunks_ = [(0, b"dc", mpeg4_frame(True), True)] + [(1, b"sb", picture, True) for picture in pictures]

@@ -175,8 +175,8 @@ private:
 
 class Extraction {
 public:
-    Extraction(Reader& reader, const ExtractOptions& extract)
-        : m_reader(reader), m_extract(extract), m_mainVideo(reader.State().videoStreamNr)
+    Extraction(Reader& reader, const ExtractOptions& extract, const std::vector<UInt64>& keyFrames)
+        : m_reader(reader), m_extract(extract), m_keyFrames(keyFrames), m_mainVideo(reader.State().videoStreamNr)
     {
     }
 
@@ -239,7 +239,7 @@ private:
 
     std::string PathOf(UInt32 number) const
     {
-        const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value()};
+        const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value(), m_keyFrames};
         return fs::path(m_extract.folder) / fmt::format("stream{:02}_{}.{}", number,
                                                         TypeName(m_reader.Stream(number)->StreamType),
                                                         ExtensionOf(stream));
@@ -272,7 +272,7 @@ private:
     {
         auto found = m_files.find(number);
         if (found == m_files.end()) {
-            const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value()};
+            const StreamToWrite stream = {m_reader, number, m_extract.raw, m_extract.from.has_value(), m_keyFrames};
             auto file = std::make_unique<Extract>(stream, PathOf(number), m_reader.Settings().Path(), m_extract.force);
             found = m_files.emplace(number, std::move(file)).first;
         }
@@ -458,12 +458,29 @@ private:
 
     Reader& m_reader;
     const ExtractOptions& m_extract;
+    const std::vector<UInt64>& m_keyFrames;
     int m_mainVideo;
     std::map<UInt32, std::unique_ptr<Extract>> m_files; // by stream
     Json m_leftOut = Json::array();
     std::string m_trouble;
     bool m_hasStarted = false;
 };
+
+// The offsets of the key frames that the file's index names. A pipe is read only once.
+std::vector<UInt64> IndexedKeyFrames(const Options& options)
+{
+    std::vector<UInt64> offsets;
+    std::error_code ignored;
+    if (fs::is_regular_file(options.Path(), ignored)) {
+        Reader reader(options);
+        static_cast<void>(reader.BuildIndex());
+        for (const auto* entry : reader.Table()) {
+            offsets.push_back(entry->videoChunkOffset);
+        }
+    }
+    std::sort(offsets.begin(), offsets.end());
+    return offsets;
+}
 
 } // namespace
 
@@ -473,12 +490,13 @@ int RunExtract(const Options& options, const ExtractOptions& extract)
     constexpr UInt32 kEveryKeyFrame = 1u << 30; // a range begins at the nearest one
     Options settings = options;
     settings.budget = kEveryKeyFrame;
+    const std::vector<UInt64> keyFrames = IndexedKeyFrames(settings);
     Reader reader(settings);
     // Without a table the library delivers every chunk, also the frames before the first key frame.
     if (extract.from) {
         static_cast<void>(reader.BuildIndex());
     }
-    Extraction extraction(reader, extract);
+    Extraction extraction(reader, extract, keyFrames);
     const Json manifest = extraction.Run();
     {
         TableWriter table(options, kColumns);

@@ -297,7 +297,8 @@ private:
 class AviFile : public StreamFile {
 public:
     AviFile(OutputFile& out, const StreamToWrite& stream)
-        : m_number(stream.number), m_isVideo(InfoOf(stream).StreamType == LX_AVIREAD_STREAM_VIDEO),
+        : m_number(stream.number), m_keyFrames(stream.keyFrames),
+          m_isVideo(InfoOf(stream).StreamType == LX_AVIREAD_STREAM_VIDEO),
           m_sampleBytes(InfoOf(stream).Header.dwSampleSize), m_chunkId(ChunkId(stream)), m_writer(out, Plan(stream))
     {
     }
@@ -357,11 +358,13 @@ private:
         switch (lxAviReadCore_GetFrameKind(m_number, first.data(), static_cast<UInt32>(first.size()))) {
         case LX_AVIREAD_FRAME_KEY: return true;
         case LX_AVIREAD_FRAME_OTHER: return false;
-        default: return item.chunk.bKeyFrame != 0;
+        default: break;
         }
+        return item.chunk.bKeyFrame != 0 || std::binary_search(m_keyFrames.begin(), m_keyFrames.end(), item.offset);
     }
 
     UInt32 m_number;
+    const std::vector<UInt64>& m_keyFrames;
     bool m_isVideo;
     UInt32 m_sampleBytes;
     UInt32 m_chunkId;

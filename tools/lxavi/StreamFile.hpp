@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <span>
+#include <vector>
 
 namespace lxavi {
 
@@ -31,8 +32,9 @@ public:
 struct StreamToWrite {
     const Reader& reader;
     UInt32 number;
-    bool isRaw;  // the payloads, and nothing else
-    bool isPart; // its times begin anew
+    bool isRaw;                           // the payloads, and nothing else
+    bool isPart;                          // its times begin anew
+    const std::vector<UInt64>& keyFrames; // offsets of the key frames of the main video that the index names, in order
 };
 
 // The extension of the file's name.
