@@ -632,6 +632,17 @@ class Tool(InScratchFolder):
         self.assertEqual({n: why for n, why in self.left_out().items() if n > 16},
                          {n: "only 17 streams can be read; it has 0 chunks" for n in (17, 18)})
 
+    def test_aac_frames_get_headers_where_these_have_numbers(self):
+        frames = [(0, b"wb", bytes(100 + n), True) for n in range(3)] + [(0, b"wb", b"", True)]
+        for rate, channels, suffix in ((44100, 2, ".aac"), (44099, 2, ".avi"), (44100, 8, ".avi")):
+            out, streams = self.extract(self.file(avi([audio(0xFF, rate, channels, 16, 4, sample=0)], frames)))
+            extracted = out / streams[0]["file"]
+            self.assertEqual(extracted.suffix, suffix)
+            if suffix == ".aac":  # 7 more bytes each; low complexity, 44100 Hz, 2 channels; nothing for an empty chunk
+                data = extracted.read_bytes()
+                self.assertEqual(len(data), 100 + 101 + 102 + 3 * 7)
+                self.assertEqual(data[:7], bytes([0xFF, 0xF1, 0x50, 0x80, 107 >> 3, (107 & 7) << 5 | 0x1F, 0xFC]))
+
     def test_key_frames_of_an_unknown_codec_are_those_of_the_index(self):
         frames = [(0, b"dc", bytes(100 + n), n % 7 == 3) for n in range(30)]
         out, streams = self.extract(self.file(avi([video(b"ABCD")], frames)))

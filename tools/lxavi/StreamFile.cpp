@@ -73,58 +73,64 @@ private:
 
 // ---- AAC ----
 
+// What the headers of frames say about a stream.
+struct AacFormat {
+    UInt32 profile;
+    UInt32 rateIndex;
+    UInt32 channels;
+
+    // Whether the headers have numbers for it.
+    bool IsFramable() const { return rateIndex < 13 && channels <= 7; }
+};
+
+AacFormat AacFormatOf(const lxAviRead_StrfAudio_t& format)
+{
+    constexpr std::array<UInt32, 13> kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                                               22050, 16000, 12000, 11025, 8000,  7350};
+    constexpr UInt32 kLowComplexity = 1;
+    if (format.cbSize >= 2 && format.uiExtension[0] != 0) { // the decoder's configuration
+        const UInt32 config = static_cast<UInt32>(format.uiExtension[0]) << 8 | format.uiExtension[1];
+        const UInt32 objectType = config >> 11;
+        const UInt32 profile = objectType >= 1 && objectType <= 4 ? objectType - 1 : kLowComplexity;
+        return {profile, config >> 7 & 0xF, config >> 3 & 0xF};
+    }
+    const auto* const found = std::find(kRates.begin(), kRates.end(), format.nSamplesPerSec);
+    return {kLowComplexity, static_cast<UInt32>(found - kRates.begin()), format.nChannels};
+}
+
 // Gives each frame a header of seven bytes, which makes it playable, unless the frames have headers already.
 class AdtsFile : public RawFile {
 public:
-    AdtsFile(OutputFile& out, const lxAviRead_StrfAudio_t& format)
-        : RawFile(out, "AAC with ADTS headers"), m_format(format)
-    {
-    }
+    AdtsFile(OutputFile& out, const AacFormat& format) : RawFile(out, "AAC with ADTS headers"), m_format(format) {}
 
     void BeginChunk(const Item& item, std::span<const UInt8> first) override
     {
-        if (first.empty()) {
-            return;
-        }
         const bool isFramed = first.size() > 1 && first[0] == 0xFF && (first[1] & 0xF6) == 0xF0;
-        if (!isFramed) {
+        if (!first.empty() && !isFramed) {
             m_out.Write(Header(item.chunk.uiSize));
         }
     }
 
 private:
-    // Empty when the format does not state enough.
+    // Empty for a frame that is too large for one.
     std::string Header(UInt32 frameBytes) const
     {
-        constexpr std::array<UInt32, 13> kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                                                   22050, 16000, 12000, 11025, 8000,  7350};
-        UInt32 profile = 1; // low complexity
-        const auto* const found = std::find(kRates.begin(), kRates.end(), m_format.nSamplesPerSec);
-        auto rateIndex = static_cast<UInt32>(found - kRates.begin());
-        UInt32 channels = m_format.nChannels;
-        if (m_format.cbSize >= 2 && m_format.uiExtension[0] != 0) { // the decoder's configuration
-            const UInt32 config = static_cast<UInt32>(m_format.uiExtension[0]) << 8 | m_format.uiExtension[1];
-            const UInt32 objectType = config >> 11;
-            profile = objectType >= 1 && objectType <= 4 ? objectType - 1 : 1;
-            rateIndex = config >> 7 & 0xF;
-            channels = config >> 3 & 0xF;
-        }
         const UInt32 length = frameBytes + 7;
-        if (rateIndex >= kRates.size() || channels > 7 || length > 0x1FFF) {
+        if (length > 0x1FFF) {
             return {};
         }
         std::string header(7, '\0');
         header[0] = static_cast<char>(0xFF);
         header[1] = static_cast<char>(0xF1);
-        header[2] = static_cast<char>(profile << 6 | rateIndex << 2 | channels >> 2);
-        header[3] = static_cast<char>((channels & 3) << 6 | length >> 11);
+        header[2] = static_cast<char>(m_format.profile << 6 | m_format.rateIndex << 2 | m_format.channels >> 2);
+        header[3] = static_cast<char>((m_format.channels & 3) << 6 | length >> 11);
         header[4] = static_cast<char>(length >> 3);
         header[5] = static_cast<char>((length & 7) << 5 | 0x1F);
         header[6] = static_cast<char>(0xFC);
         return header;
     }
 
-    lxAviRead_StrfAudio_t m_format;
+    AacFormat m_format;
 };
 
 // ---- H.264 and H.265 ----
@@ -375,9 +381,24 @@ private:
 
 } // namespace
 
+namespace {
+
+// AAC with a rate or channels that frame headers have no numbers for goes into an AVI file.
+Coding CodingToWrite(const StreamToWrite& stream)
+{
+    const Coding coding = CodingOf(InfoOf(stream)).coding;
+    const bool isFramable = coding != Coding::Aac || AacFormatOf(AudioFormatOf(InfoOf(stream))).IsFramable();
+    return isFramable ? coding : Coding::Other;
+}
+
+} // namespace
+
 std::string ExtensionOf(const StreamToWrite& stream)
 {
-    return stream.isRaw ? "raw" : CodingOf(InfoOf(stream)).extension;
+    if (stream.isRaw) {
+        return "raw";
+    }
+    return CodingToWrite(stream) == Coding::Other ? "avi" : CodingOf(InfoOf(stream)).extension;
 }
 
 std::unique_ptr<StreamFile> MakeStreamFile(const StreamToWrite& stream, OutputFile& out)
@@ -385,9 +406,9 @@ std::unique_ptr<StreamFile> MakeStreamFile(const StreamToWrite& stream, OutputFi
     if (stream.isRaw) {
         return std::make_unique<RawFile>(out, "payloads");
     }
-    switch (CodingOf(InfoOf(stream)).coding) {
+    switch (CodingToWrite(stream)) {
     case Coding::Wave: return std::make_unique<WavFile>(out, stream);
-    case Coding::Aac: return std::make_unique<AdtsFile>(out, AudioFormatOf(InfoOf(stream)));
+    case Coding::Aac: return std::make_unique<AdtsFile>(out, AacFormatOf(AudioFormatOf(InfoOf(stream))));
     case Coding::Mpeg4: return std::make_unique<Mpeg4File>(out, CodecData(stream));
     case Coding::H264: return std::make_unique<AnnexBFile>(out, NalCodec::H264, CodecData(stream));
     case Coding::H265: return std::make_unique<AnnexBFile>(out, NalCodec::H265, CodecData(stream));
