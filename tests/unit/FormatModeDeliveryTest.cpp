@@ -661,6 +661,24 @@ TEST_F(ForeignChunks, AreSearchedWhereTheFileEndsBehindThem)
     EXPECT_EQ(Frames(file), (std::vector<Bytes>{Fill(8), Fill(4)}));
 }
 
+TEST_F(ForeignChunks, ALookBehindThemThatFailsIsTold)
+{
+    builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), false);
+    const Bytes file = builder.Build();
+    const auto meetForeignChunk = [&] {
+        ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+        Position();
+        EXPECT_EQ(Next().payload, Fill(8));
+        EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_BAD_STREAM);
+    };
+    meetForeignChunk();
+    Faults().FailSeek(1);
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_SEEK);
+    meetForeignChunk();
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0});
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ);
+}
+
 TEST_F(ForeignChunks, AreSteppedOverAfterARewind)
 {
     builder.Frame(0, Fill(8), true).Media("05wb", LooksLikeAFrame(30)).Frame(0, Fill(10), true);
