@@ -677,6 +677,12 @@ TEST_F(ForeignChunks, ALookBehindThemThatFailsIsTold)
     meetForeignChunk();
     Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0});
     EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_READ);
+    meetForeignChunk();
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(1), LX_OK);
+    Faults().FaultRead(1, {ReadFault::Kind::ShortThenError, 0});
+    EXPECT_EQ(Next().uiResult, LX_ERR_AVIREAD_ABORTED);
+    EXPECT_EQ(lxAviReadCore_SetAbortFlag(0), LX_OK);
+    EXPECT_EQ(Next().payload, Fill(10)); // nothing is lost
 }
 
 TEST_F(ForeignChunks, AreSteppedOverAfterARewind)

@@ -286,6 +286,7 @@ UInt32 StepOverForeign(lxAviReadCore_AviInfo_t* pAviInfo)
         LX_AVIREAD_TRY(GoTo(pAviInfo, behind));
         const UInt32 result = ReadRecord(pAviInfo, nextId);
         if (result != LX_OK && result != LX_ERR_AVIREAD_EOF) {
+            s_foreign = foreign; // after an abort the search begins here again
             return ReportFailedRead(pAviInfo, result, kId, Here());
         }
         bFollowed = result == LX_OK && (MeansSomething(pAviInfo, nextId) || nextId == FourCC("LIST"));
@@ -295,6 +296,7 @@ UInt32 StepOverForeign(lxAviReadCore_AviInfo_t* pAviInfo)
 
 UInt32 FindMediaCode(lxAviReadCore_AviInfo_t* pAviInfo, UInt32& id, SearchPlace& place)
 {
+    place = PlaceBefore(pAviInfo, 0);
     LX_AVIREAD_TRY(StepOverForeign(pAviInfo));
     LX_AVIREAD_TRY(MakeRoom(pAviInfo, kChunkHeaderBytes));
     place = PlaceBefore(pAviInfo, 0);
