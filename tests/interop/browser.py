@@ -42,9 +42,10 @@ class Browser:
         path.write_bytes(base64.b64decode(self.call("/screenshot")))
 
     def prefer(self, scheme):
-        """light or dark"""
+        """light or dark. The page hears of it when the browser draws its next frame, so this waits for one."""
         self.call("/goog/cdp/execute", {"cmd": "Emulation.setEmulatedMedia",
                                         "params": {"features": [{"name": "prefers-color-scheme", "value": scheme}]}})
+        self.run("return new Promise(drawn => requestAnimationFrame(() => requestAnimationFrame(drawn)))")
 
     def printed(self):
         """The page as a PDF."""
