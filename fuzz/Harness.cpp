@@ -165,6 +165,9 @@ void CallQueries(UInt8 argument)
     static_cast<void>(lxAviReadCore_HasOnlyKeyFrames(argument));
     static_cast<void>(lxAviReadCore_GetFrameKind(argument % 20, buffer, argument % 101));
     static_cast<void>(lxAviReadCore_GetFileTextCode(argument));
+    if (lxAviReadCore_GetStreamTimeUsec(argument, size, size) > lxAviReadCore_GetStreamTimeNsec(argument, size, size)) {
+        Fail("a time has more microseconds than nanoseconds");
+    }
     if (lxAviReadCore_GetStreamTime(argument, size, size) > lxAviReadCore_GetStreamTimeUsec(argument, size, size) &&
         (lxAviReadCore_GetAviInfo()->IndxOption & LX_AVIREAD_FOLLOW_FORMAT) != 0) {
         Fail("a time has more milliseconds than microseconds");
@@ -206,7 +209,7 @@ void Call(UInt8 code, UInt8 argument)
     Bool flag = 0;
     UInt32 left = argument;
     const auto track = static_cast<Int32>(argument % 10) - 1;
-    switch (code % 23) {
+    switch (code % 25) {
     case 0: Play(argument, argument % 9); break;
     case 1: static_cast<void>(lxAviReadCore_SeekToTime(argument * 97u, track, argument % 4)); break;
     case 2: static_cast<void>(lxAviReadCore_SetJumpToNextKeyFrame(&flag, track)); break;
@@ -232,6 +235,8 @@ void Call(UInt8 code, UInt8 argument)
     case 19: static_cast<void>(lxAviReadCore_SelectVideoStream(argument % 18)); break;
     case 20: static_cast<void>(lxAviReadCore_ParseMediaData(0, CountDown, &left)); break;
     case 21: Walk(); break;
+    case 22: static_cast<void>(lxAviReadCore_SeekToTimeNsec(argument * 97000003u, track, argument % 4)); break;
+    case 23: lxAviReadCore_DeliverAllTracks(argument & 1); break;
     default: static_cast<void>(lxAviReadCore_RemoveChunk(argument)); break;
     }
 }

@@ -504,6 +504,14 @@ LX_AVIREAD_RESULT lxAviReadCore_NextChunk(lxAviRead_ChunkData_t* chunkData, UInt
  *  LX_ERR_AVIREAD_EOF; lxAviReadCore_GetReadSize then tells how many bytes came. */
 LX_AVIREAD_RESULT lxAviReadCore_GetChunk(UInt32* buffer, UInt32 size);
 
+/** Delivers all tracks at once, for a player that gives every track a queue or a decoder of its own. From now on, and
+ *  until the next Open, Reset or Close, lxAviReadCore_NextChunk delivers the chunks of the audio tracks 0 to 7 and of all
+ *  subtitle tracks, whatever track numbers it gets; `uiStreamNr` tells them apart. A seek or step that gets a track
+ *  number of 0 or more goes to the earliest chunk with which one of the tracks resumes. After it each track begins at
+ *  its own chunk, and is trimmed for itself. One that gets a negative number goes to the key frame, as before.
+ *  @param bAll 1: all tracks; 0: the tracks that each call names. In default mode always the latter. */
+LX_AVIREAD_API void lxAviReadCore_DeliverAllTracks(Bool bAll);
+
 /** Does nothing in either mode. To switch the track, pass another track number to the next lxAviReadCore_NextChunk. The
  *  reader always counts the chunks of all tracks.
  *  @return LX_OK */
@@ -522,6 +530,10 @@ LX_AVIREAD_API UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameN
 /** Computes the same as lxAviReadCore_GetStreamTime in format mode, in microseconds: exact, and truncated once.
  *  @return microseconds, at most 2^64 - 1; 0 for an unknown stream, and always 0 in default mode */
 LX_AVIREAD_API UInt64 lxAviReadCore_GetStreamTimeUsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
+
+/** Computes the same in nanoseconds, for players that count in them: exact, and truncated once.
+ *  @return nanoseconds, at most 2^64 - 1; 0 for an unknown stream, and always 0 in default mode */
+LX_AVIREAD_API UInt64 lxAviReadCore_GetStreamTimeNsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition);
 
 /** Tells whether every frame of a video stream can be decoded alone, by its codec (motion JPEG, DV, uncompressed,
  *  lossless codecs). In format mode `bKeyFrame` is then 1 for each of its chunks.
@@ -555,6 +567,12 @@ LX_AVIREAD_RESULT lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t
  *  @param roundPreference `lxAviRead_SetPosRoundUp`, `…Down` or `…Nearest`
  *  @return stream time of the chosen key frame in milliseconds */
 LX_AVIREAD_API UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 roundPreference);
+
+/** Does the same as lxAviReadCore_SeekToTime in format mode, with exact times. Two key frames that have the same
+ *  millisecond are told apart, and a time just before a key frame is before it.
+ *  @param timeNsec nanoseconds
+ *  @return stream time of the chosen key frame in nanoseconds; in default mode 0, and nothing is armed */
+LX_AVIREAD_API UInt64 lxAviReadCore_SeekToTimeNsec(UInt64 timeNsec, Int32 audioTrackNumber, UInt32 roundPreference);
 
 /** Arms a jump to an entry of the table: to its audio chunk when this chunk lies before the key frame, else to the key
  *  frame. When `Offset` in `*keyFrame` is 0, the function uses the offset of the entry. */

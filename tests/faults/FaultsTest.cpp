@@ -147,6 +147,12 @@ protected:
             note(lxAviReadCore_ParseMediaData(0, nullptr, nullptr));
             note(lxAviReadCore_WalkMediaData(PassOver, nullptr));
         }
+        lxAviReadCore_DeliverAllTracks(1); // nothing in the default mode
+        if (Info().KeyFramesListAsArrayLength > 0 && first == kNone) {
+            static_cast<void>(lxAviReadCore_SeekToTimeNsec(300000000, 0, lxAviRead_SetPosRoundNearest));
+            note(PlayToTheEnd());
+        }
+        lxAviReadCore_DeliverAllTracks(0);
         if (lxAviReadCore_SelectVideoStream(2) == LX_OK) {
             note(lxAviReadCore_ParseIndex(0));
         }

@@ -833,5 +833,19 @@ TEST_F(Quirks, Quirk_Q76_ChunksOfMissingStreamsAreSearched)
     }
 }
 
+TEST_F(Quirks, Quirk_Q77_OneTrackOfAKindIsDelivered)
+{
+    builder.Add(PcmStream()).Add(PcmStream()).Audio(1, Fill(4)).Audio(2, Fill(4));
+    for (const bool bFormat : {false, true}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        indxOptionOfOpen = bFormat ? LX_AVIREAD_FOLLOW_FORMAT | 1 : 1;
+        ASSERT_EQ(Open(builder), LX_OK);
+        Position();
+        lxAviReadCore_DeliverAllTracks(1);
+        EXPECT_EQ(Next(0).uiResult, LX_OK);
+        EXPECT_EQ(Next(0).uiResult, bFormat ? LX_OK : LX_ERR_AVIREAD_AUDIO_SKIPPED);
+    }
+}
+
 } // namespace
 } // namespace avitest

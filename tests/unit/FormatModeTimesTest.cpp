@@ -190,6 +190,133 @@ TEST_F(Times, InMicrosecondsAreExact)
     EXPECT_EQ(lxAviReadCore_GetStreamTimeUsec(0, 1, 1), 0u);
 }
 
+TEST_F(Times, InNanosecondsAreExact)
+{
+    Stream video = VideoStream(30000, 1001);
+    video.header.dwStart = 2;
+    builder = AviBuilder();
+    builder.avih.dwMicroSecPerFrame = 33367;
+    builder.Add(video).Add(Mp3VbrStream(44100)).Add(PcmStream(48000, 2, 16)).Add(TextStream()).Add(VideoStream(0, 1));
+    const Bytes file = builder.Build();
+    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 0, 0), 66733333u);  // 2 x 1001 / 30000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 1, 0), 100100000u); // 3 x 1001 / 30000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 0xFFFFFFFF, 0), 143308742143233333u);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(1, 7, 99), 182857142u); // 7 x 1152 / 44100 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(2, 0, 4), 20833u);      // one sample of 1/48000 s
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(2, 0, ~0ull), ~0ull);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(3, 1, 1), 0u);         // text
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(4, 3, 0), 100101000u); // by the main header
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(5, 1, 1), 0u);         // no such stream
+    ASSERT_EQ(OpenAs(kDefault, file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 1, 0), 0u);
+}
+
+// ---- Seeks to nanoseconds ----
+
+// Compares seeks with a search along all key frames.
+class ExactSeeks : public FormatMode {
+protected:
+    static UInt64 TimeOf(UInt32 frame) { return lxAviReadCore_GetStreamTimeNsec(0, frame, 0); }
+
+    // The frame that a plain search finds.
+    UInt32 Expected(UInt64 time, UInt32 rounding)
+    {
+        std::optional<UInt32> down;
+        std::optional<UInt32> up;
+        for (const auto& entry : Table()) {
+            const UInt64 at = TimeOf(entry.videoFrameNumber);
+            down = at <= time || !down ? std::optional(entry.videoFrameNumber) : down;
+            up = at >= time && !up ? std::optional(entry.videoFrameNumber) : up;
+        }
+        if (!up || TimeOf(*down) >= time || rounding == lxAviRead_SetPosRoundDown) {
+            return *down;
+        }
+        const bool bUpIsNearer = TimeOf(*up) - time < time - TimeOf(*down);
+        return rounding == lxAviRead_SetPosRoundUp || bUpIsNearer ? *up : *down;
+    }
+
+    void ExpectSeek(UInt64 time, UInt32 rounding)
+    {
+        const UInt32 expected = Expected(time, rounding);
+        EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(time, -1, rounding), TimeOf(expected)) << time << " " << rounding;
+        EXPECT_EQ(Next().chunk.uiFrameNumber, expected) << time << " " << rounding;
+    }
+};
+
+TEST_F(ExactSeeks, FindTheKeyFrameAmongThoseOfOneMillisecond)
+{
+    for (const UInt32 rate : {7000u, 30u}) {
+        builder = AviBuilder();
+        Stream video = VideoStream(rate, 1);
+        video.header.dwStart = 3;
+        builder.Add(video);
+        for (UInt32 i = 0; i < 30; ++i) {
+            builder.Frame(0, Fill(10), i % 7 != 3);
+        }
+        ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+        const UInt64 frame = 1000000000 / rate;
+        for (const UInt32 rounding :
+             {lxAviRead_SetPosRoundDown, lxAviRead_SetPosRoundUp, lxAviRead_SetPosRoundNearest}) {
+            for (UInt32 i = 0; i < 30; ++i) {
+                for (const UInt64 time : {TimeOf(i), TimeOf(i) - 1, TimeOf(i) + 1, TimeOf(i) + frame / 2}) {
+                    ExpectSeek(time, rounding);
+                }
+            }
+            ExpectSeek(0, rounding);
+            ExpectSeek(~0ull, rounding);
+        }
+    }
+}
+
+TEST_F(ExactSeeks, ToABadRoundingGoToTheFirst)
+{
+    AddMedia(40, 10);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(500000000, 0, 3), 0u);
+    EXPECT_EQ(log.Assertions().size(), 1u);
+}
+
+TEST_F(ExactSeeks, NeedATableAndTheFormatMode)
+{
+    AddMedia(40, 10);
+    const Bytes file = builder.Build();
+    ASSERT_EQ(OpenAs(kFormat, file), LX_OK);
+    Position();
+    EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(500000000, 0, lxAviRead_SetPosRoundDown), 0u);
+    ASSERT_EQ(log.Assertions().size(), 1u);
+    EXPECT_EQ(log.Assertions()[0].text, "Set position cannot be called when KeyFramesListAsArrayLength  <  0");
+    EXPECT_EQ(Info().JumpOffset, 0u);
+    ASSERT_EQ(ParseAs(kDefault, file), LX_OK);
+    EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(500000000, 0, lxAviRead_SetPosRoundDown), 0u);
+    EXPECT_EQ(Info().JumpOffset, 0u);
+    EXPECT_EQ(log.Assertions().size(), 0u);
+}
+
+TEST_F(ExactSeeks, TakeATrackAsOtherSeeksDo)
+{
+    AddMedia(40, 10);
+    ASSERT_EQ(ParseAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(800000000, 0, lxAviRead_SetPosRoundDown), 800000000u);
+    EXPECT_EQ(Next().chunk.eStreamType, UInt32{LX_AVIREAD_STREAM_AUDIO});
+    EXPECT_EQ(lxAviReadCore_SeekToTimeNsec(800000000, 8, lxAviRead_SetPosRoundDown), 800000000u);
+    EXPECT_EQ(log.Assertions().size(), 1u);
+    EXPECT_EQ(Next().chunk.eStreamType, UInt32{LX_AVIREAD_STREAM_VIDEO});
+}
+
+// With the largest scale there is, nothing wraps.
+TEST_F(Times, InNanosecondsDoNotWrap)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream(1, 0xFFFFFFFF)).Add(PcmStream());
+    builder.streams[1].header.dwScale = 0xFFFFFFFF;
+    builder.streams[1].header.dwRate = 0xFFFFFFFF;
+    ASSERT_EQ(OpenAs(kFormat, builder.Build()), LX_OK);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 4, 0), 17179869180ull * 1000000000);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(0, 5, 0), ~0ull);
+    EXPECT_EQ(lxAviReadCore_GetStreamTimeNsec(1, 0, 3), 1500000000u); // a sample and a half of one second each
+}
+
 TEST_F(Times, OfAudioWithoutARateAreZero)
 {
     for (const bool bScale : {false, true}) {

@@ -56,6 +56,7 @@ void StartAudio()
 {
     for (AudioTrack& audio : audioTracks) {
         audio = {};
+        audio.bResumed = true;
     }
 }
 
@@ -66,7 +67,8 @@ void AwaitAudio(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 position)
                  .uiItemNr = pAviInfo->audioSyncItemNr,
                  .uiFrom = position,
                  .uiAnchor = 0,
-                 .eCount = AudioCount::Waiting};
+                 .eCount = AudioCount::Waiting,
+                 .bResumed = false};
     }
 }
 

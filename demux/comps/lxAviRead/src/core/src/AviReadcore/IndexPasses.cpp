@@ -262,7 +262,7 @@ UInt64 KeyFrameFiller::FrameTime() const
 {
     const lxAviReadCore_StreamInfo_t* const pVideo = FindStream(m_pAviInfo, m_pAviInfo->videoStreamNr);
     if (TableHasStreamTimes(m_pAviInfo) && pVideo != Null) { // GCOVR_EXCL_BR_LINE: frames are of a stream
-        return Milliseconds(ExactVideoTime(m_pAviInfo, *pVideo, m_uiFrameNumber));
+        return Milliseconds(ExactVideoTime(m_pAviInfo, *pVideo, m_uiFrameNumber, kMicroSecPerSec));
     }
     return static_cast<UInt64>(static_cast<double>(m_uiFrameNumber) * m_millisecondsPerFrame);
 }

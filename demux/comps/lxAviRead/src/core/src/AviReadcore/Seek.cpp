@@ -7,6 +7,7 @@
 #include "internal/KeyFrameJump.hpp"
 #include "internal/KeyFrames.hpp"
 #include "internal/PendingJump.hpp"
+#include "internal/Streams.hpp"
 
 namespace lxAviReadCore {
 
@@ -17,19 +18,44 @@ constexpr UInt64 kNowhere = 1;
 
 } // namespace
 
+namespace {
+
+// Where the audio of a track resumes, or `target` if that is earlier.
+UInt64 EarlierOf(const lxAviReadCore_AviInfo_t* pAviInfo, UInt64 audioOffset, UInt64 target)
+{
+    const bool bAbsent = audioOffset == 0; // what the table holds for a track without audio; a jump to 0 is none
+    return audioOffset < target && !(bAbsent && AbsentTracksAreNoTarget(pAviInfo)) ? audioOffset : target;
+}
+
+// Where a jump to a key frame goes: to the frame, or to the audio that resumes with it and stands before it.
+UInt64 TargetOf(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset)
+{
+    if (track < 0) {
+        return videoOffset;
+    }
+    if (!allTracks) {
+        return EarlierOf(pAviInfo, entry.audioChunkOffset[track], videoOffset);
+    }
+    UInt64 target = videoOffset;
+    for (const UInt64 audioOffset : entry.audioChunkOffset) {
+        target = EarlierOf(pAviInfo, audioOffset, target);
+    }
+    return target;
+}
+
+} // namespace
+
 bool HasEarlierAudio(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry, Int32 track, UInt64 videoOffset)
 {
-    const UInt64 offset = track >= 0 ? entry.audioChunkOffset[track] : videoOffset;
-    const bool bAbsent = offset == 0; // what the table holds for a track without audio; a jump to 0 is none
-    return offset < videoOffset && !(bAbsent && AbsentTracksAreNoTarget(pAviInfo));
+    return TargetOf(pAviInfo, entry, track, videoOffset) != videoOffset;
 }
 
 bool ArmJump(lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track,
              const JumpRules& rules)
 {
-    const bool bToAudio = HasEarlierAudio(pAviInfo, entry, track, position.Offset);
     RememberPlace(pAviInfo);
-    pAviInfo->JumpOffset = bToAudio ? entry.audioChunkOffset[track] : position.Offset;
+    pAviInfo->JumpOffset = TargetOf(pAviInfo, entry, track, position.Offset);
+    const bool bToAudio = pAviInfo->JumpOffset != position.Offset;
     if (pAviInfo->JumpOffset == 0 && FailedJumpsAreOver(pAviInfo)) {
         pAviInfo->JumpOffset = kNowhere;
     }
@@ -92,15 +118,14 @@ UInt32 FindLeaf(const KeyFrameTable& table, UInt64 time)
     return currentLeaf;
 }
 
-// The one of two neighbours around `time` that the rounding asks for.
-Position Round(const KeyFrameTable& table, const Position& down, const Position& up, UInt64 time,
+// The one of two neighbours that the rounding asks for.
+Position Round(const KeyFrameTable& table, const Position& down, const Position& up, bool bUpIsNearer,
                UInt32 roundPreference)
 {
     switch (roundPreference) {
     case lxAviRead_SetPosRoundDown: return down;
     case lxAviRead_SetPosRoundUp: return up;
-    case lxAviRead_SetPosRoundNearest:
-        return table.At(up)->timeMsec - time < time - table.At(down)->timeMsec ? up : down;
+    case lxAviRead_SetPosRoundNearest: return bUpIsNearer ? up : down;
     default:
         LX_ASSERT(false,
                   "(roundPreference == lxAviRead_SetPosRoundUp) || (roundPreference == lxAviRead_SetPosRoundDown) || "
@@ -108,6 +133,14 @@ Position Round(const KeyFrameTable& table, const Position& down, const Position&
                   "GiveOffsetTotime:Rounding Option is not correct");
         return table.First();
     }
+}
+
+// The one of two neighbours around `time`.
+Position RoundTime(const KeyFrameTable& table, const Position& down, const Position& up, UInt64 time,
+                   UInt32 roundPreference)
+{
+    const bool bUpIsNearer = table.At(up)->timeMsec - time < time - table.At(down)->timeMsec;
+    return Round(table, down, up, bUpIsNearer, roundPreference);
 }
 
 // Inside a leaf, whose bounds lie on both sides of `time`.
@@ -127,7 +160,7 @@ Position SearchLeaf(const KeyFrameTable& table, UInt32 leafNr, UInt64 time, UInt
     if (leaf.array[high].timeMsec == time) {
         return table.PositionOf(leafNr, high);
     }
-    return Round(table, table.PositionOf(leafNr, low), table.PositionOf(leafNr, high), time, roundPreference);
+    return RoundTime(table, table.PositionOf(leafNr, low), table.PositionOf(leafNr, high), time, roundPreference);
 }
 
 Position SearchTime(const KeyFrameTable& table, UInt64 time, UInt32 roundPreference)
@@ -147,10 +180,53 @@ Position SearchTime(const KeyFrameTable& table, UInt64 time, UInt32 roundPrefere
         return table.PositionOf(leafNr, 0);
     }
     if (time > leaf.EndTimeMsec) {
-        return Round(table, table.PositionOf(leafNr, LastItem(leaf)), table.PositionOf(leafNr + 1, 0), time,
-                     roundPreference);
+        return RoundTime(table, table.PositionOf(leafNr, LastItem(leaf)), table.PositionOf(leafNr + 1, 0), time,
+                         roundPreference);
     }
     return SearchLeaf(table, leafNr, time, roundPreference);
+}
+
+// ---- The search by exact times ----
+
+UInt64 NanosecondsOf(const lxAviReadCore_AviInfo_t* pAviInfo, const Entry& entry)
+{
+    return lxAviReadCore_GetStreamTimeNsec(static_cast<UInt32>(pAviInfo->videoStreamNr), entry.videoFrameNumber, 0);
+}
+
+// The last key frame at or before `time`, or the first one. The table has milliseconds, so that a search in them ends
+// near it: several key frames may have the same millisecond.
+Position LastAtOrBefore(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, UInt64 time)
+{
+    Position found = SearchTime(table, Milliseconds(time / 1000), lxAviRead_SetPosRoundDown);
+    for (Position next = found; table.Next(next) && NanosecondsOf(pAviInfo, *table.At(next)) <= time;) {
+        found = next;
+    }
+    while (NanosecondsOf(pAviInfo, *table.At(found)) > time && table.Prev(found)) {
+    }
+    return found;
+}
+
+Position SearchExactTime(const lxAviReadCore_AviInfo_t* pAviInfo, const KeyFrameTable& table, UInt64 time,
+                         UInt32 roundPreference)
+{
+    const Position down = LastAtOrBefore(pAviInfo, table, time);
+    const UInt64 downTime = NanosecondsOf(pAviInfo, *table.At(down));
+    Position up = down;
+    if (downTime >= time || !table.Next(up)) {
+        return down;
+    }
+    const bool bUpIsNearer = NanosecondsOf(pAviInfo, *table.At(up)) - time < time - downTime;
+    return Round(table, down, up, bUpIsNearer, roundPreference);
+}
+
+bool HasKeyFrames(const KeyFrameTable& table, SourcePlace place)
+{
+    if (table.IsEmpty()) {
+        lxDbg_AssertError("pAviInfo->KeyFramesListAsArrayLength > 0",
+                          lxDbg_StrAssertFormat("Set position cannot be called when KeyFramesListAsArrayLength  <  0"),
+                          place.pPath, place.iLine);
+    }
+    return !table.IsEmpty();
 }
 
 void LogSeek(const lxAviReadCore_AviInfo_t* pAviInfo, const Position& position, const Entry& entry, Int32 track)
@@ -202,9 +278,7 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
     const Int32 track =
         CheckedTrack(audioTrackNumber, "audioTrackNumber <LX_AVIREAD_AUDIO_TRACKS", "lxAviReadCore_SeekToTime", Here());
     const KeyFrameTable table(pAviInfo);
-    LX_ASSERT(!table.IsEmpty(), "pAviInfo->KeyFramesListAsArrayLength > 0",
-              "Set position cannot be called when KeyFramesListAsArrayLength  <  0");
-    if (table.IsEmpty()) {
+    if (!HasKeyFrames(table, Here())) {
         return 0;
     }
     const Position found = SearchTime(table, timeMsec, roundPreference);
@@ -214,6 +288,25 @@ UInt32 lxAviReadCore_SeekToTime(UInt32 timeMsec, Int32 audioTrackNumber, UInt32 
     const Entry& entry = *table.At(found);
     LogSeek(pAviInfo, found, entry, track);
     return lxAviReadCore_GetStreamTime(static_cast<UInt32>(pAviInfo->videoStreamNr), entry.videoFrameNumber, 0);
+}
+
+UInt64 lxAviReadCore_SeekToTimeNsec(UInt64 timeNsec, Int32 audioTrackNumber, UInt32 roundPreference)
+{
+    const lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    if (!ExactTimesAreGiven(pAviInfo)) {
+        return 0;
+    }
+    const Int32 track = CheckedTrack(audioTrackNumber, "audioTrackNumber < LX_AVIREAD_AUDIO_TRACKS",
+                                     "lxAviReadCore_SeekToTimeNsec", Here());
+    const KeyFrameTable table(pAviInfo);
+    if (!HasKeyFrames(table, Here())) {
+        return 0;
+    }
+    const Position found = SearchExactTime(pAviInfo, table, timeNsec, roundPreference);
+    lxAviReadCore_SetPointerOnKF(&found, track);
+    const Entry& entry = *table.At(found);
+    LogSeek(pAviInfo, found, entry, track);
+    return NanosecondsOf(pAviInfo, entry);
 }
 
 void lxAviReadCore_SetPointerOnKF(const lxAviReadCore_KeyFramePosition_t* keyFrame, Int32 audioTrackNumber)

@@ -35,6 +35,7 @@ lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
 bool onlyKeyFrames;
 UInt64 chunkStart;
 UInt32 nextVideoFrame;
+bool allTracks;
 
 namespace {
 
@@ -276,6 +277,7 @@ UInt32 lxAviReadCore_Reset(void)
     ReleaseKeptChunks();
     ForgetTotals();
     onlyKeyFrames = false;
+    allTracks = false;
     SetIdx1OffsetBase(0);
     ReleaseKeyFrameTable(pAviInfo, TableReleaseTrace::CleanUp);
     ReleaseSegments(pAviInfo);

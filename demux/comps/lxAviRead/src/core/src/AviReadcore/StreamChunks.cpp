@@ -306,13 +306,22 @@ UInt32 ResumeAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pCh
     return result;
 }
 
+// Whether a chunk is the first of its track after a jump; not asked a second time. The default mode checks one chunk after
+// a jump and no other.
+bool IsFirstAfterJump(lxAviReadCore_AviInfo_t* pAviInfo, UInt32 track)
+{
+    const bool bFirst = allTracks ? !audioTracks[track].bResumed : pAviInfo->bAudioSync == 1;
+    audioTracks[track].bResumed = true;
+    pAviInfo->bAudioSync = 0;
+    return bFirst;
+}
+
 UInt32 ProcessSelectedAudio(lxAviReadCore_AviInfo_t* pAviInfo, lxAviRead_ChunkData_t* pChunk, UInt32 track)
 {
     if (AudioResumesAtItsChunk(pAviInfo)) {
         LX_AVIREAD_TRY(ResumeAudio(pAviInfo, pChunk, track));
     }
-    const Entry* const pSync = pAviInfo->bAudioSync == 1 ? SyncEntry(pAviInfo, KeyFrameTable(pAviInfo)) : Null;
-    pAviInfo->bAudioSync = 0; // the default mode checks this one chunk and no other
+    const Entry* const pSync = IsFirstAfterJump(pAviInfo, track) ? SyncEntry(pAviInfo, KeyFrameTable(pAviInfo)) : Null;
     return pSync != Null ? ProcessFirstAudioAfterJump(pAviInfo, pChunk, track, *pSync)
                          : DeliverAudio(pAviInfo, pChunk, track);
 }
@@ -329,7 +338,7 @@ UInt32 lxAviReadCore_ProcessNextSubtitleChunk(lxAviReadCore_AviInfo_t* pAviInfo,
     LX_LOG(kLevelChunk, "Chunk StreamNo:=%d,track=%d,size=%d, Current track:=%d", chunkData->uiStreamNr, track,
            chunkData->uiSize, subtitleTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_SUBTITLE;
-    chunkData->bValid = track == subtitleTrackNumber ? 1 : 0;
+    chunkData->bValid = allTracks || track == subtitleTrackNumber ? 1 : 0;
     return chunkData->bValid == 1 ? LX_OK : LX_ERR_AVIREAD_SUBTITLE_SKIPPED;
 }
 
@@ -362,7 +371,8 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
            chunkData->uiSize, audioTrackNumber);
     chunkData->eStreamType = LX_AVIREAD_STREAM_AUDIO;
     UInt32 result = LX_OK;
-    if (track != audioTrackNumber || track >= LX_AVIREAD_AUDIO_TRACKS) {
+    const bool bSelected = allTracks || track == audioTrackNumber;
+    if (!bSelected || track >= LX_AVIREAD_AUDIO_TRACKS) {
         result = RejectOtherTrack(pAviInfo, chunkData, track, audioTrackNumber);
     } else {
         result = ProcessSelectedAudio(pAviInfo, chunkData, track);
@@ -373,3 +383,5 @@ UInt32 lxAviReadCore_ProcessNextAudioChunk(lxAviReadCore_AviInfo_t* pAviInfo, lx
 }
 
 UInt32 lxAviReadCore_SwitchAudioTrack(void) { return LX_OK; }
+
+void lxAviReadCore_DeliverAllTracks(Bool bAll) { allTracks = bAll != 0 && TracksPlayTogether(&lxAviReadCore_AviInfo); }

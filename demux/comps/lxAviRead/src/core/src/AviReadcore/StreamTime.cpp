@@ -49,7 +49,7 @@ struct Quotient {
     UInt64 uiRest;
 };
 
-// `count` × `factor` ÷ `divisor`; the factor has fewer than 52 bits. The product is never made, so that it cannot
+// `count` × `factor` ÷ `divisor`; the factor has at most 62 bits. The product is never made, so that it cannot
 // overflow. A result of more than 64 bits becomes the largest number.
 Quotient MultiplyAndDivide(UInt64 count, UInt64 factor, UInt32 divisor)
 {
@@ -61,7 +61,6 @@ Quotient MultiplyAndDivide(UInt64 count, UInt64 factor, UInt32 divisor)
     return {bTooLarge ? ~UInt64{0} : whole, lowest % divisor};
 }
 
-constexpr UInt32 kMicroSecPerSec = 1000000;
 constexpr UInt32 kMicroSecPerMsec = 1000;
 
 bool HasTimeBase(const lxAviRead_Strh_t& header) { return header.dwScale != 0 && header.dwRate != 0; }
@@ -73,13 +72,13 @@ struct SamplePosition {
     UInt32 uiSampleBytes = 1;
 };
 
-// The time of a position in units of dwScale ÷ dwRate seconds, in microseconds; 0 where the header does not give the unit.
-UInt64 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
+// The time of a position in units of dwScale ÷ dwRate seconds; 0 where the header does not give the unit.
+UInt64 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position, TimeUnit perSecond)
 {
     if (!HasTimeBase(header)) {
         return 0;
     }
-    const UInt64 factor = UInt64{header.dwScale} * kMicroSecPerSec;
+    const UInt64 factor = UInt64{header.dwScale} * perSecond;
     const Quotient whole = MultiplyAndDivide(position.uiSamples, factor, header.dwRate);
     const UInt64 part = MultiplyAndDivide(position.uiBytes, factor, position.uiSampleBytes).uiWhole;
     const UInt64 partial = (whole.uiRest + part) / header.dwRate;
@@ -88,18 +87,20 @@ UInt64 ExactTime(const lxAviRead_Strh_t& header, const SamplePosition& position)
 
 // ---- Video ----
 
-UInt64 ExactFrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 frames)
+UInt64 ExactFrameTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 frames,
+                      TimeUnit perSecond)
 {
     if (HasTimeBase(stream.Header)) {
-        return ExactTime(stream.Header, {frames});
+        return ExactTime(stream.Header, {frames}, perSecond);
     }
-    return MultiplyAndDivide(frames, MicroSecPerFrame(pAviInfo), 1).uiWhole;
+    return MultiplyAndDivide(frames, UInt64{MicroSecPerFrame(pAviInfo)} * (perSecond / kMicroSecPerSec), 1).uiWhole;
 }
 
 UInt32 VideoTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
     if (VideoTimeIsByStream(&lxAviReadCore_AviInfo)) {
-        const UInt32 exact = Milliseconds(ExactVideoTime(&lxAviReadCore_AviInfo, stream, position.uiFrameNumber));
+        const UInt32 exact =
+            Milliseconds(ExactVideoTime(&lxAviReadCore_AviInfo, stream, position.uiFrameNumber, kMicroSecPerSec));
         LogTime("Video by header. ", position, exact);
         return exact;
     }
@@ -146,24 +147,25 @@ UInt32 VariableBitRateTime(const lxAviRead_Strh_t& header, const StreamPosition&
 }
 
 // In units of the header: samples, whose number follows from the bytes, or blocks and chunks.
-UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, UInt64 start, UInt64 units, UInt64 bytes)
+UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, UInt64 start, UInt64 units, UInt64 bytes,
+                      TimeUnit perSecond)
 {
     const UInt32 sampleBytes = AudioUnitsOf(&lxAviReadCore_AviInfo, stream).uiSampleBytes;
     const SamplePosition samples =
         sampleBytes == 0
             ? SamplePosition{start + units}
             : SamplePosition{start + bytes / sampleBytes, static_cast<UInt32>(bytes % sampleBytes), sampleBytes};
-    return ExactTime(stream.Header, samples);
+    return ExactTime(stream.Header, samples, perSecond);
 }
 
-UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
+UInt64 ExactAudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position, TimeUnit perSecond)
 {
-    return ExactAudioTime(stream, stream.Header.dwStart, position.uiFrameNumber, position.uiBytePosition);
+    return ExactAudioTime(stream, stream.Header.dwStart, position.uiFrameNumber, position.uiBytePosition, perSecond);
 }
 
 UInt32 TimeByHeader(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition& position)
 {
-    const UInt32 time = Milliseconds(ExactAudioTime(stream, position));
+    const UInt32 time = Milliseconds(ExactAudioTime(stream, position, kMicroSecPerSec));
     LogTime("by header. ", position, time);
     return time;
 }
@@ -183,6 +185,21 @@ UInt32 AudioTime(const lxAviReadCore_StreamInfo_t& stream, const StreamPosition&
     }
 }
 
+// The time of a position in a stream; 0 for streams without times, and in the default mode.
+UInt64 ExactStreamTime(const StreamPosition& position, TimeUnit perSecond)
+{
+    const lxAviReadCore_AviInfo_t* const pAviInfo = &lxAviReadCore_AviInfo;
+    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(pAviInfo, position.uiStreamNr);
+    if (pStream == Null || !ExactTimesAreGiven(pAviInfo)) {
+        return 0;
+    }
+    switch (pStream->StreamType) {
+    case LX_AVIREAD_STREAM_VIDEO: return ExactVideoTime(pAviInfo, *pStream, position.uiFrameNumber, perSecond);
+    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(*pStream, position, perSecond);
+    default: return 0;
+    }
+}
+
 } // namespace
 
 bool HasNoFrameRate(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream)
@@ -197,18 +214,18 @@ UInt32 Milliseconds(UInt64 microseconds)
 }
 
 UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
-                      UInt32 frameNumber)
+                      UInt32 frameNumber, TimeUnit perSecond)
 {
-    return ExactFrameTime(pAviInfo, stream, UInt64{stream.Header.dwStart} + frameNumber);
+    return ExactFrameTime(pAviInfo, stream, UInt64{stream.Header.dwStart} + frameNumber, perSecond);
 }
 
 UInt64 ExactDuration(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream, UInt64 units,
                      UInt64 bytes)
 {
     switch (stream.StreamType) {
-    case LX_AVIREAD_STREAM_VIDEO: return ExactFrameTime(pAviInfo, stream, units);
-    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(stream, 0, units, bytes);
-    default: return ExactTime(stream.Header, {units});
+    case LX_AVIREAD_STREAM_VIDEO: return ExactFrameTime(pAviInfo, stream, units, kMicroSecPerSec);
+    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(stream, 0, units, bytes, kMicroSecPerSec);
+    default: return ExactTime(stream.Header, {units}, kMicroSecPerSec);
     }
 }
 
@@ -229,13 +246,10 @@ UInt32 lxAviReadCore_GetStreamTime(UInt32 streamNr, UInt32 frameNumber, UInt64 b
 
 UInt64 lxAviReadCore_GetStreamTimeUsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition)
 {
-    const lxAviReadCore_StreamInfo_t* const pStream = FindStream(&lxAviReadCore_AviInfo, streamNr);
-    if (pStream == Null || !ExactTimesAreGiven(&lxAviReadCore_AviInfo)) {
-        return 0;
-    }
-    switch (pStream->StreamType) {
-    case LX_AVIREAD_STREAM_VIDEO: return ExactVideoTime(&lxAviReadCore_AviInfo, *pStream, frameNumber);
-    case LX_AVIREAD_STREAM_AUDIO: return ExactAudioTime(*pStream, {streamNr, frameNumber, bytePosition});
-    default: return 0;
-    }
+    return ExactStreamTime({streamNr, frameNumber, bytePosition}, kMicroSecPerSec);
+}
+
+UInt64 lxAviReadCore_GetStreamTimeNsec(UInt32 streamNr, UInt32 frameNumber, UInt64 bytePosition)
+{
+    return ExactStreamTime({streamNr, frameNumber, bytePosition}, kNanoSecPerSec);
 }

@@ -23,6 +23,7 @@ struct AudioTrack {
     UInt64 uiFrom;   // where delivery has begun, at the start or after a jump: it has met every chunk from here on
     UInt64 uiAnchor; // where the counters count from; 0: the first chunk of the file
     AudioCount eCount;
+    bool bResumed; // false from a jump until a chunk of the track is delivered; of use where all tracks are delivered
 };
 
 extern AudioTrack audioTracks[LX_AVIREAD_AUDIO_TRACKS];

@@ -130,7 +130,7 @@ inline bool AudioCountsBlocks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo);
 // Quirk Q23, Quirk Q58
 inline bool VideoTimeIsByStream(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
-// There are exact times in microseconds. The default mode has none.
+// There are exact times, in microseconds and nanoseconds, and seeks to them. The default mode has none.
 // Quirk Q69
 inline bool ExactTimesAreGiven(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
@@ -237,6 +237,10 @@ inline bool SyncIsByFrameNumber(ModeOf pAviInfo) { return FollowsFormat(pAviInfo
 // Audio resumes at the chunk that the table names, and counts from there, for every track and after every jump.
 // Quirk Q26
 inline bool AudioResumesAtItsChunk(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
+// All tracks can be delivered at once. The default mode delivers one audio track and one subtitle track.
+// Quirk Q77
+inline bool TracksPlayTogether(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
 // Every jump says anew whether the key frame has to come first.
 // Quirk Q28, Quirk Q31

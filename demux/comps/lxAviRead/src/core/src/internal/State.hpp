@@ -15,6 +15,7 @@ extern lxAviReadCore_KeyFramePosition_t lastPlayedKeyFrame;
 extern bool onlyKeyFrames;    // every frame of the main video stream is a key frame, by its codec
 extern UInt64 chunkStart;     // position of the chunk met last, or of the "dd" chunk that belongs to it
 extern UInt32 nextVideoFrame; // number of the frame that follows the last one met, where frames count from 0
+extern bool allTracks;        // every audio and subtitle track is delivered, not only those that a call names
 
 // Clears the counters that every return to the start clears.
 void ClearCounters();

@@ -110,9 +110,14 @@ void SettleMainVideo(const lxAviReadCore_AviInfo_t* pAviInfo);
 // Microseconds as milliseconds, truncated; times of more than 32 bits become the largest number.
 UInt32 Milliseconds(UInt64 microseconds);
 
-// The presentation time of a frame in microseconds, exact.
+// How many units of a time make a second.
+using TimeUnit = UInt32;
+constexpr TimeUnit kMicroSecPerSec = 1000000;
+constexpr TimeUnit kNanoSecPerSec = 1000000000;
+
+// The presentation time of a frame, exact.
 UInt64 ExactVideoTime(const lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_StreamInfo_t& stream,
-                      UInt32 frameNumber);
+                      UInt32 frameNumber, TimeUnit perSecond);
 
 // The time in microseconds, exact, that so much of a stream takes: frames of video, or audio of so many bytes. Units of
 // audio count where its time does not follow from its bytes.
