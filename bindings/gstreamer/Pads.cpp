@@ -1,0 +1,451 @@
+#include "Pads.hpp"
+
+#include "Clock.hpp"
+#include "Session.hpp"
+
+#include <gst/audio/audio.h>
+#include <gst/riff/riff-media.h>
+#include <gst/riff/riff-read.h>
+#include <gst/tag/tag.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+namespace lxavigst {
+namespace {
+
+// ---- Headers as the helper library for RIFF takes them ----
+
+gst_riff_strh StreamHeader(UInt32 streamNr)
+{
+    lxAviRead_Strh_t header = {};
+    UInt32 bytes = 0;
+    lxAviReadCore_GetStrhData(streamNr, &header, &bytes);
+    gst_riff_strh result = {};
+    result.type = header.fccType;
+    result.fcc_handler = header.fccHandler;
+    result.flags = header.dwFlags;
+    result.priority = header.wPriority | static_cast<guint32>(header.wLanguage) << 16;
+    result.init_frames = header.dwInitialFrames;
+    result.scale = header.dwScale;
+    result.rate = header.dwRate;
+    result.start = header.dwStart;
+    result.length = header.dwLength;
+    result.bufsize = header.dwSuggestedBufferSize;
+    result.quality = header.dwQuality;
+    result.samplesize = header.dwSampleSize;
+    return result;
+}
+
+// A chunk of the stream's header as a buffer; null when the file has none.
+GstBuffer* HeaderChunk(UInt32 streamNr, UInt32 kind)
+{
+    const std::vector<UInt8> bytes = StreamBytes(streamNr, kind);
+    return bytes.empty() ? nullptr : gst_buffer_new_memdup(bytes.data(), bytes.size());
+}
+
+// What the helper library makes of the headers of a stream.
+struct Format {
+    GstCaps* pCaps = nullptr; // owned
+    char* pCodec = nullptr;   // owned; the name of the codec
+    Conversion conversion;
+};
+
+// ---- Video ----
+
+GstCaps* UnknownVideo(UInt32 compression)
+{
+    return gst_caps_new_simple("video/x-avi-unknown", "fourcc", G_TYPE_INT, static_cast<gint>(compression), nullptr);
+}
+
+// The shape of the pixels follows from that of the whole picture and the size of its frame.
+void AddPixelAspect(GstCaps* pCaps, UInt32 streamNr)
+{
+    constexpr size_t kAspect =
+        20; // offsets in "vprp": two 16-bit numbers, the height first; then the size of the frame
+    constexpr size_t kWidth = 24;
+    constexpr size_t kHeight = 28;
+    const std::vector<UInt8> bytes = StreamBytes(streamNr, LX_AVIREAD_BYTES_VPRP);
+    if (bytes.size() < kHeight + 4) {
+        return;
+    }
+    const guint64 aspectHeight = GST_READ_UINT16_LE(bytes.data() + kAspect);
+    const guint64 aspectWidth = GST_READ_UINT16_LE(bytes.data() + kAspect + 2);
+    const guint64 numerator = aspectWidth * GST_READ_UINT32_LE(bytes.data() + kHeight);
+    const guint64 denominator = aspectHeight * GST_READ_UINT32_LE(bytes.data() + kWidth);
+    const guint64 divisor =
+        gst_util_greatest_common_divisor_int64(static_cast<gint64>(numerator), static_cast<gint64>(denominator));
+    if (divisor == 0 || numerator == 0 || denominator == 0 || numerator / divisor > G_MAXINT ||
+        denominator / divisor > G_MAXINT) {
+        return;
+    }
+    gst_caps_set_simple(pCaps, "pixel-aspect-ratio", GST_TYPE_FRACTION, static_cast<gint>(numerator / divisor),
+                        static_cast<gint>(denominator / divisor), nullptr);
+}
+
+// Uncompressed pictures in RGB stand from bottom to top, in rows of whole 32-bit words; those with a negative height stand
+// from top to bottom.
+guint RowsToTurn(const GstCaps* pCaps, const gst_riff_strf_vids& format, bool topDown)
+{
+    const bool uncompressed = gst_structure_has_name(gst_caps_get_structure(pCaps, 0), "video/x-raw") != FALSE;
+    const guint64 rowBytes = (guint64{format.width} * format.bit_cnt + 31) / 32 * 4;
+    return uncompressed && format.compression == 0 && !topDown && rowBytes <= G_MAXINT ? static_cast<guint>(rowBytes)
+                                                                                       : 0;
+}
+
+Format VideoFormat(GstElement* pElement, UInt32 streamNr)
+{
+    Format format;
+    gst_riff_strf_vids* pFormat = nullptr;
+    GstBuffer* pExtra = nullptr;
+    GstBuffer* const pChunk = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRF);
+    if (pChunk == nullptr || gst_riff_parse_strf_vids(pElement, pChunk, &pFormat, &pExtra) == FALSE) {
+        return format;
+    }
+    const auto height = static_cast<gint32>(pFormat->height);
+    const bool topDown = height < 0 && height != G_MININT32;
+    pFormat->height = topDown ? static_cast<guint32>(-height) : pFormat->height;
+    gst_riff_strh header = StreamHeader(streamNr);
+    GstBuffer* const pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
+    format.pCaps = gst_riff_create_video_caps(pFormat->compression, &header, pFormat, pExtra, pData, &format.pCodec);
+    if (format.pCaps == nullptr) {
+        format.pCaps = UnknownVideo(pFormat->compression);
+    }
+    format.conversion.rowBytes = RowsToTurn(format.pCaps, *pFormat, topDown);
+    AddPixelAspect(format.pCaps, streamNr);
+    g_free(pFormat);
+    gst_clear_buffer(&pExtra);
+    if (pData != nullptr) {
+        gst_buffer_unref(pData);
+    }
+    return format;
+}
+
+// DV with its audio inside.
+Format InterleavedFormat(UInt32 streamNr)
+{
+    Format format;
+    gst_riff_strh header = StreamHeader(streamNr);
+    gst_riff_strf_iavs unused = {};
+    format.pCaps = gst_riff_create_iavs_caps(header.fcc_handler, &header, &unused, nullptr, nullptr, &format.pCodec);
+    return format;
+}
+
+// ---- Audio ----
+
+GstCaps* UnknownAudio(guint16 tag)
+{
+    return gst_caps_new_simple("audio/x-avi-unknown", "codec_id", G_TYPE_INT, static_cast<gint>(tag), nullptr);
+}
+
+// `places` is where each channel goes; -1 behind the last one.
+std::vector<guint> MovedChannels(const gint (&places)[18], guint channels)
+{
+    std::vector<guint> moved;
+    bool same = true;
+    for (guint i = 0; i < std::min(channels, 18u); ++i) {
+        if (places[i] < 0 || static_cast<guint>(places[i]) >= channels) {
+            return {};
+        }
+        moved.push_back(static_cast<guint>(places[i]));
+        same = same && moved.back() == i;
+    }
+    return same ? std::vector<guint>{} : moved;
+}
+
+void NoteSamples(const GstCaps* pCaps, const gint (&places)[18], Conversion& conversion)
+{
+    GstAudioInfo info;
+    if (gst_structure_has_name(gst_caps_get_structure(pCaps, 0), "audio/x-raw") == FALSE ||
+        gst_audio_info_from_caps(&info, pCaps) == FALSE) {
+        return;
+    }
+    conversion.sampleBytes = static_cast<guint>(GST_AUDIO_INFO_BPF(&info));
+    conversion.rate = static_cast<guint>(GST_AUDIO_INFO_RATE(&info));
+    conversion.channelPlaces = MovedChannels(places, static_cast<guint>(GST_AUDIO_INFO_CHANNELS(&info)));
+}
+
+Format AudioFormat(GstElement* pElement, UInt32 streamNr)
+{
+    Format format;
+    gst_riff_strf_auds* pFormat = nullptr;
+    GstBuffer* pExtra = nullptr;
+    GstBuffer* const pChunk = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRF);
+    if (pChunk == nullptr || gst_riff_parse_strf_auds(pElement, pChunk, &pFormat, &pExtra) == FALSE) {
+        return format;
+    }
+    gst_riff_strh header = StreamHeader(streamNr);
+    GstBuffer* const pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
+    gint places[18];
+    std::fill(std::begin(places), std::end(places), -1);
+    format.pCaps = gst_riff_create_audio_caps(pFormat->format, &header, pFormat, pExtra, pData, &format.pCodec, places);
+    if (format.pCaps == nullptr) {
+        format.pCaps = UnknownAudio(pFormat->format);
+    }
+    NoteSamples(format.pCaps, places, format.conversion);
+    g_free(pFormat);
+    gst_clear_buffer(&pExtra);
+    if (pData != nullptr) {
+        gst_buffer_unref(pData);
+    }
+    return format;
+}
+
+// ---- Subtitles ----
+
+Format SubtitleFormat(UInt32 streamNr)
+{
+    Format format;
+    const bool bitmaps = StreamHeader(streamNr).type == LX_AVIREAD_FOURCC('v', 'i', 'd', 's');
+    format.pCaps = gst_caps_new_empty_simple(bitmaps ? "subpicture/x-xsub" : "application/x-subtitle-avi");
+    return format;
+}
+
+// ---- Streams ----
+
+Format FormatOf(GstElement* pElement, UInt32 streamNr, UInt32 kind)
+{
+    switch (kind) {
+    case LX_AVIREAD_STREAM_VIDEO:
+        return StreamHeader(streamNr).type == LX_AVIREAD_FOURCC('i', 'a', 'v', 's') ? InterleavedFormat(streamNr)
+                                                                                    : VideoFormat(pElement, streamNr);
+    case LX_AVIREAD_STREAM_AUDIO: return AudioFormat(pElement, streamNr);
+    default: return SubtitleFormat(streamNr);
+    }
+}
+
+const char* CodecTag(UInt32 kind)
+{
+    switch (kind) {
+    case LX_AVIREAD_STREAM_VIDEO: return GST_TAG_VIDEO_CODEC;
+    case LX_AVIREAD_STREAM_AUDIO: return GST_TAG_AUDIO_CODEC;
+    default: return GST_TAG_SUBTITLE_CODEC;
+    }
+}
+
+GstTagList* StreamTags(UInt32 streamNr, UInt32 kind, const char* pCodec)
+{
+    GstTagList* const pTags = gst_tag_list_new_empty();
+    if (pCodec != nullptr) {
+        gst_tag_list_add(pTags, GST_TAG_MERGE_REPLACE, CodecTag(kind), pCodec, nullptr);
+    }
+    lxAviRead_StreamSummary_t summary = {};
+    lxAviReadCore_GetStreamSummary(streamNr, &summary);
+    const guint64 bitRate = summary.uiDurationUsec > 0
+                                ? gst_util_uint64_scale(summary.uiBytes, 8 * G_USEC_PER_SEC, summary.uiDurationUsec)
+                                : 0;
+    if (bitRate > 0 && bitRate <= G_MAXUINT) {
+        gst_tag_list_add(pTags, GST_TAG_MERGE_REPLACE, GST_TAG_BITRATE, static_cast<guint>(bitRate), nullptr);
+    }
+    std::vector<UInt8> name = StreamBytes(streamNr, LX_AVIREAD_BYTES_STRN);
+    name.push_back(0);
+    if (char* const pTitle =
+            gst_tag_freeform_string_to_utf8(reinterpret_cast<const gchar*>(name.data()), -1, nullptr)) {
+        gst_tag_list_add(pTags, GST_TAG_MERGE_REPLACE, GST_TAG_TITLE, pTitle, nullptr);
+        g_free(pTitle);
+    }
+    return pTags;
+}
+
+// Frames per second, as the caps have them, or else by the main header.
+void SetFrameRate(Stream& stream, GstCaps* pCaps)
+{
+    const GstStructure* const pStructure = gst_caps_get_structure(pCaps, 0);
+    if (gst_structure_get_fraction(pStructure, "framerate", &stream.rateNumerator, &stream.rateDenominator) != FALSE &&
+        stream.rateNumerator > 0) {
+        return;
+    }
+    lxAviRead_Avih_t header = {};
+    lxAviReadCore_GetAvihData(&header);
+    stream.rateNumerator = 0;
+    stream.rateDenominator = 1;
+    if (header.dwMicroSecPerFrame > 0 && header.dwMicroSecPerFrame <= G_MAXINT) {
+        stream.rateNumerator = G_USEC_PER_SEC;
+        stream.rateDenominator = static_cast<gint>(header.dwMicroSecPerFrame);
+        gst_caps_set_simple(pCaps, "framerate", GST_TYPE_FRACTION, stream.rateNumerator, stream.rateDenominator,
+                            nullptr);
+    }
+}
+
+// Whether the library delivers the stream: the main video stream, eight audio tracks, all subtitles.
+bool IsDelivered(UInt32 streamNr, UInt32 kind)
+{
+    const lxAviReadCore_AviInfo_t& info = *lxAviReadCore_GetAviInfo();
+    switch (kind) {
+    case LX_AVIREAD_STREAM_VIDEO: return static_cast<Int32>(streamNr) == info.videoStreamNr;
+    case LX_AVIREAD_STREAM_AUDIO: return info.TrackNumber[streamNr] < LX_AVIREAD_AUDIO_TRACKS;
+    default: return kind == LX_AVIREAD_STREAM_SUBTITLE;
+    }
+}
+
+Stream MakeStream(GstElement* pElement, UInt32 streamNr, UInt32 kind)
+{
+    Format format = FormatOf(pElement, streamNr, kind);
+    Stream stream = {};
+    stream.number = streamNr;
+    stream.kind = kind;
+    stream.pCaps = format.pCaps;
+    stream.conversion = format.conversion;
+    stream.allKeyFrames = lxAviReadCore_HasOnlyKeyFrames(streamNr) != 0;
+    const StreamEnd end = EndOf(streamNr);
+    stream.end = end.time;
+    stream.endIsCounted = end.counted;
+    if (stream.pCaps != nullptr) {
+        stream.pTags = StreamTags(streamNr, kind, format.pCodec);
+        if (kind == LX_AVIREAD_STREAM_VIDEO) {
+            SetFrameRate(stream, stream.pCaps);
+        }
+    }
+    g_free(format.pCodec);
+    return stream;
+}
+
+const char* TemplateOf(const Stream& stream)
+{
+    switch (stream.kind) {
+    case LX_AVIREAD_STREAM_VIDEO: return "video_%u";
+    case LX_AVIREAD_STREAM_AUDIO: return "audio_%u";
+    default:
+        return gst_structure_has_name(gst_caps_get_structure(stream.pCaps, 0), "subpicture/x-xsub") != FALSE
+                   ? "subpicture_%u"
+                   : "subtitle_%u";
+    }
+}
+
+GstStreamType TypeOf(const Stream& stream)
+{
+    switch (stream.kind) {
+    case LX_AVIREAD_STREAM_VIDEO: return GST_STREAM_TYPE_VIDEO;
+    case LX_AVIREAD_STREAM_AUDIO: return GST_STREAM_TYPE_AUDIO;
+    default: return GST_STREAM_TYPE_TEXT;
+    }
+}
+
+void SendStreamStart(GstElement* pElement, const Stream& stream, guint groupId)
+{
+    gchar* const pId = gst_pad_create_stream_id_printf(stream.pPad, pElement, "%03u", stream.number);
+    const GstStreamFlags flags =
+        stream.kind == LX_AVIREAD_STREAM_SUBTITLE ? GST_STREAM_FLAG_SPARSE : GST_STREAM_FLAG_NONE;
+    GstStream* const pStream = gst_stream_new(pId, stream.pCaps, TypeOf(stream), flags);
+    GstEvent* const pEvent = gst_event_new_stream_start(pId);
+    gst_event_set_group_id(pEvent, groupId);
+    gst_event_set_stream_flags(pEvent, flags);
+    gst_event_set_stream(pEvent, pStream);
+    gst_object_unref(pStream);
+    g_free(pId);
+    gst_pad_push_event(stream.pPad, pEvent);
+}
+
+void AddTemplate(GstElementClass* pClass, const char* pName, GstCaps* pCaps)
+{
+    gst_element_class_add_pad_template(pClass, gst_pad_template_new(pName, GST_PAD_SRC, GST_PAD_SOMETIMES, pCaps));
+    gst_caps_unref(pCaps);
+}
+
+} // namespace
+
+void AddTemplates(GstElementClass* pClass)
+{
+    gst_riff_init();
+    GstCaps* const pVideo = gst_riff_create_video_template_caps();
+    gst_caps_append(pVideo, gst_riff_create_iavs_template_caps());
+    gst_caps_append(pVideo, gst_caps_new_empty_simple("video/x-avi-unknown"));
+    GstCaps* const pAudio = gst_riff_create_audio_template_caps();
+    gst_caps_append(pAudio, gst_caps_new_empty_simple("audio/x-avi-unknown"));
+    AddTemplate(pClass, "video_%u", pVideo);
+    AddTemplate(pClass, "audio_%u", pAudio);
+    AddTemplate(pClass, "subtitle_%u", gst_caps_new_empty_simple("application/x-subtitle-avi"));
+    AddTemplate(pClass, "subpicture_%u", gst_caps_new_empty_simple("subpicture/x-xsub"));
+}
+
+std::vector<Stream> MakeStreams(GstElement* pElement)
+{
+    const lxAviReadCore_AviInfo_t& info = *lxAviReadCore_GetAviInfo();
+    std::vector<Stream> streams;
+    for (UInt32 streamNr = 0; streamNr < LX_AVIREAD_STREAMS; ++streamNr) {
+        const lxAviReadCore_StreamInfo_t* const pInfo = info.StreamInfo[streamNr];
+        if (pInfo == nullptr || !IsDelivered(streamNr, pInfo->StreamType)) {
+            continue;
+        }
+        if (Stream stream = MakeStream(pElement, streamNr, pInfo->StreamType); stream.pCaps != nullptr) {
+            streams.push_back(std::move(stream));
+        }
+    }
+    return streams;
+}
+
+void AddPads(GstElement* pElement, std::vector<Stream>& streams, guint groupId, const PadFunctions& functions)
+{
+    std::vector<std::string> used;
+    for (Stream& stream : streams) {
+        const char* const pTemplate = TemplateOf(stream);
+        const auto number = static_cast<guint>(std::count(used.begin(), used.end(), pTemplate));
+        used.emplace_back(pTemplate);
+        const std::string name = std::string(pTemplate, std::strlen(pTemplate) - 2) + std::to_string(number);
+        stream.pPad = gst_pad_new_from_template(gst_element_get_pad_template(pElement, pTemplate), name.c_str());
+        gst_pad_set_event_function(stream.pPad, functions.pfnEvent);
+        gst_pad_set_query_function(stream.pPad, functions.pfnQuery);
+        gst_pad_use_fixed_caps(stream.pPad);
+        gst_pad_set_active(stream.pPad, TRUE);
+        SendStreamStart(pElement, stream, groupId);
+        gst_pad_set_caps(stream.pPad, stream.pCaps);
+        gst_object_ref(stream.pPad);
+        gst_element_add_pad(pElement, stream.pPad);
+    }
+}
+
+void RemovePads(GstElement* pElement, std::vector<Stream>& streams)
+{
+    for (Stream& stream : streams) {
+        if (stream.pPad != nullptr) {
+            gst_element_remove_pad(pElement, stream.pPad);
+            gst_object_unref(stream.pPad);
+        }
+        gst_caps_unref(stream.pCaps);
+        gst_tag_list_unref(stream.pTags);
+    }
+    streams.clear();
+}
+
+// ---- The texts of the file ----
+
+namespace {
+
+// The texts as a list of chunks, as the helper library takes them.
+std::vector<UInt8> InfoList()
+{
+    std::vector<UInt8> list;
+    std::vector<char> text(LX_AVIREAD_KEPT_BYTES + 1);
+    UInt32 code = 0;
+    for (UInt32 i = 0; (code = lxAviReadCore_GetFileTextCode(i)) != 0; ++i) {
+        lxAviReadCore_GetFileText(code, text.data(), static_cast<UInt32>(text.size()));
+        const auto size = static_cast<UInt32>(std::strlen(text.data()) + 1);
+        for (const UInt32 word : {code, size}) {
+            for (UInt32 shift = 0; shift < 32; shift += 8) {
+                list.push_back(static_cast<UInt8>(word >> shift));
+            }
+        }
+        list.insert(list.end(), text.data(), text.data() + size + size % 2);
+    }
+    return list;
+}
+
+} // namespace
+
+GstTagList* FileTags(GstElement* pElement)
+{
+    GstTagList* pTags = nullptr;
+    const std::vector<UInt8> list = InfoList();
+    if (!list.empty()) {
+        GstBuffer* const pList = gst_buffer_new_memdup(list.data(), list.size());
+        gst_riff_parse_info(pElement, pList, &pTags);
+        gst_buffer_unref(pList);
+    }
+    pTags = pTags != nullptr ? pTags : gst_tag_list_new_empty();
+    gst_tag_list_set_scope(pTags, GST_TAG_SCOPE_GLOBAL);
+    gst_tag_list_add(pTags, GST_TAG_MERGE_REPLACE, GST_TAG_CONTAINER_FORMAT, "AVI", nullptr);
+    return pTags;
+}
+
+} // namespace lxavigst

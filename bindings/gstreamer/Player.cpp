@@ -1,0 +1,220 @@
+#include "Player.hpp"
+
+#include <algorithm>
+
+namespace lxavigst {
+
+Player::Player(GstElement* pElement, const PadFunctions& functions)
+    : m_pElement(pElement), m_functions(functions), m_pTask(gst_task_new(Run, this, nullptr)),
+      m_pFlows(gst_flow_combiner_new())
+{
+    g_rec_mutex_init(&m_working);
+    gst_task_set_lock(m_pTask, &m_working);
+    gst_segment_init(&m_segment, GST_FORMAT_TIME);
+}
+
+Player::~Player()
+{
+    gst_object_unref(m_pTask);
+    gst_flow_combiner_free(m_pFlows);
+    g_rec_mutex_clear(&m_working);
+}
+
+// ---- States ----
+
+bool Player::Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild)
+{
+    std::unique_ptr<Session> pSession = Session::Begin(std::move(pInput));
+    if (pSession == nullptr) {
+        GST_ELEMENT_ERROR(m_pElement, RESOURCE, BUSY, ("Another AVI file is being read in this process."),
+                          ("The reader opens one file at a time."));
+        return false;
+    }
+    m_tableBytes = tableBytes;
+    m_rebuild = rebuild;
+    m_prepared = m_tableIsRebuilt = m_cutIsTold = false;
+    m_segmentIsDue = m_tagsAreDue = true;
+    m_way = Way::Forward;
+    m_skipUntil = 0;
+    m_endEarly = false;
+    m_seqnum = gst_util_seqnum_next();
+    m_groupId = gst_util_group_id_next();
+    {
+        const ElementLock lock(m_pElement);
+        m_pSession = std::move(pSession);
+        m_stopping = false;
+        gst_segment_init(&m_segment, GST_FORMAT_TIME);
+    }
+    return gst_task_start(m_pTask) != FALSE;
+}
+
+void Player::Interrupt()
+{
+    const ElementLock lock(m_pElement);
+    m_stopping = true;
+    if (m_pSession != nullptr) {
+        m_pSession->Interrupt(true);
+    }
+}
+
+void Player::Stop()
+{
+    Interrupt();
+    gst_task_stop(m_pTask);
+    gst_task_join(m_pTask);
+    const std::lock_guard requests(m_requests);
+    gst_flow_combiner_clear(m_pFlows);
+    RemovePads(m_pElement, m_streams);
+    const ElementLock lock(m_pElement);
+    m_pSession.reset();
+    m_seekable = false;
+    gst_segment_init(&m_segment, GST_FORMAT_TIME);
+}
+
+// ---- The task ----
+
+void Player::Run(gpointer pPlayer) { static_cast<Player*>(pPlayer)->Work(); }
+
+void Player::Work()
+{
+    if (!m_prepared && !Prepare()) {
+        gst_task_pause(m_pTask);
+        return;
+    }
+    if (m_segmentIsDue) {
+        SendSegment();
+    }
+    const GstFlowReturn result = m_endEarly.exchange(false) ? GST_FLOW_EOS : DeliverNext();
+    if (result != GST_FLOW_OK) {
+        gst_task_pause(m_pTask);
+        Conclude(result);
+    }
+}
+
+bool Player::Prepare()
+{
+    if (!Open()) {
+        return false;
+    }
+    m_streams = MakeStreams(m_pElement);
+    if (m_streams.empty()) {
+        GST_ELEMENT_ERROR(m_pElement, STREAM, DEMUX, ("The file has no stream that can be played."), (nullptr));
+        return false;
+    }
+    AddPads(m_pElement, m_streams, m_groupId, m_functions);
+    for (const Stream& stream : m_streams) {
+        gst_flow_combiner_add_pad(m_pFlows, stream.pPad);
+    }
+    Publish();
+    gst_element_no_more_pads(m_pElement);
+    BeginRange();
+    m_prepared = true;
+    return true;
+}
+
+// Opens the file, and builds a table where there is none. A file without a table plays from start to end.
+bool Player::Open()
+{
+    const UInt32 result = m_pSession->Open(m_tableBytes);
+    if (result == LX_ERR_AVIREAD_ABORTED || lxAviReadCore_GetAbortFlag() != 0) {
+        return false;
+    }
+    if (result != LX_OK) {
+        GST_ELEMENT_ERROR(m_pElement, STREAM, WRONG_TYPE, ("%s", lxAviReadCore_ResultText(result)), (nullptr));
+        return false;
+    }
+    const bool wanted = m_rebuild && !m_pSession->HasTable() && m_pSession->CanParseMediaData();
+    return !wanted || BuildTable();
+}
+
+// False when it is interrupted.
+bool Player::BuildTable()
+{
+    PostProgress(GST_PROGRESS_TYPE_START, "Building the index");
+    const UInt32 result = m_pSession->ParseMediaData([this](guint percent) {
+        gchar* const pText = g_strdup_printf("Building the index (%u %%)", percent);
+        PostProgress(GST_PROGRESS_TYPE_CONTINUE, pText);
+        g_free(pText);
+    });
+    m_tableIsRebuilt = true;
+    if (result == LX_ERR_AVIREAD_ABORTED) {
+        PostProgress(GST_PROGRESS_TYPE_CANCELED, "The index was not built");
+        return false;
+    }
+    PostProgress(result == LX_OK ? GST_PROGRESS_TYPE_COMPLETE : GST_PROGRESS_TYPE_ERROR,
+                 result == LX_OK ? "The index is built" : lxAviReadCore_ResultText(result));
+    m_pSession->Rewind();
+    return true;
+}
+
+void Player::PostProgress(GstProgressType type, const char* pText)
+{
+    gst_element_post_message(m_pElement, gst_message_new_progress(GST_OBJECT(m_pElement), type, "index", pText));
+}
+
+// What queries need. A file without video has no key frames; it is read from the start for a seek.
+void Player::Publish()
+{
+    GstClockTime duration = 0;
+    for (const Stream& stream : m_streams) {
+        duration = std::max(duration, GST_CLOCK_TIME_IS_VALID(stream.end) ? stream.end : 0);
+    }
+    const bool withoutVideo = m_pSession->CanSeek() && !m_pSession->CanParseMediaData();
+    const ElementLock lock(m_pElement);
+    m_segment.duration = duration > 0 ? duration : GST_CLOCK_TIME_NONE;
+    m_seekable = m_pSession->HasTable() || withoutVideo;
+}
+
+void Player::PushToAll(GstEvent* pEvent, guint32 seqnum)
+{
+    gst_event_set_seqnum(pEvent, seqnum);
+    for (const Stream& stream : m_streams) {
+        gst_pad_push_event(stream.pPad, gst_event_ref(pEvent));
+    }
+    gst_event_unref(pEvent);
+}
+
+void Player::SendSegment()
+{
+    m_segmentIsDue = false;
+    PushToAll(gst_event_new_segment(&m_segment), m_seqnum);
+    if (!m_tagsAreDue) {
+        return;
+    }
+    m_tagsAreDue = false;
+    for (const Stream& stream : m_streams) {
+        if (!gst_tag_list_is_empty(stream.pTags)) {
+            gst_pad_push_event(stream.pPad, gst_event_new_tag(gst_tag_list_ref(stream.pTags)));
+        }
+    }
+    PushToAll(gst_event_new_tag(FileTags(m_pElement)), m_seqnum);
+}
+
+// ---- The end ----
+
+void Player::Conclude(GstFlowReturn result)
+{
+    if (result == GST_FLOW_FLUSHING) {
+        return;
+    }
+    if (result == GST_FLOW_EOS && (m_segment.flags & GST_SEGMENT_FLAG_SEGMENT) != 0) {
+        EndSegment();
+        return;
+    }
+    if (result != GST_FLOW_EOS && result != GST_FLOW_ERROR) { // an error has its message already
+        GST_ELEMENT_FLOW_ERROR(m_pElement, result);
+    }
+    PushToAll(gst_event_new_eos(), m_seqnum);
+}
+
+void Player::EndSegment()
+{
+    const GstClockTime stop = GST_CLOCK_TIME_IS_VALID(m_segment.stop) ? m_segment.stop : m_segment.position;
+    const auto last = static_cast<gint64>(m_segment.rate < 0 ? m_segment.start : stop);
+    GstMessage* const pDone = gst_message_new_segment_done(GST_OBJECT(m_pElement), GST_FORMAT_TIME, last);
+    gst_message_set_seqnum(pDone, m_seqnum);
+    gst_element_post_message(m_pElement, pDone);
+    PushToAll(gst_event_new_segment_done(GST_FORMAT_TIME, last), m_seqnum);
+}
+
+} // namespace lxavigst
