@@ -84,14 +84,19 @@ void AddPixelAspect(GstCaps* pCaps, UInt32 streamNr)
                         static_cast<gint>(denominator / divisor), nullptr);
 }
 
+bool IsUncompressed(const GstCaps* pCaps)
+{
+    return gst_structure_has_name(gst_caps_get_structure(pCaps, 0), "video/x-raw") != FALSE;
+}
+
 // Uncompressed pictures in RGB stand from bottom to top, in rows of whole 32-bit words; those with a negative height stand
 // from top to bottom.
 guint RowsToTurn(const GstCaps* pCaps, const gst_riff_strf_vids& format, bool topDown)
 {
-    const bool uncompressed = gst_structure_has_name(gst_caps_get_structure(pCaps, 0), "video/x-raw") != FALSE;
     const guint64 rowBytes = (guint64{format.width} * format.bit_cnt + 31) / 32 * 4;
-    return uncompressed && format.compression == 0 && !topDown && rowBytes <= G_MAXINT ? static_cast<guint>(rowBytes)
-                                                                                       : 0;
+    return IsUncompressed(pCaps) && format.compression == 0 && !topDown && rowBytes <= G_MAXINT
+               ? static_cast<guint>(rowBytes)
+               : 0;
 }
 
 Format VideoFormat(GstElement* pElement, UInt32 streamNr)
@@ -113,6 +118,9 @@ Format VideoFormat(GstElement* pElement, UInt32 streamNr)
         format.pCaps = UnknownVideo(pFormat->compression);
     }
     format.conversion.rowBytes = RowsToTurn(format.pCaps, *pFormat, topDown);
+    if (IsUncompressed(format.pCaps)) {
+        gst_caps_set_simple(format.pCaps, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+    }
     AddPixelAspect(format.pCaps, streamNr);
     g_free(pFormat);
     gst_clear_buffer(&pExtra);
@@ -359,13 +367,14 @@ void AddTemplates(GstElementClass* pClass)
     AddTemplate(pClass, "subpicture_%u", gst_caps_new_empty_simple("subpicture/x-xsub"));
 }
 
-std::vector<Stream> MakeStreams(GstElement* pElement)
+std::vector<Stream> MakeStreams(GstElement* pElement, bool videoIsEmpty)
 {
     const lxAviReadCore_AviInfo_t& info = *lxAviReadCore_GetAviInfo();
     std::vector<Stream> streams;
     for (UInt32 streamNr = 0; streamNr < LX_AVIREAD_STREAMS; ++streamNr) {
         const lxAviReadCore_StreamInfo_t* const pInfo = info.StreamInfo[streamNr];
-        if (pInfo == nullptr || !IsDelivered(streamNr, pInfo->StreamType)) {
+        if (pInfo == nullptr || !IsDelivered(streamNr, pInfo->StreamType) ||
+            (videoIsEmpty && pInfo->StreamType == LX_AVIREAD_STREAM_VIDEO)) {
             continue;
         }
         if (Stream stream = MakeStream(pElement, streamNr, pInfo->StreamType); stream.pCaps != nullptr) {

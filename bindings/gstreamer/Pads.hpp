@@ -44,8 +44,9 @@ struct Stream {
 // The templates of the pads.
 void AddTemplates(GstElementClass* pClass);
 
-// One for each stream that can be delivered and has caps, in their order, without pads.
-std::vector<Stream> MakeStreams(GstElement* pElement);
+// One for each stream that can be delivered and has caps, in their order, without pads. Video that has no frame in the file
+// gets none, because a decoder that gets nothing fails.
+std::vector<Stream> MakeStreams(GstElement* pElement, bool videoIsEmpty);
 
 struct PadFunctions {
     GstPadEventFunction pfnEvent;

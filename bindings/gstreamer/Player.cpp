@@ -96,7 +96,7 @@ bool Player::Prepare()
     if (!Open()) {
         return false;
     }
-    m_streams = MakeStreams(m_pElement);
+    m_streams = MakeStreams(m_pElement, m_tableIsRebuilt && !m_pSession->HasTable());
     if (m_streams.empty()) {
         GST_ELEMENT_ERROR(m_pElement, STREAM, DEMUX, ("The file has no stream that can be played."), (nullptr));
         return false;

@@ -6,9 +6,9 @@
 //
 // Writers misuse both fields. What they mean then was found by comparing the packet times of media tools:
 //
-//   dwSampleSize 1024 for AAC, 1152 for MP3   samples of a coded frame, whose bytes vary: it is none
-//   dwSampleSize against the byte rate        nBlockAlign is meant, where that fits
-//   nBlockAlign 1 to 4 of a coded stream      the size of a decoded sample: no block size, unless it fits the byte rate
+//   dwSampleSize 1024 for AAC, 1152 or 576 for MP3   samples of a coded frame, whose bytes vary: it is none
+//   dwSampleSize against the byte rate               nBlockAlign is meant, where that fits
+//   nBlockAlign 1 to 4 of a coded stream             the size of a decoded sample: no block size, unless it fits the byte rate
 
 #include "internal/Streams.hpp"
 
@@ -20,7 +20,8 @@ namespace {
 
 constexpr UInt32 kAacFrameSamples = 1024;
 constexpr UInt32 kMp3FrameSamples = 1152;
-constexpr UInt32 kLargestDecodedSample = 4; // bytes: two channels of 16 bits
+constexpr UInt32 kMp3LowRateFrameSamples = 576; // of sampling rates below 32 kHz
+constexpr UInt32 kLargestDecodedSample = 4;     // bytes: two channels of 16 bits
 
 // The tags of AAC: the usual one, that of ADTS frames, and those that early writers have chosen.
 constexpr UInt16 kAacTags[] = {LX_AVIREAD_FORMAT_AAC, 0x1600, 0x4143, 0x706D, 0xA106};
@@ -39,8 +40,8 @@ bool FitsByteRate(UInt32 bytes, const lxAviRead_Strh_t& header, const lxAviRead_
 
 bool IsCodedFrame(UInt32 sampleSize, UInt16 tag)
 {
-    return (sampleSize == kAacFrameSamples && IsAac(tag)) ||
-           (sampleSize == kMp3FrameSamples && tag == LX_AVIREAD_FORMAT_MPEG_LAYER3);
+    const bool bMp3 = sampleSize == kMp3FrameSamples || sampleSize == kMp3LowRateFrameSamples;
+    return (sampleSize == kAacFrameSamples && IsAac(tag)) || (bMp3 && tag == LX_AVIREAD_FORMAT_MPEG_LAYER3);
 }
 
 UInt32 SampleBytes(const lxAviRead_Strh_t& header, const lxAviRead_StrfAudio_t& format)
