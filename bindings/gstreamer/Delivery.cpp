@@ -212,8 +212,8 @@ GstFlowReturn Player::Deliver(const lxAviRead_ChunkData_t& chunk)
         const UInt32 result = m_pSession->Skip(chunk);
         return result == LX_OK ? GoOn(span) : Fail(result);
     }
-    if (chunk.uiSize == 0) { // the frame before it is shown again
-        PushGap(*pStream, span.start, span.end);
+    if (chunk.uiSize == 0) {
+        RepeatFrame(*pStream, span);
         return GoOn(span);
     }
     GstBuffer* const pBuffer = ReadBuffer(*pStream, chunk, span);
@@ -331,6 +331,14 @@ void Player::PushGap(Stream& stream, GstClockTime from, GstClockTime until) cons
     GstEvent* const pGap = gst_event_new_gap(from, until - from);
     gst_event_set_seqnum(pGap, m_seqnum);
     gst_pad_push_event(stream.pPad, pGap);
+}
+
+// An empty chunk of video shows the frame before it again, if there was one. An empty chunk of audio says nothing.
+void Player::RepeatFrame(Stream& stream, const Span& span) const
+{
+    if (stream.kind == LX_AVIREAD_STREAM_VIDEO && !stream.fresh) {
+        PushGap(stream, span.start, span.end);
+    }
 }
 
 // Tells the streams that have nothing to play for now how far the others are. Their sinks would wait for them.

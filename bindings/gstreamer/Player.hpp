@@ -88,6 +88,7 @@ private:
     GstBuffer* ReadBuffer(const Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span);
     GstFlowReturn Push(Stream& stream, GstBuffer* pBuffer, const Span& span);
     void PushGap(Stream& stream, GstClockTime from, GstClockTime until) const;
+    void RepeatFrame(Stream& stream, const Span& span) const;
     void FillGaps(const Stream& leader, const Span& span);
     void NotePosition(GstClockTime position);
 
