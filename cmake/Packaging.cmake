@@ -4,6 +4,7 @@
 #   runtime       the three libraries
 #   development   headers, links, pkg-config and CMake files, static libraries, examples
 #   tool          lxavi
+#   gstreamer     the GStreamer plugin (bindings/gstreamer installs it)
 
 include(CMakePackageConfigHelpers)
 set(targets lxAviRead lxDbg lxArith)

@@ -8,8 +8,6 @@
 
 #include "Player.hpp"
 
-#include <gst/audio/audio.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -66,6 +64,31 @@ void Convert(GstBuffer* pBuffer, const Conversion& conversion)
     if (!conversion.channelPlaces.empty()) {
         MoveChannels(pBuffer, conversion);
     }
+}
+
+// Leaves the samples that play between two times, those that play at these times included. Null when none is left. Takes
+// the buffer.
+GstBuffer* CutSamples(GstBuffer* pBuffer, const Conversion& conversion, const Span& span, const Span& range)
+{
+    const guint64 samples = gst_buffer_get_size(pBuffer) / conversion.sampleBytes;
+    const guint64 first =
+        range.start > span.start ? gst_util_uint64_scale(range.start - span.start, conversion.rate, GST_SECOND) : 0;
+    const bool goesOn = GST_CLOCK_TIME_IS_VALID(range.end) && range.end < span.end;
+    const guint64 behind =
+        goesOn ? gst_util_uint64_scale_ceil(range.end - span.start, conversion.rate, GST_SECOND) : samples;
+    if (first >= std::min(behind, samples)) {
+        gst_buffer_unref(pBuffer);
+        return nullptr;
+    }
+    const guint64 count = std::min(behind, samples) - first;
+    if (count < samples) {
+        GST_BUFFER_PTS(pBuffer) += gst_util_uint64_scale(first, GST_SECOND, conversion.rate);
+        GST_BUFFER_DTS(pBuffer) = GST_BUFFER_PTS(pBuffer);
+        GST_BUFFER_DURATION(pBuffer) = gst_util_uint64_scale(count, GST_SECOND, conversion.rate);
+        gst_buffer_resize(pBuffer, static_cast<gssize>(first * conversion.sampleBytes),
+                          static_cast<gssize>(count * conversion.sampleBytes));
+    }
+    return pBuffer;
 }
 
 // ---- Frames ----
@@ -294,13 +317,10 @@ GstBuffer* Player::ReadBuffer(const Stream& stream, const lxAviRead_ChunkData_t&
     if (stream.discontinuous || m_way == Way::KeyFrames) {
         GST_BUFFER_FLAG_SET(pBuffer, GST_BUFFER_FLAG_DISCONT);
     }
-    if (stream.conversion.sampleBytes == 0) {
-        return pBuffer;
-    }
-    GstSegment range = m_segment; // samples are cut to the range, and backward to the group
-    range.stop = m_way == Way::Backward ? stream.groupEnd : range.stop;
-    return gst_audio_buffer_clip(pBuffer, &range, static_cast<gint>(stream.conversion.rate),
-                                 static_cast<gint>(stream.conversion.sampleBytes));
+    // uncompressed samples are cut to the range, and backward to the group
+    const GstClockTime stop = m_way == Way::Backward ? stream.groupEnd : m_segment.stop;
+    return stream.conversion.sampleBytes > 0 ? CutSamples(pBuffer, stream.conversion, span, {m_segment.start, stop})
+                                             : pBuffer;
 }
 
 GstFlowReturn Player::Push(Stream& stream, GstBuffer* pBuffer, const Span& span)

@@ -71,6 +71,15 @@ void Player::Stop()
     gst_segment_init(&m_segment, GST_FORMAT_TIME);
 }
 
+// Pauses the task, or lets it go on. Once it is told to stop, it stops.
+void Player::SetTask(GstTaskState state)
+{
+    const ElementLock lock(m_pElement);
+    if (!m_stopping) {
+        gst_task_set_state(m_pTask, state);
+    }
+}
+
 // ---- The task ----
 
 void Player::Run(gpointer pPlayer) { static_cast<Player*>(pPlayer)->Work(); }
@@ -78,7 +87,7 @@ void Player::Run(gpointer pPlayer) { static_cast<Player*>(pPlayer)->Work(); }
 void Player::Work()
 {
     if (!m_prepared && !Prepare()) {
-        gst_task_pause(m_pTask);
+        SetTask(GST_TASK_PAUSED);
         return;
     }
     if (m_segmentIsDue) {
@@ -86,7 +95,7 @@ void Player::Work()
     }
     const GstFlowReturn result = m_endEarly.exchange(false) ? GST_FLOW_EOS : DeliverNext();
     if (result != GST_FLOW_OK) {
-        gst_task_pause(m_pTask);
+        SetTask(GST_TASK_PAUSED);
         Conclude(result);
     }
 }

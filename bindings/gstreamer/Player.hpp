@@ -61,6 +61,7 @@ private:
     // The task (Player.cpp)
     static void Run(gpointer pPlayer);
     void Work();
+    void SetTask(GstTaskState state);
     bool Prepare();
     bool Open();
     bool BuildTable();

@@ -105,7 +105,7 @@ bool Player::Seek(GstEvent* pEvent)
     if (flush) {
         PushToAll(gst_event_new_flush_start(), gst_event_get_seqnum(pEvent));
     } else {
-        gst_task_pause(m_pTask);
+        SetTask(GST_TASK_PAUSED);
     }
     g_rec_mutex_lock(&m_working);
     Resume();
@@ -114,7 +114,7 @@ bool Player::Seek(GstEvent* pEvent)
         PushToAll(gst_event_new_flush_stop(TRUE), gst_event_get_seqnum(pEvent));
         m_segmentIsDue = true;
     }
-    gst_task_start(m_pTask);
+    SetTask(GST_TASK_STARTED);
     g_rec_mutex_unlock(&m_working);
     return done;
 }

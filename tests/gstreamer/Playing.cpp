@@ -58,6 +58,7 @@ Playing::Playing(const std::string& source, Output output) : m_output(output)
     }
     m_pStreams = gst_bin_get_by_name(GST_BIN(m_pPipeline), "streams");
     g_signal_connect(m_pStreams, "pad-added", G_CALLBACK(OnPadAdded), this);
+    g_signal_connect(m_pStreams, "no-more-pads", G_CALLBACK(OnNoMorePads), this);
 }
 
 Playing::~Playing()
@@ -72,6 +73,11 @@ Playing::~Playing()
 void Playing::OnPadAdded(GstElement* /*pElement*/, GstPad* pPad, gpointer pPlaying)
 {
     static_cast<Playing*>(pPlaying)->Add(pPad);
+}
+
+void Playing::OnNoMorePads(GstElement* /*pElement*/, gpointer pPlaying)
+{
+    static_cast<Playing*>(pPlaying)->m_allPadsAreThere = true;
 }
 
 void Playing::Add(GstPad* pPad)
@@ -230,15 +236,18 @@ bool Playing::Reach(GstState state, GstClockTime timeout)
         }
         return false;
     }
-    if (change != GST_STATE_CHANGE_ASYNC) {
+    if (state < GST_STATE_PAUSED) {
         return true;
     }
-    GstMessage* const pMessage = Wait(GST_MESSAGE_ASYNC_DONE, timeout);
-    const bool done = pMessage != nullptr && GST_MESSAGE_TYPE(pMessage) == GST_MESSAGE_ASYNC_DONE;
-    if (pMessage != nullptr) {
-        gst_message_unref(pMessage);
+    // the sinks come with the pads, so that the pipeline has nothing to wait for before
+    const gint64 end = g_get_monotonic_time() + static_cast<gint64>(timeout / 1000);
+    while (!m_allPadsAreThere && m_error.empty() && g_get_monotonic_time() < end) {
+        if (GstMessage* const pMessage = Wait(GST_MESSAGE_ERROR, GST_MSECOND)) {
+            gst_message_unref(pMessage);
+        }
     }
-    return done && gst_element_get_state(m_pPipeline, nullptr, nullptr, timeout) == GST_STATE_CHANGE_SUCCESS;
+    return m_allPadsAreThere &&
+           gst_element_get_state(m_pPipeline, nullptr, nullptr, timeout) == GST_STATE_CHANGE_SUCCESS;
 }
 
 bool Playing::PlayToTheEnd(GstClockTime timeout)

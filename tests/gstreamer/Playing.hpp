@@ -4,7 +4,7 @@
 
 #include <gst/gst.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -94,6 +94,7 @@ private:
     };
 
     static void OnPadAdded(GstElement* pElement, GstPad* pPad, gpointer pPlaying);
+    static void OnNoMorePads(GstElement* pElement, gpointer pPlaying);
     static GstPadProbeReturn OnData(GstPad* pPad, GstPadProbeInfo* pInfo, gpointer pSink);
     void Add(GstPad* pPad);
     void Note(Sink& sink, GstBuffer* pBuffer) const;
@@ -103,6 +104,7 @@ private:
     Output m_output;
     GstElement* m_pPipeline;
     GstElement* m_pStreams;
+    std::atomic<bool> m_allPadsAreThere{false};
     std::string m_error;
     std::vector<std::string> m_warnings;
     std::vector<std::string> m_progress;
