@@ -94,6 +94,7 @@ private:
     void NotePosition(GstClockTime position);
 
     // Requests (Requests.cpp)
+    bool Travel(GstEvent* pEvent);
     bool Move(GstEvent* pEvent);
     void GoTo(GstSegment& segment, GstSeekFlags flags, bool snap);
     GstClockTime MoveTo(const Target& target);
@@ -105,6 +106,8 @@ private:
     GstTask* m_pTask;
     GRecMutex m_working;   // the task's lock
     std::mutex m_requests; // held by a seek, and while the pads go away
+    guint32 m_lastSeek = GST_SEQNUM_INVALID; // this and the next are under it
+    bool m_lastSeekIsDone = false;
 
     // Under the task's lock
     guint m_tableBytes = 0;

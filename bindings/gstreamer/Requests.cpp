@@ -31,6 +31,24 @@ SeekRequest RequestOf(GstEvent* pEvent)
     return request;
 }
 
+// A stop that stays from an earlier request does not hold where this one starts behind it, and a start that stays not where
+// this one stops before it. False for a request that starts behind its own stop.
+bool MakeRangeValid(const SeekRequest& request, GstSegment& segment)
+{
+    const bool startIsSet = request.startType == GST_SEEK_TYPE_SET && request.start >= 0;
+    const bool stopIsSet = request.stopType == GST_SEEK_TYPE_SET && request.stop >= 0;
+    if (startIsSet && stopIsSet) {
+        return request.start <= request.stop;
+    }
+    if (startIsSet && GST_CLOCK_TIME_IS_VALID(segment.stop) && static_cast<guint64>(request.start) > segment.stop) {
+        segment.stop = GST_CLOCK_TIME_NONE;
+    }
+    if (stopIsSet && static_cast<guint64>(request.stop) < segment.start) {
+        segment.start = segment.position = 0;
+    }
+    return true;
+}
+
 UInt32 RoundingOf(GstSeekFlags flags)
 {
     const bool before = (flags & GST_SEEK_FLAG_SNAP_BEFORE) != 0;
@@ -94,9 +112,20 @@ bool Player::Seek(GstEvent* pEvent)
             return false;
         }
     }
-    if ((request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0) {
-        return ChangeRate(pEvent);
+    // a pipeline sends a seek to each of its sinks, and each of them sends it here
+    const guint32 seqnum = gst_event_get_seqnum(pEvent);
+    if (m_lastSeek == seqnum) {
+        return m_lastSeekIsDone;
     }
+    m_lastSeek = seqnum;
+    m_lastSeekIsDone = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0 ? ChangeRate(pEvent) : Travel(pEvent);
+    return m_lastSeekIsDone;
+}
+
+// Holds the task, moves, and lets it go on.
+bool Player::Travel(GstEvent* pEvent)
+{
+    const SeekRequest request = RequestOf(pEvent);
     const bool flush = (request.flags & GST_SEEK_FLAG_FLUSH) != 0;
     if (flush) {
         const ElementLock lock(m_pElement);
@@ -135,7 +164,7 @@ bool Player::Move(GstEvent* pEvent)
     GstSegment segment = m_segment;
     gboolean update = FALSE;
     const bool backwardWithoutTable = request.rate < 0 && !m_pSession->HasTable();
-    if (backwardWithoutTable ||
+    if (backwardWithoutTable || !MakeRangeValid(request, segment) ||
         gst_segment_do_seek(&segment, request.rate, request.format, request.flags, request.startType,
                             static_cast<guint64>(request.start), request.stopType, static_cast<guint64>(request.stop),
                             &update) == FALSE) {

@@ -60,7 +60,7 @@ TEST_F(Element, PullsFromTheElementBefore)
     Playing bySource(Playing::BySource(path));
     Playing byDemux(Playing::ByDemux(path));
     ASSERT_TRUE(bySource.PlayToTheEnd());
-    ASSERT_TRUE(bySource.Reach(GST_STATE_NULL)); // the library reads one file at a time
+    bySource.End(); // the library reads one file at a time
     ASSERT_TRUE(byDemux.PlayToTheEnd());
     const auto expected = bySource.Tracks();
     const auto tracks = byDemux.Tracks();

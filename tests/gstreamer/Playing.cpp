@@ -58,12 +58,19 @@ Playing::Playing(const std::string& source, Output output) : m_output(output)
     }
     m_pStreams = gst_bin_get_by_name(GST_BIN(m_pPipeline), "streams");
     g_signal_connect(m_pStreams, "pad-added", G_CALLBACK(OnPadAdded), this);
+    g_signal_connect(m_pStreams, "pad-removed", G_CALLBACK(OnPadRemoved), this);
     g_signal_connect(m_pStreams, "no-more-pads", G_CALLBACK(OnNoMorePads), this);
+}
+
+void Playing::End()
+{
+    m_keepTracks = true;
+    gst_element_set_state(m_pPipeline, GST_STATE_NULL);
 }
 
 Playing::~Playing()
 {
-    gst_element_set_state(m_pPipeline, GST_STATE_NULL);
+    End();
     gst_object_unref(m_pStreams);
     gst_object_unref(m_pPipeline);
 }
@@ -73,6 +80,28 @@ Playing::~Playing()
 void Playing::OnPadAdded(GstElement* /*pElement*/, GstPad* pPad, gpointer pPlaying)
 {
     static_cast<Playing*>(pPlaying)->Add(pPad);
+}
+
+void Playing::OnPadRemoved(GstElement* /*pElement*/, GstPad* pPad, gpointer pPlaying)
+{
+    static_cast<Playing*>(pPlaying)->Remove(pPad);
+}
+
+void Playing::Remove(GstPad* pPad)
+{
+    m_allPadsAreThere = false;
+    std::unique_ptr<Sink> pSink;
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto found = std::find_if(m_sinks.begin(), m_sinks.end(), [&](const auto& p) { return p->pPad == pPad; });
+        if (found == m_sinks.end() || m_keepTracks) {
+            return;
+        }
+        pSink = std::move(*found);
+        m_sinks.erase(found);
+    }
+    gst_element_set_state(pSink->pBin, GST_STATE_NULL);
+    gst_bin_remove(GST_BIN(m_pPipeline), pSink->pBin);
 }
 
 void Playing::OnNoMorePads(GstElement* /*pElement*/, gpointer pPlaying)
@@ -95,6 +124,8 @@ void Playing::Add(GstPad* pPad)
     gst_object_unref(pQueue);
     auto pSink = std::make_unique<Sink>();
     pSink->pOwner = this;
+    pSink->pPad = pPad;
+    pSink->pBin = pBin;
     pSink->track.name = TextOf(gst_pad_get_name(pPad));
     gst_pad_add_probe(pSinkPad,
                       static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM |

@@ -74,6 +74,8 @@ public:
     bool PlayToTheEnd(GstClockTime timeout = 60 * GST_SECOND);
     // The next message of these types, or null.
     GstMessage* Wait(GstMessageType types, GstClockTime timeout = 20 * GST_SECOND);
+    // Ends everything; what the streams have brought stays.
+    void End();
     // A flushing seek in the state PAUSED, and the wait for the data from there.
     bool SeekTo(gdouble rate, int flags, gint64 start, gint64 stop);
 
@@ -90,13 +92,17 @@ public:
 private:
     struct Sink {
         Playing* pOwner;
+        GstPad* pPad;
+        GstElement* pBin;
         Track track;
     };
 
     static void OnPadAdded(GstElement* pElement, GstPad* pPad, gpointer pPlaying);
+    static void OnPadRemoved(GstElement* pElement, GstPad* pPad, gpointer pPlaying);
     static void OnNoMorePads(GstElement* pElement, gpointer pPlaying);
     static GstPadProbeReturn OnData(GstPad* pPad, GstPadProbeInfo* pInfo, gpointer pSink);
     void Add(GstPad* pPad);
+    void Remove(GstPad* pPad);
     void Note(Sink& sink, GstBuffer* pBuffer) const;
     void Note(Sink& sink, GstEvent* pEvent) const;
     void Hear(GstMessage* pMessage);
@@ -105,6 +111,7 @@ private:
     GstElement* m_pPipeline;
     GstElement* m_pStreams;
     std::atomic<bool> m_allPadsAreThere{false};
+    std::atomic<bool> m_keepTracks{false}; // while everything ends
     std::string m_error;
     std::vector<std::string> m_warnings;
     std::vector<std::string> m_progress;

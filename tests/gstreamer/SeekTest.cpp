@@ -173,6 +173,23 @@ TEST_F(Seeks, ChangeTheSpeedOfWhatIsOnItsWay)
     ASSERT_TRUE(playing.PlayToTheEnd());
 }
 
+// A request that says nothing of the stop keeps it; a stop that lies before the new start is dropped.
+TEST_F(Seeks, BehindAnOldStopPlayToTheEnd)
+{
+    Play(1.0, kAccurate, GST_SECOND, 2 * GST_SECOND);
+    const auto seek = [&](GstSeekType startType, gint64 start, GstSeekType stopType, gint64 stop) {
+        return gst_element_seek(playing.Pipeline(), 1.0, GST_FORMAT_TIME, static_cast<GstSeekFlags>(kAccurate),
+                                startType, start, stopType, stop);
+    };
+    EXPECT_TRUE(seek(GST_SEEK_TYPE_SET, 9 * GST_SECOND, GST_SEEK_TYPE_NONE, 0));
+    ASSERT_TRUE(playing.PlayToTheEnd());
+    EXPECT_EQ(NumberOf(playing.First("video")->buffers.back()), kFrames - 1);
+    EXPECT_TRUE(seek(GST_SEEK_TYPE_NONE, 0, GST_SEEK_TYPE_SET, GST_SECOND));
+    ASSERT_TRUE(playing.PlayToTheEnd());
+    EXPECT_EQ(NumberOf(playing.First("video")->buffers.front()), 0u);
+    EXPECT_FALSE(seek(GST_SEEK_TYPE_SET, 2 * GST_SECOND, GST_SEEK_TYPE_SET, GST_SECOND));
+}
+
 TEST_F(Seeks, NeedTimes)
 {
     EXPECT_FALSE(gst_element_seek(playing.Streams(), 1.0, GST_FORMAT_BYTES, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0,
