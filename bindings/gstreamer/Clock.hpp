@@ -14,7 +14,10 @@ struct Span {
     GstClockTime end; // the start of what follows in the stream
 };
 
-// Of the chunk that was delivered last.
+// Whether the headers tell the times of a stream.
+bool HasTimes(UInt32 streamNr);
+
+// Of the chunk that was delivered last. None when nothing tells.
 Span SpanOf(const lxAviRead_ChunkData_t& chunk);
 
 // When a stream ends, by the index, the media data or its header. None when nothing tells.

@@ -21,8 +21,8 @@ constexpr GstClockTime kLargestInterleave = 5 * GST_SECOND;
 // Frames that may be stored before one that is shown earlier, at most.
 constexpr guint64 kReorderedFrames = 16;
 
-// Whether a stream has data for every time. A subtitle appears now and then.
-bool IsContinuous(const Stream& stream) { return stream.kind != LX_AVIREAD_STREAM_SUBTITLE; }
+// Whether a stream has data for every time, which the headers tell. A subtitle appears now and then.
+bool IsContinuous(const Stream& stream) { return stream.hasTimes; }
 
 // ---- Conversions of uncompressed data ----
 
@@ -135,9 +135,18 @@ void Player::BeginGroup(GstClockTime start)
     }
 }
 
+// Whether audio is still to come at a time. Where it has ended, a jump to it would lead far back.
+bool Player::HasAudioAt(GstClockTime time) const
+{
+    return std::any_of(m_streams.begin(), m_streams.end(), [&](const Stream& stream) {
+        return stream.kind == LX_AVIREAD_STREAM_AUDIO && !(stream.endIsCounted && stream.end <= time);
+    });
+}
+
 // Goes to the group before the one that was delivered.
 GstFlowReturn Player::NextGroup()
 {
+    m_firstGroup = false;
     for (Stream& stream : m_streams) {
         const GstClockTime from = GST_CLOCK_TIME_IS_VALID(stream.groupFrom) ? stream.groupFrom : m_groupStart;
         stream.groupEnd = std::min(stream.groupEnd, from);
@@ -146,25 +155,33 @@ GstFlowReturn Player::NextGroup()
     if (m_groupStart <= m_segment.start) {
         return GST_FLOW_EOS;
     }
-    const GstClockTime start = m_pSession->GoToPreviousKeyFrame();
+    const GstClockTime start =
+        m_pSession->GoToPreviousKeyFrame(HasAudioAt(m_groupStart) ? Audio::Resumes : Audio::None);
     if (!GST_CLOCK_TIME_IS_VALID(start)) {
         return GST_FLOW_EOS;
     }
+    m_target = {start, lxAviRead_SetPosRoundDown};
     BeginGroup(start);
     return GST_FLOW_OK;
 }
 
-// Goes to the key frame that is to be shown next.
-GstFlowReturn Player::NextKeyFrame(GstClockTime shown)
+// Goes to the key frame that is to be shown behind the one that was, or that could not be.
+GstFlowReturn Player::NextKeyFrame()
 {
     const bool forward = m_segment.rate > 0;
+    const GstClockTime shown = m_groupStart;
     GstClockTime next = shown;
     do {
         next = m_pSession->StepKeyFrame(forward);
     } while (GST_CLOCK_TIME_IS_VALID(next) && (forward ? next - shown : shown - next) < m_interval);
     const bool inside =
         forward ? !GST_CLOCK_TIME_IS_VALID(m_segment.stop) || next < m_segment.stop : next >= m_segment.start;
-    return GST_CLOCK_TIME_IS_VALID(next) && inside ? GST_FLOW_OK : GST_FLOW_EOS;
+    if (!GST_CLOCK_TIME_IS_VALID(next) || !inside) {
+        return GST_FLOW_EOS;
+    }
+    m_target = {next, lxAviRead_SetPosRoundDown};
+    m_groupStart = next;
+    return GST_FLOW_OK;
 }
 
 // ---- The next chunk ----
@@ -185,8 +202,11 @@ GstFlowReturn Player::DeliverNext()
 
 GstFlowReturn Player::Fail(UInt32 result)
 {
-    if (result == LX_ERR_AVIREAD_ABORTED || lxAviReadCore_GetAbortFlag() != 0) {
-        return GST_FLOW_FLUSHING;
+    if (result == LX_ERR_AVIREAD_ABORTED || WasInterrupted()) {
+        return m_endEarly ? GST_FLOW_OK : GST_FLOW_FLUSHING; // the task looks at it next
+    }
+    if (m_pSession->InputFlow() == GST_FLOW_ERROR) {
+        return GST_FLOW_ERROR; // who has failed has told it
     }
     if (result != LX_ERR_AVIREAD_EOF) {
         GST_ELEMENT_ERROR(m_pElement, RESOURCE, READ, ("%s", lxAviReadCore_ResultText(result)), (nullptr));
@@ -204,6 +224,7 @@ GstFlowReturn Player::RepeatJump()
 {
     const bool possible = m_rebuild && !m_tableIsRebuilt && m_pSession->CanParseMediaData();
     if (possible && !BuildTable()) {
+        m_jumpIsDue = true;
         return GST_FLOW_FLUSHING;
     }
     if (!possible || !m_pSession->HasTable()) {
@@ -211,14 +232,24 @@ GstFlowReturn Player::RepeatJump()
                           ("The index leads to no key frame."));
         return GST_FLOW_ERROR;
     }
-    const GstClockTime landed = MoveTo(m_target);
-    if (m_way == Way::Backward) {
-        BeginGroup(landed);
+    for (Stream& stream : m_streams) {
+        NoteEnd(stream);
     }
+    Publish();
+    gst_element_post_message(m_pElement, gst_message_new_duration_changed(GST_OBJECT(m_pElement)));
+    BeginGroup(MoveTo(m_target));
     return GST_FLOW_OK;
 }
 
-GstFlowReturn Player::EndOfData() { return m_way == Way::Backward ? NextGroup() : GST_FLOW_EOS; }
+// By key frames, one that cannot be read is passed over.
+GstFlowReturn Player::EndOfData()
+{
+    switch (m_way) {
+    case Way::Backward: return NextGroup();
+    case Way::KeyFrames: return NextKeyFrame();
+    default: return GST_FLOW_EOS;
+    }
+}
 
 Stream* Player::Find(UInt32 streamNr)
 {
@@ -243,32 +274,35 @@ GstFlowReturn Player::Deliver(const lxAviRead_ChunkData_t& chunk)
     if (pBuffer == nullptr) {
         return GoOn(span); // the file ends there, or the chunk lies outside of the range
     }
+    const guint moves = m_moves;
     const GstFlowReturn result = Push(*pStream, pBuffer, span);
-    FillGaps(*pStream, span);
-    if (result != GST_FLOW_OK) {
-        return result;
+    if (moves != m_moves) {
+        return GST_FLOW_OK; // who has got the buffer has sought
     }
-    return m_way == Way::KeyFrames ? NextKeyFrame(span.start) : GoOn(span);
+    FillGaps(*pStream, span);
+    return result == GST_FLOW_OK ? GoOn(span) : result;
 }
 
 // Whether a chunk belongs to what is played. A stream has ended with the first chunk behind it.
 bool Player::IsWanted(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span) const
 {
     if (m_way == Way::KeyFrames) {
-        return stream.kind == LX_AVIREAD_STREAM_VIDEO && chunk.bKeyFrame != 0;
+        return stream.kind == LX_AVIREAD_STREAM_VIDEO && chunk.bKeyFrame != 0 && span.start == m_groupStart;
     }
-    if (!IsContinuous(stream)) {
+    if (!GST_CLOCK_TIME_IS_VALID(span.start)) {
         return m_way == Way::Forward;
     }
     GstClockTime stop = m_way == Way::Backward ? stream.groupEnd : m_segment.stop;
     if (!GST_CLOCK_TIME_IS_VALID(stop)) {
-        return span.end > m_skipUntil;
+        return m_skipUntil == 0 || span.end > m_skipUntil;
     }
-    if (m_way == Way::Forward && stream.kind == LX_AVIREAD_STREAM_VIDEO && !stream.allKeyFrames) {
+    // frames that are shown before the stop may be stored behind it
+    const bool fromTheStop = m_way == Way::Forward || m_firstGroup;
+    if (fromTheStop && stream.kind == LX_AVIREAD_STREAM_VIDEO && !stream.allKeyFrames) {
         stop += kReorderedFrames * (span.end - span.start);
     }
     stream.ended = stream.ended || span.start >= stop;
-    return !stream.ended && span.end > m_skipUntil;
+    return !stream.ended && (m_skipUntil == 0 || span.end > m_skipUntil);
 }
 
 // Whether nothing of the stream follows in the range, or in the group.
@@ -282,7 +316,10 @@ bool Player::IsOver(const Stream& stream) const
 
 GstFlowReturn Player::GoOn(const Span& span)
 {
-    if (m_way == Way::KeyFrames || (m_way == Way::Forward && !GST_CLOCK_TIME_IS_VALID(m_segment.stop))) {
+    if (m_way == Way::KeyFrames) {
+        return NextKeyFrame();
+    }
+    if (m_way == Way::Forward && !GST_CLOCK_TIME_IS_VALID(m_segment.stop)) {
         return GST_FLOW_OK;
     }
     m_latest = GST_CLOCK_TIME_IS_VALID(span.start) ? std::max(m_latest, span.start) : m_latest;
@@ -293,10 +330,11 @@ GstFlowReturn Player::GoOn(const Span& span)
 // ---- Buffers ----
 
 // The payload with its times and flags. Null when the file does not have all of it, or none of it lies in the range.
-GstBuffer* Player::ReadBuffer(const Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span)
+GstBuffer* Player::ReadBuffer(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span)
 {
     GstBuffer* const pBuffer = m_pSession->Read(chunk);
     if (pBuffer == nullptr) {
+        stream.discontinuous = true;
         return nullptr;
     }
     Convert(pBuffer, stream.conversion);
@@ -361,6 +399,18 @@ void Player::RepeatFrame(Stream& stream, const Span& span) const
     }
 }
 
+// Whether a stream is known to have nothing that plays with the leader.
+bool Player::HasNothing(const Stream& stream, const Span& leader) const
+{
+    switch (m_way) {
+    case Way::KeyFrames: return true;
+    case Way::Backward: return !IsContinuous(stream) || (stream.endIsCounted && stream.end <= m_groupStart);
+    default:
+        return !IsContinuous(stream) || (stream.endIsCounted && stream.end <= stream.position) ||
+               leader.end <= stream.begin;
+    }
+}
+
 // Tells the streams that have nothing to play for now how far the others are. Their sinks would wait for them.
 void Player::FillGaps(const Stream& leader, const Span& span)
 {
@@ -368,15 +418,25 @@ void Player::FillGaps(const Stream& leader, const Span& span)
         return;
     }
     for (Stream& stream : m_streams) {
-        if (&stream == &leader) {
+        if (&stream == &leader || !HasNothing(stream, span)) {
             continue;
         }
-        const bool nothing = m_way == Way::KeyFrames || !IsContinuous(stream) ||
-                             (m_way == Way::Forward && stream.endIsCounted && stream.end <= stream.position);
-        const GstClockTime from = m_segment.rate > 0 ? stream.position : span.start;
-        if (nothing && from < span.end && (stream.fresh || span.end - from >= kLargestLag || m_way == Way::KeyFrames)) {
-            PushGap(stream, from, span.end);
+        if (m_way == Way::Backward) {
+            FillGroup(stream);
+        } else if (m_way == Way::KeyFrames) {
+            PushGap(stream, span.start, span.end);
+        } else if (stream.position < span.end && (stream.fresh || span.end - stream.position >= kLargestLag)) {
+            PushGap(stream, stream.position, span.end);
         }
+    }
+}
+
+// Tells a stream, once, that it has nothing in the whole group.
+void Player::FillGroup(Stream& stream) const
+{
+    if (!GST_CLOCK_TIME_IS_VALID(stream.groupFrom) && stream.groupEnd > m_groupStart) {
+        PushGap(stream, m_groupStart, stream.groupEnd);
+        stream.groupFrom = m_groupStart;
     }
 }
 

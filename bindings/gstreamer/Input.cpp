@@ -1,5 +1,6 @@
 #include "Input.hpp"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -32,17 +33,19 @@ ssize_t ReadCookie(void* pCookie, char* pBuffer, size_t size)
     return given;
 }
 
+// As in a file, a position behind the end is allowed, and a read there finds the end. The reader looks for lists there.
 int SeekCookie(void* pCookie, off64_t* pOffset, int whence)
 {
     Cookie& cookie = *static_cast<Cookie*>(pCookie);
     const auto size = static_cast<off64_t>(cookie.pInput->Size());
     const off64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? cookie.position : size;
-    if (*pOffset < -from || *pOffset > size - from) {
-        errno = EINVAL; // a damaged index can lead anywhere
+    off64_t target = 0;
+    if (__builtin_add_overflow(from, *pOffset, &target) || target < 0) {
+        errno = EINVAL;
         return -1;
     }
-    cookie.position = from + *pOffset;
-    *pOffset = cookie.position;
+    cookie.position = target;
+    *pOffset = target;
     return 0;
 }
 
@@ -135,6 +138,7 @@ public:
         GstBuffer* pData = nullptr;
         const GstFlowReturn result =
             gst_pad_pull_range(m_pPad, position, static_cast<guint>(MIN(size, m_size - position)), &pData);
+        m_flow = result == GST_FLOW_EOS ? GST_FLOW_OK : result;
         if (result != GST_FLOW_OK) {
             return result == GST_FLOW_EOS ? 0 : -1;
         }
@@ -143,11 +147,17 @@ public:
         return static_cast<gssize>(given);
     }
 
-    // A read ends when the pad is deactivated.
-    void Interrupt(bool /*interrupted*/) override {}
+    // Those before may wait for data.
+    void Interrupt(bool interrupted) override
+    {
+        gst_pad_push_event(m_pPad, interrupted ? gst_event_new_flush_start() : gst_event_new_flush_stop(FALSE));
+    }
+
+    GstFlowReturn Flow() const override { return m_flow; }
 
 private:
     GstPad* m_pPad;
+    std::atomic<GstFlowReturn> m_flow{GST_FLOW_OK};
 };
 
 } // namespace
@@ -161,7 +171,8 @@ FILE* Input::OpenStream()
         delete pCookie;
         return nullptr;
     }
-    setvbuf(pStream, nullptr, _IOFBF, kStreamBuffer);
+    m_buffer.resize(kStreamBuffer);
+    setvbuf(pStream, m_buffer.data(), _IOFBF, m_buffer.size());
     return pStream;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace lxavigst {
 
@@ -21,6 +22,10 @@ public:
     // Ends a read that waits, and lets every other one fail, until it is called with false. Any thread may call it.
     virtual void Interrupt(bool interrupted) = 0;
 
+    // What the last read met: GST_FLOW_FLUSHING when those before have stopped, GST_FLOW_ERROR when they have failed, and told
+    // so. Else GST_FLOW_OK, after a failure of this input itself, too.
+    virtual GstFlowReturn Flow() const { return GST_FLOW_OK; }
+
     bool CanSeek() const { return m_canSeek; }
     guint64 Size() const { return m_size; } // bytes; 0 when it is not known
 
@@ -30,6 +35,9 @@ public:
 protected:
     bool m_canSeek = false;
     guint64 m_size = 0;
+
+private:
+    std::vector<char> m_buffer; // of the stream
 };
 
 // A file, a pipe or a device. A read from a pipe that waits for its writer can be interrupted. Null, and an error with the

@@ -17,6 +17,23 @@ namespace {
 
 // ---- Headers as the helper library for RIFF takes them ----
 
+// The framework counts in 31 bits. A header without a rate gets that of the main header for video, or none.
+void SetRate(const lxAviRead_Strh_t& header, gst_riff_strh& result)
+{
+    result.rate = header.dwRate;
+    result.scale = header.dwScale;
+    if (header.dwRate == 0 || header.dwScale == 0) {
+        lxAviRead_Avih_t main = {};
+        lxAviReadCore_GetAvihData(&main);
+        result.rate = main.dwMicroSecPerFrame > 0 ? G_USEC_PER_SEC : 0;
+        result.scale = MAX(main.dwMicroSecPerFrame, 1);
+    }
+    while (result.rate > G_MAXINT || result.scale > G_MAXINT) {
+        result.rate >>= 1;
+        result.scale = MAX(result.scale >> 1, 1);
+    }
+}
+
 gst_riff_strh StreamHeader(UInt32 streamNr)
 {
     lxAviRead_Strh_t header = {};
@@ -28,8 +45,7 @@ gst_riff_strh StreamHeader(UInt32 streamNr)
     result.flags = header.dwFlags;
     result.priority = header.wPriority | static_cast<guint32>(header.wLanguage) << 16;
     result.init_frames = header.dwInitialFrames;
-    result.scale = header.dwScale;
-    result.rate = header.dwRate;
+    SetRate(header, result);
     result.start = header.dwStart;
     result.length = header.dwLength;
     result.bufsize = header.dwSuggestedBufferSize;
@@ -147,6 +163,19 @@ GstCaps* UnknownAudio(guint16 tag)
     return gst_caps_new_simple("audio/x-avi-unknown", "codec_id", G_TYPE_INT, static_cast<gint>(tag), nullptr);
 }
 
+// Whether the mask of an extensible format names as many speakers as there are channels. Other formats have no mask.
+bool MaskFits(const gst_riff_strf_auds& format, UInt32 streamNr)
+{
+    constexpr guint16 kExtensible = 0xFFFE;
+    constexpr size_t kMask = 20; // its offset in the format
+    const std::vector<UInt8> bytes = StreamBytes(streamNr, LX_AVIREAD_BYTES_STRF);
+    if (format.format != kExtensible) {
+        return true;
+    }
+    return bytes.size() >= kMask + 4 &&
+           __builtin_popcount(GST_READ_UINT32_LE(bytes.data() + kMask)) == static_cast<int>(format.channels);
+}
+
 // `places` is where each channel goes; -1 behind the last one.
 std::vector<guint> MovedChannels(const gint (&places)[18], guint channels)
 {
@@ -187,7 +216,8 @@ Format AudioFormat(GstElement* pElement, UInt32 streamNr)
     GstBuffer* const pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
     gint places[18];
     std::fill(std::begin(places), std::end(places), -1);
-    format.pCaps = gst_riff_create_audio_caps(pFormat->format, &header, pFormat, pExtra, pData, &format.pCodec, places);
+    format.pCaps = gst_riff_create_audio_caps(pFormat->format, &header, pFormat, pExtra, pData, &format.pCodec,
+                                              MaskFits(*pFormat, streamNr) ? places : nullptr);
     if (format.pCaps == nullptr) {
         format.pCaps = UnknownAudio(pFormat->format);
     }
@@ -256,26 +286,6 @@ GstTagList* StreamTags(UInt32 streamNr, UInt32 kind, const char* pCodec)
     return pTags;
 }
 
-// Frames per second, as the caps have them, or else by the main header.
-void SetFrameRate(Stream& stream, GstCaps* pCaps)
-{
-    const GstStructure* const pStructure = gst_caps_get_structure(pCaps, 0);
-    if (gst_structure_get_fraction(pStructure, "framerate", &stream.rateNumerator, &stream.rateDenominator) != FALSE &&
-        stream.rateNumerator > 0) {
-        return;
-    }
-    lxAviRead_Avih_t header = {};
-    lxAviReadCore_GetAvihData(&header);
-    stream.rateNumerator = 0;
-    stream.rateDenominator = 1;
-    if (header.dwMicroSecPerFrame > 0 && header.dwMicroSecPerFrame <= G_MAXINT) {
-        stream.rateNumerator = G_USEC_PER_SEC;
-        stream.rateDenominator = static_cast<gint>(header.dwMicroSecPerFrame);
-        gst_caps_set_simple(pCaps, "framerate", GST_TYPE_FRACTION, stream.rateNumerator, stream.rateDenominator,
-                            nullptr);
-    }
-}
-
 // Whether the library delivers the stream: the main video stream, eight audio tracks, all subtitles.
 bool IsDelivered(UInt32 streamNr, UInt32 kind)
 {
@@ -296,14 +306,11 @@ Stream MakeStream(GstElement* pElement, UInt32 streamNr, UInt32 kind)
     stream.pCaps = format.pCaps;
     stream.conversion = format.conversion;
     stream.allKeyFrames = lxAviReadCore_HasOnlyKeyFrames(streamNr) != 0;
-    const StreamEnd end = EndOf(streamNr);
-    stream.end = end.time;
-    stream.endIsCounted = end.counted;
+    stream.hasTimes = kind != LX_AVIREAD_STREAM_SUBTITLE && HasTimes(streamNr);
+    stream.begin = lxAviReadCore_GetStreamTimeNsec(streamNr, 0, 0);
+    NoteEnd(stream);
     if (stream.pCaps != nullptr) {
         stream.pTags = StreamTags(streamNr, kind, format.pCodec);
-        if (kind == LX_AVIREAD_STREAM_VIDEO) {
-            SetFrameRate(stream, stream.pCaps);
-        }
     }
     g_free(format.pCodec);
     return stream;
@@ -321,26 +328,14 @@ const char* TemplateOf(const Stream& stream)
     }
 }
 
-GstStreamType TypeOf(const Stream& stream)
-{
-    switch (stream.kind) {
-    case LX_AVIREAD_STREAM_VIDEO: return GST_STREAM_TYPE_VIDEO;
-    case LX_AVIREAD_STREAM_AUDIO: return GST_STREAM_TYPE_AUDIO;
-    default: return GST_STREAM_TYPE_TEXT;
-    }
-}
-
 void SendStreamStart(GstElement* pElement, const Stream& stream, guint groupId)
 {
     gchar* const pId = gst_pad_create_stream_id_printf(stream.pPad, pElement, "%03u", stream.number);
     const GstStreamFlags flags =
         stream.kind == LX_AVIREAD_STREAM_SUBTITLE ? GST_STREAM_FLAG_SPARSE : GST_STREAM_FLAG_NONE;
-    GstStream* const pStream = gst_stream_new(pId, stream.pCaps, TypeOf(stream), flags);
     GstEvent* const pEvent = gst_event_new_stream_start(pId);
     gst_event_set_group_id(pEvent, groupId);
     gst_event_set_stream_flags(pEvent, flags);
-    gst_event_set_stream(pEvent, pStream);
-    gst_object_unref(pStream);
     g_free(pId);
     gst_pad_push_event(stream.pPad, pEvent);
 }
@@ -352,6 +347,13 @@ void AddTemplate(GstElementClass* pClass, const char* pName, GstCaps* pCaps)
 }
 
 } // namespace
+
+void NoteEnd(Stream& stream)
+{
+    const StreamEnd end = EndOf(stream.number);
+    stream.end = end.time;
+    stream.endIsCounted = end.counted;
+}
 
 void AddTemplates(GstElementClass* pClass)
 {
@@ -425,10 +427,10 @@ namespace {
 std::vector<UInt8> InfoList()
 {
     std::vector<UInt8> list;
-    std::vector<char> text(LX_AVIREAD_KEPT_BYTES + 1);
+    std::vector<char> text(LX_AVIREAD_KEPT_BYTES + 2); // with the zero, and a pad byte
     UInt32 code = 0;
     for (UInt32 i = 0; (code = lxAviReadCore_GetFileTextCode(i)) != 0; ++i) {
-        lxAviReadCore_GetFileText(code, text.data(), static_cast<UInt32>(text.size()));
+        lxAviReadCore_GetFileText(code, text.data(), LX_AVIREAD_KEPT_BYTES + 1);
         const auto size = static_cast<UInt32>(std::strlen(text.data()) + 1);
         for (const UInt32 word : {code, size}) {
             for (UInt32 shift = 0; shift < 32; shift += 8) {

@@ -26,11 +26,11 @@ struct Stream {
     GstCaps* pCaps;    // owned
     GstTagList* pTags; // owned; codec, bit rate, title
     Conversion conversion;
-    bool allKeyFrames; // every frame can be decoded alone
-    gint rateNumerator;
-    gint rateDenominator; // frames per second of video
-    GstClockTime end;     // when it ends, as far as something tells
-    bool endIsCounted;    // by the index or the media data
+    bool allKeyFrames;  // every frame can be decoded alone
+    bool hasTimes;      // the headers tell the times of its chunks
+    GstClockTime begin; // when it begins
+    GstClockTime end;   // when it ends, as far as something tells
+    bool endIsCounted;  // by the index or the media data
 
     // Where delivery is.
     GstClockTime position;  // behind the last buffer or gap
@@ -47,6 +47,9 @@ void AddTemplates(GstElementClass* pClass);
 // One for each stream that can be delivered and has caps, in their order, without pads. Video that has no frame in the file
 // gets none, because a decoder that gets nothing fails.
 std::vector<Stream> MakeStreams(GstElement* pElement, bool videoIsEmpty);
+
+// Notes when a stream ends, by what is known now.
+void NoteEnd(Stream& stream);
 
 struct PadFunctions {
     GstPadEventFunction pfnEvent;

@@ -39,9 +39,11 @@ bool Player::Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild
     m_endEarly = false;
     m_seqnum = gst_util_seqnum_next();
     m_groupId = gst_util_group_id_next();
+    m_jumpIsDue = false;
     {
-        const ElementLock lock(m_pElement);
+        const std::lock_guard interrupts(m_interrupts);
         m_pSession = std::move(pSession);
+        const ElementLock lock(m_pElement);
         m_stopping = false;
         gst_segment_init(&m_segment, GST_FORMAT_TIME);
     }
@@ -50,11 +52,43 @@ bool Player::Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild
 
 void Player::Interrupt()
 {
-    const ElementLock lock(m_pElement);
-    m_stopping = true;
+    {
+        const ElementLock lock(m_pElement);
+        m_stopping = true;
+    }
+    InterruptReads();
+}
+
+// Ends the read that waits.
+void Player::InterruptReads()
+{
+    const std::lock_guard interrupts(m_interrupts);
     if (m_pSession != nullptr) {
         m_pSession->Interrupt(true);
     }
+}
+
+// Lets reads work again, unless the element stops. False then.
+bool Player::ResumeReads()
+{
+    const std::lock_guard interrupts(m_interrupts);
+    if (IsStopping()) {
+        return false;
+    }
+    m_pSession->Interrupt(false);
+    return true;
+}
+
+bool Player::IsStopping() const
+{
+    const ElementLock lock(m_pElement);
+    return m_stopping;
+}
+
+void Player::EndEarly()
+{
+    m_endEarly = true;
+    InterruptReads();
 }
 
 void Player::Stop()
@@ -65,9 +99,10 @@ void Player::Stop()
     const std::lock_guard requests(m_requests);
     gst_flow_combiner_clear(m_pFlows);
     RemovePads(m_pElement, m_streams);
-    const ElementLock lock(m_pElement);
+    const std::lock_guard interrupts(m_interrupts);
     m_pSession.reset();
-    m_seekable = false;
+    const ElementLock lock(m_pElement);
+    m_published = m_seekable = m_hasKeyFrames = false;
     gst_segment_init(&m_segment, GST_FORMAT_TIME);
 }
 
@@ -86,18 +121,28 @@ void Player::Run(gpointer pPlayer) { static_cast<Player*>(pPlayer)->Work(); }
 
 void Player::Work()
 {
-    if (!m_prepared && !Prepare()) {
+    m_taskThread = std::this_thread::get_id();
+    const guint moves = m_moves;
+    const GstFlowReturn result = WorkOnce();
+    m_taskThread = std::thread::id();
+    if (result != GST_FLOW_OK && moves == m_moves) { // who listens to a buffer or a message may have sought
         SetTask(GST_TASK_PAUSED);
-        return;
+        Conclude(result);
+    }
+}
+
+GstFlowReturn Player::WorkOnce()
+{
+    if (!m_prepared && !Prepare()) {
+        return GST_FLOW_FLUSHING;
     }
     if (m_segmentIsDue) {
         SendSegment();
     }
-    const GstFlowReturn result = m_endEarly.exchange(false) ? GST_FLOW_EOS : DeliverNext();
-    if (result != GST_FLOW_OK) {
-        SetTask(GST_TASK_PAUSED);
-        Conclude(result);
+    if (m_endEarly.exchange(false)) {
+        return ResumeReads() ? GST_FLOW_EOS : GST_FLOW_FLUSHING;
     }
+    return m_jumpIsDue ? RepeatJump() : DeliverNext();
 }
 
 bool Player::Prepare()
@@ -115,9 +160,9 @@ bool Player::Prepare()
         gst_flow_combiner_add_pad(m_pFlows, stream.pPad);
     }
     Publish();
-    gst_element_no_more_pads(m_pElement);
     BeginRange();
     m_prepared = true;
+    gst_element_no_more_pads(m_pElement);
     return true;
 }
 
@@ -125,8 +170,11 @@ bool Player::Prepare()
 bool Player::Open()
 {
     const UInt32 result = m_pSession->Open(m_tableBytes);
-    if (result == LX_ERR_AVIREAD_ABORTED || lxAviReadCore_GetAbortFlag() != 0) {
+    if (result == LX_ERR_AVIREAD_ABORTED || WasInterrupted()) {
         return false;
+    }
+    if (result != LX_OK && m_pSession->InputFlow() == GST_FLOW_ERROR) {
+        return false; // who has failed has told it
     }
     if (result != LX_OK) {
         GST_ELEMENT_ERROR(m_pElement, STREAM, WRONG_TYPE, ("%s", lxAviReadCore_ResultText(result)), (nullptr));
@@ -134,6 +182,12 @@ bool Player::Open()
     }
     const bool wanted = m_rebuild && !m_pSession->HasTable() && m_pSession->CanParseMediaData();
     return !wanted || BuildTable();
+}
+
+// Whether a read has failed because nobody wants its bytes any more.
+bool Player::WasInterrupted() const
+{
+    return lxAviReadCore_GetAbortFlag() != 0 || m_pSession->InputFlow() == GST_FLOW_FLUSHING;
 }
 
 // False when it is interrupted.
@@ -145,11 +199,11 @@ bool Player::BuildTable()
         PostProgress(GST_PROGRESS_TYPE_CONTINUE, pText);
         g_free(pText);
     });
-    m_tableIsRebuilt = true;
     if (result == LX_ERR_AVIREAD_ABORTED) {
         PostProgress(GST_PROGRESS_TYPE_CANCELED, "The index was not built");
         return false;
     }
+    m_tableIsRebuilt = true;
     PostProgress(result == LX_OK ? GST_PROGRESS_TYPE_COMPLETE : GST_PROGRESS_TYPE_ERROR,
                  result == LX_OK ? "The index is built" : lxAviReadCore_ResultText(result));
     m_pSession->Rewind();
@@ -171,7 +225,9 @@ void Player::Publish()
     const bool withoutVideo = m_pSession->CanSeek() && !m_pSession->CanParseMediaData();
     const ElementLock lock(m_pElement);
     m_segment.duration = duration > 0 ? duration : GST_CLOCK_TIME_NONE;
-    m_seekable = m_pSession->HasTable() || withoutVideo;
+    m_published = true;
+    m_hasKeyFrames = m_pSession->HasTable();
+    m_seekable = m_hasKeyFrames || withoutVideo;
 }
 
 void Player::PushToAll(GstEvent* pEvent, guint32 seqnum)

@@ -20,6 +20,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace lxavigst {
@@ -42,11 +43,13 @@ public:
 
     bool Seek(GstEvent* pEvent);
     // Ends what is played at the next chunk, as if the file ended there.
-    void EndEarly() { m_endEarly = true; }
+    void EndEarly();
     // `pPad` may be null: the query is for the element. False for a query that is for others to answer.
     bool Query(GstPad* pPad, GstQuery* pQuery) const;
 
 private:
+    struct SeekRequest;
+
     enum class Way {
         Forward,
         Backward,  // the groups of pictures from the last to the first, each of them forward
@@ -61,7 +64,13 @@ private:
     // The task (Player.cpp)
     static void Run(gpointer pPlayer);
     void Work();
+    GstFlowReturn WorkOnce();
+    bool WasInterrupted() const;
     void SetTask(GstTaskState state);
+    void InterruptReads();
+    bool ResumeReads();
+    bool IsStopping() const;
+    bool IsMyTask() const { return m_taskThread == std::this_thread::get_id(); }
     bool Prepare();
     bool Open();
     bool BuildTable();
@@ -82,32 +91,36 @@ private:
     GstFlowReturn GoOn(const Span& span);
     GstFlowReturn EndOfData();
     GstFlowReturn NextGroup();
-    GstFlowReturn NextKeyFrame(GstClockTime shown);
+    GstFlowReturn NextKeyFrame();
+    bool HasAudioAt(GstClockTime time) const;
     Stream* Find(UInt32 streamNr);
     bool IsWanted(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span) const;
     bool IsOver(const Stream& stream) const;
-    GstBuffer* ReadBuffer(const Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span);
+    GstBuffer* ReadBuffer(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span);
     GstFlowReturn Push(Stream& stream, GstBuffer* pBuffer, const Span& span);
     void PushGap(Stream& stream, GstClockTime from, GstClockTime until) const;
     void RepeatFrame(Stream& stream, const Span& span) const;
+    bool HasNothing(const Stream& stream, const Span& leader) const;
     void FillGaps(const Stream& leader, const Span& span);
+    void FillGroup(Stream& stream) const;
     void NotePosition(GstClockTime position);
 
     // Requests (Requests.cpp)
-    bool Travel(GstEvent* pEvent);
-    bool Move(GstEvent* pEvent);
-    void GoTo(GstSegment& segment, GstSeekFlags flags, bool snap);
+    void FlushPads(guint32 seqnum);
+    bool Travel(const SeekRequest& request);
+    bool Move(const SeekRequest& request);
+    void GoTo(GstSegment& segment, const SeekRequest& request);
     GstClockTime MoveTo(const Target& target);
-    bool ChangeRate(GstEvent* pEvent);
-    void Resume();
+    bool ChangeRate(const SeekRequest& request);
+    bool IsPossible(const SeekRequest& request) const;
 
     GstElement* const m_pElement;
     const PadFunctions m_functions;
     GstTask* m_pTask;
     GRecMutex m_working;   // the task's lock
     std::mutex m_requests; // held by a seek, and while the pads go away
-    guint32 m_lastSeek = GST_SEQNUM_INVALID; // this and the next are under it
-    bool m_lastSeekIsDone = false;
+    std::atomic<guint32> m_lastSeek{GST_SEQNUM_INVALID};
+    std::atomic<bool> m_lastSeekIsDone{false};
 
     // Under the task's lock
     guint m_tableBytes = 0;
@@ -117,9 +130,12 @@ private:
     bool m_segmentIsDue = false;
     bool m_tagsAreDue = false;
     bool m_cutIsTold = false;
+    bool m_jumpIsDue = false;  // the last jump has to be made again, with another table
+    bool m_firstGroup = false; // backward: nothing was delivered yet
+    guint m_moves = 0;         // seeks that were made
     Way m_way = Way::Forward;
     Target m_target = {};          // of the last seek
-    GstClockTime m_groupStart = 0; // backward: time of the group's key frame
+    GstClockTime m_groupStart = 0; // backward: time of the group's key frame; by key frames: of the one to be shown
     GstClockTime m_latest = 0;     // backward: the latest start of a chunk that was met in the group
     GstClockTime m_interval = 0;   // by key frames: the least time between two
     GstClockTime m_skipUntil = 0;  // without a table: what ends before is not delivered
@@ -130,9 +146,15 @@ private:
 
     std::atomic<bool> m_endEarly{false};
 
-    // Under the lock of the element. The task writes them, and reads them without it.
+    std::atomic<std::thread::id> m_taskThread; // that is in the task now
+
+    std::mutex m_interrupts; // held while reads are interrupted or let go on, and while the session comes or goes
     std::unique_ptr<Session> m_pSession;
+
+    // Under the lock of the element. The task writes them, and reads them without it.
     GstSegment m_segment;
+    bool m_hasKeyFrames = false;
+    bool m_published = false; // the file is open, and queries have answers
     bool m_seekable = false;
     bool m_stopping = false;
 };

@@ -6,48 +6,53 @@
 #include <cmath>
 
 namespace lxavigst {
+struct Player::SeekRequest {
+    explicit SeekRequest(GstEvent* pEvent) : seqnum(gst_event_get_seqnum(pEvent))
+    {
+        gst_event_parse_seek(pEvent, &rate, &format, &flags, &startType, &start, &stopType, &stop);
+        gst_event_parse_seek_trickmode_interval(pEvent, &interval);
+    }
+
+    bool Flushes() const { return (flags & GST_SEEK_FLAG_FLUSH) != 0; }
+    bool IsByKeyFrames() const { return (flags & GST_SEEK_FLAG_TRICKMODE_KEY_UNITS) != 0; }
+
+    // Makes the segment that of the request. A stop that stays from an earlier request does not hold where this one starts
+    // behind it, and a start that stays not where this one stops before it. False for a request that starts behind its own
+    // stop.
+    bool Apply(GstSegment& segment) const
+    {
+        const bool startIsSet = startType == GST_SEEK_TYPE_SET && start >= 0;
+        const bool stopIsSet = stopType == GST_SEEK_TYPE_SET && stop >= 0;
+        if (startIsSet && stopIsSet && start > stop) {
+            return false;
+        }
+        if (startIsSet && !stopIsSet && GST_CLOCK_TIME_IS_VALID(segment.stop) &&
+            static_cast<guint64>(start) > segment.stop) {
+            segment.stop = GST_CLOCK_TIME_NONE;
+        }
+        if (stopIsSet && !startIsSet && static_cast<guint64>(stop) < segment.start) {
+            segment.start = segment.position = 0;
+        }
+        gboolean update = FALSE;
+        return rate != 0.0 && gst_segment_do_seek(&segment, rate, format, flags, startType, static_cast<guint64>(start),
+                                                  stopType, static_cast<guint64>(stop), &update) != FALSE;
+    }
+
+    guint32 seqnum;
+    gdouble rate = 1.0;
+    GstFormat format = GST_FORMAT_TIME;
+    GstSeekFlags flags = GST_SEEK_FLAG_NONE;
+    GstSeekType startType = GST_SEEK_TYPE_NONE;
+    gint64 start = 0;
+    GstSeekType stopType = GST_SEEK_TYPE_NONE;
+    gint64 stop = 0;
+    GstClockTime interval = 0; // by key frames: the least time between two
+};
+
 namespace {
 
 // By key frames: so many pictures for a second of playing, at most.
 constexpr GstClockTime kPictureTime = GST_SECOND / 25;
-
-struct SeekRequest {
-    gdouble rate;
-    GstFormat format;
-    GstSeekFlags flags;
-    GstSeekType startType;
-    gint64 start;
-    GstSeekType stopType;
-    gint64 stop;
-    GstClockTime interval; // by key frames: the least time between two
-};
-
-SeekRequest RequestOf(GstEvent* pEvent)
-{
-    SeekRequest request = {};
-    gst_event_parse_seek(pEvent, &request.rate, &request.format, &request.flags, &request.startType, &request.start,
-                         &request.stopType, &request.stop);
-    gst_event_parse_seek_trickmode_interval(pEvent, &request.interval);
-    return request;
-}
-
-// A stop that stays from an earlier request does not hold where this one starts behind it, and a start that stays not where
-// this one stops before it. False for a request that starts behind its own stop.
-bool MakeRangeValid(const SeekRequest& request, GstSegment& segment)
-{
-    const bool startIsSet = request.startType == GST_SEEK_TYPE_SET && request.start >= 0;
-    const bool stopIsSet = request.stopType == GST_SEEK_TYPE_SET && request.stop >= 0;
-    if (startIsSet && stopIsSet) {
-        return request.start <= request.stop;
-    }
-    if (startIsSet && GST_CLOCK_TIME_IS_VALID(segment.stop) && static_cast<guint64>(request.start) > segment.stop) {
-        segment.stop = GST_CLOCK_TIME_NONE;
-    }
-    if (stopIsSet && static_cast<guint64>(request.stop) < segment.start) {
-        segment.start = segment.position = 0;
-    }
-    return true;
-}
 
 UInt32 RoundingOf(GstSeekFlags flags)
 {
@@ -104,88 +109,109 @@ bool ConvertTime(GstPad* pPad, GstFormat from, gint64 value, GstFormat to, gint6
 
 bool Player::Seek(GstEvent* pEvent)
 {
-    const std::lock_guard requests(m_requests);
-    const SeekRequest request = RequestOf(pEvent);
-    {
-        const ElementLock lock(m_pElement);
-        if (!m_seekable || m_stopping || request.format != GST_FORMAT_TIME) {
-            return false;
-        }
+    const SeekRequest request(pEvent);
+    if (m_lastSeek != request.seqnum && request.Flushes() && IsPossible(request)) {
+        FlushPads(request.seqnum); // another seek may wait until a sink takes a buffer
+    }
+    // Who seeks out of the task, in answer to a buffer or a message, has its lock already.
+    std::unique_lock<std::mutex> requests(m_requests, std::defer_lock);
+    if (!IsMyTask()) {
+        requests.lock();
     }
     // a pipeline sends a seek to each of its sinks, and each of them sends it here
-    const guint32 seqnum = gst_event_get_seqnum(pEvent);
-    if (m_lastSeek == seqnum) {
+    if (m_lastSeek == request.seqnum) {
         return m_lastSeekIsDone;
     }
-    m_lastSeek = seqnum;
-    m_lastSeekIsDone = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0 ? ChangeRate(pEvent) : Travel(pEvent);
-    return m_lastSeekIsDone;
+    const bool instant = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0;
+    const bool done = IsPossible(request) && (instant ? ChangeRate(request) : Travel(request));
+    m_lastSeek = request.seqnum;
+    m_lastSeekIsDone = done;
+    return done;
+}
+
+// Whether a request can be obeyed. What cannot is refused before anything is flushed.
+bool Player::IsPossible(const SeekRequest& request) const
+{
+    const ElementLock lock(m_pElement);
+    if (!m_seekable || m_stopping || request.format != GST_FORMAT_TIME || (request.rate < 0 && !m_hasKeyFrames)) {
+        return false;
+    }
+    GstSegment segment = m_segment;
+    const bool instant = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0;
+    return instant || request.Apply(segment);
+}
+
+// Ends the read and the pushes that wait. It needs no lock but that of the element, which has the pads.
+void Player::FlushPads(guint32 seqnum)
+{
+    InterruptReads();
+    std::vector<GstPad*> pads;
+    {
+        const ElementLock lock(m_pElement);
+        for (GList* pItem = m_pElement->srcpads; pItem != nullptr; pItem = pItem->next) {
+            pads.push_back(GST_PAD(gst_object_ref(pItem->data)));
+        }
+    }
+    for (GstPad* const pPad : pads) {
+        GstEvent* const pFlush = gst_event_new_flush_start();
+        gst_event_set_seqnum(pFlush, seqnum);
+        gst_pad_push_event(pPad, pFlush);
+        gst_object_unref(pPad);
+    }
 }
 
 // Holds the task, moves, and lets it go on.
-bool Player::Travel(GstEvent* pEvent)
+bool Player::Travel(const SeekRequest& request)
 {
-    const SeekRequest request = RequestOf(pEvent);
-    const bool flush = (request.flags & GST_SEEK_FLAG_FLUSH) != 0;
-    if (flush) {
-        const ElementLock lock(m_pElement);
-        m_pSession->Interrupt(true);
+    if (request.Flushes()) {
+        FlushPads(request.seqnum);
     }
-    if (flush) {
-        PushToAll(gst_event_new_flush_start(), gst_event_get_seqnum(pEvent));
-    } else {
-        SetTask(GST_TASK_PAUSED);
-    }
+    SetTask(GST_TASK_PAUSED);
     g_rec_mutex_lock(&m_working);
-    Resume();
-    const bool done = Move(pEvent);
-    if (flush) {
-        PushToAll(gst_event_new_flush_stop(TRUE), gst_event_get_seqnum(pEvent));
-        m_segmentIsDue = true;
+    bool done = ResumeReads();
+    if (done) {
+        m_endEarly = false;
+        done = Move(request);
+    }
+    if (request.Flushes()) {
+        PushToAll(gst_event_new_flush_stop(TRUE), request.seqnum);
+        m_segmentIsDue = m_tagsAreDue = true;
     }
     SetTask(GST_TASK_STARTED);
     g_rec_mutex_unlock(&m_working);
     return done;
 }
 
-// Lets reads work again, unless the element stops.
-void Player::Resume()
-{
-    const ElementLock lock(m_pElement);
-    if (!m_stopping) {
-        m_pSession->Interrupt(false);
-    }
-}
-
 // Makes the segment that of the request, and goes where it begins.
-bool Player::Move(GstEvent* pEvent)
+bool Player::Move(const SeekRequest& request)
 {
-    const SeekRequest request = RequestOf(pEvent);
     GstSegment segment = m_segment;
-    gboolean update = FALSE;
-    const bool backwardWithoutTable = request.rate < 0 && !m_pSession->HasTable();
-    if (backwardWithoutTable || !MakeRangeValid(request, segment) ||
-        gst_segment_do_seek(&segment, request.rate, request.format, request.flags, request.startType,
-                            static_cast<guint64>(request.start), request.stopType, static_cast<guint64>(request.stop),
-                            &update) == FALSE) {
+    if (!request.Apply(segment)) {
         return false;
     }
-    const bool keyFrames = (request.flags & GST_SEEK_FLAG_TRICKMODE_KEY_UNITS) != 0 && m_pSession->HasTable();
-    m_way = keyFrames ? Way::KeyFrames : request.rate < 0 ? Way::Backward : Way::Forward;
+    ++m_moves;
+    m_way = request.IsByKeyFrames() && m_hasKeyFrames ? Way::KeyFrames
+            : request.rate < 0                        ? Way::Backward
+                                                      : Way::Forward;
     m_interval = std::max(request.interval, static_cast<GstClockTime>(std::fabs(request.rate) * kPictureTime));
-    m_seqnum = gst_event_get_seqnum(pEvent);
-    GoTo(segment, request.flags, request.startType != GST_SEEK_TYPE_NONE);
+    m_seqnum = request.seqnum;
+    GoTo(segment, request);
     return true;
 }
 
-void Player::GoTo(GstSegment& segment, GstSeekFlags flags, bool snap)
+void Player::GoTo(GstSegment& segment, const SeekRequest& request)
 {
     // backward, what is shown last before the position comes first
     const bool forward = segment.rate > 0;
     const GstClockTime before = segment.position > 0 ? segment.position - 1 : 0;
-    m_target = {forward ? segment.position : before, forward ? RoundingOf(flags) : UInt32{lxAviRead_SetPosRoundDown}};
-    const GstClockTime landed = MoveTo(m_target);
-    if (forward && snap && (flags & GST_SEEK_FLAG_KEY_UNIT) != 0) {
+    const UInt32 rounding = forward ? RoundingOf(request.flags) : UInt32{lxAviRead_SetPosRoundDown};
+    GstClockTime landed = MoveTo({forward ? segment.position : before, rounding});
+    const bool behindStop = GST_CLOCK_TIME_IS_VALID(segment.stop) && landed > segment.stop;
+    if (forward && behindStop) {
+        landed = MoveTo({segment.position, lxAviRead_SetPosRoundDown});
+    }
+    const bool snap = request.startType != GST_SEEK_TYPE_NONE && (request.flags & GST_SEEK_FLAG_KEY_UNIT) != 0;
+    if (forward && snap) {
         segment.start = segment.time = segment.position = landed;
     }
     {
@@ -200,35 +226,37 @@ void Player::GoTo(GstSegment& segment, GstSeekFlags flags, bool snap)
     }
     m_segmentIsDue = true;
     BeginRange();
-    if (m_way == Way::Backward) {
-        BeginGroup(landed);
-    }
+    BeginGroup(landed);
+    m_firstGroup = true;
 }
 
 // Where delivery begins now. Without key frames it begins at the start, and drops what ends before the target.
 GstClockTime Player::MoveTo(const Target& target)
 {
-    if (!m_pSession->HasTable()) {
-        m_pSession->Rewind();
-        m_skipUntil = target.time;
-        return target.time;
+    m_target = target;
+    m_jumpIsDue = false;
+    if (m_pSession->HasTable()) {
+        const bool audio = m_way != Way::KeyFrames && HasAudioAt(target.time);
+        return m_pSession->Seek(target.time, target.rounding, audio ? Audio::Resumes : Audio::None);
     }
-    return m_pSession->Seek(target.time, target.rounding, m_way == Way::KeyFrames ? Audio::None : Audio::Resumes);
+    m_pSession->Rewind();
+    m_jumpIsDue = m_hasKeyFrames; // they were lost when somebody interrupted the search for them
+    m_skipUntil = m_jumpIsDue ? 0 : target.time;
+    return target.time;
 }
 
 // Another speed in the same direction, for what is on its way already.
-bool Player::ChangeRate(GstEvent* pEvent)
+bool Player::ChangeRate(const SeekRequest& request)
 {
-    const SeekRequest request = RequestOf(pEvent);
     const bool sameDirection = request.rate * m_segment.rate > 0;
-    const bool stays = request.startType == GST_SEEK_TYPE_NONE && request.stopType == GST_SEEK_TYPE_NONE &&
-                       (request.flags & GST_SEEK_FLAG_FLUSH) == 0;
+    const bool stays =
+        request.startType == GST_SEEK_TYPE_NONE && request.stopType == GST_SEEK_TYPE_NONE && !request.Flushes();
     if (!sameDirection || !stays) {
         return false;
     }
     PushToAll(
         gst_event_new_instant_rate_change(request.rate / m_segment.rate, static_cast<GstSegmentFlags>(request.flags)),
-        gst_event_get_seqnum(pEvent));
+        request.seqnum);
     return true;
 }
 
@@ -240,6 +268,9 @@ bool Player::Query(GstPad* pPad, GstQuery* pQuery) const
     bool seekable = false;
     {
         const ElementLock lock(m_pElement);
+        if (!m_published) {
+            return false;
+        }
         segment = m_segment;
         seekable = m_seekable;
     }

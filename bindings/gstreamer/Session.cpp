@@ -124,6 +124,9 @@ GstBuffer* Session::Read(const lxAviRead_ChunkData_t& chunk)
 
 namespace {
 
+// All tracks are delivered; any number that is not negative stands for them.
+Int32 TrackOf(Audio audio) { return audio == Audio::Resumes ? 0 : -1; }
+
 // The key frame that a seek or a step has chosen last.
 lxAviReadCore_KeyFramePosition_t Chosen()
 {
@@ -159,7 +162,7 @@ bool StepBack(lxAviReadCore_KeyFramePosition_t& position)
 
 GstClockTime Session::Seek(GstClockTime time, UInt32 rounding, Audio audio)
 {
-    return lxAviReadCore_SeekToTimeNsec(time, audio == Audio::Resumes ? 0 : -1, rounding);
+    return lxAviReadCore_SeekToTimeNsec(time, TrackOf(audio), rounding);
 }
 
 GstClockTime Session::StepKeyFrame(bool forward)
@@ -170,13 +173,13 @@ GstClockTime Session::StepKeyFrame(bool forward)
     return found != 0 ? TimeOf(Chosen()) : GST_CLOCK_TIME_NONE;
 }
 
-GstClockTime Session::GoToPreviousKeyFrame()
+GstClockTime Session::GoToPreviousKeyFrame(Audio audio)
 {
     lxAviReadCore_KeyFramePosition_t position = Chosen();
     if (!StepBack(position)) {
         return GST_CLOCK_TIME_NONE;
     }
-    lxAviReadCore_SetPointerOnKF(&position, 0);
+    lxAviReadCore_SetPointerOnKF(&position, TrackOf(audio));
     return TimeOf(position);
 }
 

@@ -33,6 +33,7 @@ public:
     UInt32 ParseMediaData(const std::function<void(guint)>& progress);
     bool HasTable() const;
     bool CanSeek() const { return m_pInput->CanSeek(); }
+    GstFlowReturn InputFlow() const { return m_pInput->Flow(); }
     // Whether a table can be built from the media data.
     bool CanParseMediaData() const;
 
@@ -46,8 +47,8 @@ public:
     GstClockTime Seek(GstClockTime time, UInt32 rounding, Audio audio);
     // The key frame behind or before the one that was delivered or chosen last, without audio; none behind either end.
     GstClockTime StepKeyFrame(bool forward);
-    // The key frame before the one that was chosen last, with audio; none before the first.
-    GstClockTime GoToPreviousKeyFrame();
+    // The key frame before the one that was chosen last; none before the first.
+    GstClockTime GoToPreviousKeyFrame(Audio audio);
     // To the first chunk of the file.
     void Rewind();
 

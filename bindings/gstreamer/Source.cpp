@@ -1,4 +1,7 @@
-// lxavisrc: plays the file at a path, and URIs "lxavi:///path". It also plays pipes, from start to end.
+// lxavisrc: plays the file at a path. It also plays pipes, from start to end.
+//
+// It is no handler of URIs: those who play a URI give each pad of a source a decoder, and block the first pad until the last
+// one is decoded. One task feeds all pads here, so that would never be. lxavidemux is for them.
 
 #include "Element.hpp"
 
@@ -11,16 +14,11 @@ struct LxaviSrcClass {
     LxaviElementClass parent_class;
 };
 
-static void lxavi_src_uri_handler_init(gpointer pInterface, gpointer pData);
-
-G_DEFINE_TYPE_WITH_CODE(LxaviSrc, lxavi_src, LXAVI_TYPE_ELEMENT,
-                        G_IMPLEMENT_INTERFACE(GST_TYPE_URI_HANDLER, lxavi_src_uri_handler_init))
+G_DEFINE_TYPE(LxaviSrc, lxavi_src, LXAVI_TYPE_ELEMENT)
 
 namespace {
 
 enum Property { kNoProperty, kLocation };
-
-constexpr char kProtocol[] = "lxavi";
 
 LxaviSrc* SourceOf(gpointer pObject) { return reinterpret_cast<LxaviSrc*>(pObject); }
 
@@ -63,34 +61,15 @@ bool Start(LxaviElement* pElement)
     return lxavigst::StartPlayer(pElement, std::move(pInput));
 }
 
-// ---- URIs ----
+// ---- Queries ----
 
+// The names of the streams are made of it.
 gchar* UriOf(gpointer pObject)
 {
     gchar* const pLocation = LocationOf(pObject);
-    gchar* const pPath = pLocation != nullptr ? g_canonicalize_filename(pLocation, nullptr) : nullptr;
-    gchar* const pUri = pPath != nullptr ? gst_uri_construct(kProtocol, pPath) : nullptr;
-    g_free(pPath);
+    gchar* const pUri = pLocation != nullptr ? gst_filename_to_uri(pLocation, nullptr) : nullptr;
     g_free(pLocation);
     return pUri;
-}
-
-const gchar* const* Protocols(GType /*type*/)
-{
-    static const gchar* const protocols[] = {kProtocol, nullptr};
-    return protocols;
-}
-
-gboolean SetUri(GstURIHandler* pHandler, const gchar* pUri, GError** ppError)
-{
-    gchar* const pLocation = gst_uri_get_location(pUri);
-    const bool set = pLocation != nullptr && SetLocation(pHandler, pLocation);
-    g_free(pLocation);
-    if (!set) {
-        g_set_error(ppError, GST_URI_ERROR, GST_URI_ERROR_BAD_STATE,
-                    "The URI cannot be changed while the element plays.");
-    }
-    return set ? TRUE : FALSE;
 }
 
 gboolean OnQuery(GstElement* pElement, GstQuery* pQuery)
@@ -99,6 +78,9 @@ gboolean OnQuery(GstElement* pElement, GstQuery* pQuery)
         return GST_ELEMENT_CLASS(lxavi_src_parent_class)->query(pElement, pQuery);
     }
     gchar* const pUri = UriOf(pElement);
+    if (pUri == nullptr) {
+        return FALSE;
+    }
     gst_query_set_uri(pQuery, pUri);
     g_free(pUri);
     return TRUE;
@@ -131,15 +113,6 @@ void Finalize(GObject* pObject)
 }
 
 } // namespace
-
-static void lxavi_src_uri_handler_init(gpointer pInterface, gpointer /*pData*/)
-{
-    auto* const pHandler = static_cast<GstURIHandlerInterface*>(pInterface);
-    pHandler->get_type = [](GType) { return GST_URI_SRC; };
-    pHandler->get_protocols = Protocols;
-    pHandler->get_uri = [](GstURIHandler* pSource) { return UriOf(pSource); };
-    pHandler->set_uri = SetUri;
-}
 
 static void lxavi_src_init(LxaviSrc* pSource) { GST_OBJECT_FLAG_SET(pSource, GST_ELEMENT_FLAG_SOURCE); }
 

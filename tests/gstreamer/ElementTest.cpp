@@ -185,6 +185,43 @@ TEST_F(Element, FillsTheTimeOfAShortTrack)
     EXPECT_EQ(video.buffers.size(), size_t{kFrames - 2});
 }
 
+// A sink of a stream that brings nothing would hold up all the others.
+TEST_F(Element, DoesNotWaitForTracksThatBringNothing)
+{
+    for (const bool bEmpty : {false, true}) { // without a rate, and without a chunk
+        AviBuilder builder;
+        builder.Add(VideoStream()).Add(PcmStream(kSampleRate));
+        builder.streams[1].header.dwRate = bEmpty ? 16000 : 0;
+        for (UInt32 i = 0; i < kFrames; ++i) {
+            builder.Frame(0, FrameBytes(i), i % kKeyStep == 0);
+            if (!bEmpty) {
+                builder.Audio(1, Samples(0, kSamplesPerFrame));
+            }
+        }
+        Playing playing(Playing::BySource(File(builder.Build())));
+        ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
+        ASSERT_TRUE(playing.SeekTo(1.0, GST_SEEK_FLAG_FLUSH, GST_SECOND, 2 * GST_SECOND));
+        ASSERT_TRUE(playing.SeekTo(-1.0, GST_SEEK_FLAG_FLUSH, GST_SECOND, 2 * GST_SECOND));
+        ASSERT_TRUE(playing.PlayToTheEnd());
+        EXPECT_EQ(playing.Error(), "");
+        EXPECT_EQ(playing.First("audio")->buffers.empty(), bEmpty);
+    }
+}
+
+TEST_F(Element, TakesRatesThatNobodyCanCount)
+{
+    for (const auto& [rate, scale] :
+         {std::pair{0u, 0u}, {25u, 0u}, {0xFFFFFFFFu, 1u}, {1u, 0xFFFFFFFFu}, {0x80000000u, 0x80000000u}}) {
+        AviBuilder builder = Film();
+        builder.avih.dwMicroSecPerFrame = rate == 0 ? 0 : 40000;
+        builder.streams[0].header.dwRate = rate;
+        builder.streams[0].header.dwScale = scale;
+        Playing playing(Playing::BySource(File(builder.Build())));
+        ASSERT_TRUE(playing.PlayToTheEnd());
+        EXPECT_EQ(playing.First("video")->buffers.size(), size_t{kFrames}) << rate << "/" << scale;
+    }
+}
+
 // ---- Queries ----
 
 TEST_F(Element, AnswersQueries)
@@ -226,23 +263,6 @@ TEST_F(Element, AnswersQueries)
     EXPECT_EQ(value, static_cast<gint64>(kFilmTime));
     gst_query_unref(pQuery);
     gst_object_unref(pPad);
-}
-
-TEST_F(Element, IsFoundByItsUri)
-{
-    const std::string path = File(Film().Build(), "a film.avi");
-    GError* pError = nullptr;
-    GstElement* const pElement =
-        gst_element_make_from_uri(GST_URI_SRC, ("lxavi://" + m_folder + "/a%20film.avi").c_str(), nullptr, &pError);
-    ASSERT_NE(pElement, nullptr);
-    gchar* pLocation = nullptr;
-    g_object_get(pElement, "location", &pLocation, nullptr);
-    EXPECT_STREQ(pLocation, path.c_str());
-    g_free(pLocation);
-    gchar* const pUri = gst_uri_handler_get_uri(GST_URI_HANDLER(pElement));
-    EXPECT_EQ(std::string(pUri), "lxavi://" + m_folder + "/a%20film.avi");
-    g_free(pUri);
-    gst_object_unref(pElement);
 }
 
 // ---- Errors ----
@@ -359,7 +379,34 @@ TEST_F(Pipe, WithAStalledWriterStopsAtOnce)
     close(out);
 }
 
+TEST_F(Pipe, EndsWhenItIsTold)
+{
+    const Bytes film = Film().Build();
+    const int out = open(path.c_str(), O_RDWR);
+    Playing playing(Playing::BySource(path));
+    EXPECT_EQ(write(out, film.data(), 30000), 30000);
+    ASSERT_TRUE(playing.Reach(GST_STATE_PLAYING));
+    g_usleep(50000); // it waits for the writer
+    EXPECT_TRUE(gst_element_send_event(playing.Streams(), gst_event_new_eos()));
+    ASSERT_TRUE(playing.PlayToTheEnd(5 * GST_SECOND));
+    EXPECT_EQ(playing.Error(), "");
+    close(out);
+}
+
 // ---- States ----
+
+TEST_F(Element, StopsAtAnyMoment)
+{
+    const std::string path = File(Film().Build());
+    for (int i = 0; i < 300; ++i) {
+        GstElement* const pPipeline = gst_parse_launch(
+            ("lxavisrc location=" + path + " name=s s.video_0 ! fakesink sync=false").c_str(), nullptr);
+        gst_element_set_state(pPipeline, GST_STATE_PLAYING);
+        g_usleep(static_cast<gulong>(std::rand() % 3000));
+        gst_element_set_state(pPipeline, GST_STATE_NULL);
+        gst_object_unref(pPipeline);
+    }
+}
 
 TEST_F(Element, SurvivesRandomStateChanges)
 {
@@ -384,9 +431,34 @@ TEST_F(Element, EndsWhenItIsTold)
     EXPECT_TRUE(gst_element_send_event(playing.Streams(), gst_event_new_eos()));
     ASSERT_TRUE(playing.PlayToTheEnd());
     EXPECT_EQ(playing.Error(), "");
+    gst_element_send_event(playing.Streams(), gst_event_new_eos()); // it has ended already
+    ASSERT_TRUE(playing.SeekTo(1.0, GST_SEEK_FLAG_FLUSH, 0, -1));
+    ASSERT_TRUE(playing.PlayToTheEnd());
+    EXPECT_EQ(playing.First("video")->buffers.size(), size_t{kFrames});
 }
 
 // ---- Files without an index ----
+
+// A recording that was stopped: there is no index, and the sizes tell of more than there is.
+TEST_F(Element, PlaysAndSeeksInARecordingThatWasStopped)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream());
+    for (UInt32 i = 0; i < 100; ++i) {
+        const UInt8 kind = i % 10 == 0 ? 0x10 : 0x50; // a picture of its own, or one that follows another
+        builder.Frame(0, Bytes{0, 0, 1, 0xB6, kind} + U32(i) + Fill(100), i % 10 == 0);
+    }
+    Bytes film = builder.Build();
+    film.resize(Find(film, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())));
+    for (const std::string& source : {Playing::BySource(File(film)), Playing::ByDemux(File(film))}) {
+        Playing playing(source);
+        ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED)) << playing.Error();
+        ASSERT_TRUE(playing.SeekTo(1.0, GST_SEEK_FLAG_FLUSH, 65 * kFrameTime, -1));
+        ASSERT_TRUE(playing.PlayToTheEnd());
+        EXPECT_EQ(playing.Error(), "");
+        EXPECT_EQ(playing.First("video")->buffers.at(0).pts, 60 * kFrameTime);
+    }
+}
 
 TEST_F(Element, BuildsAMissingIndexAndTellsOfTheProgress)
 {

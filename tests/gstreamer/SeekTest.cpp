@@ -253,9 +253,11 @@ TEST_F(Seeks, BackwardPlaysGroupAfterGroupAndAllOfThem)
         } else {
             EXPECT_EQ(seen.count(number - 1), 1u);
         }
-        EXPECT_LT(number * kFrameTime, stop);
+        EXPECT_LT(number * kFrameTime, stop + 16 * kFrameTime); // more than shown, for a decoder that may need them
     }
-    EXPECT_EQ(seen.size(), size_t{FrameAt(stop) + 1 - KeyBefore(FrameAt(GST_SECOND))});
+    for (UInt32 number = KeyBefore(FrameAt(GST_SECOND)); number <= FrameAt(stop); ++number) {
+        EXPECT_EQ(seen.count(number), 1u);
+    }
     for (const Track& track : tracks) {
         ASSERT_EQ(track.segments.size(), 1u);
         EXPECT_EQ(track.segments[0].rate, -1.0);
@@ -288,7 +290,70 @@ TEST_F(Seeks, BackwardFromTheEndOfTheFile)
     EXPECT_EQ(seen.size(), size_t{kFrames});
 }
 
+// ---- What cannot be obeyed ----
+
+TEST_F(Seeks, ThatAreRefusedDisturbNothing)
+{
+    ASSERT_TRUE(playing.PlayToTheEnd());
+    const size_t frames = playing.First("video")->buffers.size();
+    const auto seek = [&](GstFormat format, GstClockTime start, GstClockTime stop) {
+        return gst_element_seek(playing.Streams(), 1.0, format, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET,
+                                static_cast<gint64>(start), GST_SEEK_TYPE_SET, static_cast<gint64>(stop));
+    };
+    EXPECT_FALSE(seek(GST_FORMAT_BYTES, 0, GST_SECOND));
+    EXPECT_FALSE(seek(GST_FORMAT_TIME, 2 * GST_SECOND, GST_SECOND));
+    EXPECT_EQ(playing.First("video")->buffers.size(), frames);
+    EXPECT_EQ(playing.Wait(GST_MESSAGE_EOS, 20 * GST_MSECOND), nullptr); // nothing goes on, or ends again
+}
+
+TEST_F(Seeks, SnapToTheKeyFrameBeforeWhereTheOneAfterLiesBehindTheStop)
+{
+    Play(1.0, kKeyUnit | GST_SEEK_FLAG_SNAP_AFTER, 13 * kFrameTime, 15 * kFrameTime);
+    EXPECT_EQ(NumberOf(playing.First("video")->buffers.at(0)), kKeyStep);
+}
+
+// The sinks are full, so that the first seek waits. The second one empties them.
+TEST_F(Seeks, WithAFlushDoNotWaitForOnesWithout)
+{
+    GstPad* const pPad = gst_element_get_static_pad(playing.Streams(), "video_0");
+    std::thread first([&] {
+        gst_pad_send_event(pPad, gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_NONE, GST_SEEK_TYPE_SET,
+                                                    GST_SECOND, GST_SEEK_TYPE_NONE, 0));
+    });
+    g_usleep(10000);
+    EXPECT_TRUE(playing.SeekTo(1.0, kAccurate, 5 * GST_SECOND, -1));
+    first.join();
+    gst_object_unref(pPad);
+    ASSERT_TRUE(playing.PlayToTheEnd());
+}
+
 // ---- Files of other kinds ----
+
+// Every tenth frame is empty: it repeats the one before.
+TEST_F(Gst, FastSpeedsPassOverEmptyFrames)
+{
+    AviBuilder builder;
+    Stream video = VideoStream();
+    const Bytes code = Text("MJPG");
+    std::copy(code.begin(), code.end(), video.format.begin() + 16);
+    builder.Add(video);
+    for (UInt32 i = 0; i <= 100; ++i) {
+        builder.Frame(0, i % 10 == 0 ? Bytes() : FrameBytes(i), true);
+    }
+    Playing playing(Playing::BySource(File(builder.Build())));
+    ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
+    for (const gdouble rate : {-1.0, 1.0}) {
+        ASSERT_TRUE(gst_element_seek(playing.Pipeline(), rate, GST_FORMAT_TIME,
+                                     static_cast<GstSeekFlags>(kFlush | GST_SEEK_FLAG_TRICKMODE_KEY_UNITS),
+                                     GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_SET, static_cast<gint64>(101 * kFrameTime)));
+        ASSERT_TRUE(playing.PlayToTheEnd());
+        const Track shown = *playing.First("video");
+        ASSERT_EQ(shown.buffers.size(), 90u);
+        for (size_t i = 1; i < shown.buffers.size(); ++i) {
+            EXPECT_EQ(rate > 0, NumberOf(shown.buffers[i]) > NumberOf(shown.buffers[i - 1]));
+        }
+    }
+}
 
 TEST_F(Gst, AudioWithoutVideoSeeksToItsSample)
 {
