@@ -11,6 +11,10 @@
 #include <string.h>
 
 #define LARGEST_FILE (1024L * 1024 * 1024)
+#define LARGEST_OFFSET 0x7FFFFFFFFFFFFFFF
+
+static char
+    streamBuffer[64 * 1024]; /* lives longer than the stream; without one of ours, setvbuf keeps the usual size */
 
 typedef struct {
     char* pBytes;
@@ -21,19 +25,22 @@ typedef struct {
 static ssize_t Read(void* pCookie, char* pBuffer, size_t count)
 {
     Memory* const pMemory = (Memory*)pCookie;
-    const size_t left = (size_t)(pMemory->size - pMemory->position);
+    const size_t left = pMemory->position < pMemory->size ? (size_t)(pMemory->size - pMemory->position) : 0;
     const size_t given = count < left ? count : left;
-    memcpy(pBuffer, pMemory->pBytes + pMemory->position, given);
+    if (given > 0) {
+        memcpy(pBuffer, pMemory->pBytes + pMemory->position, given);
+    }
     pMemory->position += (off64_t)given;
     return (ssize_t)given; /* 0 is the end of the file, -1 with errno a failure */
 }
 
-/* For a source that cannot seek, set the `seek` member below to NULL. The file then plays from start to end. */
+/* As in a file, a position behind the end is allowed; a read there finds the end. The reader looks behind the end where a
+ * file is cut. For a source that cannot seek, set the `seek` member below to NULL. The file then plays from start to end. */
 static int Seek(void* pCookie, off64_t* pOffset, int whence)
 {
     Memory* const pMemory = (Memory*)pCookie;
     const off64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? pMemory->position : pMemory->size;
-    if (*pOffset < -from || *pOffset > pMemory->size - from) {
+    if (*pOffset < -from || *pOffset > LARGEST_OFFSET - from) {
         errno = EINVAL; /* a damaged index can lead anywhere */
         return -1;
     }
@@ -110,7 +117,7 @@ int main(int argc, char** argv)
         return 1;
     }
     /* A larger buffer saves calls of Read where each one is dear. */
-    setvbuf(pStream, NULL, _IOFBF, 64 * 1024);
+    setvbuf(pStream, streamBuffer, _IOFBF, sizeof streamBuffer);
 
     Bool allIndexed;
     unsigned long chunks = 0;

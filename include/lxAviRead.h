@@ -131,7 +131,8 @@ LX_AVIREAD_RESULT lxAviReadCore_Open(UInt32 instance, const char* path, UInt32 m
  *  connection, or encrypted. The stream has to stand at the first byte of the file. From this call on it belongs to the
  *  reader, which closes it as it closes its own files: at the next Open, Reset or Close, also when this call fails. A
  *  stream that cannot seek plays from start to end. The reader seeks and reads with the calls of stdio; to read more at
- *  a time, give the stream a larger buffer with `setvbuf` before.
+ *  a time, give the stream a larger buffer of yours with `setvbuf` before. As in a file, a seek behind the end has to
+ *  succeed, and a read there finds the end; otherwise a file that was cut does not open.
  *  @param pStream the stream; null is a failed assertion and LX_ERR_AVIREAD_OPEN, and the open file stays open
  *  @return as lxAviReadCore_Open, which describes the other parameters */
 LX_AVIREAD_RESULT lxAviReadCore_OpenStream(UInt32 instance, FILE* pStream, UInt32 maxReadAttempts,

@@ -148,6 +148,12 @@ class Examples(unittest.TestCase):
                 self.assertEqual(result.returncode, 0, result.stderr)
                 self.assertEqual(result.stdout, f"{total(path)[0]} chunks: The media data has ended.\n")
 
+    def test_memory_plays_a_recording_that_was_stopped(self):
+        whole = TWO.read_bytes()
+        cut = self.folder / "cut.avi"
+        cut.write_bytes(whole[:whole.rindex(b"idx1")])  # the RIFF list claims more than there is
+        self.assertEqual(example("memory", cut).stdout, f"{total(TWO)[0]} chunks: The media data has ended.\n")
+
     def test_thumbnails_are_key_frames_that_open(self):
         for path in files():
             with self.subTest(path.name):

@@ -277,6 +277,9 @@ bool Playing::Reach(GstState state, GstClockTime timeout)
             gst_message_unref(pMessage);
         }
     }
+    if (GstMessage* const pMessage = Wait(GST_MESSAGE_ERROR, 0)) { // hears what is left
+        gst_message_unref(pMessage);
+    }
     return m_allPadsAreThere &&
            gst_element_get_state(m_pPipeline, nullptr, nullptr, timeout) == GST_STATE_CHANGE_SUCCESS;
 }
