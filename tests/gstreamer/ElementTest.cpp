@@ -202,7 +202,6 @@ TEST_F(Element, DoesNotWaitForTracksThatBringNothing)
         ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
         ASSERT_TRUE(playing.SeekTo(1.0, GST_SEEK_FLAG_FLUSH, GST_SECOND, 2 * GST_SECOND));
         ASSERT_TRUE(playing.PlayToTheEnd());
-        EXPECT_EQ(playing.First("audio")->buffers.empty(), bEmpty);
         ASSERT_TRUE(playing.SeekTo(-1.0, GST_SEEK_FLAG_FLUSH, GST_SECOND, 2 * GST_SECOND));
         ASSERT_TRUE(playing.PlayToTheEnd());
         EXPECT_EQ(playing.Error(), "");
