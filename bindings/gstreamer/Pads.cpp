@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace lxavigst {
@@ -54,11 +55,39 @@ gst_riff_strh StreamHeader(UInt32 streamNr)
     return result;
 }
 
+struct Unref {
+    void operator()(GstBuffer* pBuffer) const { gst_buffer_unref(pBuffer); }
+};
+using BufferPointer = std::unique_ptr<GstBuffer, Unref>;
+
 // A chunk of the stream's header as a buffer; null when the file has none.
-GstBuffer* HeaderChunk(UInt32 streamNr, UInt32 kind)
+BufferPointer HeaderChunk(UInt32 streamNr, UInt32 kind)
 {
     const std::vector<UInt8> bytes = StreamBytes(streamNr, kind);
-    return bytes.empty() ? nullptr : gst_buffer_new_memdup(bytes.data(), bytes.size());
+    return BufferPointer(bytes.empty() ? nullptr : gst_buffer_new_memdup(bytes.data(), bytes.size()));
+}
+
+// The format of a stream, and the bytes behind its fixed part.
+template <typename Fixed>
+struct StreamFormat {
+    std::unique_ptr<Fixed, decltype(&g_free)> pFixed{nullptr, g_free}; // null when the file has none
+    BufferPointer pExtra;
+};
+
+// `parse` is the helper library's function for the kind of the stream. It takes the chunk.
+template <typename Fixed>
+StreamFormat<Fixed> ParseFormat(GstElement* pElement, UInt32 streamNr,
+                                gboolean (*parse)(GstElement*, GstBuffer*, Fixed**, GstBuffer**))
+{
+    StreamFormat<Fixed> format;
+    Fixed* pFixed = nullptr;
+    GstBuffer* pExtra = nullptr;
+    BufferPointer pChunk = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRF);
+    if (pChunk != nullptr && parse(pElement, pChunk.release(), &pFixed, &pExtra) != FALSE) {
+        format.pFixed.reset(pFixed);
+        format.pExtra.reset(pExtra);
+    }
+    return format;
 }
 
 // What the helper library makes of the headers of a stream.
@@ -78,8 +107,8 @@ GstCaps* UnknownVideo(UInt32 compression)
 // The shape of the pixels follows from that of the whole picture and the size of its frame.
 void AddPixelAspect(GstCaps* pCaps, UInt32 streamNr)
 {
-    constexpr size_t kAspect =
-        20; // offsets in "vprp": two 16-bit numbers, the height first; then the size of the frame
+    // offsets in "vprp": two 16-bit numbers, the height first; then the size of the frame
+    constexpr size_t kAspect = 20;
     constexpr size_t kWidth = 24;
     constexpr size_t kHeight = 28;
     const std::vector<UInt8> bytes = StreamBytes(streamNr, LX_AVIREAD_BYTES_VPRP);
@@ -118,31 +147,26 @@ guint RowsToTurn(const GstCaps* pCaps, const gst_riff_strf_vids& format, bool to
 Format VideoFormat(GstElement* pElement, UInt32 streamNr)
 {
     Format format;
-    gst_riff_strf_vids* pFormat = nullptr;
-    GstBuffer* pExtra = nullptr;
-    GstBuffer* const pChunk = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRF);
-    if (pChunk == nullptr || gst_riff_parse_strf_vids(pElement, pChunk, &pFormat, &pExtra) == FALSE) {
+    const auto stated = ParseFormat(pElement, streamNr, gst_riff_parse_strf_vids);
+    gst_riff_strf_vids* const pFixed = stated.pFixed.get();
+    if (pFixed == nullptr) {
         return format;
     }
-    const auto height = static_cast<gint32>(pFormat->height);
+    const auto height = static_cast<gint32>(pFixed->height);
     const bool topDown = height < 0 && height != G_MININT32;
-    pFormat->height = topDown ? static_cast<guint32>(-height) : pFormat->height;
+    pFixed->height = topDown ? static_cast<guint32>(-height) : pFixed->height;
     gst_riff_strh header = StreamHeader(streamNr);
-    GstBuffer* const pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
-    format.pCaps = gst_riff_create_video_caps(pFormat->compression, &header, pFormat, pExtra, pData, &format.pCodec);
+    const BufferPointer pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
+    format.pCaps = gst_riff_create_video_caps(pFixed->compression, &header, pFixed, stated.pExtra.get(), pData.get(),
+                                              &format.pCodec);
     if (format.pCaps == nullptr) {
-        format.pCaps = UnknownVideo(pFormat->compression);
+        format.pCaps = UnknownVideo(pFixed->compression);
     }
-    format.conversion.rowBytes = RowsToTurn(format.pCaps, *pFormat, topDown);
+    format.conversion.rowBytes = RowsToTurn(format.pCaps, *pFixed, topDown);
     if (IsUncompressed(format.pCaps)) {
         gst_caps_set_simple(format.pCaps, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
     }
     AddPixelAspect(format.pCaps, streamNr);
-    g_free(pFormat);
-    gst_clear_buffer(&pExtra);
-    if (pData != nullptr) {
-        gst_buffer_unref(pData);
-    }
     return format;
 }
 
@@ -206,27 +230,21 @@ void NoteSamples(const GstCaps* pCaps, const gint (&places)[18], Conversion& con
 Format AudioFormat(GstElement* pElement, UInt32 streamNr)
 {
     Format format;
-    gst_riff_strf_auds* pFormat = nullptr;
-    GstBuffer* pExtra = nullptr;
-    GstBuffer* const pChunk = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRF);
-    if (pChunk == nullptr || gst_riff_parse_strf_auds(pElement, pChunk, &pFormat, &pExtra) == FALSE) {
+    const auto stated = ParseFormat(pElement, streamNr, gst_riff_parse_strf_auds);
+    gst_riff_strf_auds* const pFixed = stated.pFixed.get();
+    if (pFixed == nullptr) {
         return format;
     }
     gst_riff_strh header = StreamHeader(streamNr);
-    GstBuffer* const pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
+    const BufferPointer pData = HeaderChunk(streamNr, LX_AVIREAD_BYTES_STRD);
     gint places[18];
     std::fill(std::begin(places), std::end(places), -1);
-    format.pCaps = gst_riff_create_audio_caps(pFormat->format, &header, pFormat, pExtra, pData, &format.pCodec,
-                                              MaskFits(*pFormat, streamNr) ? places : nullptr);
+    format.pCaps = gst_riff_create_audio_caps(pFixed->format, &header, pFixed, stated.pExtra.get(), pData.get(),
+                                              &format.pCodec, MaskFits(*pFixed, streamNr) ? places : nullptr);
     if (format.pCaps == nullptr) {
-        format.pCaps = UnknownAudio(pFormat->format);
+        format.pCaps = UnknownAudio(pFixed->format);
     }
     NoteSamples(format.pCaps, places, format.conversion);
-    g_free(pFormat);
-    gst_clear_buffer(&pExtra);
-    if (pData != nullptr) {
-        gst_buffer_unref(pData);
-    }
     return format;
 }
 

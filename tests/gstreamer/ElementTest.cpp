@@ -442,12 +442,7 @@ TEST_F(Element, EndsWhenItIsTold)
 // A recording that was stopped: there is no index, and the sizes tell of more than there is.
 TEST_F(Element, PlaysAndSeeksInARecordingThatWasStopped)
 {
-    AviBuilder builder;
-    builder.Add(VideoStream());
-    for (UInt32 i = 0; i < 100; ++i) {
-        const UInt8 kind = i % 10 == 0 ? 0x10 : 0x50; // a picture of its own, or one that follows another
-        builder.Frame(0, Bytes{0, 0, 1, 0xB6, kind} + U32(i) + Fill(100), i % 10 == 0);
-    }
+    AviBuilder builder = CodedFilm();
     Bytes film = builder.Build();
     film.resize(Find(film, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())));
     for (const std::string& source : {Playing::BySource(File(film)), Playing::ByDemux(File(film))}) {
@@ -462,16 +457,8 @@ TEST_F(Element, PlaysAndSeeksInARecordingThatWasStopped)
 
 TEST_F(Element, BuildsAMissingIndexAndTellsOfTheProgress)
 {
-    AviBuilder builder = Film();
-    const std::string indexed = File(builder.Build());
+    AviBuilder builder = MotionJpegFilm(FrameBytes);
     builder.eIndex = IndexKind::None;
-    for (Stream& stream : builder.streams) {
-        stream.header.fccHandler = Code("MJPG"); // a codec of key frames only
-        if (stream.format.size() == 40) {
-            const Bytes code = Text("MJPG");
-            std::copy(code.begin(), code.end(), stream.format.begin() + 16);
-        }
-    }
     Playing playing(Playing::BySource(File(builder.Build(), "none.avi")));
     ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
     ASSERT_GE(playing.ProgressTexts().size(), 3u);
@@ -498,12 +485,7 @@ TEST_F(Element, PlaysWithoutAnIndexIfItIsNotToBeBuilt)
 // by the media data.
 TEST_F(Element, BuildsTheIndexAnewWhenItLeadsAstray)
 {
-    AviBuilder builder;
-    builder.Add(VideoStream());
-    for (UInt32 i = 0; i < 100; ++i) {
-        const UInt8 kind = i % 10 == 0 ? 0x10 : 0x50; // a picture of its own, or one that follows another
-        builder.Frame(0, Bytes{0, 0, 1, 0xB6, kind} + U32(i) + Fill(100), i % 10 == 0);
-    }
+    AviBuilder builder = CodedFilm();
     Bytes film = builder.Build();
     const size_t index = Find(film, "idx1", static_cast<size_t>(builder.MoviOffset() + builder.MoviSize())) + 8;
     const size_t offset = index + 16 * 60 + 8;

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 
 #include <unistd.h>
 
@@ -57,6 +58,32 @@ inline AviBuilder Film(UInt32 tracks = 1, UInt32 late = 0)
         if (tracks > 1 && i >= late) {
             builder.Audio(2, Samples((i - late) * kSamplesPerFrame, kSamplesPerFrame));
         }
+    }
+    return builder;
+}
+
+// A film whose frames tell themselves whether decoding can begin there; every tenth is one of those.
+inline AviBuilder CodedFilm()
+{
+    AviBuilder builder;
+    builder.Add(VideoStream());
+    for (UInt32 i = 0; i < 100; ++i) {
+        const UInt8 kind = i % 10 == 0 ? 0x10 : 0x50; // a picture of its own, or one that follows another
+        builder.Frame(0, Bytes{0, 0, 1, 0xB6, kind} + U32(i) + Fill(100), i % 10 == 0);
+    }
+    return builder;
+}
+
+// A film of a codec of key frames only.
+inline AviBuilder MotionJpegFilm(const std::function<Bytes(UInt32)>& frame)
+{
+    AviBuilder builder;
+    Stream video = VideoStream();
+    const Bytes code = Text("MJPG");
+    std::copy(code.begin(), code.end(), video.format.begin() + 16);
+    builder.Add(video);
+    for (UInt32 i = 0; i <= 100; ++i) {
+        builder.Frame(0, frame(i), true);
     }
     return builder;
 }
