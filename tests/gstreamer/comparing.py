@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Makes files with an installed media tool, and compares what the plugin delivers of them, and of the samples, with what the
-framework's own demultiplexer delivers.
+framework's own demultiplexer delivers. LXAVI_CORPUS names a folder with more files.
 
-Usage: comparing.py GST_COMPARE SAMPLES [FOLDER]    FOLDER keeps the files
+Usage: comparing.py GST_COMPARE SAMPLES [FOLDER]    FOLDER keeps the files that are made
 """
 
+import os
 import pathlib
 import shutil
 import subprocess
@@ -43,10 +44,12 @@ def make(folder):
 
 
 def main():
+    corpus = pathlib.Path(os.environ["LXAVI_CORPUS"]).iterdir() if os.environ.get("LXAVI_CORPUS") else []
+    found = sorted(path for path in corpus if path.suffix.lower() == ".avi")
     with tempfile.TemporaryDirectory(prefix="lxavi-comparing-") as scratch:
         folder = pathlib.Path(sys.argv[3] if len(sys.argv) > 3 else scratch)
         made = make(folder) if shutil.which("ffmpeg") else []
-        files = sorted(SAMPLES.glob("*.avi")) + made
+        files = sorted(SAMPLES.glob("*.avi")) + made + found
         status = subprocess.run([COMPARE, *map(str, files)], check=False).returncode
     print(f"{len(files)} files compared")
     sys.exit(status)
