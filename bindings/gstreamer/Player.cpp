@@ -134,6 +134,9 @@ void Player::Work()
 GstFlowReturn Player::WorkOnce()
 {
     if (!m_prepared && !Prepare()) {
+        if (m_endEarly.exchange(false)) {
+            GST_ELEMENT_ERROR(m_pElement, STREAM, FAILED, ("The file was ended before it began."), (nullptr));
+        }
         return GST_FLOW_FLUSHING;
     }
     if (m_segmentIsDue) {

@@ -107,7 +107,8 @@ private:
 
     // Requests (Requests.cpp)
     void FlushPads(guint32 seqnum);
-    bool Travel(const SeekRequest& request);
+    bool Obey(const SeekRequest& request, bool flushed);
+    bool Travel(const SeekRequest& request, bool wanted);
     bool Move(const SeekRequest& request);
     void GoTo(GstSegment& segment, const SeekRequest& request);
     GstClockTime MoveTo(const Target& target);

@@ -110,8 +110,10 @@ bool ConvertTime(GstPad* pPad, GstFormat from, gint64 value, GstFormat to, gint6
 bool Player::Seek(GstEvent* pEvent)
 {
     const SeekRequest request(pEvent);
-    if (m_lastSeek != request.seqnum && request.Flushes() && IsPossible(request)) {
-        FlushPads(request.seqnum); // another seek may wait until a sink takes a buffer
+    // Another seek may wait until a sink takes a buffer; the flush ends that.
+    const bool flushed = m_lastSeek != request.seqnum && request.Flushes() && IsPossible(request);
+    if (flushed) {
+        FlushPads(request.seqnum);
     }
     // Who seeks out of the task, in answer to a buffer or a message, has its lock already.
     std::unique_lock<std::mutex> requests(m_requests, std::defer_lock);
@@ -119,14 +121,22 @@ bool Player::Seek(GstEvent* pEvent)
         requests.lock();
     }
     // a pipeline sends a seek to each of its sinks, and each of them sends it here
-    if (m_lastSeek == request.seqnum) {
-        return m_lastSeekIsDone;
+    if (m_lastSeek != request.seqnum) {
+        m_lastSeekIsDone = Obey(request, flushed);
+        m_lastSeek = request.seqnum;
+    } else if (flushed) {
+        Travel(request, false);
     }
-    const bool instant = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0;
-    const bool done = IsPossible(request) && (instant ? ChangeRate(request) : Travel(request));
-    m_lastSeek = request.seqnum;
-    m_lastSeekIsDone = done;
-    return done;
+    return m_lastSeekIsDone;
+}
+
+bool Player::Obey(const SeekRequest& request, bool flushed)
+{
+    if ((request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0) {
+        return IsPossible(request) && ChangeRate(request);
+    }
+    // what was flushed has to go on, also when another seek has made this one impossible
+    return (flushed || IsPossible(request)) && Travel(request, true);
 }
 
 // Whether a request can be obeyed. What cannot is refused before anything is flushed.
@@ -160,8 +170,8 @@ void Player::FlushPads(guint32 seqnum)
     }
 }
 
-// Holds the task, moves, and lets it go on.
-bool Player::Travel(const SeekRequest& request)
+// Holds the task, moves if that is wanted and possible, and lets it go on.
+bool Player::Travel(const SeekRequest& request, bool wanted)
 {
     if (request.Flushes()) {
         FlushPads(request.seqnum);
@@ -171,7 +181,7 @@ bool Player::Travel(const SeekRequest& request)
     bool done = ResumeReads();
     if (done) {
         m_endEarly = false;
-        done = Move(request);
+        done = wanted && IsPossible(request) && Move(request);
     }
     if (request.Flushes()) {
         PushToAll(gst_event_new_flush_stop(TRUE), request.seqnum);

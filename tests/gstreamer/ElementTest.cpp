@@ -393,7 +393,33 @@ TEST_F(Pipe, EndsWhenItIsTold)
     close(out);
 }
 
+TEST_F(Pipe, EndsBeforeItBegins)
+{
+    Playing playing(Playing::BySource(path));
+    gst_element_set_state(playing.Pipeline(), GST_STATE_PLAYING);
+    g_usleep(20000);
+    EXPECT_TRUE(gst_element_send_event(playing.Streams(), gst_event_new_eos()));
+    ASSERT_TRUE(playing.PlayToTheEnd(5 * GST_SECOND));
+    EXPECT_EQ(playing.Error(), "The file was ended before it began.");
+}
+
 // ---- States ----
+
+TEST_F(Element, PlaysAgainAfterItWasStopped)
+{
+    const std::string path = File(Film().Build());
+    for (const std::string& source : {Playing::BySource(path), Playing::ByDemux(path)}) {
+        Playing playing(source);
+        for (int i = 0; i < 3; ++i) {
+            ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED)) << playing.Error();
+            ASSERT_TRUE(playing.SeekTo(1.0, GST_SEEK_FLAG_FLUSH, 5 * GST_SECOND, -1));
+            ASSERT_TRUE(playing.PlayToTheEnd());
+            EXPECT_EQ(playing.First("video")->buffers.size(), size_t{kFrames - KeyBefore(125)});
+            ASSERT_TRUE(playing.Reach(GST_STATE_READY));
+        }
+        EXPECT_EQ(playing.Error(), "");
+    }
+}
 
 TEST_F(Element, StopsAtAnyMoment)
 {
@@ -408,11 +434,16 @@ TEST_F(Element, StopsAtAnyMoment)
     }
 }
 
-TEST_F(Element, SurvivesRandomStateChanges)
+class States : public Gst, public ::testing::WithParamInterface<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(BySourceAndByDemux, States, ::testing::Bool());
+
+TEST_P(States, ChangeAtRandom)
 {
-    Playing playing(Playing::BySource(File(Film(2).Build())));
+    const std::string path = File(Film(2).Build());
     std::srand(1);
     const GstState states[] = {GST_STATE_NULL, GST_STATE_READY, GST_STATE_PAUSED, GST_STATE_PLAYING};
+    Playing playing(GetParam() ? Playing::ByDemux(path) : Playing::BySource(path));
     for (int i = 0; i < 300; ++i) {
         ASSERT_NE(gst_element_set_state(playing.Pipeline(), states[std::rand() % 4]), GST_STATE_CHANGE_FAILURE);
         if (std::rand() % 2 == 0) {

@@ -35,6 +35,8 @@ inline Bytes Samples(UInt32 first, UInt32 count)
 
 inline Bytes FrameBytes(UInt32 number) { return U32(number) + Fill(10 + number % 7, static_cast<UInt8>(number)); }
 
+inline UInt32 KeyBefore(UInt32 frame) { return frame - frame % kKeyStep; }
+
 inline UInt32 NumberOf(const Buffer& frame)
 {
     UInt32 number = 0xFFFFFFFFu;

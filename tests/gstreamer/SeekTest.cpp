@@ -15,7 +15,6 @@ constexpr int kAccurate = kFlush | GST_SEEK_FLAG_ACCURATE;
 constexpr int kKeyUnit = kFlush | GST_SEEK_FLAG_KEY_UNIT;
 
 UInt32 FrameAt(GstClockTime time) { return static_cast<UInt32>(time / kFrameTime); }
-UInt32 KeyBefore(UInt32 frame) { return frame - frame % kKeyStep; }
 
 class Seeks : public Gst {
 protected:
