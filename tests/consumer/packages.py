@@ -55,11 +55,12 @@ class Packages(unittest.TestCase):
         self.assertEqual([line for line in report.splitlines() if re.match(r"[EWI]: ", line)], [])
 
     def test_everything_is_hardened(self):
-        for package in self.packages("liblxaviread0_*.deb") + self.packages("lxavi_*.deb"):
+        for package in (self.packages("liblxaviread0_*.deb") + self.packages("lxavi_*.deb") +
+                        self.packages("gstreamer1.0-lxavi_*.deb")):
             tree = self.folder / "tree" / package.stem
             tree.parent.mkdir(exist_ok=True)
             run("dpkg-deb", "-x", package, tree)
-            for path in [*tree.rglob("*.so.*.*.*"), *tree.glob("usr/bin/*")]:
+            for path in [*tree.rglob("*.so.*.*.*"), *tree.rglob("libgst*.so"), *tree.glob("usr/bin/*")]:
                 text = run("hardening-check", "--nopie", "--nostackprotector", "--nofortify", "--nocfprotection", path)
                 self.assertIn("Read-only relocations: yes", text)
                 self.assertIn("Immediate binding: yes", text)
@@ -72,15 +73,18 @@ class Packages(unittest.TestCase):
     def test_a_bare_debian_installs_links_and_runs_them(self):
         root = self.folder / "debian"
         names = [path.name for path in self.packages() if "dbgsym" not in path.name]
-        depends = "gcc,libc6-dev,pkg-config,libfmt9,libspdlog1.10,libssl3,libstdc++6,zlib1g"
+        depends = ("gcc,libc6-dev,pkg-config,libfmt9,libspdlog1.10,libssl3,libstdc++6,zlib1g,"
+                   "gstreamer1.0-tools,libgstreamer-plugins-base1.0-0")
         run("mmdebstrap", "--variant=minbase", f"--include={depends}", "bookworm", root)
         for path in [*(self.first / name for name in names), ROOT / "samples/two_audio.avi", ROOT / "examples/play.c"]:
             shutil.copy(path, root / "tmp")
         script = ("cd /tmp && dpkg -i " + " ".join(names) + " >/dev/null && cc play.c $(pkg-config --cflags --libs lxAviRead) "
-                  "-o play && ./play two_audio.avi && lxavi info two_audio.avi && lxavi --version")
+                  "-o play && ./play two_audio.avi && lxavi info two_audio.avi && lxavi --version && "
+                  "gst-launch-1.0 lxavisrc location=two_audio.avi name=s s.video_0 ! fakesink")
         output = run("chroot", root, "sh", "-ec", script)
         self.assertIn("319 chunks, 56918 bytes: The media data has ended.", output)
         self.assertIn(f"lxavi {VERSION}\n", output)
+        self.assertIn('Got EOS from element "pipeline0".', output)
 
 
 if __name__ == "__main__":
