@@ -148,6 +148,7 @@ GstFlowReturn Player::NextGroup()
 {
     m_firstGroup = false;
     for (Stream& stream : m_streams) {
+        FillGroup(stream);
         const GstClockTime from = GST_CLOCK_TIME_IS_VALID(stream.groupFrom) ? stream.groupFrom : m_groupStart;
         stream.groupEnd = std::min(stream.groupEnd, from);
     }
@@ -212,11 +213,12 @@ GstFlowReturn Player::Fail(UInt32 result)
         GST_ELEMENT_ERROR(m_pElement, RESOURCE, READ, ("%s", lxAviReadCore_ResultText(result)), (nullptr));
         return GST_FLOW_ERROR;
     }
+    const guint moves = m_moves;
     if (!m_cutIsTold) {
         m_cutIsTold = true;
         GST_ELEMENT_WARNING(m_pElement, STREAM, DEMUX, ("%s", lxAviReadCore_ResultText(result)), (nullptr));
     }
-    return EndOfData();
+    return moves == m_moves ? EndOfData() : GST_FLOW_OK;
 }
 
 // The index has led to no key frame, so it is not believed any more.
@@ -225,7 +227,7 @@ GstFlowReturn Player::RepeatJump()
     const bool possible = m_rebuild && !m_tableIsRebuilt && m_pSession->CanParseMediaData();
     if (possible && !BuildTable()) {
         m_jumpIsDue = true;
-        return GST_FLOW_FLUSHING;
+        return m_endEarly ? GST_FLOW_OK : GST_FLOW_FLUSHING;
     }
     if (!possible || !m_pSession->HasTable()) {
         GST_ELEMENT_ERROR(m_pElement, STREAM, DEMUX, ("The file cannot be played from there."),
@@ -276,10 +278,13 @@ GstFlowReturn Player::Deliver(const lxAviRead_ChunkData_t& chunk)
     }
     const guint moves = m_moves;
     const GstFlowReturn result = Push(*pStream, pBuffer, span);
-    if (moves != m_moves) {
-        return GST_FLOW_OK; // who has got the buffer has sought
+    if (moves == m_moves) {
+        FillGaps(*pStream, span);
     }
-    FillGaps(*pStream, span);
+    if (moves != m_moves) { // who has got the buffer, or heard of a gap, has sought
+        gst_flow_combiner_reset(m_pFlows);
+        return GST_FLOW_OK;
+    }
     return result == GST_FLOW_OK ? GoOn(span) : result;
 }
 
@@ -323,7 +328,9 @@ GstFlowReturn Player::GoOn(const Span& span)
         return GST_FLOW_OK;
     }
     m_latest = GST_CLOCK_TIME_IS_VALID(span.start) ? std::max(m_latest, span.start) : m_latest;
-    const bool over = std::all_of(m_streams.begin(), m_streams.end(), [this](const Stream& s) { return IsOver(s); });
+    const bool timed = std::any_of(m_streams.begin(), m_streams.end(), IsContinuous);
+    const bool over =
+        timed && std::all_of(m_streams.begin(), m_streams.end(), [this](const Stream& s) { return IsOver(s); });
     return over ? EndOfData() : GST_FLOW_OK;
 }
 
@@ -404,10 +411,12 @@ bool Player::HasNothing(const Stream& stream, const Span& leader) const
 {
     switch (m_way) {
     case Way::KeyFrames: return true;
-    case Way::Backward: return !IsContinuous(stream) || (stream.endIsCounted && stream.end <= m_groupStart);
+    case Way::Backward:
+        return !IsContinuous(stream) || (stream.endIsCounted && stream.end <= m_groupStart) ||
+               stream.begin >= stream.groupEnd;
     default:
-        return !IsContinuous(stream) || (stream.endIsCounted && stream.end <= stream.position) ||
-               leader.end <= stream.begin;
+        return stream.kind == LX_AVIREAD_STREAM_SUBTITLE || (!IsContinuous(stream) && stream.fresh) ||
+               (stream.endIsCounted && stream.end <= stream.position) || leader.end <= stream.begin;
     }
 }
 

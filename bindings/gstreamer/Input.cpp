@@ -150,6 +150,7 @@ public:
     // Those before may wait for data.
     void Interrupt(bool interrupted) override
     {
+        m_flow = GST_FLOW_OK;
         gst_pad_push_event(m_pPad, interrupted ? gst_event_new_flush_start() : gst_event_new_flush_stop(FALSE));
     }
 

@@ -16,10 +16,11 @@ public:
     virtual ~Input() = default;
 
     // Reads at a position; an input that cannot seek goes on where it stands. 0 at the end of the data, -1 when the read
-    // fails and while the input is interrupted.
+    // fails or was interrupted.
     virtual gssize Read(guint64 position, void* pBuffer, gsize size) = 0;
 
-    // Ends a read that waits, and lets every other one fail, until it is called with false. Any thread may call it.
+    // Ends a read that waits for data, and those that would wait, until it is called with false. A read of a file does not
+    // wait. Any thread may call it.
     virtual void Interrupt(bool interrupted) = 0;
 
     // What the last read met: GST_FLOW_FLUSHING when those before have stopped, GST_FLOW_ERROR when they have failed, and told

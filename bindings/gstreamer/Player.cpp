@@ -37,6 +37,7 @@ bool Player::Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild
     m_way = Way::Forward;
     m_skipUntil = 0;
     m_endEarly = false;
+    m_lastSeek = GST_SEQNUM_INVALID;
     m_seqnum = gst_util_seqnum_next();
     m_groupId = gst_util_group_id_next();
     m_jumpIsDue = false;
@@ -75,6 +76,7 @@ bool Player::ResumeReads()
     if (IsStopping()) {
         return false;
     }
+    m_endEarly = false;
     m_pSession->Interrupt(false);
     return true;
 }
@@ -87,8 +89,15 @@ bool Player::IsStopping() const
 
 void Player::EndEarly()
 {
-    m_endEarly = true;
-    InterruptReads();
+    {
+        const std::lock_guard interrupts(m_interrupts);
+        if (m_pSession == nullptr) {
+            return;
+        }
+        m_endEarly = true;
+        m_pSession->Interrupt(true);
+    }
+    SetTask(GST_TASK_STARTED); // it may stand at the end of a segment
 }
 
 void Player::Stop()
@@ -106,13 +115,11 @@ void Player::Stop()
     gst_segment_init(&m_segment, GST_FORMAT_TIME);
 }
 
-// Pauses the task, or lets it go on. Once it is told to stop, it stops.
+// Pauses the task, or lets it go on. Once the element stops, the task does nothing but stop.
 void Player::SetTask(GstTaskState state)
 {
     const ElementLock lock(m_pElement);
-    if (!m_stopping) {
-        gst_task_set_state(m_pTask, state);
-    }
+    gst_task_set_state(m_pTask, m_stopping ? GST_TASK_STOPPED : state);
 }
 
 // ---- The task ----
@@ -124,28 +131,42 @@ void Player::Work()
     m_taskThread = std::this_thread::get_id();
     const guint moves = m_moves;
     const GstFlowReturn result = WorkOnce();
-    m_taskThread = std::thread::id();
     if (result != GST_FLOW_OK && moves == m_moves) { // who listens to a buffer or a message may have sought
         SetTask(GST_TASK_PAUSED);
-        Conclude(result);
+        if (!IsStopping()) {
+            Conclude(result);
+        }
     }
+    m_taskThread = std::thread::id();
 }
 
 GstFlowReturn Player::WorkOnce()
 {
     if (!m_prepared && !Prepare()) {
-        if (m_endEarly.exchange(false)) {
+        if (m_endEarly && WasInterrupted() && !IsStopping()) {
             GST_ELEMENT_ERROR(m_pElement, STREAM, FAILED, ("The file was ended before it began."), (nullptr));
         }
         return GST_FLOW_FLUSHING;
     }
     if (m_segmentIsDue) {
         SendSegment();
+        return GST_FLOW_OK;
     }
-    if (m_endEarly.exchange(false)) {
-        return ResumeReads() ? GST_FLOW_EOS : GST_FLOW_FLUSHING;
+    if (m_endEarly) {
+        return EndNow();
     }
     return m_jumpIsDue ? RepeatJump() : DeliverNext();
+}
+
+// Somebody has sent an EOS event: everything ends, a segment that is played again and again, too.
+GstFlowReturn Player::EndNow()
+{
+    if (!ResumeReads()) {
+        return GST_FLOW_FLUSHING;
+    }
+    const ElementLock lock(m_pElement);
+    m_segment.flags = static_cast<GstSegmentFlags>(m_segment.flags & ~GST_SEGMENT_FLAG_SEGMENT);
+    return GST_FLOW_EOS;
 }
 
 bool Player::Prepare()
@@ -197,11 +218,13 @@ bool Player::WasInterrupted() const
 bool Player::BuildTable()
 {
     PostProgress(GST_PROGRESS_TYPE_START, "Building the index");
+    m_buildsTable = true;
     const UInt32 result = m_pSession->ParseMediaData([this](guint percent) {
         gchar* const pText = g_strdup_printf("Building the index (%u %%)", percent);
         PostProgress(GST_PROGRESS_TYPE_CONTINUE, pText);
         g_free(pText);
     });
+    m_buildsTable = false;
     if (result == LX_ERR_AVIREAD_ABORTED) {
         PostProgress(GST_PROGRESS_TYPE_CANCELED, "The index was not built");
         return false;
@@ -233,20 +256,25 @@ void Player::Publish()
     m_seekable = m_hasKeyFrames || withoutVideo;
 }
 
+// Ends where somebody who hears of the event seeks.
 void Player::PushToAll(GstEvent* pEvent, guint32 seqnum)
 {
+    const guint moves = m_moves;
     gst_event_set_seqnum(pEvent, seqnum);
     for (const Stream& stream : m_streams) {
-        gst_pad_push_event(stream.pPad, gst_event_ref(pEvent));
+        if (moves == m_moves) {
+            gst_pad_push_event(stream.pPad, gst_event_ref(pEvent));
+        }
     }
     gst_event_unref(pEvent);
 }
 
 void Player::SendSegment()
 {
+    const guint moves = m_moves;
     m_segmentIsDue = false;
     PushToAll(gst_event_new_segment(&m_segment), m_seqnum);
-    if (!m_tagsAreDue) {
+    if (!m_tagsAreDue || moves != m_moves) {
         return;
     }
     m_tagsAreDue = false;

@@ -36,7 +36,7 @@ public:
     // without an index gets its table from the media data. False, with a message on the bus, while another element has the
     // library.
     bool Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild);
-    // Lets every read fail, so that the task ends once the pads are deactivated, too.
+    // Lets the read that waits fail. The task then stops as soon as nobody behind the pads holds it.
     void Interrupt();
     // Ends the task, and gives up the pads, the file and the library.
     void Stop();
@@ -65,12 +65,17 @@ private:
     static void Run(gpointer pPlayer);
     void Work();
     GstFlowReturn WorkOnce();
+    GstFlowReturn EndNow();
     bool WasInterrupted() const;
     void SetTask(GstTaskState state);
     void InterruptReads();
     bool ResumeReads();
     bool IsStopping() const;
-    bool IsMyTask() const { return m_taskThread == std::this_thread::get_id(); }
+    // Whether the thread is in the task, or in a seek, already.
+    bool IsInside() const
+    {
+        return m_taskThread == std::this_thread::get_id() || m_seekThread == std::this_thread::get_id();
+    }
     bool Prepare();
     bool Open();
     bool BuildTable();
@@ -108,9 +113,10 @@ private:
     // Requests (Requests.cpp)
     void FlushPads(guint32 seqnum);
     bool Obey(const SeekRequest& request, bool flushed);
-    bool Travel(const SeekRequest& request, bool wanted);
+    bool Travel(const SeekRequest& request);
     bool Move(const SeekRequest& request);
     void GoTo(GstSegment& segment, const SeekRequest& request);
+    bool VideoHasTimes() const;
     GstClockTime MoveTo(const Target& target);
     bool ChangeRate(const SeekRequest& request);
     bool IsPossible(const SeekRequest& request) const;
@@ -119,7 +125,7 @@ private:
     const PadFunctions m_functions;
     GstTask* m_pTask;
     GRecMutex m_working;   // the task's lock
-    std::mutex m_requests; // held by a seek, and while the pads go away
+    std::mutex m_requests; // held by a seek that does not come out of the task, and while the pads go away
     std::atomic<guint32> m_lastSeek{GST_SEQNUM_INVALID};
     std::atomic<bool> m_lastSeekIsDone{false};
 
@@ -131,9 +137,10 @@ private:
     bool m_segmentIsDue = false;
     bool m_tagsAreDue = false;
     bool m_cutIsTold = false;
-    bool m_jumpIsDue = false;  // the last jump has to be made again, with another table
-    bool m_firstGroup = false; // backward: nothing was delivered yet
-    guint m_moves = 0;         // seeks that were made
+    bool m_jumpIsDue = false;   // the last jump has to be made again, with another table
+    bool m_firstGroup = false;  // backward: nothing was delivered yet
+    bool m_buildsTable = false; // a call of the library runs that tells of its progress
+    guint m_moves = 0;          // seeks that were made
     Way m_way = Way::Forward;
     Target m_target = {};          // of the last seek
     GstClockTime m_groupStart = 0; // backward: time of the group's key frame; by key frames: of the one to be shown
@@ -148,11 +155,13 @@ private:
     std::atomic<bool> m_endEarly{false};
 
     std::atomic<std::thread::id> m_taskThread; // that is in the task now
+    std::atomic<std::thread::id> m_seekThread; // that has m_requests
+    std::atomic<int> m_holders{0};             // seeks that wait for the task
 
     std::mutex m_interrupts; // held while reads are interrupted or let go on, and while the session comes or goes
     std::unique_ptr<Session> m_pSession;
 
-    // Under the lock of the element. The task writes them, and reads them without it.
+    // Under the lock of the element. Who has the lock of the task writes them, and reads them without this one.
     GstSegment m_segment;
     bool m_hasKeyFrames = false;
     bool m_published = false; // the file is open, and queries have answers

@@ -15,6 +15,23 @@ struct Player::SeekRequest {
 
     bool Flushes() const { return (flags & GST_SEEK_FLAG_FLUSH) != 0; }
     bool IsByKeyFrames() const { return (flags & GST_SEEK_FLAG_TRICKMODE_KEY_UNITS) != 0; }
+    bool IsInstant() const { return (flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0; }
+    bool KeepsPlace() const { return startType == GST_SEEK_TYPE_NONE && stopType == GST_SEEK_TYPE_NONE && !Flushes(); }
+
+    // To where delivery is.
+    static SeekRequest Stay(const GstSegment& segment, guint32 seqnum)
+    {
+        const bool forward = segment.rate > 0;
+        const auto position = static_cast<gint64>(segment.position);
+        GstEvent* const pEvent = gst_event_new_seek(
+            segment.rate, GST_FORMAT_TIME, static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
+            forward ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE, position,
+            forward ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET, position);
+        gst_event_set_seqnum(pEvent, seqnum);
+        const SeekRequest request(pEvent);
+        gst_event_unref(pEvent);
+        return request;
+    }
 
     // Makes the segment that of the request. A stop that stays from an earlier request does not hold where this one starts
     // behind it, and a start that stays not where this one stops before it. False for a request that starts behind its own
@@ -53,6 +70,7 @@ namespace {
 
 // By key frames: so many pictures for a second of playing, at most.
 constexpr GstClockTime kPictureTime = GST_SECOND / 25;
+constexpr gdouble kLargestSpeed = 1e6; // faster ones show as much
 
 UInt32 RoundingOf(GstSeekFlags flags)
 {
@@ -64,7 +82,7 @@ UInt32 RoundingOf(GstSeekFlags flags)
     return before ? lxAviRead_SetPosRoundNearest : lxAviRead_SetPosRoundUp;
 }
 
-// Frames per second of a pad; 0 where it has none.
+// Frames per second of a pad; false where it has none.
 bool FrameRateOf(GstPad* pPad, gint& numerator, gint& denominator)
 {
     GstCaps* const pCaps = pPad != nullptr ? gst_pad_get_current_caps(pPad) : nullptr;
@@ -115,28 +133,30 @@ bool Player::Seek(GstEvent* pEvent)
     if (flushed) {
         FlushPads(request.seqnum);
     }
-    // Who seeks out of the task, in answer to a buffer or a message, has its lock already.
+    // Who seeks out of the task or out of a seek, in answer to a buffer or a message, has its locks already.
     std::unique_lock<std::mutex> requests(m_requests, std::defer_lock);
-    if (!IsMyTask()) {
+    const bool inside = IsInside();
+    if (!inside) {
         requests.lock();
+        m_seekThread = std::this_thread::get_id();
     }
     // a pipeline sends a seek to each of its sinks, and each of them sends it here
-    if (m_lastSeek != request.seqnum) {
+    if (flushed || m_lastSeek != request.seqnum) {
         m_lastSeekIsDone = Obey(request, flushed);
         m_lastSeek = request.seqnum;
-    } else if (flushed) {
-        Travel(request, false);
+    }
+    if (!inside) {
+        m_seekThread = std::thread::id();
     }
     return m_lastSeekIsDone;
 }
 
 bool Player::Obey(const SeekRequest& request, bool flushed)
 {
-    if ((request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0) {
+    if (request.IsInstant()) {
         return IsPossible(request) && ChangeRate(request);
     }
-    // what was flushed has to go on, also when another seek has made this one impossible
-    return (flushed || IsPossible(request)) && Travel(request, true);
+    return (flushed || IsPossible(request)) && Travel(request);
 }
 
 // Whether a request can be obeyed. What cannot is refused before anything is flushed.
@@ -146,9 +166,11 @@ bool Player::IsPossible(const SeekRequest& request) const
     if (!m_seekable || m_stopping || request.format != GST_FORMAT_TIME || (request.rate < 0 && !m_hasKeyFrames)) {
         return false;
     }
+    if (m_buildsTable && IsInside()) {
+        return false; // the library cannot be called
+    }
     GstSegment segment = m_segment;
-    const bool instant = (request.flags & GST_SEEK_FLAG_INSTANT_RATE_CHANGE) != 0;
-    return instant || request.Apply(segment);
+    return request.IsInstant() ? request.KeepsPlace() && request.rate * segment.rate > 0 : request.Apply(segment);
 }
 
 // Ends the read and the pushes that wait. It needs no lock but that of the element, which has the pads.
@@ -170,26 +192,36 @@ void Player::FlushPads(guint32 seqnum)
     }
 }
 
-// Holds the task, moves if that is wanted and possible, and lets it go on.
-bool Player::Travel(const SeekRequest& request, bool wanted)
+// Holds the task, moves, and lets it go on.
+bool Player::Travel(const SeekRequest& request)
 {
     if (request.Flushes()) {
         FlushPads(request.seqnum);
     }
+    ++m_holders;
     SetTask(GST_TASK_PAUSED);
     g_rec_mutex_lock(&m_working);
-    bool done = ResumeReads();
-    if (done) {
-        m_endEarly = false;
-        done = wanted && IsPossible(request) && Move(request);
+    --m_holders;
+    const bool possible = ResumeReads() && IsPossible(request);
+    if (possible) {
+        Move(request);
+    } else if (request.Flushes() && !IsStopping()) {
+        Move(SeekRequest::Stay(m_segment, request.seqnum)); // another seek has made this one impossible since the flush
     }
     if (request.Flushes()) {
         PushToAll(gst_event_new_flush_stop(TRUE), request.seqnum);
         m_segmentIsDue = m_tagsAreDue = true;
     }
-    SetTask(GST_TASK_STARTED);
+    SetTask(m_holders == 0 ? GST_TASK_STARTED : GST_TASK_PAUSED); // the last one lets it go on
     g_rec_mutex_unlock(&m_working);
-    return done;
+    return possible;
+}
+
+bool Player::VideoHasTimes() const
+{
+    return m_hasKeyFrames && std::any_of(m_streams.begin(), m_streams.end(), [](const Stream& stream) {
+               return stream.kind == LX_AVIREAD_STREAM_VIDEO && stream.hasTimes;
+           });
 }
 
 // Makes the segment that of the request, and goes where it begins.
@@ -200,10 +232,11 @@ bool Player::Move(const SeekRequest& request)
         return false;
     }
     ++m_moves;
-    m_way = request.IsByKeyFrames() && m_hasKeyFrames ? Way::KeyFrames
-            : request.rate < 0                        ? Way::Backward
-                                                      : Way::Forward;
-    m_interval = std::max(request.interval, static_cast<GstClockTime>(std::fabs(request.rate) * kPictureTime));
+    m_way = request.IsByKeyFrames() && VideoHasTimes() ? Way::KeyFrames
+            : request.rate < 0                         ? Way::Backward
+                                                       : Way::Forward;
+    const gdouble speed = std::min(std::fabs(request.rate), kLargestSpeed);
+    m_interval = std::max(request.interval, static_cast<GstClockTime>(speed * kPictureTime));
     m_seqnum = request.seqnum;
     GoTo(segment, request);
     return true;
@@ -228,16 +261,16 @@ void Player::GoTo(GstSegment& segment, const SeekRequest& request)
         const ElementLock lock(m_pElement);
         m_segment = segment;
     }
+    m_segmentIsDue = true;
+    BeginRange();
+    BeginGroup(landed);
+    m_firstGroup = true;
     if ((segment.flags & GST_SEGMENT_FLAG_SEGMENT) != 0) {
         GstMessage* const pStart = gst_message_new_segment_start(GST_OBJECT(m_pElement), GST_FORMAT_TIME,
                                                                  static_cast<gint64>(segment.position));
         gst_message_set_seqnum(pStart, m_seqnum);
         gst_element_post_message(m_pElement, pStart);
     }
-    m_segmentIsDue = true;
-    BeginRange();
-    BeginGroup(landed);
-    m_firstGroup = true;
 }
 
 // Where delivery begins now. Without key frames it begins at the start, and drops what ends before the target.
@@ -250,7 +283,7 @@ GstClockTime Player::MoveTo(const Target& target)
         return m_pSession->Seek(target.time, target.rounding, audio ? Audio::Resumes : Audio::None);
     }
     m_pSession->Rewind();
-    m_jumpIsDue = m_hasKeyFrames; // they were lost when somebody interrupted the search for them
+    m_jumpIsDue = m_hasKeyFrames; // a new table was being built, and that was interrupted: it is built first
     m_skipUntil = m_jumpIsDue ? 0 : target.time;
     return target.time;
 }
@@ -258,15 +291,13 @@ GstClockTime Player::MoveTo(const Target& target)
 // Another speed in the same direction, for what is on its way already.
 bool Player::ChangeRate(const SeekRequest& request)
 {
-    const bool sameDirection = request.rate * m_segment.rate > 0;
-    const bool stays =
-        request.startType == GST_SEEK_TYPE_NONE && request.stopType == GST_SEEK_TYPE_NONE && !request.Flushes();
-    if (!sameDirection || !stays) {
-        return false;
+    gdouble rate = 1.0;
+    {
+        const ElementLock lock(m_pElement);
+        rate = m_segment.rate;
     }
-    PushToAll(
-        gst_event_new_instant_rate_change(request.rate / m_segment.rate, static_cast<GstSegmentFlags>(request.flags)),
-        request.seqnum);
+    PushToAll(gst_event_new_instant_rate_change(request.rate / rate, static_cast<GstSegmentFlags>(request.flags)),
+              request.seqnum);
     return true;
 }
 

@@ -188,6 +188,11 @@ class Seeking(unittest.TestCase):
 
 
 @unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+# Streams whose packet times in the media tool are wrong. Its decoder gives 19 frames of 72 ms; its packets have the time of
+# blocks of 576 bytes, eight frames in each.
+WRONG_PACKET_TIMES = {("strongcourage+fuzzing-corpus__avi_bear_mpeg4asp_mp3.avi", 1)}
+
+
 class Times(unittest.TestCase):
     """Compares times of chunks with the times of the media tool's packets of the same bytes."""
 
@@ -240,7 +245,7 @@ class Times(unittest.TestCase):
             for stream, chunks in ours.items():
                 timeline = Timeline(path, stream)
                 known = [chunk for chunk in chunks if timeline.at(chunk[0])]
-                if not known:
+                if not known or (path.name, stream) in WRONG_PACKET_TIMES:
                     continue
                 with self.subTest(file=path.name, stream=stream):
                     position, time = known[-1]
