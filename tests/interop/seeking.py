@@ -187,12 +187,12 @@ class Seeking(unittest.TestCase):
         self.assertEqual(int(ours[0]["byte_position"]) + int(ours[0]["size_bytes"]), end)
 
 
-@unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
 # Streams whose packet times in the media tool are wrong. Its decoder gives 19 frames of 72 ms; its packets have the time of
 # blocks of 576 bytes, eight frames in each.
 WRONG_PACKET_TIMES = {("strongcourage+fuzzing-corpus__avi_bear_mpeg4asp_mp3.avi", 1)}
 
 
+@unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
 class Times(unittest.TestCase):
     """Compares times of chunks with the times of the media tool's packets of the same bytes."""
 
