@@ -6,8 +6,6 @@
 
 #include <gst/gst.h>
 
-GST_DEBUG_CATEGORY_EXTERN(lxavi_debug);
-
 G_BEGIN_DECLS
 
 #define LXAVI_TYPE_ELEMENT (lxavi_element_get_type())

@@ -137,10 +137,10 @@ private:
     bool m_segmentIsDue = false;
     bool m_tagsAreDue = false;
     bool m_cutIsTold = false;
-    bool m_jumpIsDue = false;   // the last jump has to be made again, with another table
-    bool m_firstGroup = false;  // backward: nothing was delivered yet
-    bool m_buildsTable = false; // a call of the library runs that tells of its progress
-    guint m_moves = 0;          // seeks that were made
+    bool m_jumpIsDue = false;               // the last jump has to be made again, with another table
+    bool m_firstGroup = false;              // backward: nothing was delivered yet
+    std::atomic<bool> m_buildsTable{false}; // a call of the library runs that tells of its progress
+    std::atomic<guint> m_moves{0};          // seeks that were made
     Way m_way = Way::Forward;
     Target m_target = {};          // of the last seek
     GstClockTime m_groupStart = 0; // backward: time of the group's key frame; by key frames: of the one to be shown

@@ -3,11 +3,8 @@
 
 #include "Element.hpp"
 
-GST_DEBUG_CATEGORY(lxavi_debug);
-
 static gboolean Register(GstPlugin* pPlugin)
 {
-    GST_DEBUG_CATEGORY_INIT(lxavi_debug, "lxavi", 0, "AVI reader");
     return gst_element_register(pPlugin, "lxavisrc", GST_RANK_NONE, lxavi_src_get_type()) != FALSE &&
                    gst_element_register(pPlugin, "lxavidemux", GST_RANK_NONE, lxavi_demux_get_type()) != FALSE
                ? TRUE

@@ -6,6 +6,7 @@
 #include <cmath>
 
 namespace lxavigst {
+
 struct Player::SeekRequest {
     explicit SeekRequest(GstEvent* pEvent) : seqnum(gst_event_get_seqnum(pEvent))
     {

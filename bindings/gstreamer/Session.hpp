@@ -61,7 +61,7 @@ private:
     std::unique_ptr<Input> m_pInput;
 };
 
-// A text of the file's INFO list, or a chunk of a stream's header, as it stands in the file.
+// A chunk of a stream's header (`LX_AVIREAD_BYTES_…`), as it stands in the file; empty when the file has none.
 std::vector<UInt8> StreamBytes(UInt32 streamNr, UInt32 kind);
 
 } // namespace lxavigst
