@@ -854,6 +854,8 @@ class Tool(InScratchFolder):
                                        (lambda d, at: struct.pack_into("<I", d, at + 16 + 8, 99), "super_index_entry", "warning"),
                                        (lambda d, at: struct.pack_into("<I", d, at - 20, 1), "index_chunk_not_listed", "warning"),
                                        (lambda d, at: struct.pack_into("<4s", d, at - 16, b"01dc"), "super_index_stream", "warning"),
+                                       (lambda d, at: struct.pack_into("<B", d, d.rindex(b"ix00") + 10, 7), "index_sub_type", "warning"),
+                                       (lambda d, at: struct.pack_into("<B", d, d.rindex(b"ix00") + 10, 7), "Q78", "note"),
                                        (lambda d, at: struct.pack_into("<4s", d, d.rindex(b"RIFF"), b"XXXX"), "segment_unreachable", "error")):
             data, _, at = self.opendml()
             change(data, at)

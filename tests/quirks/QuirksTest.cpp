@@ -847,5 +847,23 @@ TEST_F(Quirks, Quirk_Q77_OneTrackOfAKindIsDelivered)
     }
 }
 
+TEST_F(Quirks, Quirk_Q78_KeyFramesOfIndexChunksOfUnknownSubTypesAreStoredAndNotCounted)
+{
+    builder = AviBuilder();
+    builder.Add(VideoStream());
+    builder.eIndex = IndexKind::SuperStandard;
+    builder.dmlhTotalFrames = 3;
+    builder.Frame(0, Fill(4), true).NextRiff().Frame(0, Fill(4), true).Frame(0, Fill(4), true);
+    Bytes file = builder.Build();
+    file[Find(file, "ix00", Find(file, "ix00") + 4) + 10] = 7; // of two index chunks the second one
+    for (const bool bFormat : {false, true}) {
+        ASSERT_EQ(lxAviReadCore_Close(), LX_OK);
+        indxOptionOfOpen = bFormat ? LX_AVIREAD_FOLLOW_FORMAT | 1 : 1;
+        ASSERT_EQ(Open(file), LX_OK);
+        EXPECT_EQ(lxAviReadCore_ParseIndex(0), bFormat ? LX_ERR_AVIREAD_NO_INDEX : LX_OK);
+        EXPECT_EQ(Table().size(), bFormat ? 0u : 3u); // one leaf has room for those that were not counted
+    }
+}
+
 } // namespace
 } // namespace avitest

@@ -56,6 +56,7 @@ constexpr QuirkTitle kTitles[] = {
     {61, true, "DV with its audio inside is no stream"},
     {62, true, "Text of type `tx` is no chunk"},
     {76, true, "Chunks of missing streams are searched for chunks"},
+    {78, true, "Key frames of index chunks of an unknown sub type are stored and not counted"},
 };
 
 class Detector {
@@ -363,6 +364,9 @@ private:
             if (!isOneLevel && !index.isOneWordMore) {
                 Note(39, index.offset, fmt::format("records 32 bytes behind the start of '{}'", FourCCText(index.id)));
             }
+            if (!index.HasKnownSubType()) {
+                Note(78, index.offset, fmt::format("sub type {}", index.subType));
+            }
             if (index.base >= kFourGiB) {
                 Note(35, index.offset, fmt::format("base offset {}", index.base));
             }
@@ -376,7 +380,7 @@ private:
     void LookAtOneLevelIndex(const ScannedIndex& index)
     {
         Note(40, index.offset, "an index on one level");
-        if (index.isField) {
+        if (index.IsField()) {
             Note(36, index.offset, "a field index on one level");
         }
         if (m_scan.idx1Promised) {

@@ -134,7 +134,12 @@ void RiffScan::TakeIndexChunk(const RiffPart& part)
     const UInt64 at = part.offset + (isOneWordMore ? 36 : 32);
     const UInt64 inFile = part.end > at ? (part.end - at) / recordSize : 0; // the file may end in the chunk
     const RecordRun records = {at, std::min({entries, room, inFile}), recordSize, base, WordAt(fields + 16), false};
-    indexes.push_back({part.offset, base, part.id, fields[10] == 1, isOneWordMore, records});
+    indexes.push_back({part.offset, base, part.id, fields[10], isOneWordMore, records});
+    if (!indexes.back().HasKnownSubType()) {
+        indexes.back().records.count = 0;
+        Report(Severity::Warning, part.offset, "index_sub_type",
+               fmt::format("index chunk of the unknown sub type {}: its records cannot be read", fields[10]));
+    }
 }
 
 UInt32 RiffScan::IndexChunks() const

@@ -16,9 +16,12 @@ struct ScannedIndex {
     UInt64 offset; // of its header
     UInt64 base;
     UInt32 id;
-    bool isField;
+    UInt8 subType;      // 0: standard, 1: field
     bool isOneWordMore; // the records begin 36 bytes behind the chunk's start, not 32
-    RecordRun records;
+    RecordRun records;  // none where the sub type is unknown
+
+    bool HasKnownSubType() const { return subType <= 1; }
+    bool IsField() const { return subType == 1; }
 };
 
 class RiffScan {

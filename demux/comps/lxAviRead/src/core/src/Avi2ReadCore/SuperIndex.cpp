@@ -33,6 +33,8 @@ UInt32 ReadIndexCode(lxAviReadCore_AviInfo_t* pAviInfo, const MessageRow<WalkTex
     return LX_OK;
 }
 
+bool IsKnownSubType(UInt8 subType) { return subType == kStandardIndex || subType == kFieldIndex; }
+
 // Bounds the number of records by the size of the chunk.
 void KeepRecordsInChunk(IndexChunk::Header& header)
 {
@@ -73,6 +75,9 @@ UInt32 EnterIndexChunk(lxAviReadCore_AviInfo_t* pAviInfo, const lxAviReadCore_Av
         LogRow(rules.pMessages, WalkText::HeaderFailed, __LINE__);
     }
     LogRow(rules.pMessages, WalkText::Entered, chunk.uiNr, result);
+    if (result == LX_OK && SubTypesMustBeKnown(pAviInfo) && !IsKnownSubType(chunk.header.common.uiSubIndexType)) {
+        return LX_ERR_AVIREAD_NO_INDEX;
+    }
     if (ListsAreExact(pAviInfo)) {
         KeepRecordsInChunk(chunk.header);
     }
@@ -99,8 +104,6 @@ private:
     UInt64 m_uiTotal = 0;
     UInt64 m_uiFurthest = 0;
 };
-
-bool IsKnownSubType(UInt8 subType) { return subType == kStandardIndex || subType == kFieldIndex; }
 
 // Bytes of the records that a walk reads of an index chunk.
 UInt64 BytesToRead(const IndexChunk& chunk, const IndexWalkRules& rules)

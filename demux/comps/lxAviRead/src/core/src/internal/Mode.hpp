@@ -194,6 +194,11 @@ inline bool OneLevelIndexesAreNoted(ModeOf pAviInfo) { return FollowsFormat(pAvi
 // Quirk Q38
 inline bool EntriesNameIndexChunks(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
 
+// An index chunk of an unknown sub type makes the index unusable, because nobody knows its records. The default mode
+// counts none of its key frames, and then stores them as if it were a standard index.
+// Quirk Q78
+inline bool SubTypesMustBeKnown(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
+
 // The records of an index chunk follow the fields of its header.
 // Quirk Q39
 inline bool RecordsFollowTheFields(ModeOf pAviInfo) { return FollowsFormat(pAviInfo); }
