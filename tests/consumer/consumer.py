@@ -100,6 +100,16 @@ class Consumer(unittest.TestCase):
         script = (f"source '{completion}'; COMP_WORDS=(lxavi chunks --au); COMP_CWORD=2; compopt() {{ :; }}; _lxavi; "
                   "echo ${COMPREPLY[@]}; COMP_WORDS=(lxavi ex); COMP_CWORD=1; _lxavi; echo ${COMPREPLY[@]}")
         self.assertEqual(run("bash", "-c", script), "--audio\nextract\n")
+        (self.prefix / "a film.avi").touch()
+        script = (f"source '{completion}'; cd '{self.prefix}'; compopt() {{ :; }}; COMP_CWORD=2; "
+                  "for COMP_WORDS in 'lxavi info a\\ f' 'lxavi info --rebuild=al' 'lxavi repair -'; do eval \"COMP_WORDS=($COMP_WORDS)\"; "
+                  "_lxavi; printf '%s|' \"${COMPREPLY[@]}\"; echo; done; COMP_WORDS=(lxavi info --log se); COMP_CWORD=3; _lxavi; echo ${COMPREPLY[@]}")
+        file, rebuild, repair, log = run("bash", "-c", script).splitlines()
+        self.assertEqual((file, rebuild, log), ("a film.avi|", "--rebuild=always|", "seek"))
+        self.assertLessEqual({"-o", "--output", "--in-place", "-h"}, set(repair.split("|")))
+        (self.prefix / "a film.avi").unlink()
+        if shutil.which("zsh"):
+            run("zsh", "-n", self.prefix / "share/zsh/site-functions/_lxavi")
         self.assertIn("'chunks:List the delivered chunks'", (self.prefix / "share/zsh/site-functions/_lxavi").read_text())
 
     def test_nothing_names_another_place(self):

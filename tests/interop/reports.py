@@ -183,6 +183,20 @@ class Numbers(Reports):
         finding = next(f for f in self.data(self.file(data))["findings"] if f["code"] == "record_size")
         self.assertEqual((finding["offset"], finding["time_ms"]), (at, 9960))  # before the frame at 10 s
 
+    def test_the_most_severe_findings_are_listed(self):
+        """1200 records with a wrong size, each between right ones, and an error behind them."""
+        data = bytearray(avi([video(b"XVID")], [(0, b"dc", mpeg4_frame(n == 0, 8), n == 0) for n in range(2400)]))
+        records = data.rindex(b"idx1") + 8
+        for n in range(1, 2400, 2):
+            struct.pack_into("<I", data, records + 16 * n + 12, 7)
+        data += b"00dc" + struct.pack("<I", 8) + bytes(8)
+        report = self.data(self.file(data))
+        self.assertEqual((report["summary"]["errors"], report["summary"]["warnings"]), (1, 1200))
+        self.assertEqual((report["summary"]["findings_printed"], len(report["findings"])), (1000, 1000))
+        self.assertEqual([f["severity"] for f in report["findings"]], ["warning"] * 999 + ["error"])
+        offsets = [f["offset"] for f in report["findings"]]
+        self.assertEqual(offsets, sorted(offsets))
+
     def test_without_video_or_index_there_is_still_a_report(self):
         sound = self.data(self.file(avi([audio()], [(0, b"wb", bytes(16000), True)] * 5)))
         self.assertEqual((sound["interleave"], sound["seeks_ms"], sound["key_frames"]["stored"]), ([], [], 0))

@@ -632,6 +632,37 @@ class Tool(InScratchFolder):
         self.assertEqual({n: why for n, why in self.left_out().items() if n > 16},
                          {n: "only 17 streams can be read; it has 0 chunks" for n in (17, 18)})
 
+    def test_chunks_behind_damage_are_told(self):
+        """One chunk is overwritten, or claims too much, or the file is followed by another one."""
+        data, chunks_ = MPEG4.read_bytes(), walk(MPEG4).chunks
+        middle = chunks_[200]
+        self.assertEqual(middle.stream, 0)
+        hole, size = bytearray(data), bytearray(data)
+        hole[middle.offset:middle.offset + 700] = b"\xAA" * 700
+        struct.pack_into("<I", size, middle.offset + 4, 0xAAAA0004)
+        left = [sum(chunk.stream == stream for chunk in chunks_[201:]) for stream in (0, 1)]
+        all_ = [sum(chunk.stream == stream for chunk in chunks_) for stream in (0, 1)]
+
+        out, streams = self.extract(self.file(hole))
+        self.assertEqual([streams[n]["chunks"] for n in (0, 1)], [all_[0] - 1, all_[1]])
+        self.assertRegex(self.left_out()[None], f"^damaged at {middle.offset}: no chunk begins here, [0-9]+ bytes are left over$")
+        self.assertFalse(json.loads((out / "manifest.json").read_text())["complete"])
+
+        out, streams = self.extract(self.file(size), status=1)
+        self.assertEqual(self.left_out(), {0: f"{left[0]} of its {all_[0] - 1} chunks are not delivered",
+                                           1: f"{left[1]} of its {all_[1]} chunks are not delivered"})
+        claims = f"chunk at {middle.offset}, which claims {0xAAAA0004} bytes and has {len(data) - middle.offset - 8}: the file ends too early"
+        self.assertIn(claims, lxavi("extract", self.file(size), "--out", out, "--force").stderr)
+        found = [row for row in table("check", self.file(size)) if row["severity"] == "error"]
+        self.assertEqual([row["text"] for row in found if row["code"] == "chunks_lost"],
+                         [f"{left[n]} of the {all_[n] - (n == 0)} chunks of stream {n} cannot be played: they lie behind damage" for n in (0, 1)])
+        self.assertTrue(any(claims in row["text"] for row in found))
+
+        self.extract(self.file(data + data))
+        self.assertEqual(self.left_out(), {n: f"{all_[n]} of its {2 * all_[n]} chunks are not delivered" for n in (0, 1)})
+        self.extract(self.file(data + data), "--from", "1s", "--to", "2s")  # a range leaves chunks out
+        self.assertEqual(self.left_out(), {})
+
     def test_aac_frames_get_headers_where_these_have_numbers(self):
         frames = [(0, b"wb", bytes(100 + n), True) for n in range(3)] + [(0, b"wb", b"", True)]
         for rate, channels, suffix in ((44100, 2, ".aac"), (44099, 2, ".avi"), (44100, 8, ".avi")):
@@ -757,7 +788,7 @@ class Tool(InScratchFolder):
         half = data[:at] + b"idx1" + struct.pack("<I", 16 * 100) + data[at + 8:at + 8 + 1600]
         found = findings(self.file(half))["chunk_not_listed"]
         self.assertEqual((found["severity"], found["offset"], found["places"]), ("warning", chunks_[100].offset, 282))
-        self.assertIn(f"(and 281 more in a row, up to {chunks_[-1].offset})", found["text"])
+        self.assertIn(f"(and 281 more, up to {chunks_[-1].offset})", found["text"])
         nowhere = bytearray(data)
         for n in range(20, 30):
             struct.pack_into("<I", nowhere, at + 8 + 16 * n + 8, 0x700000 + n)
@@ -984,6 +1015,47 @@ class Tool(InScratchFolder):
 
     # ---- All commands ----
 
+    def test_the_examples_of_the_help_work(self):
+        """All films of the examples are the same sample, which has two audio tracks."""
+        commands = re.findall(r"(?m)^  (\w+) ", lxavi("--help").stdout.split("Subcommands:")[1])
+        self.assertEqual(len(commands), 9)
+        for command in commands:
+            examples = [line.strip() for line in lxavi(command, "--help").stdout.split("Examples:")[1].splitlines() if line.strip()]
+            self.assertEqual(len(examples), 2)
+            for example in examples:
+                for name in ("film.avi", "broken.avi", "unfinished.avi", "cut.avi"):
+                    shutil.copy(TWO, self.folder / name)
+                result = subprocess.run([pathlib.Path(LXAVI).resolve(), *shlex.split(example)[1:]], cwd=self.folder, capture_output=True, text=True, check=False)
+                self.assertNotEqual(result.returncode, 2, (example, result.stderr))
+                self.assertNotIn("no AVI file", result.stderr)
+
+    def test_help_that_cannot_be_written_is_status_1(self):
+        for command in (("--help",), ("--version",), ("info", "--help"), ("info", MPEG4)):
+            with open("/dev/full", "w") as full:
+                result = subprocess.run([LXAVI, *command], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+            self.assertEqual((result.returncode, result.stderr), (1, "lxavi: standard output: No space left on device\n"), command)
+
+    def test_messages_of_the_library_have_no_control_characters(self):
+        path = self.file(MPEG4.read_bytes(), "z\x1b[31mq.avi")
+        result = lxavi("info", path, "--log", "header")
+        self.assertIn("AviReadCore : Opening", result.stderr)
+        self.assertIn("z\\x1B[31mq.avi", result.stderr)
+        self.assertNotIn("\x1b", result.stderr)
+        self.assertNotIn("\x1b", lxavi("report", MPEG4, "-o", self.folder / "r\x1b[31m.html").stdout)
+
+    def test_a_pipe_is_called_standard_input(self):
+        data = MPEG4.read_bytes()
+        for command, told in ((("report", "-", "-o", self.folder / "x.html"), "cannot be checked: it is no regular file"),
+                              (("check", "-"), "cannot be checked: it is no regular file"), (("chunks", "-", "--limit", "1"), "no jumps in this file"),
+                              (("chunks", "-", "--from", "1s"), "cannot jump")):
+            result = subprocess.run([LXAVI, *command], input=data, capture_output=True, check=False)
+            self.assertIn(f"lxavi: standard input: {told}", result.stderr.decode())
+
+    def test_flags_take_no_values(self):
+        for flag in ("--json=5", "--csv=false", "--default-mode=maybe"):
+            self.assertEqual(lxavi("info", MPEG4, flag).returncode, 2)
+        self.assertEqual(report("info", MPEG4, "--rebuild=always")["streams"][0]["counted_in"], "the media data")
+
     def test_memory_does_not_grow_with_the_file(self):
         frames = [(0, b"dc", mpeg4_frame(n % 100 == 0, 8), n % 100 == 0) for n in range(300)]
         launcher = "import os, sys; p = os.spawnv(os.P_NOWAIT, sys.argv[1], sys.argv[1:]); print(os.wait4(p, 0)[2].ru_maxrss)"
@@ -999,6 +1071,15 @@ class Tool(InScratchFolder):
             self.assertLess(many - few, 6 * 1024, command)
             if few < 20 * 1024:  # a sanitizer needs more for itself
                 self.assertLess(many, 24 * 1024, command)
+        damaged = bytearray(large.read_bytes())
+        records = damaged.rindex(b"idx1") + 8
+        for n in range(1, 600000, 2):  # they do not follow each other
+            struct.pack_into("<I", damaged, records + 16 * n + 12, 7)
+        large.write_bytes(damaged)
+        self.assertLess(measured("check", large, "--limit", "3") - measured("check", small), 12 * 1024)
+        rows_ = [row for row in table("check", large) if row["code"] == "record_size"]
+        self.assertEqual((len(rows_), rows_[-1]["places"], sum(row["places"] for row in rows_)), (10000, 290001, 300000))
+        self.assertIn("(and 290000 more, up to", rows_[-1]["text"])
 
     def test_fields_choose_what_is_printed(self):
         self.assertEqual(lxavi("chunks", MPEG4, "--csv", "--limit", "2", "--fields", "size_bytes,n").stdout,
@@ -1006,8 +1087,20 @@ class Tool(InScratchFolder):
         self.assertEqual(table("index", MPEG4, "--fields", "frame")[1], {"frame": 26})
         self.assertEqual(lxavi("info", TWO, "--csv", "--fields", "streams.0.codec,index.step").stdout,
                          "key,value\nstreams.0.codec,H.264\nindex.step,1\n")
-        self.assertEqual(list(report("seek", TWO, "0", "--fields", "landed_ms")),
-                         ["schema_version", "command", "file", "mode", "landed_ms"])
+        self.assertEqual(report("info", TWO, "--fields", "index.step,streams.0.codec")["fields"], {"index.step": 1, "streams.0.codec": "H.264"})
+        self.assertEqual(list(report("seek", TWO, "0", "--fields", "landed_ms")), ["schema_version", "command", "file", "mode", "fields"])
+        self.assertEqual(lxavi("info", TWO, "--csv", "--fields", "texts").stdout, "key,value\ntexts,\n")
+        self.assertIn("landed", lxavi("chunks", TWO, "--from", "1s", "--limit", "1").stderr)
+        refused = lxavi("chunks", TWO, "--from", "1s", "--fields", "bogus")
+        self.assertEqual(refused.returncode, 2)
+        self.assertNotIn("landed", refused.stderr)
+        self.assertEqual(lxavi("report", TWO, "--fields", "summary.errors").stdout.split(), ["summary.errors", "0"])
+
+    def test_a_check_has_its_summary_as_last_row_of_csv_unless_columns_are_chosen(self):
+        path = self.file(MPEG4.read_bytes()[:100000])
+        self.assertIn("summary,,", lxavi("check", path, "--csv").stdout.splitlines()[-1])
+        rows = lxavi("check", path, "--csv", "--fields", "code").stdout.splitlines()
+        self.assertEqual((rows[0], "" in rows), ("code", False))
 
     def test_colours_are_for_terminals(self):
         path = self.file(MPEG4.read_bytes()[:100000])

@@ -39,7 +39,7 @@ std::string TextOf(const Finding& finding)
 {
     return finding.places == 1
                ? finding.text
-               : fmt::format("{} (and {} more in a row, up to {})", finding.text, finding.places - 1, finding.last);
+               : fmt::format("{} (and {} more, up to {})", finding.text, finding.places - 1, finding.last);
 }
 
 std::string Count(UInt64 count, const char* what) { return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s"); }

@@ -47,10 +47,14 @@ public:
     // Called when delivery has come to the end of the media data.
     void Finish() { PassBy(m_end); }
 
+    // Chunks that were not delivered, by stream.
+    const std::map<UInt32, UInt64>& PassedBy() const { return m_passedBy; }
+
 private:
     void PassBy(UInt64 offset)
     {
         for (; m_has && m_part.offset < offset; Advance()) {
+            ++m_passedBy[StreamOf(m_part.id)];
             m_lost.Add({Severity::Error, m_part.offset, "chunk_not_delivered",
                         fmt::format("chunk '{}' is not delivered", FourCCText(m_part.id))});
         }
@@ -79,6 +83,7 @@ private:
     FindingRow m_lost;
     FindingRow m_strange;
     std::map<UInt32, FindingRow> m_foreign; // by stream
+    std::map<UInt32, UInt64> m_passedBy;
 };
 
 Checker::Checker(const Options& options, CheckObserver observer)
@@ -356,14 +361,36 @@ void Checker::DeliverPass(Reader& reader, UInt32 pass)
         }
         if (Reader::IsEnd(item)) {
             NoteEnd(item);
-            return;
+            break;
         }
         progress.At(item.offset);
         if (structure) {
             structure->Meet(item);
         }
         if (!Take(reader, item, pass)) {
-            return;
+            break;
+        }
+        m_met[item.chunk.uiStreamNr] += pass == 0 ? 1 : 0;
+    }
+    if (structure) {
+        CheckLosses(reader, structure->PassedBy());
+    }
+}
+
+// Behind damage that ends delivery, the walk over the media data goes on.
+void Checker::CheckLosses(const Reader& reader, const std::map<UInt32, UInt64>& passedBy)
+{
+    for (const auto& [number, chunks] : m_frames) {
+        const lxAviReadCore_StreamInfo_t* const stream = reader.Stream(number);
+        const auto told = passedBy.find(number);
+        const UInt64 known = m_met[number] + (told != passedBy.end() ? told->second : 0);
+        if (stream != nullptr && stream->StreamType != LX_AVIREAD_STREAM_NONE && chunks > known) {
+            m_findings.Add(
+                {.severity = Severity::Error,
+                 .offset = {},
+                 .code = "chunks_lost",
+                 .text = fmt::format("{} of the {} chunks of stream {} cannot be played: they lie behind damage",
+                                     chunks - known, chunks, number)});
         }
     }
 }

@@ -54,6 +54,7 @@ private:
 
     void Deliver(Reader& reader);
     void DeliverPass(Reader& reader, UInt32 pass);
+    void CheckLosses(const Reader& reader, const std::map<UInt32, UInt64>& passedBy);
     void NoteEnd(const Item& item);
     bool Take(Reader& reader, const Item& item, UInt32 pass);
     void Observe(const Reader& reader, const Item& item, UInt32 pass);
@@ -67,6 +68,7 @@ private:
     RiffScan m_scan;
     std::map<UInt32, Interleave> m_interleaves; // by audio track
     std::map<UInt32, UInt32> m_frames;          // chunks of each stream
+    std::map<UInt32, UInt64> m_met;             // the same, as the first pass has met them
     std::set<UInt64> m_stoppedAt;               // offsets where a pass could not go on
     UInt64 m_delivered = 0;
 };

@@ -49,18 +49,19 @@ std::vector<Json> Row(UInt64 n, const Item& item, UInt32 crc)
 
 int RunChunks(const Options& options, const PlayOptions& play)
 {
+    RefuseUnknownFields(options, kColumns); // before the work
     Reader reader(options);
     const int track = reader.TrackToPlay(play.audio);
     const UInt32 subtitle = reader.SubtitleToPlay(play.subtitle);
     // Without a table the library still delivers the file from start to end.
     const UInt32 indexed = reader.BuildIndex();
     if (indexed != LX_OK) {
-        Say(fmt::format("lxavi: {}: no jumps in this file: {}", options.file, Failure("", indexed).what()));
+        Say(fmt::format("lxavi: {}: no jumps in this file: {}", options.Name(), Failure("", indexed).what()));
     }
     reader.Start();
     if (play.from) {
         const UInt32 landed = reader.Seek(*play.from, track, play.rounding);
-        Say(fmt::format("lxavi: {}: asked for {} ms, landed on the key frame at {} ms", options.file, *play.from,
+        Say(fmt::format("lxavi: {}: asked for {} ms, landed on the key frame at {} ms", options.Name(), *play.from,
                         landed));
     }
     TableWriter table(options, kColumns);

@@ -21,7 +21,7 @@ struct VideoCodec {
 
 constexpr VideoCodec kVideoCodecs[] = {
     {"mjpg ijpg avrn dmb1", Coding::Mjpeg, "Motion JPEG"},
-    {"xvid divx dx50 fmp4 mp4v mp4s 3iv2 rmp4 m4s2", Coding::Mpeg4, "MPEG-4 part 2"},
+    {"xvid divx dx50 fmp4 mp4v mp4s 3iv2 3ivx rmp4 m4s2 blz0 sedg", Coding::Mpeg4, "MPEG-4 part 2"},
     {"h264 x264 avc1 davc vssh", Coding::H264, "H.264"},
     {"h265 hevc hvc1 hev1 x265", Coding::H265, "H.265"},
     {"mpg1 mpeg", Coding::Mpeg12, "MPEG-1"},
@@ -50,6 +50,17 @@ constexpr VideoCodec kVideoCodecs[] = {
     {"iv50", Coding::Other, "Indeo 5"},
     {"msvc cram wham", Coding::Other, "MS Video 1"},
     {"mrle rle ", Coding::Other, "run-length coded"},
+    {"aasc", Coding::Other, "Autodesk run-length coded"},
+    {"ljpg", Coding::Other, "lossless JPEG"},
+    {"zlib", Coding::Other, "LCL ZLIB"},
+    {"mszh", Coding::Other, "LCL MSZH"},
+    {"asv1", Coding::Other, "ASUS V1"},
+    {"asv2", Coding::Other, "ASUS V2"},
+    {"vcr1", Coding::Other, "ATI VCR1"},
+    {"vcr2", Coding::Other, "ATI VCR2"},
+    {"tm20", Coding::Other, "TrueMotion 2"},
+    {"cljr", Coding::Other, "AccuPak"},
+    {"sp53 sp54", Coding::Other, "SunPlus JPEG"},
     {"hfyu ffvh", Coding::Other, "HuffYUV"},
     {"ulrg ulra uly0 uly2 uly4 ulh0 ulh2", Coding::Other, "Ut Video"},
     {"ffv1", Coding::Other, "FFV1"},
@@ -67,7 +78,7 @@ constexpr VideoCodec kVideoCodecs[] = {
     {"png  mpng", Coding::Other, "PNG"},
     {"svq1", Coding::Other, "Sorenson Video 1"},
     {"svq3", Coding::Other, "Sorenson Video 3"},
-    {"yuy2 uyvy yv12 i420 iyuv nv12 yvu9 y800 yvyu v210", Coding::Other, "uncompressed"},
+    {"yuy2 uyvy yv12 i420 iyuv nv12 yvu9 y800 yvyu v210 y41p", Coding::Other, "uncompressed"},
     {"dib  rgb  raw  bgr ", Coding::Other, "uncompressed"},
 };
 
@@ -104,6 +115,7 @@ constexpr AudioCodec kAudioCodecs[] = {
     {0x0162, Coding::Other, "Windows Media Audio Professional"},
     {0x0163, Coding::Other, "Windows Media Audio Lossless"},
     {0x0200, Coding::Wave, "Creative ADPCM"},
+    {0x0270, Coding::Other, "ATRAC3"},
     {0x028F, Coding::Other, "G.722 ADPCM"},
     {0x0401, Coding::Other, "Indeo Audio"},
     {0x0402, Coding::Other, "Indeo Audio"},

@@ -3,8 +3,8 @@
 #include "Codecs.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
-#include "RiffWalk.hpp"
 #include "StreamFile.hpp"
+#include "Undelivered.hpp"
 
 #include <fmt/format.h>
 
@@ -195,8 +195,8 @@ public:
             PlayPass(passes[i], i == 0,
                      isAlone ? "extracting" : fmt::format("extracting, pass {} of {}", i + 1, passes.size()));
         }
-        NoteEmptyStreams();
         NoteUndelivered();
+        NoteEmptyStreams();
         return Finish();
     }
 
@@ -283,7 +283,7 @@ private:
 
     void NoteLeftOut(UInt32 stream, const std::string& why)
     {
-        Say(fmt::format("lxavi: {}: stream {} is left out: {}", m_reader.Settings().file, stream, why));
+        Say(fmt::format("lxavi: {}: stream {} is left out: {}", m_reader.Settings().Name(), stream, why));
         m_leftOut.push_back({{"stream", stream}, {"why", why}});
     }
 
@@ -300,40 +300,42 @@ private:
         }
     }
 
-    // Chunks of the file that are never delivered: those of streams that the headers do not describe, and those that stand
-    // in no list of media data. A pipe cannot be read again to count them.
+    // Something of the file, or of a stream that is written, is not there.
+    void NoteLoss(const Json& stream, const std::string& why)
+    {
+        const std::string who = stream.is_null() ? "" : fmt::format("stream {}: ", stream.get<UInt32>());
+        Say(fmt::format("lxavi: {}: {}{}", m_reader.Settings().Name(), who, why));
+        m_leftOut.push_back({{"stream", stream}, {"why", why}});
+        m_isWhole = false;
+    }
+
+    // What of the file is never delivered. A pipe cannot be read again to look for it.
     void NoteUndelivered()
     {
         if (!m_reader.IsRegularFile()) {
             return;
         }
-        const SourceFile file(m_reader.Settings().Path());
-        RiffWalk walk(file);
-        std::map<UInt32, UInt64> strange; // chunks, by stream
-        UInt64 outside = 0;
-        UInt32 streams = 0;
-        for (RiffPart part = {}; walk.Next(part);) {
-            const bool isMedia = part.type == 0 && IsMediaId(part.id) && HasStreamNumber(part.id);
-            const UInt32 number = StreamOf(part.id);
-            const bool isDescribed = m_reader.Stream(number) != nullptr && number < m_reader.StreamCount();
-            outside += isMedia && !part.isInMovi ? 1 : 0;
-            if (isMedia && part.isInMovi && !isDescribed) {
-                ++strange[number];
-            }
-            if (part.type == Code("strl") && streams++ >= LX_AVIREAD_STREAMS) {
-                strange.try_emplace(streams - 1, 0);
-            }
-        }
-        for (const auto& [number, chunks] : strange) {
+        const bool isRange = m_extract.from || m_extract.to;
+        const Undelivered found = LookForUndelivered(m_reader, isRange ? nullptr : &m_met, !m_trouble.empty());
+        for (const auto& [number, chunks] : found.strange) {
             const std::string why = number < LX_AVIREAD_STREAMS
                                         ? "the headers do not describe it"
                                         : fmt::format("only {} streams can be read", LX_AVIREAD_STREAMS);
             NoteLeftOut(number, fmt::format("{}; it has {} chunks", why, chunks));
         }
-        if (outside > 0) {
-            const std::string why = fmt::format("{} chunks stand in no list of media data", outside);
-            Say(fmt::format("lxavi: {}: {}", m_reader.Settings().file, why));
-            m_leftOut.push_back({{"stream", nullptr}, {"why", why}});
+        for (const auto& [number, chunks] : found.lost) {
+            if (IsWanted(number)) {
+                NoteLoss(number, fmt::format("{} of its {} chunks are not delivered", chunks, found.all.at(number)));
+            }
+        }
+        if (found.outside > 0) {
+            NoteLoss(nullptr, fmt::format("{} chunks stand in no list of media data", found.outside));
+        }
+        if (found.damage) {
+            const std::string more =
+                found.damagedPlaces > 1 ? fmt::format(" (and {} more places)", found.damagedPlaces - 1) : "";
+            NoteLoss(nullptr,
+                     fmt::format("damaged at {}: {}{}", found.damage->offset.value_or(0), found.damage->text, more));
         }
     }
 
@@ -391,7 +393,7 @@ private:
     void PlayPass(const Pass& pass, bool isFirst, const std::string& what)
     {
         try {
-            Play(pass, what);
+            Play(pass, isFirst, what);
         } catch (const Failure& failure) {
             if (isFirst || !pass.video) {
                 throw;
@@ -400,7 +402,8 @@ private:
         }
     }
 
-    void Play(const Pass& pass, const std::string& what)
+    // The first pass meets the chunks of all streams.
+    void Play(const Pass& pass, bool isFirst, const std::string& what)
     {
         Begin(pass);
         Progress progress(what, m_reader.FileSize());
@@ -414,10 +417,12 @@ private:
             progress.At(item.offset);
             if (item.result != LX_OK || !range.Holds(item) || !Writes(pass, item)) {
                 m_reader.Skip(item);
+                m_met[item.chunk.uiStreamNr] += isFirst ? 1 : 0;
                 continue;
             }
             try {
                 FileOf(item.chunk.uiStreamNr).Take(m_reader, item);
+                m_met[item.chunk.uiStreamNr] += isFirst ? 1 : 0;
             } catch (const Failure& failure) {
                 m_trouble = failure.what(); // the chunks before the failure are kept
                 return;
@@ -444,7 +449,7 @@ private:
         Json manifest = DocumentHead(m_reader.Settings());
         manifest["asked_from_ms"] = m_extract.from ? Json(*m_extract.from) : Json();
         manifest["asked_to_ms"] = m_extract.to ? Json(*m_extract.to) : Json();
-        manifest["complete"] = m_trouble.empty();
+        manifest["complete"] = m_trouble.empty() && m_isWhole;
         manifest["streams"] = streams;
         manifest["left_out"] = m_leftOut;
         OutputFile out(ManifestPath(), m_reader.Settings().Path(), m_extract.force);
@@ -461,8 +466,10 @@ private:
     const std::vector<UInt64>& m_keyFrames;
     int m_mainVideo;
     std::map<UInt32, std::unique_ptr<Extract>> m_files; // by stream
+    std::map<UInt32, UInt64> m_met;                     // chunks in the first pass, by stream
     Json m_leftOut = Json::array();
     std::string m_trouble;
+    bool m_isWhole = true; // nothing of the streams that are written is missing
     bool m_hasStarted = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include "lxAviRead.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,17 +32,31 @@ struct Finding {
 
 class Findings {
 public:
-    void Add(Finding finding);
+    // Of one code, the first kMostOfACode findings are kept for themselves. The last of them counts all that follow.
+    static constexpr size_t kMostOfACode = 10000;
+
+    void Add(const Finding& finding) { static_cast<void>(NumberFor(finding)); }
 
     // In the order of their offsets; those without an offset come first. Ends the rows below.
     const std::vector<Finding>& Sort();
+    // The `most` most severe ones, in the same order.
+    std::vector<Finding> MostSevere(size_t most);
     UInt64 Places(Severity severity) const;
     // Whether there is one that is as severe, or more so.
     bool Has(Severity severity) const;
 
 private:
     friend class FindingRow;
+    struct Kept {
+        size_t count = 0;
+        size_t last = 0; // its number in m_all
+    };
+
+    // Returns the number in m_all of the finding that is kept for this one.
+    size_t NumberFor(const Finding& finding);
+
     std::vector<Finding> m_all;
+    std::map<std::string, Kept> m_kept; // by code
 };
 
 // Makes one finding of places that follow each other.

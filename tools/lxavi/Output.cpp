@@ -160,12 +160,12 @@ void PrintAsCsv(const Json& value, const std::string& path)
         for (const auto& [key, member] : value.items()) {
             PrintAsCsv(member, path.empty() ? key : path + "." + key);
         }
-    } else if (value.is_array()) {
+    } else if (value.is_array() && !value.empty()) {
         for (size_t i = 0; i < value.size(); ++i) {
             PrintAsCsv(value[i], fmt::format("{}.{}", path, i));
         }
     } else {
-        fmt::print("{},{}\n", path, CsvField(value));
+        fmt::print("{},{}\n", path, value.is_array() ? "" : CsvField(value));
     }
 }
 
@@ -356,7 +356,7 @@ void TableWriter::Row(const std::vector<Json>& values, Colour colour)
 void TableWriter::Summary(const Json& summary, const std::vector<Json>& csvRow)
 {
     m_summary = summary;
-    if (m_options.csv && !csvRow.empty()) {
+    if (m_options.csv && !csvRow.empty() && m_options.fields.empty()) {
         PrintCsv(csvRow);
     }
 }
@@ -366,7 +366,7 @@ void PrintReport(const Options& options, const Json& report)
     const Json shown = options.fields.empty() ? report : ChosenMembers(options, report);
     if (options.json) {
         Json document = DocumentHead(options);
-        document.update(shown);
+        options.fields.empty() ? document.update(shown) : document.update({{"fields", shown}});
         fmt::print("{}\n", JsonText(document, 2));
     } else if (options.csv) {
         fmt::print("key,value\n");
@@ -378,9 +378,11 @@ void PrintReport(const Options& options, const Json& report)
 
 // ---- Progress ----
 
+// When the program has begun: what takes long may consist of many short walks.
+static const std::chrono::steady_clock::time_point kStart = std::chrono::steady_clock::now();
+
 Progress::Progress(const std::string& what, UInt64 total)
-    : m_what(what), m_total(std::max<UInt64>(total, 1)), m_on(isatty(STDERR_FILENO) != 0),
-      m_begin(std::chrono::steady_clock::now())
+    : m_what(what), m_total(std::max<UInt64>(total, 1)), m_on(isatty(STDERR_FILENO) != 0)
 {
 }
 
@@ -397,7 +399,7 @@ void Progress::At(UInt64 done)
     constexpr std::chrono::milliseconds kPatience(500);
     const int percent =
         static_cast<int>(static_cast<double>(std::min(done, m_total)) * 100 / static_cast<double>(m_total));
-    if (!m_on || percent == m_shown || (m_shown < 0 && std::chrono::steady_clock::now() - m_begin < kPatience)) {
+    if (!m_on || percent == m_shown || (m_shown < 0 && std::chrono::steady_clock::now() - kStart < kPatience)) {
         return;
     }
     m_shown = percent;

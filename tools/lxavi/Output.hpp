@@ -51,7 +51,8 @@ public:
 
     // One value for each column.
     void Row(const std::vector<Json>& values, Colour colour = Colour::None);
-    // What is told behind the rows, for programs: an object of JSON. CSV has it as a last row, when `csvRow` is given.
+    // What is told behind the rows, for programs: an object of JSON. CSV has it as a last row, when `csvRow` is given and the
+    // user has not chosen columns.
     void Summary(const Json& summary, const std::vector<Json>& csvRow = {});
 
 private:
@@ -67,7 +68,7 @@ private:
 };
 
 // Prints a report of nested objects: indented, as `key,value` lines, or as JSON. --fields chooses members by their paths,
-// such as `index.kind` and `streams.0.codec`. Throws UsageError when the report has no such member.
+// such as `index.kind` and `streams.0.codec`; JSON has them in an object `fields`. Throws UsageError when the report has no such member.
 void PrintReport(const Options& options, const Json& report);
 
 // A text of JSON. Bytes that are no UTF-8 are replaced.
@@ -79,7 +80,7 @@ std::string VersionText();
 // What every JSON document of the tool begins with.
 Json DocumentHead(const Options& options);
 
-// A progress bar on standard error, when that is a terminal, for work that takes more than half a second.
+// A progress bar on standard error, when that is a terminal, once the program has run for half a second.
 class Progress {
 public:
     explicit Progress(const std::string& what, UInt64 total = 1);
@@ -96,7 +97,6 @@ private:
     UInt64 m_total;
     int m_shown = -1; // per cent
     bool m_on;
-    std::chrono::steady_clock::time_point m_begin;
 };
 
 } // namespace lxavi

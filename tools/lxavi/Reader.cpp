@@ -214,12 +214,23 @@ Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
     return item;
 }
 
+// A chunk that the file does not have as a whole may be cut, or its size may be wrong.
+std::string Reader::WhichChunk(const Item& item) const
+{
+    const UInt64 begin = item.offset + 8;
+    if (m_fileSize == 0 || begin + item.chunk.uiSize <= m_fileSize) {
+        return fmt::format("chunk at {}", item.offset);
+    }
+    return fmt::format("chunk at {}, which claims {} bytes and has {}", item.offset, item.chunk.uiSize,
+                       m_fileSize - std::min(begin, m_fileSize));
+}
+
 void Reader::ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take)
 {
     for (UInt32 left = item.chunk.uiSize; left > 0;) {
         const UInt32 piece = std::min(left, kPiece);
         if (const UInt32 result = lxAviReadCore_GetChunk(m_buffer.data(), piece); result != LX_OK) {
-            throw Failure(fmt::format("chunk at {}", item.offset), result);
+            throw Failure(WhichChunk(item), result);
         }
         take({reinterpret_cast<const UInt8*>(m_buffer.data()), piece});
         left -= piece;

@@ -60,6 +60,8 @@ struct Options {
     std::vector<std::string> fields; // that are printed; none: all
 
     bool IsForPeople() const { return !json && !csv; }
+    // The name of the input for people.
+    std::string Name() const { return file == "-" ? "standard input" : file; }
     // The name to open the input by.
     std::string Path() const { return file == "-" ? "/dev/stdin" : file; }
 };
@@ -127,6 +129,7 @@ private:
     void LookAtInput();
     UInt32 ParseIndex();
     UInt64 Position() const;
+    std::string WhichChunk(const Item& item) const;
 
     Options m_options;
     bool m_isRebuilt = false;

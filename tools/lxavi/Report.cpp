@@ -163,7 +163,7 @@ int RunReport(const Options& options, const ReportOptions& report)
     if (!options.IsForPeople() || !options.fields.empty()) {
         PrintReport(options, data);
     } else {
-        fmt::print("{}\n", report.output);
+        fmt::print("{}\n", Printable(report.output));
     }
     return kDone;
 }

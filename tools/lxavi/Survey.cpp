@@ -17,7 +17,7 @@ constexpr UInt32 kSizeClassesPerDoubling = 2;
 constexpr UInt64 kNarrowestRate = 1000; // milliseconds
 constexpr size_t kMostPlaces = 2000;
 constexpr UInt32 kEveryKeyFrame = 1u << 30; // bytes for a table of all key frames
-constexpr size_t kMostFindings = 1000;      // that a page lists; the summary counts all
+constexpr size_t kMostFindings = 1000;      // that a page lists, the most severe ones; the summary counts all
 
 // Classes whose upper bounds grow by the square root of two. Class 0 holds empty chunks.
 UInt32 SizeClass(UInt32 size)
@@ -244,10 +244,7 @@ Json Survey::SeekReport(Reader& reader) const
 Json Survey::FindingReport(Findings& findings) const
 {
     Json list = Json::array();
-    for (const Finding& finding : findings.Sort()) {
-        if (list.size() == kMostFindings) {
-            break;
-        }
+    for (const Finding& finding : findings.MostSevere(kMostFindings)) {
         Json json;
         json["severity"] = SeverityName(finding.severity);
         json["offset"] = finding.offset ? Json(*finding.offset) : Json();
@@ -264,9 +261,9 @@ Json Survey::Run()
 {
     Options thorough = m_options;
     thorough.budget = kEveryKeyFrame;
-    m_mainVideo = Reader(m_options).State().videoStreamNr;
     Checker checker(thorough, {[this](const lxAviRead_MediaChunk_t& chunk) { TakeChunk(chunk); },
                                [this](const Item& item, bool isNew) { TakeDelivered(item, isNew); }});
+    m_mainVideo = Reader(m_options).State().videoStreamNr;
     Findings& findings = checker.Run();
     Reader reader(m_options);
     const UInt32 indexed = reader.BuildIndex();
@@ -278,11 +275,10 @@ Json Survey::Run()
     report["key_frames"] = KeyFrameReport(reader);
     report["seeks_ms"] = SeekReport(reader);
     report["findings"] = FindingReport(findings);
-    report["summary"] = {{"errors", findings.Places(Severity::Error)},
-                         {"warnings", findings.Places(Severity::Warning)},
-                         {"notes", findings.Places(Severity::Note)},
-                         {"findings", findings.Sort().size()},
-                         {"chunks_delivered", checker.Delivered()}};
+    report["summary"] = {
+        {"errors", findings.Places(Severity::Error)},    {"warnings", findings.Places(Severity::Warning)},
+        {"notes", findings.Places(Severity::Note)},      {"findings", findings.Sort().size()},
+        {"findings_printed", report["findings"].size()}, {"chunks_delivered", checker.Delivered()}};
     return report;
 }
 

@@ -4,6 +4,8 @@
 #include "Commands.hpp"
 #include "Output.hpp"
 
+#include "lxDbgHost.h"
+
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -38,6 +40,32 @@ void OpenMissingStandardStreams()
     }
 }
 
+// Messages of the library have parts of the file and its name.
+void SayMessage(void* /*context*/, const char* unit, UInt32 level, const char* text)
+{
+    std::string_view line = text;
+    while (line.ends_with('\n')) {
+        line.remove_suffix(1);
+    }
+    Say(fmt::format("{} {:#06x} {}", unit, level, line));
+}
+
+void SayAssertion(void* /*context*/, const char* condition, const char* text, const char* file, int line)
+{
+    Say(fmt::format("assertion failed: {} ({}) at {}:{}", condition, text, file, line));
+}
+
+// Help without the notation for what a flag means without a value: "--rebuild", not "--rebuild{auto}".
+class HelpFormatter : public CLI::Formatter {
+public:
+    std::string make_option_name(const CLI::Option* option, bool isPositional) const override
+    {
+        std::string name = CLI::Formatter::make_option_name(option, isPositional);
+        const size_t brace = name.find('{');
+        return name.substr(0, brace);
+    }
+};
+
 // All commands, their arguments, and what the user wants.
 class Arguments {
 public:
@@ -46,6 +74,8 @@ public:
         m_app.name("lxavi");
         m_app.set_version_flag("-V,--version", VersionText());
         m_app.set_help_flag("-h,--help", "Print this help and exit");
+        m_app.option_defaults()->disable_flag_override(); // --json=5 means nothing
+        m_app.formatter(std::make_shared<HelpFormatter>());
         m_app.footer(
             "Exit status: 0 done; 1 damaged or refused input, or output that cannot be written; 2 wrong usage.\n"
             "`lxavi COMMAND --help` has examples.");
@@ -132,6 +162,7 @@ private:
             ->add_flag("--rebuild{auto}", m_options.rebuild,
                        "Build the key-frame table from the media data: auto (without a value) where there is no index "
                        "that can be used, always in any case")
+            ->disable_flag_override(false)
             ->transform(CLI::CheckedTransformer(kRebuilds, CLI::ignore_case))
             ->option_text("[=auto|always]");
     }
@@ -160,7 +191,7 @@ private:
         CLI::App* const chunks =
             Add("chunks", "List the delivered chunks",
                 "  lxavi chunks film.avi --limit 20\n"
-                "  lxavi chunks film.avi --audio 1 --from 1:30 --csv --fields offset,size,time_ms");
+                "  lxavi chunks film.avi --audio 1 --from 1:30 --csv --fields offset,size_bytes,time_ms");
         AddRebuild(chunks);
         AddAudio(chunks, m_play.audio);
         AddRounding(chunks);
@@ -274,8 +305,8 @@ private:
             ->option_text("FOLDER");
         report->add_flag("--force", m_report.force, "Overwrite an existing file");
         report->callback([this] {
-            if (m_report.output.empty() && m_options.IsForPeople()) {
-                throw CLI::RequiredError("--output, --json or --csv");
+            if (m_report.output.empty() && m_options.IsForPeople() && m_options.fields.empty()) {
+                throw CLI::RequiredError("--output, --json, --csv or --fields");
             }
             m_run = [this] { return RunReport(m_options, m_report); };
         });
@@ -300,11 +331,11 @@ void FlushOutput()
     }
 }
 
-int RunCommand(Arguments& arguments)
+// Calls `run`, and tells what it throws.
+int RunCommand(const Arguments& arguments, const std::function<int()>& run)
 {
-    const std::string& file = arguments.Settings().file;
     try {
-        const int status = arguments.Run();
+        const int status = run();
         FlushOutput();
         return status;
     } catch (const UsageError& error) {
@@ -315,9 +346,9 @@ int RunCommand(Arguments& arguments)
     } catch (const std::system_error& error) { // of fmt
         Say(fmt::format("lxavi: standard output: {}", error.code().message()));
     } catch (const std::bad_alloc&) {
-        Say(fmt::format("lxavi: {}: there is not enough memory", file));
+        Say(fmt::format("lxavi: {}: there is not enough memory", arguments.Settings().Name()));
     } catch (const std::exception& error) {
-        Say(fmt::format("lxavi: {}: {}", file == "-" ? "standard input" : file, error.what()));
+        Say(fmt::format("lxavi: {}: {}", arguments.Settings().Name(), error.what()));
     }
     return kDamaged;
 }
@@ -327,9 +358,8 @@ int RunCommand(Arguments& arguments)
 int main(int argc, char** argv)
 {
     OpenMissingStandardStreams();
+    lxDbg_LogToCallback(SayMessage, SayAssertion, nullptr);
     Arguments arguments;
-    if (const std::optional<int> status = arguments.Parse(argc, argv)) {
-        return *status;
-    }
-    return RunCommand(arguments);
+    const std::optional<int> status = arguments.Parse(argc, argv);
+    return RunCommand(arguments, [&] { return status ? *status : arguments.Run(); });
 }

@@ -227,9 +227,15 @@
     });
   }
 
+  // Of 1st, 2nd, 3rd, 4th, 11th, 21st.
+  function ordinalEnding(number) {
+    const isTeen = Math.floor(number / 10) % 10 === 1;
+    return (!isTeen && ['th', 'st', 'nd', 'rd'][number % 10]) || 'th';
+  }
+
   function drawKeyFrames() {
     const keys = data.key_frames;
-    const ordinal = keys.step === 2 ? '2nd' : keys.step === 3 ? '3rd' : grouped(keys.step || 1) + 'th';
+    const ordinal = grouped(keys.step || 1) + ordinalEnding(keys.step);
     element('keys-text').textContent = counted(keys.key_frames, 'key frame') + ' by ' + keys.told_by + '. The table holds ' +
       grouped(keys.stored) + (keys.step > 1 ? ', every ' + ordinal + ', because its budget has no room for more' : '') +
       '. The chart shows the distances to the next one, in milliseconds.';
@@ -279,7 +285,8 @@
     const found = data.findings;
     const left = data.summary.findings - found.length;
     const all = 'A time leads to its place in the charts.';
-    const some = 'The first ' + grouped(found.length) + ' of ' + grouped(data.summary.findings) + '; `lxavi check` lists all.';
+    const some = 'The ' + grouped(found.length) + ' most severe ones of ' + grouped(data.summary.findings) +
+      '; `lxavi check` lists all.';
     element('findings-text').textContent = found.length === 0 ? 'None.' : left > 0 ? some : all;
     if (found.length) {
       const head = append(element('findings'), 'tr');
@@ -293,7 +300,7 @@
         append(place, 'button', clock(finding.time_ms)).addEventListener('click', () => show(finding.time_ms));
       }
       append(row, 'td', finding.offset === null ? '' : grouped(finding.offset));
-      append(row, 'td', finding.text + (finding.places > 1 ? ' (' + grouped(finding.places) + ' places in a row)' : ''));
+      append(row, 'td', finding.text + (finding.places > 1 ? ' (' + grouped(finding.places) + ' places)' : ''));
     }
   }
 
