@@ -609,6 +609,18 @@ class Tool(InScratchFolder):
         self.assertIn("stream00_video.m4v: cannot be written: File too large", limited.stderr)
         self.assertEqual(list(out.iterdir()), [])
 
+    def test_an_interrupted_extraction_leaves_nothing(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            out = self.folder / f"out{number}"
+            with subprocess.Popen([LXAVI, "extract", "-", "--out", out], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL) as process:
+                process.stdin.write(MPEG4.read_bytes()[:100000])
+                process.stdin.flush()
+                while not out.exists() or len(list(out.glob("*.partial"))) < 2:  # both streams have begun
+                    self.assertIsNone(process.poll())
+                process.send_signal(number)
+                self.assertEqual(process.wait(), -number)
+            self.assertEqual(list(out.iterdir()), [])
+
     def test_a_damaged_source_gives_what_it_has(self):
         out, streams = self.extract(self.file(MPEG4.read_bytes()[:100000]), status=1)
         self.assertFalse(json.loads((out / "manifest.json").read_text())["complete"])
@@ -651,6 +663,7 @@ class Tool(InScratchFolder):
         out, streams = self.extract(self.file(size), status=1)
         self.assertEqual(self.left_out(), {0: f"{left[0]} of its {all_[0] - 1} chunks are not delivered",
                                            1: f"{left[1]} of its {all_[1]} chunks are not delivered"})
+        self.assertLess((out / streams[0]["file"]).stat().st_size, len(data))  # and not the size that the chunk claims
         claims = f"chunk at {middle.offset}, which claims {0xAAAA0004} bytes and has {len(data) - middle.offset - 8}: the file ends too early"
         self.assertIn(claims, lxavi("extract", self.file(size), "--out", out, "--force").stderr)
         found = [row for row in table("check", self.file(size)) if row["severity"] == "error"]

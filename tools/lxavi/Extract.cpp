@@ -70,14 +70,17 @@ public:
     {
     }
 
-    void Take(Reader& reader, const Item& item)
+    // A damaged size can claim gigabytes: the chunk gets the size of what is there.
+    void Take(Reader& reader, const Item& delivered)
     {
+        Item item = delivered;
+        item.chunk.uiSize = reader.BytesThere(delivered);
         if (item.chunk.uiSize == 0) {
             m_file->BeginChunk(item, {});
         }
         UInt32 taken = 0;
         try {
-            reader.ReadPayload(item, [&](std::span<const UInt8> piece) {
+            reader.ReadPayload(delivered, [&](std::span<const UInt8> piece) {
                 if (taken == 0) {
                     m_file->BeginChunk(item, piece);
                 }
@@ -117,7 +120,8 @@ public:
     }
 
 private:
-    // A chunk that the source ends in has begun with its whole size: zeros stand for the rest.
+    // A chunk that a pipe ends in has begun with its whole size: zeros stand for the rest. Of a file, so do zeros for the last
+    // piece that was cut.
     void FillUp(UInt32 size)
     {
         constexpr UInt32 kPiece = 64 * 1024;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,40 @@
 namespace lxavi {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The files that are not complete. A signal handler may look at the list at any moment: every change is one store.
+std::atomic<OutputFile*> s_pFirst;
+
+} // namespace
+
+void OutputFile::Enlist()
+{
+    m_pNext = s_pFirst;
+    s_pFirst = this;
+}
+
+void OutputFile::Strike()
+{
+    if (s_pFirst == this) {
+        s_pFirst = m_pNext;
+        return;
+    }
+    for (OutputFile* pFile = s_pFirst; pFile != nullptr; pFile = pFile->m_pNext) {
+        if (pFile->m_pNext == this) {
+            pFile->m_pNext = m_pNext;
+            return;
+        }
+    }
+}
+
+void RemovePartialFiles()
+{
+    for (const OutputFile* pFile = s_pFirst; pFile != nullptr; pFile = pFile->m_pNext) {
+        unlink(pFile->m_partial.c_str());
+    }
+}
 
 void RefuseToOverwrite(const fs::path& path, const std::string& input, bool force)
 {
@@ -47,10 +82,12 @@ OutputFile::OutputFile(const fs::path& path, const std::string& input, bool forc
         unlink(name.c_str());
         Fail();
     }
+    Enlist();
 }
 
 OutputFile::~OutputFile()
 {
+    Strike();
     if (m_file != nullptr) {
         m_file.reset();
         std::error_code ignored;
@@ -93,6 +130,7 @@ void OutputFile::Commit()
     m_file.reset();
     std::error_code error;
     fs::rename(m_partial, m_path, error);
+    Strike();
     if (error) {
         std::error_code ignored;
         fs::remove(m_partial, ignored);

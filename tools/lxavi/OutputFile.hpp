@@ -14,6 +14,9 @@ namespace lxavi {
 // Throws OutputFailure when a file must not be written there; see OutputFile.
 void RefuseToOverwrite(const std::filesystem::path& path, const std::string& input, bool force);
 
+// Removes the files below that are not complete. A signal handler may call it before it ends the program.
+void RemovePartialFiles();
+
 // A file that appears under its name only when it is complete. Until then it has a name of its own in the same folder, with
 // ".partial" at the end, which no other file has.
 class OutputFile {
@@ -38,11 +41,16 @@ private:
         void operator()(FILE* file) const { std::fclose(file); }
     };
 
+    friend void RemovePartialFiles();
+
     [[noreturn]] void Fail() const;
+    void Enlist();
+    void Strike();
 
     std::filesystem::path m_path;
     std::filesystem::path m_partial;
     std::unique_ptr<FILE, Close> m_file;
+    OutputFile* m_pNext = nullptr; // of those that are not complete
     UInt64 m_size = 0;
 };
 

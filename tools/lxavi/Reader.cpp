@@ -217,12 +217,17 @@ Item Reader::Next(UInt32 audioTrack, UInt32 subtitleTrack)
 // A chunk that the file does not have as a whole may be cut, or its size may be wrong.
 std::string Reader::WhichChunk(const Item& item) const
 {
-    const UInt64 begin = item.offset + 8;
-    if (m_fileSize == 0 || begin + item.chunk.uiSize <= m_fileSize) {
-        return fmt::format("chunk at {}", item.offset);
-    }
-    return fmt::format("chunk at {}, which claims {} bytes and has {}", item.offset, item.chunk.uiSize,
-                       m_fileSize - std::min(begin, m_fileSize));
+    const UInt32 there = BytesThere(item);
+    return there == item.chunk.uiSize
+               ? fmt::format("chunk at {}", item.offset)
+               : fmt::format("chunk at {}, which claims {} bytes and has {}", item.offset, item.chunk.uiSize, there);
+}
+
+UInt32 Reader::BytesThere(const Item& item) const
+{
+    const UInt64 begin = std::min(item.offset + 8, m_fileSize);
+    const UInt64 there = m_fileSize == 0 ? item.chunk.uiSize : m_fileSize - begin;
+    return static_cast<UInt32>(std::min<UInt64>(item.chunk.uiSize, there));
 }
 
 void Reader::ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take)

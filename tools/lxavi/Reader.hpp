@@ -115,6 +115,8 @@ public:
 
     // Passes the payload of a delivered chunk to `take` in pieces. Throws Failure when a read fails.
     void ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take);
+    // The bytes of a chunk's payload that the input has; all of them where nobody knows how long the input is.
+    UInt32 BytesThere(const Item& item) const;
     // Skips the payload of a delivered or rejected chunk, unless its size cannot be trusted.
     void Skip(const Item& item);
 

@@ -3,12 +3,14 @@
 #include "Arguments.hpp"
 #include "Commands.hpp"
 #include "Output.hpp"
+#include "OutputFile.hpp"
 
 #include "lxDbgHost.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <csignal>
 #include <functional>
 
 #include <fcntl.h>
@@ -36,6 +38,26 @@ void OpenMissingStandardStreams()
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
             static_cast<void>(open("/dev/null", O_RDWR)); // takes the lowest free number, which is this one
+        }
+    }
+}
+
+// Ends the program as the signal does, but leaves no partial files.
+void EndBySignal(int number)
+{
+    RemovePartialFiles();
+    static_cast<void>(raise(number)); // the handler is not set any more
+}
+
+void HandleSignals()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before = {};
+        if (sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) { // nohup ignores one
+            struct sigaction action = {};
+            action.sa_handler = EndBySignal;
+            action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+            static_cast<void>(sigaction(number, &action, nullptr));
         }
     }
 }
@@ -358,6 +380,7 @@ int RunCommand(const Arguments& arguments, const std::function<int()>& run)
 int main(int argc, char** argv)
 {
     OpenMissingStandardStreams();
+    HandleSignals();
     lxDbg_LogToCallback(SayMessage, SayAssertion, nullptr);
     Arguments arguments;
     const std::optional<int> status = arguments.Parse(argc, argv);

@@ -259,6 +259,7 @@
     // two classes for each doubling; empty chunks stand to the left of those of one byte
     const place = bytes => bytes === 0 ? -0.5 : Math.round(2 * Math.log2(bytes)) / 2;
     const bytes = x => x < 0 ? '0' : grouped(Math.ceil(2 ** x));
+    const isBorder = x => Math.abs(2 * x - Math.round(2 * x)) < 1e-9; // of a class; what lies between has the same bytes
     const classes = joined(data.streams.map(s => s.chunks_by_least_bytes), 1);
     const filled = new Map(classes.map(([least, ...chunks]) => [place(least), chunks]));
     const most = Math.max(...filled.keys());
@@ -267,7 +268,7 @@
       rows.push([x, ...data.streams.map((s, i) => (filled.get(x) || [])[i] || 0)]);
     }
     draw('sizes', rows, data.streams.map(nameOf), {
-      unit: 'chunks', isOverTime: false, point: x => bytes(x) + ' bytes', axisPoint: bytes, stepPlot: true, includeZero: true,
+      unit: 'chunks', isOverTime: false, point: x => bytes(x) + ' bytes', axisPoint: x => (isBorder(x) ? bytes(x) : ''), stepPlot: true, includeZero: true,
       fillGraph: true,
     });
   }
