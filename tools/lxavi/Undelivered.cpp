@@ -62,11 +62,15 @@ private:
         }
     }
 
-    // The library finds chunks behind damage that ends the structure.
+    // The library finds chunks behind damage that ends the structure. Where it cannot read on, those before that place count.
     void WalkOverMediaData()
     {
         std::map<UInt32, UInt64> chunks;
-        ForEachMediaChunk(m_reader, [&](const lxAviRead_MediaChunk_t& chunk) { ++chunks[chunk.uiStreamNr]; });
+        try {
+            ForEachMediaChunk(m_reader, [&](const lxAviRead_MediaChunk_t& chunk) { ++chunks[chunk.uiStreamNr]; });
+        } catch (const Failure&) {
+            // delivery has told the reason
+        }
         for (const auto& [number, count] : chunks) {
             m_found.all[number] = std::max(m_found.all[number], count);
         }
