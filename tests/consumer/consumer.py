@@ -103,9 +103,13 @@ class Consumer(unittest.TestCase):
         (self.prefix / "a film.avi").touch()
         script = (f"source '{completion}'; cd '{self.prefix}'; compopt() {{ :; }}; COMP_CWORD=2; "
                   "for COMP_WORDS in 'lxavi info a\\ f' 'lxavi info --rebuild=al' 'lxavi repair -'; do eval \"COMP_WORDS=($COMP_WORDS)\"; "
-                  "_lxavi; printf '%s|' \"${COMPREPLY[@]}\"; echo; done; COMP_WORDS=(lxavi info --log se); COMP_CWORD=3; _lxavi; echo ${COMPREPLY[@]}")
-        file, rebuild, repair, log = run("bash", "-c", script).splitlines()
+                  "_lxavi; printf '%s|' \"${COMPREPLY[@]}\"; echo; done; COMP_WORDS=(lxavi info --log se); COMP_CWORD=3; _lxavi; echo ${COMPREPLY[@]}; "
+                  "COMP_WORDS=(lxavi info --rebuild = al); COMP_CWORD=4; _lxavi; echo ${COMPREPLY[@]}; "
+                  "COMP_WORDS=(lxavi seek --round =); COMP_CWORD=3; _lxavi; echo ${COMPREPLY[@]}; "
+                  "COMP_WORDS=(lxavi extract --out b); COMP_CWORD=3; _lxavi; echo ${COMPREPLY[@]}")
+        file, rebuild, repair, log, value, rounding, folder = run("bash", "-c", script).splitlines()
         self.assertEqual((file, rebuild, log), ("a film.avi|", "--rebuild=always|", "seek"))
+        self.assertEqual((value, rounding, folder), ("always", "down nearest up", "bin"))
         self.assertLessEqual({"-o", "--output", "--in-place", "-h"}, set(repair.split("|")))
         (self.prefix / "a film.avi").unlink()
         if shutil.which("zsh"):

@@ -655,14 +655,14 @@ class Tool(InScratchFolder):
         left = [sum(chunk.stream == stream for chunk in chunks_[201:]) for stream in (0, 1)]
         all_ = [sum(chunk.stream == stream for chunk in chunks_) for stream in (0, 1)]
 
-        out, streams = self.extract(self.file(hole))
+        out, streams = self.extract(self.file(hole), status=1)
         self.assertEqual([streams[n]["chunks"] for n in (0, 1)], [all_[0] - 1, all_[1]])
-        self.assertRegex(self.left_out()[None], f"^damaged at {middle.offset}: no chunk begins here, [0-9]+ bytes are left over$")
+        self.assertEqual(self.left_out(), {None: f"damaged: {chunks_[201].offset - middle.offset} bytes at {middle.offset} are no chunk"})
         self.assertFalse(json.loads((out / "manifest.json").read_text())["complete"])
 
         out, streams = self.extract(self.file(size), status=1)
-        self.assertEqual(self.left_out(), {0: f"{left[0]} of its {all_[0] - 1} chunks are not delivered",
-                                           1: f"{left[1]} of its {all_[1]} chunks are not delivered"})
+        lost = {n: f"not delivered: {left[n]} of {all_[n]} chunks" for n in (0, 1)}
+        self.assertEqual(self.left_out(), lost | {None: f"damaged: {chunks_[201].offset - middle.offset} bytes at {middle.offset} are no chunk"})
         self.assertLess((out / streams[0]["file"]).stat().st_size, len(data))  # and not the size that the chunk claims
         claims = f"chunk at {middle.offset}, which claims {0xAAAA0004} bytes and has {len(data) - middle.offset - 8}: the file ends too early"
         self.assertIn(claims, lxavi("extract", self.file(size), "--out", out, "--force").stderr)
@@ -671,10 +671,57 @@ class Tool(InScratchFolder):
                          [f"{left[n]} of the {all_[n] - (n == 0)} chunks of stream {n} cannot be played: they lie behind damage" for n in (0, 1)])
         self.assertTrue(any(claims in row["text"] for row in found))
 
-        self.extract(self.file(data + data))
-        self.assertEqual(self.left_out(), {n: f"{all_[n]} of its {2 * all_[n]} chunks are not delivered" for n in (0, 1)})
+        self.extract(self.file(data + data), status=1)
+        self.assertEqual(self.left_out(), {n: f"not delivered: {all_[n]} of {2 * all_[n]} chunks" for n in (0, 1)})
         self.extract(self.file(data + data), "--from", "1s", "--to", "2s")  # a range leaves chunks out
         self.assertEqual(self.left_out(), {})
+        self.extract(self.file(hole), "--to", "1s")  # the damage lies behind it
+        self.assertEqual(self.left_out(), {})
+        self.extract(self.file(data[:-100]))  # an index that is cut costs nothing
+        self.assertEqual(self.left_out(), {})
+
+    def test_what_is_there_of_a_cut_chunk_is_kept(self):
+        payload = bytes(n * 7 % 251 for n in range(200000))
+        for stream, suffix in ((audio(), 44), (video(b"ABCD"), None)):
+            data = avi([stream], [(0, b"wb" if suffix else b"dc", payload, True)], index=False)
+            begin = data.index(b"movi") + 12
+            for there in (2, 4000, 65536, 70002, 199998):
+                for options in ((), ("--raw",)):
+                    out, streams = self.extract(self.file(data[:begin + there]), *options, status=1)
+                    written = (out / streams[0]["file"]).read_bytes()
+                    self.assertIn(payload[:there], written)
+                    self.assertEqual(streams[0]["payload_bytes"], there)
+                    if options:
+                        self.assertEqual(written, payload[:there])
+                    else:
+                        self.assertLess(len(written), there + 6000)  # headers
+                shutil.rmtree(out)
+                piped = subprocess.run([LXAVI, "extract", "-", "--out", out, "--raw"], input=data[:begin + there], capture_output=True, check=False)
+                self.assertEqual(piped.returncode, 1)
+                self.assertEqual(next(out.glob("stream00*")).read_bytes(), payload[:there])
+                shutil.rmtree(out)
+
+    def test_pipes_that_nobody_reads_lose_no_results(self):
+        path = self.file(avi([video(b"XVID"), *[audio() for _ in range(9)]], [(0, b"dc", mpeg4_frame(True), True)] + [(9, b"wb", bytes(1600), True)]))
+        out = self.folder / "out"
+        closed = subprocess.run(["bash", "-c", f"'{LXAVI}' extract '{path}' --out '{out}' 2> >(exec true)"], capture_output=True, check=False)
+        self.assertEqual(closed.returncode, 0)
+        self.assertTrue((out / "manifest.json").exists())
+        with subprocess.Popen([LXAVI, "chunks", MPEG4], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            process.stdout.close()
+            self.assertEqual((process.stderr.read(), process.wait()), (b"", -signal.SIGPIPE))
+
+    def test_severities_are_counted_apart(self):
+        """Three gaps between chunks: two are too short for a chunk."""
+        data = bytearray(avi([video(b"XVID")], [(0, b"dc", mpeg4_frame(n == 0), n == 0) for n in range(10)], index=False))
+        chunks_ = [m.start() for m in re.finditer(b"00dc", data)]
+        for n, size in ((7, 4), (5, 16), (3, 4)):
+            data[chunks_[n]:chunks_[n]] = bytes(size)
+        movi = data.index(b"movi")
+        struct.pack_into("<I", data, movi - 4, struct.unpack_from("<I", data, movi - 4)[0] + 24)
+        struct.pack_into("<I", data, 4, len(data) - 8)
+        gaps = [row for row in table("check", self.file(data)) if row["code"] == "no_chunk"]
+        self.assertEqual([(row["severity"], row["places"]) for row in gaps], [("warning", 1), ("error", 1), ("warning", 1)])
 
     def test_aac_frames_get_headers_where_these_have_numbers(self):
         frames = [(0, b"wb", bytes(100 + n), True) for n in range(3)] + [(0, b"wb", b"", True)]
@@ -850,9 +897,9 @@ class Tool(InScratchFolder):
         struct.pack_into("<I", data, movi - 4, 4 + 4 * 108)  # four of the chunks, of 108 bytes each
         found = findings(self.file(data))["chunk_unreachable"]
         self.assertEqual((found["severity"], found["offset"], found["places"]), ("error", movi + 4 + 4 * 108, 6))
-        _, streams = self.extract(self.file(data))
+        _, streams = self.extract(self.file(data), status=1)
         self.assertEqual(streams[0]["chunks"], 4)
-        self.assertEqual(self.left_out(), {None: "6 chunks stand in no list of media data"})
+        self.assertEqual(self.left_out(), {0: "not delivered: 6 of 10 chunks"})
 
     def opendml(self):
         """Two lists, each with 30 frames and an index chunk, and a super index; the places of these."""
@@ -1067,6 +1114,10 @@ class Tool(InScratchFolder):
     def test_flags_take_no_values(self):
         for flag in ("--json=5", "--csv=false", "--default-mode=maybe"):
             self.assertEqual(lxavi("info", MPEG4, flag).returncode, 2)
+        for value in ("2", "nope"):
+            refused = lxavi("info", MPEG4, f"--rebuild={value}")
+            self.assertEqual(refused.returncode, 2, value)
+        self.assertIn("is none of always|auto", refused.stderr)
         self.assertEqual(report("info", MPEG4, "--rebuild=always")["streams"][0]["counted_in"], "the media data")
 
     def test_memory_does_not_grow_with_the_file(self):

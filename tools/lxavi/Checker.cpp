@@ -382,8 +382,11 @@ void Checker::CheckLosses(const Reader& reader, const std::map<UInt32, UInt64>& 
 {
     for (const auto& [number, chunks] : m_frames) {
         const lxAviReadCore_StreamInfo_t* const stream = reader.Stream(number);
-        const auto told = passedBy.find(number);
-        const UInt64 known = m_met[number] + (told != passedBy.end() ? told->second : 0);
+        const auto countOf = [stream = number](const std::map<UInt32, UInt64>& counts) {
+            const auto found = counts.find(stream);
+            return found != counts.end() ? found->second : 0;
+        };
+        const UInt64 known = countOf(m_met) + countOf(passedBy) + countOf(m_scan.mediaOutsideByStream);
         if (stream != nullptr && stream->StreamType != LX_AVIREAD_STREAM_NONE && chunks > known) {
             m_findings.Add(
                 {.severity = Severity::Error,

@@ -90,7 +90,7 @@ public:
             });
         } catch (const Failure&) {
             if (taken > 0) {
-                FillUp(item.chunk.uiSize - taken);
+                FillUp(m_file->StatesSizes() ? item.chunk.uiSize - taken : 0);
                 EndChunk(item);
             }
             throw;
@@ -120,8 +120,7 @@ public:
     }
 
 private:
-    // A chunk that a pipe ends in has begun with its whole size: zeros stand for the rest. Of a file, so do zeros for the last
-    // piece that was cut.
+    // A chunk that a pipe ends in may have begun with its whole size: zeros stand for the rest.
     void FillUp(UInt32 size)
     {
         constexpr UInt32 kPiece = 64 * 1024;
@@ -319,8 +318,9 @@ private:
         if (!m_reader.IsRegularFile()) {
             return;
         }
-        const bool isRange = m_extract.from || m_extract.to;
-        const Undelivered found = LookForUndelivered(m_reader, isRange ? nullptr : &m_met, !m_trouble.empty());
+        m_delivered.isWholeFile = !m_extract.from && !m_extract.to;
+        m_delivered.hasStopped = !m_trouble.empty();
+        const Undelivered found = LookForUndelivered(m_reader, m_delivered);
         for (const auto& [number, chunks] : found.strange) {
             const std::string why = number < LX_AVIREAD_STREAMS
                                         ? "the headers do not describe it"
@@ -329,17 +329,14 @@ private:
         }
         for (const auto& [number, chunks] : found.lost) {
             if (IsWanted(number)) {
-                NoteLoss(number, fmt::format("{} of its {} chunks are not delivered", chunks, found.all.at(number)));
+                NoteLoss(number, fmt::format("not delivered: {} of {} chunks", chunks, found.all.at(number)));
             }
         }
-        if (found.outside > 0) {
-            NoteLoss(nullptr, fmt::format("{} chunks stand in no list of media data", found.outside));
-        }
-        if (found.damage) {
+        if (found.damagedPlaces > 0) {
             const std::string more =
-                found.damagedPlaces > 1 ? fmt::format(" (and {} more places)", found.damagedPlaces - 1) : "";
-            NoteLoss(nullptr,
-                     fmt::format("damaged at {}: {}{}", found.damage->offset.value_or(0), found.damage->text, more));
+                found.damagedPlaces > 1 ? fmt::format(", and more places: {}", found.damagedPlaces - 1) : "";
+            NoteLoss(nullptr, fmt::format("damaged: {} bytes at {} are no chunk{}",
+                                          found.damage.end - found.damage.start, found.damage.start, more));
         }
     }
 
@@ -421,18 +418,23 @@ private:
             progress.At(item.offset);
             if (item.result != LX_OK || !range.Holds(item) || !Writes(pass, item)) {
                 m_reader.Skip(item);
-                m_met[item.chunk.uiStreamNr] += isFirst ? 1 : 0;
+                NoteMet(item, isFirst);
                 continue;
             }
+            NoteMet(item, isFirst);
+            m_delivered.part.end = std::max(m_delivered.part.end, item.offset);
+            m_delivered.part.start = std::min(m_delivered.part.start, item.offset);
             try {
                 FileOf(item.chunk.uiStreamNr).Take(m_reader, item);
-                m_met[item.chunk.uiStreamNr] += isFirst ? 1 : 0;
             } catch (const Failure& failure) {
+                m_delivered.cutStream = item.chunk.uiStreamNr;
                 m_trouble = failure.what(); // the chunks before the failure are kept
                 return;
             }
         }
     }
+
+    void NoteMet(const Item& item, bool isFirst) { m_delivered.chunks[item.chunk.uiStreamNr] += isFirst ? 1 : 0; }
 
     void NoteEnd(const Item& item)
     {
@@ -470,7 +472,7 @@ private:
     const std::vector<UInt64>& m_keyFrames;
     int m_mainVideo;
     std::map<UInt32, std::unique_ptr<Extract>> m_files; // by stream
-    std::map<UInt32, UInt64> m_met;                     // chunks in the first pass, by stream
+    Delivered m_delivered;
     Json m_leftOut = Json::array();
     std::string m_trouble;
     bool m_isWhole = true; // nothing of the streams that are written is missing
@@ -523,7 +525,7 @@ int RunExtract(const Options& options, const ExtractOptions& extract)
     if (manifest["streams"].empty()) {
         throw Failure("nothing was extracted");
     }
-    return kDone;
+    return manifest["complete"].get<bool>() ? kDone : kDamaged;
 }
 
 } // namespace lxavi

@@ -21,14 +21,13 @@ void Join(Finding& kept, const Finding& finding)
 {
     kept.places += finding.places;
     kept.last = std::max(finding.last, finding.offset.value_or(0));
-    kept.severity = std::min(kept.severity, finding.severity);
 }
 
 } // namespace
 
 size_t Findings::NumberFor(const Finding& finding)
 {
-    Kept& kept = m_kept[finding.code];
+    Kept& kept = m_kept[{finding.code, finding.severity}];
     if (kept.count == kMostOfACode) {
         Join(m_all[kept.last], finding);
         return kept.last;
@@ -41,7 +40,7 @@ size_t Findings::NumberFor(const Finding& finding)
 
 void FindingRow::Add(const Finding& finding)
 {
-    if (m_isOpen) {
+    if (m_isOpen && m_findings.m_all[m_number].severity == finding.severity) {
         Join(m_findings.m_all[m_number], finding);
         return;
     }

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lxavi {
@@ -32,7 +33,7 @@ struct Finding {
 
 class Findings {
 public:
-    // Of one code, the first kMostOfACode findings are kept for themselves. The last of them counts all that follow.
+    // Of one code and severity, the first kMostOfACode findings are kept for themselves. The last of them counts all that follow.
     static constexpr size_t kMostOfACode = 10000;
 
     void Add(const Finding& finding) { static_cast<void>(NumberFor(finding)); }
@@ -56,7 +57,7 @@ private:
     size_t NumberFor(const Finding& finding);
 
     std::vector<Finding> m_all;
-    std::map<std::string, Kept> m_kept; // by code
+    std::map<std::pair<std::string, Severity>, Kept> m_kept; // by code and severity
 };
 
 // Makes one finding of places that follow each other.

@@ -108,8 +108,12 @@ void Inventory::TakeGapOfList(Extent gap)
         gap.start = next;
     }
     if (gap.start < gap.end) {
+        constexpr UInt64 kChunkHeader = 8;
         m_bytesLeftOut += gap.end - gap.start;
         ++m_placesLeftOut;
+        if (gap.end - gap.start >= kChunkHeader) {
+            m_damage.push_back(gap);
+        }
     }
 }
 

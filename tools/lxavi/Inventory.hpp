@@ -32,6 +32,8 @@ public:
     UInt64 KeyFrames() const { return m_keyFrames; }
     UInt64 PlacesLeftOut() const { return m_placesLeftOut; } // bytes of the lists that are no chunks
     UInt64 BytesLeftOut() const { return m_bytesLeftOut; }
+    // The places of the lists that are no chunks, and that have room for one.
+    const std::vector<Extent>& Damage() const { return m_damage; }
     UInt64 BytesOutside() const { return m_bytesOutside; } // of the lists, and no chunks either
 
 private:
@@ -48,6 +50,7 @@ private:
     std::vector<Extent> m_lists;
     SourceFile m_source;
     std::vector<Piece> m_pieces;
+    std::vector<Extent> m_damage;
     std::array<UInt32, LX_AVIREAD_STREAMS> m_lengths = {};
     std::array<UInt32, LX_AVIREAD_STREAMS> m_chunks = {}; // by stream, so far
     std::array<UInt64, LX_AVIREAD_STREAMS> m_bytes = {};  // of their payloads

@@ -232,13 +232,20 @@ UInt32 Reader::BytesThere(const Item& item) const
 
 void Reader::ReadPayload(const Item& item, const std::function<void(std::span<const UInt8>)>& take)
 {
-    for (UInt32 left = item.chunk.uiSize; left > 0;) {
-        const UInt32 piece = std::min(left, kPiece);
+    const auto* const bytes = reinterpret_cast<const UInt8*>(m_buffer.data());
+    const UInt32 there = BytesThere(item);
+    for (UInt32 done = 0; done < item.chunk.uiSize;) {
+        const UInt32 piece = std::min((done < there ? there : item.chunk.uiSize) - done, kPiece);
         if (const UInt32 result = lxAviReadCore_GetChunk(m_buffer.data(), piece); result != LX_OK) {
+            UInt32 came = 0; // of a pipe that has ended
+            static_cast<void>(lxAviReadCore_GetReadSize(&came));
+            if (came > 0) {
+                take({bytes, std::min(came, piece)});
+            }
             throw Failure(WhichChunk(item), result);
         }
-        take({reinterpret_cast<const UInt8*>(m_buffer.data()), piece});
-        left -= piece;
+        take({bytes, piece});
+        done += piece;
     }
 }
 

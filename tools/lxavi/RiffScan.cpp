@@ -81,6 +81,7 @@ void RiffScan::TakeHeaderPart(const RiffPart& part)
     if (moviCode != 0 && IsMediaId(part.id) && HasStreamNumber(part.id)) {
         mediaOutside = mediaOutside.value_or(part);
         ++mediaOutsideCount;
+        ++mediaOutsideByStream[StreamOf(part.id)];
         lastMediaOutside = part.offset;
     }
     switch (part.id) {

@@ -6,6 +6,7 @@
 #include "IndexRecords.hpp"
 #include "RiffWalk.hpp"
 
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -36,6 +37,7 @@ public:
     std::optional<RiffPart> strangerInMovi; // the first that is neither media data nor JUNK
     std::optional<RiffPart> mediaOutside;   // the first chunk of media data that stands in no list of media data
     UInt64 mediaOutsideCount = 0;
+    std::map<UInt32, UInt64> mediaOutsideByStream;
     UInt64 lastMediaOutside = 0; // offset
     UInt32 riffLists = 0;
     UInt32 streamLists = 0;

@@ -111,6 +111,8 @@ public:
         }
     }
 
+    bool StatesSizes() const override { return true; }
+
 private:
     // Empty for a frame that is too large for one.
     std::string Header(UInt32 frameBytes) const
@@ -316,6 +318,7 @@ public:
         m_isFirst = false;
     }
 
+    bool StatesSizes() const override { return true; }
     void Payload(std::span<const UInt8> bytes) override { m_writer.Payload(bytes); }
 
     void Finish() override

@@ -22,6 +22,8 @@ public:
     virtual void BeginChunk(const Item& /*item*/, std::span<const UInt8> /*first*/) {}
     virtual void Payload(std::span<const UInt8> bytes) = 0;
     virtual void EndChunk() {}
+    // Whether BeginChunk writes the size of the chunk, so that all its bytes have to follow.
+    virtual bool StatesSizes() const { return false; }
     // Writes what is left.
     virtual void Finish() {}
 

@@ -1,6 +1,6 @@
 #include "Undelivered.hpp"
 
-#include "MediaData.hpp"
+#include "Inventory.hpp"
 #include "RiffWalk.hpp"
 
 #include <algorithm>
@@ -11,16 +11,19 @@ namespace {
 
 class Search {
 public:
-    explicit Search(const Reader& reader) : m_reader(reader) {}
+    Search(Reader& reader, const Delivered& delivered) : m_reader(reader), m_delivered(delivered) {}
 
-    Undelivered Run(const std::map<UInt32, UInt64>* met, bool ended)
+    Undelivered Run()
     {
         WalkOverStructure();
-        if (met != nullptr && (ended || m_found.damage) && !m_reader.Settings().defaultMode) {
+        if ((m_isDamaged || m_delivered.hasStopped) && !m_reader.Settings().defaultMode) {
             WalkOverMediaData();
         }
-        if (met != nullptr) {
-            Subtract(*met);
+        if (m_delivered.cutStream) {
+            ++m_found.all[*m_delivered.cutStream];
+        }
+        if (m_delivered.isWholeFile) {
+            SubtractDelivered();
         }
         return m_found;
     }
@@ -29,7 +32,7 @@ private:
     void WalkOverStructure()
     {
         const SourceFile file(m_reader.Settings().Path());
-        RiffWalk walk(file, [this](const Finding& finding) { NoteDamage(finding); });
+        RiffWalk walk(file, [this](const Finding& finding) { m_isDamaged |= finding.severity == Severity::Error; });
         UInt32 streams = 0;
         for (RiffPart part = {}; walk.Next(part);) {
             if (part.type == 0 && IsMediaId(part.id) && HasStreamNumber(part.id)) {
@@ -41,61 +44,65 @@ private:
         }
     }
 
+    // Wherever it stands. A cut one is none.
     void Take(const RiffPart& part)
     {
         const UInt32 number = StreamOf(part.id);
         const bool isDescribed = m_reader.Stream(number) != nullptr && number < m_reader.StreamCount();
-        if (!part.isInMovi) {
-            ++m_found.outside;
-        } else if (!isDescribed) {
+        if (!isDescribed) {
             ++m_found.strange[number];
         } else if (!IsDescriptorId(part.id) && part.offset + 8 + part.size <= part.end) {
             ++m_found.all[number];
         }
     }
 
-    void NoteDamage(const Finding& finding)
-    {
-        if (finding.severity == Severity::Error) {
-            m_found.damage = m_found.damage.value_or(finding);
-            m_found.damagedPlaces += finding.places;
-        }
-    }
-
-    // The library finds chunks behind damage that ends the structure. Where it cannot read on, those before that place count.
+    // The library finds chunks behind damage that ends the structure.
     void WalkOverMediaData()
     {
-        std::map<UInt32, UInt64> chunks;
         try {
-            ForEachMediaChunk(m_reader, [&](const lxAviRead_MediaChunk_t& chunk) { ++chunks[chunk.uiStreamNr]; });
+            const Inventory inventory(m_reader);
+            std::map<UInt32, UInt64> chunks;
+            for (const Piece& piece : inventory.Pieces()) {
+                chunks[piece.streamNr] += piece.listed != Listed::InIdx1Only ? 1 : 0;
+            }
+            for (const auto& [number, count] : chunks) {
+                m_found.all[number] = std::max(m_found.all[number], count);
+            }
+            for (const Extent& place : inventory.Damage()) {
+                TakeDamage(place);
+            }
         } catch (const Failure&) {
             // delivery has told the reason
         }
-        for (const auto& [number, count] : chunks) {
-            m_found.all[number] = std::max(m_found.all[number], count);
+    }
+
+    void TakeDamage(const Extent& place)
+    {
+        if (m_delivered.isWholeFile || (place.start >= m_delivered.part.start && place.start < m_delivered.part.end)) {
+            m_found.damage = m_found.damagedPlaces == 0 ? place : m_found.damage;
+            ++m_found.damagedPlaces;
         }
     }
 
-    void Subtract(const std::map<UInt32, UInt64>& met)
+    void SubtractDelivered()
     {
         for (const auto& [number, chunks] : m_found.all) {
-            const auto found = met.find(number);
-            const UInt64 delivered = found != met.end() ? found->second : 0;
+            const auto found = m_delivered.chunks.find(number);
+            const UInt64 delivered = found != m_delivered.chunks.end() ? found->second : 0;
             if (chunks > delivered) {
                 m_found.lost[number] = chunks - delivered;
             }
         }
     }
 
-    const Reader& m_reader;
+    Reader& m_reader;
+    const Delivered& m_delivered;
     Undelivered m_found;
+    bool m_isDamaged = false;
 };
 
 } // namespace
 
-Undelivered LookForUndelivered(const Reader& reader, const std::map<UInt32, UInt64>* met, bool ended)
-{
-    return Search(reader).Run(met, ended);
-}
+Undelivered LookForUndelivered(Reader& reader, const Delivered& delivered) { return Search(reader, delivered).Run(); }
 
 } // namespace lxavi

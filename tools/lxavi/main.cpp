@@ -32,6 +32,16 @@ const std::map<std::string, Severity> kSeverities = {{"error", Severity::Error},
                                                      {"warning", Severity::Warning},
                                                      {"note", Severity::Note}};
 
+// What the parser stores for a value of --rebuild.
+std::string NumberOfRebuild(const std::string& name)
+{
+    const auto found = kRebuilds.find(name);
+    if (found == kRebuilds.end()) {
+        throw CLI::ValidationError("--rebuild", fmt::format("'{}' is none of always|auto", name));
+    }
+    return std::to_string(static_cast<int>(found->second));
+}
+
 // A file that is opened later must not get the number of a standard stream, which other code writes to.
 void OpenMissingStandardStreams()
 {
@@ -51,7 +61,7 @@ void EndBySignal(int number)
 
 void HandleSignals()
 {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         struct sigaction before = {};
         if (sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) { // nohup ignores one
             struct sigaction action = {};
@@ -60,6 +70,16 @@ void HandleSignals()
             static_cast<void>(sigaction(number, &action, nullptr));
         }
     }
+    for (const int number : {SIGPIPE, SIGXFSZ}) { // the write fails, and its error is told
+        static_cast<void>(signal(number, SIG_IGN));
+    }
+}
+
+// The reader of a pipe has enough: the program ends as others do, without a word.
+void EndByBrokenPipe()
+{
+    static_cast<void>(signal(SIGPIPE, SIG_DFL));
+    static_cast<void>(raise(SIGPIPE));
 }
 
 // Messages of the library have parts of the file and its name.
@@ -185,7 +205,7 @@ private:
                        "Build the key-frame table from the media data: auto (without a value) where there is no index "
                        "that can be used, always in any case")
             ->disable_flag_override(false)
-            ->transform(CLI::CheckedTransformer(kRebuilds, CLI::ignore_case))
+            ->transform(NumberOfRebuild)
             ->option_text("[=auto|always]");
     }
 
@@ -349,6 +369,9 @@ private:
 void FlushOutput()
 {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        if (errno == EPIPE) {
+            EndByBrokenPipe();
+        }
         throw OutputFailure("standard output", std::strerror(errno));
     }
 }
@@ -366,6 +389,9 @@ int RunCommand(const Arguments& arguments, const std::function<int()>& run)
     } catch (const OutputFailure& error) {
         Say(fmt::format("lxavi: {}: {}", error.Path(), error.what()));
     } catch (const std::system_error& error) { // of fmt
+        if (error.code().value() == EPIPE) {
+            EndByBrokenPipe();
+        }
         Say(fmt::format("lxavi: standard output: {}", error.code().message()));
     } catch (const std::bad_alloc&) {
         Say(fmt::format("lxavi: {}: there is not enough memory", arguments.Settings().Name()));
