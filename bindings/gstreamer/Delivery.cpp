@@ -313,7 +313,8 @@ bool Player::IsWanted(Stream& stream, const lxAviRead_ChunkData_t& chunk, const 
 // Whether nothing of the stream follows in the range, or in the group.
 bool Player::IsOver(const Stream& stream) const
 {
-    const bool finished = stream.endIsCounted && stream.end <= stream.position;
+    const GstClockTime from = m_way == Way::Forward ? std::max(stream.position, m_segment.start) : stream.position;
+    const bool finished = stream.endIsCounted && stream.end <= from;
     const bool passed =
         m_way == Way::Backward && m_latest > stream.groupEnd && m_latest - stream.groupEnd > kLargestInterleave;
     return stream.ended || finished || passed || !IsContinuous(stream);
@@ -359,13 +360,23 @@ GstBuffer* Player::ReadBuffer(Stream& stream, const lxAviRead_ChunkData_t& chunk
     if (!keyFrame) {
         GST_BUFFER_FLAG_SET(pBuffer, GST_BUFFER_FLAG_DELTA_UNIT);
     }
-    if (stream.discontinuous || m_way == Way::KeyFrames) {
+    if (stream.discontinuous || m_way == Way::KeyFrames || FollowsHole(stream, span)) {
         GST_BUFFER_FLAG_SET(pBuffer, GST_BUFFER_FLAG_DISCONT);
+    }
+    if (stream.conversion.sampleBytes == 0 || !GST_CLOCK_TIME_IS_VALID(span.start)) {
+        return pBuffer;
     }
     // uncompressed samples are cut to the range, and backward to the group
     const GstClockTime stop = m_way == Way::Backward ? stream.groupEnd : m_segment.stop;
-    return stream.conversion.sampleBytes > 0 ? CutSamples(pBuffer, stream.conversion, span, {m_segment.start, stop})
-                                             : pBuffer;
+    return CutSamples(pBuffer, stream.conversion, span, {m_segment.start, stop});
+}
+
+// Whether chunks before this one are missing, because the file is damaged there.
+bool Player::FollowsHole(const Stream& stream, const Span& span) const
+{
+    constexpr GstClockTime kRounding = GST_MSECOND;
+    return m_way == Way::Forward && !stream.fresh && GST_CLOCK_TIME_IS_VALID(span.start) &&
+           span.start > stream.position + kRounding;
 }
 
 GstFlowReturn Player::Push(Stream& stream, GstBuffer* pBuffer, const Span& span)
@@ -384,7 +395,8 @@ GstFlowReturn Player::Push(Stream& stream, GstBuffer* pBuffer, const Span& span)
 void Player::NotePosition(GstClockTime position)
 {
     const ElementLock lock(m_pElement);
-    m_segment.position = GST_CLOCK_TIME_IS_VALID(m_segment.stop) ? std::min(position, m_segment.stop) : position;
+    const GstClockTime stop = GST_CLOCK_TIME_IS_VALID(m_segment.stop) ? m_segment.stop : position;
+    m_segment.position = std::max(std::min(position, stop), m_segment.start);
 }
 
 // ---- Gaps ----
@@ -416,7 +428,8 @@ bool Player::HasNothing(const Stream& stream, const Span& leader) const
                stream.begin >= stream.groupEnd;
     default:
         return stream.kind == LX_AVIREAD_STREAM_SUBTITLE || (!IsContinuous(stream) && stream.fresh) ||
-               (stream.endIsCounted && stream.end <= stream.position) || leader.end <= stream.begin;
+               (stream.endIsCounted && stream.end <= std::max(stream.position, m_segment.start)) ||
+               leader.end <= stream.begin;
     }
 }
 

@@ -37,7 +37,8 @@ bool Player::Start(std::unique_ptr<Input> pInput, guint tableBytes, bool rebuild
     m_way = Way::Forward;
     m_skipUntil = 0;
     m_endEarly = false;
-    m_lastSeek = GST_SEQNUM_INVALID;
+    m_lastSeek = m_lastRateChange = GST_SEQNUM_INVALID;
+    m_segmentIsSent = false;
     m_seqnum = gst_util_seqnum_next();
     m_groupId = gst_util_group_id_next();
     m_jumpIsDue = false;
@@ -274,6 +275,7 @@ void Player::SendSegment()
     const guint moves = m_moves;
     m_segmentIsDue = false;
     PushToAll(gst_event_new_segment(&m_segment), m_seqnum);
+    m_segmentIsSent = moves == m_moves;
     if (!m_tagsAreDue || moves != m_moves) {
         return;
     }

@@ -102,6 +102,7 @@ private:
     bool IsWanted(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span) const;
     bool IsOver(const Stream& stream) const;
     GstBuffer* ReadBuffer(Stream& stream, const lxAviRead_ChunkData_t& chunk, const Span& span);
+    bool FollowsHole(const Stream& stream, const Span& span) const;
     GstFlowReturn Push(Stream& stream, GstBuffer* pBuffer, const Span& span);
     void PushGap(Stream& stream, GstClockTime from, GstClockTime until) const;
     void RepeatFrame(Stream& stream, const Span& span) const;
@@ -112,6 +113,7 @@ private:
 
     // Requests (Requests.cpp)
     void FlushPads(guint32 seqnum);
+    void PushPast(GstEvent* pEvent, guint32 seqnum) const;
     bool Obey(const SeekRequest& request, bool flushed);
     bool Travel(const SeekRequest& request);
     bool Move(const SeekRequest& request);
@@ -128,6 +130,8 @@ private:
     std::mutex m_requests; // held by a seek that does not come out of the task, and while the pads go away
     std::atomic<guint32> m_lastSeek{GST_SEQNUM_INVALID};
     std::atomic<bool> m_lastSeekIsDone{false};
+    std::atomic<guint32> m_lastRateChange{GST_SEQNUM_INVALID};
+    std::atomic<bool> m_segmentIsSent{false}; // since the last flush
 
     // Under the task's lock
     guint m_tableBytes = 0;

@@ -129,6 +129,9 @@ bool ConvertTime(GstPad* pPad, GstFormat from, gint64 value, GstFormat to, gint6
 bool Player::Seek(GstEvent* pEvent)
 {
     const SeekRequest request(pEvent);
+    if (request.IsInstant()) {
+        return ChangeRate(request);
+    }
     // Another seek may wait until a sink takes a buffer; the flush ends that.
     const bool flushed = m_lastSeek != request.seqnum && request.Flushes() && IsPossible(request);
     if (flushed) {
@@ -154,9 +157,6 @@ bool Player::Seek(GstEvent* pEvent)
 
 bool Player::Obey(const SeekRequest& request, bool flushed)
 {
-    if (request.IsInstant()) {
-        return IsPossible(request) && ChangeRate(request);
-    }
     return (flushed || IsPossible(request)) && Travel(request);
 }
 
@@ -174,10 +174,18 @@ bool Player::IsPossible(const SeekRequest& request) const
     return request.IsInstant() ? request.KeepsPlace() && request.rate * segment.rate > 0 : request.Apply(segment);
 }
 
-// Ends the read and the pushes that wait. It needs no lock but that of the element, which has the pads.
+// Ends the read and the pushes that wait.
 void Player::FlushPads(guint32 seqnum)
 {
+    m_segmentIsSent = false;
     InterruptReads();
+    PushPast(gst_event_new_flush_start(), seqnum);
+}
+
+// Pushes an event that does not wait for the task. It needs no lock but that of the element, which has the pads.
+void Player::PushPast(GstEvent* pEvent, guint32 seqnum) const
+{
+    gst_event_set_seqnum(pEvent, seqnum);
     std::vector<GstPad*> pads;
     {
         const ElementLock lock(m_pElement);
@@ -186,11 +194,10 @@ void Player::FlushPads(guint32 seqnum)
         }
     }
     for (GstPad* const pPad : pads) {
-        GstEvent* const pFlush = gst_event_new_flush_start();
-        gst_event_set_seqnum(pFlush, seqnum);
-        gst_pad_push_event(pPad, pFlush);
+        gst_pad_push_event(pPad, gst_event_ref(pEvent));
         gst_object_unref(pPad);
     }
+    gst_event_unref(pEvent);
 }
 
 // Holds the task, moves, and lets it go on.
@@ -210,6 +217,7 @@ bool Player::Travel(const SeekRequest& request)
         Move(SeekRequest::Stay(m_segment, request.seqnum)); // another seek has made this one impossible since the flush
     }
     if (request.Flushes()) {
+        m_segmentIsSent = false;
         PushToAll(gst_event_new_flush_stop(TRUE), request.seqnum);
         m_segmentIsDue = m_tagsAreDue = true;
     }
@@ -289,16 +297,24 @@ GstClockTime Player::MoveTo(const Target& target)
     return target.time;
 }
 
-// Another speed in the same direction, for what is on its way already.
+// Another speed in the same direction, for what is on its way already. It waits for no other seek: who hears of the event may
+// seek. Sinks need the segment before it.
 bool Player::ChangeRate(const SeekRequest& request)
 {
+    if (m_lastRateChange.exchange(request.seqnum) == request.seqnum) {
+        return true; // it has come by another sink
+    }
+    if (!m_segmentIsSent || !IsPossible(request)) {
+        m_lastRateChange = GST_SEQNUM_INVALID;
+        return false;
+    }
     gdouble rate = 1.0;
     {
         const ElementLock lock(m_pElement);
         rate = m_segment.rate;
     }
-    PushToAll(gst_event_new_instant_rate_change(request.rate / rate, static_cast<GstSegmentFlags>(request.flags)),
-              request.seqnum);
+    PushPast(gst_event_new_instant_rate_change(request.rate / rate, static_cast<GstSegmentFlags>(request.flags)),
+             request.seqnum);
     return true;
 }
 
@@ -339,7 +355,8 @@ bool Player::Query(GstPad* pPad, GstQuery* pQuery) const
     case GST_QUERY_SEEKING:
         gst_query_parse_seeking(pQuery, &format, nullptr, nullptr, nullptr);
         if (format != GST_FORMAT_TIME) {
-            return false;
+            gst_query_set_seeking(pQuery, format, FALSE, 0, -1); // the elements before this one could seek in bytes
+            return true;
         }
         gst_query_set_seeking(pQuery, format, seekable ? TRUE : FALSE, 0, static_cast<gint64>(segment.duration));
         return true;

@@ -208,6 +208,31 @@ TEST_F(Element, DoesNotWaitForTracksThatBringNothing)
     }
 }
 
+// Frames are numbered by the index, so that the times go on behind damage.
+TEST_F(Element, TellsWhereChunksAreMissing)
+{
+    AviBuilder builder = Film();
+    Bytes file = builder.Build();
+    const auto& items = builder.MediaItems(); // audio and video take turns
+    const size_t hole = static_cast<size_t>(items[2 * 90].uiOffset);
+    std::fill(file.begin() + static_cast<long>(hole), file.begin() + static_cast<long>(items[2 * 93].uiOffset),
+              UInt8{0xAA});
+    Playing playing(Playing::BySource(File(file)));
+    ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
+    ASSERT_TRUE(playing.PlayToTheEnd());
+    for (const Track& track : playing.Tracks()) {
+        GstClockTime next = 0;
+        UInt32 holes = 0;
+        for (const Buffer& buffer : track.buffers) {
+            const bool bHole = buffer.Time() > next + GST_MSECOND;
+            EXPECT_EQ(buffer.discont, bHole || next == 0) << track.name;
+            holes += bHole ? 1 : 0;
+            next = buffer.Time() + buffer.duration;
+        }
+        EXPECT_EQ(holes, 1u) << track.name;
+    }
+}
+
 TEST_F(Element, TakesRatesThatNobodyCanCount)
 {
     for (const auto& [rate, scale] :
@@ -245,6 +270,11 @@ TEST_F(Element, AnswersQueries)
     gst_query_parse_seeking(pQuery, nullptr, &seekable, nullptr, &value);
     EXPECT_TRUE(seekable);
     EXPECT_EQ(value, static_cast<gint64>(kFilmTime));
+    gst_query_unref(pQuery);
+    pQuery = gst_query_new_seeking(GST_FORMAT_BYTES);
+    EXPECT_TRUE(gst_pad_query(pPad, pQuery));
+    gst_query_parse_seeking(pQuery, nullptr, &seekable, nullptr, nullptr);
+    EXPECT_FALSE(seekable);
     gst_query_unref(pQuery);
     pQuery = gst_query_new_latency();
     EXPECT_TRUE(gst_pad_query(pPad, pQuery));

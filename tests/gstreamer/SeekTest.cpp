@@ -172,6 +172,40 @@ TEST_F(Seeks, ChangeTheSpeedOfWhatIsOnItsWay)
     ASSERT_TRUE(playing.PlayToTheEnd());
 }
 
+// The position is one of the segment, also where the key frame before it is shown.
+TEST_F(Seeks, HaveAPositionInTheirSegment)
+{
+    const auto start = static_cast<gint64>(3000 * GST_MSECOND);
+    Play(-8.0, kFlush | GST_SEEK_FLAG_TRICKMODE_KEY_UNITS, static_cast<GstClockTime>(start), 3100 * GST_MSECOND);
+    gint64 position = -2;
+    GstPad* const pPad = gst_element_get_static_pad(playing.Streams(), "video_0");
+    ASSERT_TRUE(gst_pad_query_position(pPad, GST_FORMAT_TIME, &position));
+    EXPECT_EQ(position, start);
+    gst_object_unref(pPad);
+}
+
+// Behind the end of a track, its sink is told that nothing comes.
+TEST_F(Gst, SeeksBehindTheEndOfATrackDoNotWaitForIt)
+{
+    AviBuilder builder;
+    builder.Add(VideoStream()).Add(PcmStream(kSampleRate));
+    for (UInt32 i = 0; i < kFrames; ++i) {
+        if (i < 50) { // two seconds
+            builder.Audio(1, Samples(i * kSamplesPerFrame, kSamplesPerFrame));
+        }
+        builder.Frame(0, FrameBytes(i), i % kKeyStep == 0);
+    }
+    Playing playing(Playing::BySource(File(builder.Build())));
+    ASSERT_TRUE(playing.Reach(GST_STATE_PAUSED));
+    for (const gint64 msec : {2010, 2100, 3000}) {
+        ASSERT_TRUE(playing.SeekTo(1.0, kAccurate, msec * GST_MSECOND, (msec + 1000) * GST_MSECOND));
+        ASSERT_TRUE(playing.PlayToTheEnd());
+        const Track sound = *playing.First("audio");
+        EXPECT_TRUE(sound.buffers.empty()) << msec;
+        EXPECT_FALSE(sound.gaps.empty()) << msec;
+    }
+}
+
 // A request that says nothing of the stop keeps it; a stop that lies before the new start is dropped.
 TEST_F(Seeks, BehindAnOldStopPlayToTheEnd)
 {
